@@ -1,0 +1,1 @@
+// Filled in by the front end's own change.

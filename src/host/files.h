@@ -1,0 +1,104 @@
+// Files and folders of the host, one item at a time; whole trees are in tree_copy.h.
+//
+// "Exists" follows links; move and remove work on the link itself. Nothing here throws or prints:
+// a failure is the false, absent or empty value. An empty path names nothing (never the working
+// folder).
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace halyard::host {
+
+bool exists(const std::string& path);
+bool isDirectory(const std::string& path);
+/// A regular file, or a link to one, that may be executed; a folder never is.
+bool isExecutableFile(const std::string& path);
+
+/// The settable attributes of an item.
+struct Attributes {
+  uid_t owner = 0;
+  gid_t group = 0;
+  mode_t permissions = 0;  ///< The twelve permission bits.
+};
+
+/// Of the item that the path leads to; absent when there is none.
+std::optional<Attributes> readAttributes(const std::string& path);
+
+/// A new item's owner and group as account names; a name that the host lacks leaves that part as
+/// it is. Permissions are exact, whatever the umask.
+struct NamedAttributes {
+  std::string owner;
+  std::string group;
+  mode_t permissions = 0;
+};
+
+/// Makes one folder, no intermediate ones. Without attributes: 0777 less the umask. With them: the
+/// permissions are exact whatever the umask, and a refused owner or group is ignored.
+/// False when anything stands there already or the folder could not be made.
+bool createDirectory(const std::string& path);
+bool createDirectory(const std::string& path, const Attributes& attributes);
+bool createDirectory(const std::string& path, const NamedAttributes& attributes);
+
+/// The names in a folder without "." and "..", in ascending byte order; none when it cannot be
+/// listed. An unreadable rest of a listing is left out.
+std::vector<std::string> listDirectory(const std::string& path);
+
+/// Renames, without ever replacing what stands at `to` (not even an empty folder); across file
+/// systems it copies the whole item (tree_copy.h) and removes the original afterwards.
+bool moveItem(const std::string& from, const std::string& to);
+
+/// Removes an item, a folder with everything in it; follows no link and crosses into no other
+/// mounted file system. True when nothing is left.
+bool removeItem(const std::string& path);
+
+/// The bytes of a regular file of at most `limit` bytes; absent for anything else (a FIFO or a
+/// device is never waited for).
+std::optional<std::string> readFile(const std::string& path, std::size_t limit);
+
+/// Whether a small file must survive a power cut.
+enum class Durability {
+  processes,  ///< Absent, old or complete for every process, at any kill.
+  power,      ///< The same after a power cut too: synced before and after the rename.
+};
+
+/// Writes a small file: to a new temporary name beside it (O_EXCL, so that no planted link or FIFO
+/// is followed), then renamed over `path`. Mode 0666 less the umask. False, and nothing left
+/// behind, on any error.
+bool writeFile(const std::string& path, std::string_view bytes,
+               Durability durability = Durability::processes);
+
+/// As writeFile, then the bytes read back through the descriptor that wrote them, never by name;
+/// absent when the file could not be written.
+std::optional<std::string> writeFileAndReadBack(const std::string& path, std::string_view bytes);
+
+/// Creates the file, or empties the one that is there, with the mode given to open(2); follows no
+/// special file: only a regular file is emptied.
+bool createOrEmptyFile(const std::string& path, mode_t mode);
+
+/// Everything written so far on the file system that holds `path` is on disk. False when unknown.
+bool syncFileSystem(const std::string& path);
+
+/// A file opened for update without creating it; each append goes to the end of that moment.
+class AppendFile {
+ public:
+  AppendFile() = default;
+  /// A missing file, or one that is no regular file, gives a handle that writes nothing.
+  explicit AppendFile(const std::string& path);
+  AppendFile(AppendFile&& other) noexcept;
+  AppendFile& operator=(AppendFile&& other) noexcept;
+  ~AppendFile();
+
+  /// One write at the current end; an error is ignored.
+  void append(std::string_view bytes) const;
+
+ private:
+  int descriptor_ = -1;
+};
+
+}  // namespace halyard::host
