@@ -1,0 +1,48 @@
+// Every fixed path of the host kit, built in one place.
+//
+// Halyard names its paths below /private; on a Linux host these are links to the native folders
+// (`helmsman setup` makes them), so that the real files live where an administrator looks for them.
+#pragma once
+
+namespace halyard::hostkit {
+
+// Programs.
+inline constexpr char kHalyardProgram[] = "/usr/sbin/Halyard";
+inline constexpr char kHelmsmanProgram[] = "/usr/sbin/helmsman";
+inline constexpr char kSnapwheelProgram[] = "/usr/sbin/snapwheel";
+inline constexpr char kSystemctlProgram[] = "/usr/bin/systemctl";
+
+// Where Halyard looks, and where the files really live.
+inline constexpr char kConfigFolder[] = "/private/etc/halyard";
+inline constexpr char kNativeConfigFolder[] = "/etc/halyard";
+inline constexpr char kLogFolder[] = "/private/var/log/halyard";
+inline constexpr char kNativeLogFolder[] = "/var/log/halyard";
+inline constexpr char kRunFolder[] = "/private/var/run";
+inline constexpr char kNativeRunFolder[] = "/run";
+inline constexpr char kDatabaseFolder[] = "/private/var/db";
+inline constexpr char kStateFolder[] = "/var/lib/halyard";
+
+// Files that Halyard reads or writes.
+inline constexpr char kPreferenceFile[] = "/private/etc/halyard/com.vantor.Halyard.plist";
+inline constexpr char kEnginePreferenceFile[] = "/Library/Preferences/com.vantor.Snapwheel.plist";
+inline constexpr char kPreferenceFileName[] = "com.vantor.Halyard.plist";
+inline constexpr char kEnginePreferenceFileName[] = "com.vantor.Snapwheel.plist";
+inline constexpr char kHostConfigFile[] = "/Library/Preferences/HostConfig/preferences.plist";
+inline constexpr char kVersionFile[] = "/System/Library/BaseKit/SystemVersion.plist";
+inline constexpr char kSetupMarker[] = "/private/var/db/.VantorSetupDone";
+inline constexpr char kPidFile[] = "/private/var/run/HalyardRunning.pid";
+inline constexpr char kProgressLog[] = "/private/var/log/halyard/server_progress.log";
+inline constexpr char kMetadataFolder[] = "/.Halyards";
+inline constexpr char kMetadataFolderName[] = ".Halyards";
+inline constexpr char kRepositoryName[] = "Archives.snapdb";
+
+// Files of the host kit itself.
+inline constexpr char kVolumeIdFile[] = "/etc/halyard/volume-id";
+inline constexpr char kLastBackupFile[] = "/var/lib/halyard/last-backup.json";
+inline constexpr char kResultFolder[] = "/var/lib/halyard/results";
+inline constexpr char kUndoFolder[] = "/var/lib/halyard/undo";
+inline constexpr char kExclusionFile[] = "/etc/halyard/snapwheel.exclude";
+inline constexpr char kMetricsFile[] = "/var/lib/prometheus/node-exporter/halyard.prom";
+inline constexpr char kTimerDropInFolder[] = "/etc/systemd/system/halyard-backup.timer.d";
+
+}  // namespace halyard::hostkit
