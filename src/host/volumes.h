@@ -1,0 +1,34 @@
+// Volumes: where they are mounted, and mounting what fstab lists.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace halyard::host {
+
+/// What names a volume whatever its device is called today.
+struct VolumeTag {
+  std::string name;  ///< UUID, LABEL, PARTUUID or PARTLABEL.
+  std::string value;
+};
+
+/// Whether a volume is mounted at the path; "/" always counts as one. Triggers an automount.
+bool isMountPoint(const std::string& path);
+
+/// The mount points in fstab that the path names or lies below, outermost first, without "/".
+/// Compared as text without doubled slashes, "." and ".."; reads nothing but fstab.
+std::vector<std::string> listedMountPoints(const std::string& path);
+
+/// Where the volume is mounted now: a mount of all of it before one of a part, the oldest first,
+/// and none that another mount hides. Absent when it is not mounted.
+std::optional<std::string> mountPointOf(const VolumeTag& tag);
+
+/// Where fstab wants the volume, whichever of its names fstab uses; absent when it is not listed.
+std::optional<std::string> listedMountPointOf(const VolumeTag& tag);
+
+/// Mounts the volume that fstab lists for the mount point. A helper that wants to ask something
+/// finds no terminal, no input, and fails. True when something is mounted there afterwards.
+bool mountListed(const std::string& mountPoint);
+
+}  // namespace halyard::host
