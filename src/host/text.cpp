@@ -13,34 +13,6 @@ bool isContinuation(unsigned char byte) { return (byte & 0xC0U) == 0x80U; }
 
 char foldedLetter(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-/// Length of the well-formed sequence at the start of `text`; 0 when it is ill-formed.
-std::size_t sequenceLength(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char lead = byte(0);
-  if (lead < 0x80) return 1;
-  std::size_t length = 0;
-  unsigned char lowest = 0x80;  // of the second byte
-  unsigned char highest = 0xBF;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    if (lead == 0xE0) lowest = 0xA0;   // no overlong form
-    if (lead == 0xED) highest = 0x9F;  // no surrogate
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    if (lead == 0xF0) lowest = 0x90;
-    if (lead == 0xF4) highest = 0x8F;  // at most U+10FFFF
-  } else {
-    return 0;
-  }
-  if (text.size() < length || byte(1) < lowest || byte(1) > highest) return 0;
-  for (std::size_t i = 2; i < length; ++i) {
-    if (!isContinuation(byte(i))) return 0;
-  }
-  return length;
-}
-
 }  // namespace
 
 const char* orNull(const MaybeString& text) { return text ? text->c_str() : "(null)"; }
@@ -126,8 +98,7 @@ bool IntegerReader::take(std::string_view piece) {
 std::int32_t IntegerReader::value() const {
   using Limits = std::numeric_limits<std::int32_t>;
   const std::int64_t value = negative_ ? -magnitude_ : magnitude_;
-  return static_cast<std::int32_t>(
-      std::clamp<std::int64_t>(value, Limits::min(), Limits::max()));
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, Limits::min(), Limits::max()));
 }
 
 std::int32_t leadingInteger(std::string_view text) {
@@ -141,9 +112,36 @@ std::size_t characterCount(std::string_view text) {
       text, [](char c) { return !isContinuation(static_cast<unsigned char>(c)); }));
 }
 
+std::size_t utf8SequenceLength(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  std::size_t length = 0;
+  unsigned char lowest = 0x80;  // of the second byte
+  unsigned char highest = 0xBF;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) lowest = 0xA0;   // no overlong form
+    if (lead == 0xED) highest = 0x9F;  // no surrogate
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) lowest = 0x90;
+    if (lead == 0xF4) highest = 0x8F;  // at most U+10FFFF
+  } else {
+    return 0;
+  }
+  if (text.size() < length || byte(1) < lowest || byte(1) > highest) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if (!isContinuation(byte(i))) return 0;
+  }
+  return length;
+}
+
 bool isValidUtf8(std::string_view text) {
   while (!text.empty()) {
-    const std::size_t length = sequenceLength(text);
+    const std::size_t length = utf8SequenceLength(text);
     if (length == 0) return false;
     text.remove_prefix(length);
   }

@@ -62,6 +62,10 @@ std::int32_t leadingInteger(std::string_view text);
 /// Number of Unicode code points in UTF-8 text; a stray byte that continues nothing counts as none.
 std::size_t characterCount(std::string_view text);
 
+/// Length of the well-formed UTF-8 sequence at the start of a text that is not empty; 0 when the
+/// text starts with none.
+std::size_t utf8SequenceLength(std::string_view text);
+
 /// Whether the bytes are well-formed UTF-8 (no surrogates, no overlong forms, at most U+10FFFF).
 bool isValidUtf8(std::string_view text);
 
