@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/descriptor.h"
+
 namespace halyard::host {
 
 bool exists(const std::string& path);
@@ -50,11 +52,12 @@ bool createDirectory(const std::string& path, const NamedAttributes& attributes)
 std::vector<std::string> listDirectory(const std::string& path);
 
 /// Renames, without ever replacing what stands at `to` (not even an empty folder); across file
-/// systems it copies the whole item (tree_copy.h) and removes the original afterwards.
+/// systems it copies the whole item (tree_copy.h) and removes the original afterwards. False when
+/// the item, or a rest of it, still stands at `from`.
 bool moveItem(const std::string& from, const std::string& to);
 
 /// Removes an item, a folder with everything in it; follows no link and crosses into no other
-/// mounted file system. True when nothing is left.
+/// mounted file system. True when nothing is left, also when nothing was there.
 bool removeItem(const std::string& path);
 
 /// The bytes of a regular file of at most `limit` bytes; absent for anything else (a FIFO or a
@@ -68,8 +71,8 @@ enum class Durability {
 };
 
 /// Writes a small file: to a new temporary name beside it (O_EXCL, so that no planted link or FIFO
-/// is followed), then renamed over `path`. Mode 0666 less the umask. False, and nothing left
-/// behind, on any error.
+/// is followed), then renamed over `path`. Mode 0666 less the umask. False on any error, and no
+/// unfinished file left behind.
 bool writeFile(const std::string& path, std::string_view bytes,
                Durability durability = Durability::processes);
 
@@ -77,8 +80,9 @@ bool writeFile(const std::string& path, std::string_view bytes,
 /// absent when the file could not be written.
 std::optional<std::string> writeFileAndReadBack(const std::string& path, std::string_view bytes);
 
-/// Creates the file, or empties the one that is there, with the mode given to open(2); follows no
-/// special file: only a regular file is emptied.
+/// Creates the file with exactly that mode, whatever the umask, or empties the one that is there
+/// and leaves its mode alone. Only a regular file, or a link to one, is emptied: a FIFO is never
+/// waited for, a device or a folder left as it is (and the answer false).
 bool createOrEmptyFile(const std::string& path, mode_t mode);
 
 /// Everything written so far on the file system that holds `path` is on disk. False when unknown.
@@ -90,15 +94,12 @@ class AppendFile {
   AppendFile() = default;
   /// A missing file, or one that is no regular file, gives a handle that writes nothing.
   explicit AppendFile(const std::string& path);
-  AppendFile(AppendFile&& other) noexcept;
-  AppendFile& operator=(AppendFile&& other) noexcept;
-  ~AppendFile();
 
   /// One write at the current end; an error is ignored.
   void append(std::string_view bytes) const;
 
  private:
-  int descriptor_ = -1;
+  Descriptor descriptor_;
 };
 
 }  // namespace halyard::host

@@ -61,12 +61,12 @@ struct TreeCopyOptions {
 };
 
 struct TreeCopyReport {
-  bool complete = false;         ///< Everything that was not excluded is there.
-  int error = 0;                 ///< The errno value that ended the walk, or of the first failure.
-  std::uint64_t items = 0;       ///< Items of any kind.
-  std::uint64_t copied = 0;      ///< Regular files copied afresh.
-  std::uint64_t linked = 0;      ///< Regular files linked to the reference.
-  std::uint64_t copiedBytes = 0; ///< Their sizes, as stat(2) gives them.
+  bool complete = false;          ///< Everything that was not excluded is there.
+  int error = 0;                  ///< The errno value that ended the walk, or of the first failure.
+  std::uint64_t items = 0;        ///< Items of any kind.
+  std::uint64_t copied = 0;       ///< Regular files copied afresh.
+  std::uint64_t linked = 0;       ///< Regular files linked to the reference.
+  std::uint64_t copiedBytes = 0;  ///< Their sizes, as stat(2) gives them.
   std::uint64_t linkedBytes = 0;
 };
 

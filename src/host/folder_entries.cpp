@@ -1,0 +1,55 @@
+#include "host/folder_entries.h"
+
+#include <dirent.h>
+
+#include <algorithm>
+
+#include "host/system_call.h"
+
+namespace halyard::host {
+
+namespace {
+
+constexpr std::size_t kBufferBytes = std::size_t{256} << 10;
+
+bool isSelfOrParent(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+}  // namespace
+
+FolderReader::FolderReader() : buffer_(new char[kBufferBytes]) {}
+
+int FolderReader::next(int folder, std::vector<FolderEntry>& entries) {
+  entries.clear();
+  // A batch may hold nothing but "." and "..", so an empty list alone does not end the folder.
+  while (entries.empty()) {
+    const auto filled =
+        uninterrupted([&] { return ::getdents64(folder, buffer_.get(), kBufferBytes); });
+    if (filled < 0) return errno;
+    if (filled == 0) return 0;
+    for (std::size_t at = 0; at < static_cast<std::size_t>(filled);) {
+      const char* record = buffer_.get() + at;
+      const auto* entry = reinterpret_cast<const struct dirent64*>(record);
+      at += entry->d_reclen;
+      if (isSelfOrParent(entry->d_name)) continue;
+      entries.push_back({entry->d_ino, entry->d_name, entry->d_type});
+    }
+  }
+  std::ranges::sort(entries, {}, &FolderEntry::inode);
+  return 0;
+}
+
+void NameQueue::add(const char* name) { names_.append(name).push_back('\0'); }
+
+std::string NameQueue::take() {
+  std::string name = names_.c_str() + next_;
+  next_ += name.size() + 1;
+  if (empty()) {
+    names_ = std::string();  // A wide folder's names are many.
+    next_ = 0;
+  }
+  return name;
+}
+
+}  // namespace halyard::host

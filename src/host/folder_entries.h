@@ -1,0 +1,45 @@
+// The entries of a folder, a batch at a time.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace halyard::host {
+
+struct FolderEntry {
+  ino_t inode;
+  const char* name;    ///< Valid until the next batch.
+  unsigned char type;  ///< As d_type of readdir(3); DT_UNKNOWN where the file system does not say.
+};
+
+/// Reads folders through one buffer. A batch comes in inode order: on file systems that list by
+/// hash this turns random access to the inode table into a sequential one.
+class FolderReader {
+ public:
+  FolderReader();
+
+  /// The next entries without "." and "..", none at the end of the folder. `folder` was opened for
+  /// reading and is used for nothing else meanwhile.
+  int next(int folder, std::vector<FolderEntry>& entries);
+
+ private:
+  std::unique_ptr<char[]> buffer_;
+};
+
+/// Names kept for later, first in, first out, without an allocation for each.
+class NameQueue {
+ public:
+  bool empty() const { return next_ == names_.size(); }
+  void add(const char* name);
+  std::string take();
+
+ private:
+  std::string names_;  ///< Each ended by a NUL.
+  std::size_t next_ = 0;
+};
+
+}  // namespace halyard::host

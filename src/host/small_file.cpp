@@ -1,0 +1,87 @@
+// Small files that are absent, old or complete at any instant.
+#include <stdio.h>
+#include <unistd.h>
+
+#include "host/files.h"
+#include "host/location.h"
+#include "host/system_call.h"
+#include "host/temporary_name.h"
+
+namespace halyard::host {
+
+namespace {
+
+bool writeAll(int file, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const auto written = uninterrupted([&] { return ::write(file, bytes.data(), bytes.size()); });
+    if (written < 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+/// Creates a file under a new name in the folder and sets `name` to it.
+Descriptor createTemporary(int folder, std::string& name) {
+  constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  for (int attempt = 0; attempt < kTemporaryNameAttempts; ++attempt) {
+    name = temporaryName();
+    Descriptor file(uninterrupted([&] { return ::openat(folder, name.c_str(), kFlags, 0666); }));
+    if (file || errno != EEXIST) return file;
+  }
+  return {};
+}
+
+/// The folder is O_PATH, which cannot be synced itself.
+bool syncFolder(int folder) {
+  const Descriptor readable(uninterrupted([&] { return ::openat(folder, ".", kFolderFlags); }));
+  return readable && errorOf([&] { return ::fsync(readable.get()); }) == 0;
+}
+
+/// The finished file, still open; none on any error.
+Descriptor replaceFile(const std::string& path, std::string_view bytes, Durability durability) {
+  const Location place = locate(path);
+  if (!place) return {};
+  const int folder = place.folder.get();
+  const bool syncs = durability == Durability::power;
+
+  std::string temporary;
+  Descriptor file = createTemporary(folder, temporary);
+  if (!file) return {};
+  const bool renamed = writeAll(file.get(), bytes) &&
+                       (!syncs || errorOf([&] { return ::fsync(file.get()); }) == 0) &&
+                       errorOf([&] {
+                         return ::renameat(folder, temporary.c_str(), folder, place.name.c_str());
+                       }) == 0;
+  if (!renamed) {
+    (void)errorOf([&] { return ::unlinkat(folder, temporary.c_str(), 0); });
+    return {};
+  }
+  if (syncs && !syncFolder(folder)) return {};
+  return file;
+}
+
+}  // namespace
+
+bool writeFile(const std::string& path, std::string_view bytes, Durability durability) {
+  return static_cast<bool>(replaceFile(path, bytes, durability));
+}
+
+std::optional<std::string> writeFileAndReadBack(const std::string& path, std::string_view bytes) {
+  const Descriptor file = replaceFile(path, bytes, Durability::processes);
+  if (!file) return std::nullopt;
+  std::string back(bytes.size() + 1, '\0');
+  std::size_t filled = 0;
+  while (filled < back.size()) {
+    const auto got = uninterrupted([&] {
+      return ::pread(file.get(), back.data() + filled, back.size() - filled,
+                     static_cast<off_t>(filled));
+    });
+    if (got < 0) return std::nullopt;
+    if (got == 0) break;
+    filled += static_cast<std::size_t>(got);
+  }
+  back.resize(filled);
+  return back;
+}
+
+}  // namespace halyard::host
