@@ -15,6 +15,10 @@ inline constexpr char kSystemctlProgram[] = "/usr/bin/systemctl";
 // Where Halyard looks, and where the files really live.
 inline constexpr char kConfigFolder[] = "/private/etc/halyard";
 inline constexpr char kNativeConfigFolder[] = "/etc/halyard";
+inline constexpr char kPreferenceFolder[] = "/Library/Preferences";
+inline constexpr char kNativePreferenceFolder[] = "/etc/halyard-host";
+inline constexpr char kVersionFolder[] = "/System/Library/BaseKit";
+inline constexpr char kNativeVersionFolder[] = "/var/lib/halyard/BaseKit";
 inline constexpr char kLogFolder[] = "/private/var/log/halyard";
 inline constexpr char kNativeLogFolder[] = "/var/log/halyard";
 inline constexpr char kRunFolder[] = "/private/var/run";
@@ -36,13 +40,14 @@ inline constexpr char kMetadataFolder[] = "/.Halyards";
 inline constexpr char kMetadataFolderName[] = ".Halyards";
 inline constexpr char kRepositoryName[] = "Archives.snapdb";
 
-// Files of the host kit itself.
-inline constexpr char kVolumeIdFile[] = "/etc/halyard/volume-id";
+// Files of the host kit itself. None of them lies in the configuration folder: there Halyard reads
+// every file as a descriptor.
 inline constexpr char kLastBackupFile[] = "/var/lib/halyard/last-backup.json";
 inline constexpr char kResultFolder[] = "/var/lib/halyard/results";
 inline constexpr char kUndoFolder[] = "/var/lib/halyard/undo";
-inline constexpr char kExclusionFile[] = "/etc/halyard/snapwheel.exclude";
-inline constexpr char kMetricsFile[] = "/var/lib/prometheus/node-exporter/halyard.prom";
+inline constexpr char kExclusionFile[] = "/etc/halyard-host/snapwheel.exclude";
+inline constexpr char kMetricsFolder[] = "/var/lib/prometheus/node-exporter";
+inline constexpr char kMetricsFileName[] = "halyard.prom";
 inline constexpr char kTimerDropInFolder[] = "/etc/systemd/system/halyard-backup.timer.d";
 
 }  // namespace halyard::hostkit

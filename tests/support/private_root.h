@@ -31,6 +31,7 @@ struct RunOptions {
   std::string workingFolder = "/";    ///< Inside the root.
   mode_t umask = 022;                 ///< Of the command.
   bool keepDescendants = false;       ///< Do not end what the command left running.
+  bool mayThrow = false;              ///< The program uses exceptions: it sees its memory map.
   int timeoutSeconds = 60;            ///< The command is killed, and the test fails, after it.
 };
 

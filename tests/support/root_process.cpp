@@ -53,6 +53,20 @@ bool bindDevices(const std::string& folder) {
   return true;
 }
 
+// A sanitizer learns where the stack lies from its memory map, and needs it once something throws.
+bool bindMaps(const std::string& folder) {
+  const std::string maps = folder + "/proc/self/maps";
+  const int descriptor = open(maps.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0444);
+  if (descriptor >= 0) close(descriptor);
+  return mount("/proc/self/maps", maps.c_str(), nullptr, MS_BIND, nullptr) == 0;
+}
+
+// The same for a caller that has no mount name space of its own yet.
+bool bindMapsPrivately(const std::string& folder) {
+  return unshare(CLONE_NEWNS) == 0 &&
+         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && bindMaps(folder);
+}
+
 std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
   pointers.reserve(texts.size() + 1);
@@ -75,6 +89,8 @@ void becomeProgram(const RootProcess& process, const Streams& streams, uid_t use
   dup2(streams.error, STDERR_FILENO);
   for (const int descriptor : process.options.closedDescriptors) close(descriptor);
   umask(process.options.umask);
+  // Where no mount is possible, programs that throw make a sanitizer report what is not there.
+  if (process.options.mayThrow && user == 0) (void)bindMapsPrivately(process.folder);
   if (!enterRoot(process.folder, user, group)) return;
   if (chdir(process.options.workingFolder.c_str()) != 0) return;
   const std::vector<char*> words = pointersTo(process.words);
@@ -142,6 +158,7 @@ bool enterRoot(const std::string& folder, unsigned userId, unsigned groupId) {
     if (!writeText("/proc/self/uid_map", "0 " + std::to_string(userId) + " 1")) return false;
     if (!writeText("/proc/self/gid_map", "0 " + std::to_string(groupId) + " 1")) return false;
     if (!bindDevices(folder)) return false;
+    (void)bindMaps(folder);  // Only programs that throw miss it.
   }
   return chroot(folder.c_str()) == 0 && chdir("/") == 0;
 }

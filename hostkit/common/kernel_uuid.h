@@ -1,0 +1,11 @@
+// The UUID of a mounted file system as the kernel tells it, for roots without /dev and /proc.
+#pragma once
+
+#include <string>
+
+namespace halyard::hostkit {
+
+/// Of the file system that holds the open folder; empty for one that tells none.
+std::string kernelUuid(int folder);
+
+}  // namespace halyard::hostkit

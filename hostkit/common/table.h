@@ -1,0 +1,13 @@
+// Text in columns.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace halyard::hostkit {
+
+/// The rows with their cells padded to the widest of their column (counted in characters), two
+/// blanks between, no blanks at line ends, each line ended by a line feed. A row may be shorter.
+std::string tableText(const std::vector<std::vector<std::string>>& rows);
+
+}  // namespace halyard::hostkit

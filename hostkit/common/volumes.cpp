@@ -1,0 +1,276 @@
+#include "common/volumes.h"
+
+#include <blkid.h>
+#include <fcntl.h>
+#include <libmount.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <sys/vfs.h>
+#include <uuid.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <string_view>
+
+#include "common/kernel_uuid.h"
+#include "host/descriptor.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr std::uint64_t kExt4RootInode = 2;
+constexpr char kMountInfo[] = "/proc/self/mountinfo";
+
+struct TableDeleter {
+  void operator()(libmnt_table* table) const { mnt_unref_table(table); }
+};
+using MountTable = std::unique_ptr<libmnt_table, TableDeleter>;
+
+// Null where /proc is not mounted.
+MountTable mountTable() { return MountTable(mnt_new_table_from_file(kMountInfo)); }
+
+std::string orEmpty(const char* text) { return text == nullptr ? std::string{} : text; }
+
+// The row of the mount that an item lies on; null when this process cannot see it, as in a chroot
+// whose root is a plain folder. The device number guards against a table that is not this host's;
+// a btrfs gives each subvolume a number of its own.
+libmnt_fs* mountOf(libmnt_table* table, const struct statx& item) {
+  if (table == nullptr) return nullptr;
+  const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> rows(mnt_new_iter(MNT_ITER_BACKWARD),
+                                                                    &mnt_free_iter);
+  const dev_t device = makedev(item.stx_dev_major, item.stx_dev_minor);
+  libmnt_fs* row = nullptr;
+  while (mnt_table_next_fs(table, rows.get(), &row) == 0) {
+    const int id = mnt_fs_get_id(row);
+    if (id < 0 || static_cast<std::uint64_t>(id) != item.stx_mnt_id) continue;
+    if (mnt_fs_get_devno(row) == device || mnt_fs_match_fstype(row, "btrfs") == 1) return row;
+  }
+  return nullptr;
+}
+
+std::optional<struct statx> statusOf(const std::string& path, int& error) {
+  struct statx status {};
+  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID, &status) !=
+      0) {
+    error = errno;
+    return std::nullopt;
+  }
+  return status;
+}
+
+// The highest folder above `path` on the same mount: by the path alone, for roots without /proc.
+std::string highestFolder(const std::string& path, const struct statx& status) {
+  std::array<char, PATH_MAX> resolved{};
+  if (::realpath(path.c_str(), resolved.data()) == nullptr) return "/";
+  std::string folder = resolved.data();
+  while (folder != "/") {
+    const std::size_t slash = folder.rfind('/');
+    const std::string parent = slash == 0 ? "/" : folder.substr(0, slash);
+    int ignored = 0;
+    const auto above = statusOf(parent, ignored);
+    if (!above || above->stx_mnt_id != status.stx_mnt_id ||
+        above->stx_dev_major != status.stx_dev_major ||
+        above->stx_dev_minor != status.stx_dev_minor) {
+      break;
+    }
+    folder = parent;
+  }
+  return folder;
+}
+
+bool isBlockDevice(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode);
+}
+
+struct DeviceTags {
+  std::string uuid;
+  std::string label;
+};
+
+// Read from the device itself, never from a cache that may be out of date.
+DeviceTags tagsOf(const std::string& device) {
+  DeviceTags tags;
+  const std::unique_ptr<std::remove_pointer_t<blkid_probe>, decltype(&blkid_free_probe)> probe(
+      blkid_new_probe_from_filename(device.c_str()), &blkid_free_probe);
+  if (!probe) return tags;
+  blkid_probe_enable_superblocks(probe.get(), 1);
+  blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_UUID | BLKID_SUBLKS_LABEL);
+  if (blkid_do_safeprobe(probe.get()) != 0) return tags;
+  const char* value = nullptr;
+  if (blkid_probe_lookup_value(probe.get(), "UUID", &value, nullptr) == 0) tags.uuid = value;
+  if (blkid_probe_lookup_value(probe.get(), "LABEL", &value, nullptr) == 0) tags.label = value;
+  return tags;
+}
+
+std::string typeName(long magic) {
+  switch (magic) {
+    case 0xEF53:
+      return "ext4";
+    case 0x58465342:
+      return "xfs";
+    case 0x9123683E:
+      return "btrfs";
+    case 0x01021994:
+      return "tmpfs";
+    case 0x794c7630:
+      return "overlay";
+    case 0x6969:
+      return "nfs";
+    default:
+      return {};
+  }
+}
+
+// Only of those whose number comes from the volume; others use the device's number, which
+// another boot gives to another device.
+std::uint64_t lastingFileSystemId(const struct statfs& fileSystem) {
+  const std::string type = typeName(fileSystem.f_type);
+  if (type != "ext4" && type != "btrfs" && type != "tmpfs") return 0;
+  std::uint64_t number = 0;
+  static_assert(sizeof number == sizeof fileSystem.f_fsid);
+  std::memcpy(&number, &fileSystem.f_fsid, sizeof number);
+  return number;
+}
+
+std::string identifierOfFolder(const std::string& folder, const struct statfs& fileSystem) {
+  int ignored = 0;
+  const auto status = statusOf(folder, ignored);
+  if (!status) return {};
+  const bool born = (status->stx_mask & STATX_BTIME) != 0;
+  return folderIdentifier(
+      static_cast<std::uint64_t>(fileSystem.f_type), lastingFileSystemId(fileSystem),
+      status->stx_ino, born ? status->stx_btime.tv_sec : 0, born ? status->stx_btime.tv_nsec : 0);
+}
+
+void measure(Volume& volume, const struct statfs& fileSystem) {
+  const auto block = static_cast<std::uint64_t>(fileSystem.f_frsize);
+  volume.totalBytes = fileSystem.f_blocks * block;
+  volume.freeBytes = fileSystem.f_bfree * block;
+  volume.availableBytes = fileSystem.f_bavail * block;
+  volume.readOnly = (fileSystem.f_flags & ST_RDONLY) != 0;
+}
+
+// A container or chroot: "/" is not the root folder of the volume that holds it. A btrfs is one
+// volume, whichever of its subvolumes is mounted.
+bool isFolderOfBiggerVolume(libmnt_fs* row, const struct statx& top, const std::string& mountPoint,
+                            const std::string& type) {
+  if (mountPoint != "/") return false;
+  if (row == nullptr) {
+    // Without /proc a folder that was bind-mounted still shows by its number on ext4.
+    return (top.stx_attributes & STATX_ATTR_MOUNT_ROOT) == 0 ||
+           (type == "ext4" && top.stx_ino != kExt4RootInode);
+  }
+  return type != "btrfs" && orEmpty(mnt_fs_get_root(row)) != "/";
+}
+
+void identify(Volume& volume, libmnt_fs* row, const struct statfs& fileSystem) {
+  const host::Descriptor folder(
+      ::open(volume.mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  int ignored = 0;
+  const auto top = statusOf(volume.mountPoint, ignored);
+  if (isBlockDevice(volume.device)) {
+    DeviceTags tags = tagsOf(volume.device);
+    volume.uuid = std::move(tags.uuid);
+    volume.label = std::move(tags.label);
+  }
+  if (volume.uuid.empty() && folder) volume.uuid = kernelUuid(folder.get());
+  if (!volume.uuid.empty() && top &&
+      !isFolderOfBiggerVolume(row, *top, volume.mountPoint, volume.type)) {
+    return;
+  }
+  volume.identity = Volume::Identity::rootFolder;
+  volume.uuid = identifierOfFolder(volume.mountPoint, fileSystem);
+}
+
+constexpr std::array<std::string_view, 3> kStorageWithoutDevice = {"tmpfs", "overlay", "zfs"};
+
+bool holdsFiles(libmnt_fs* row, const std::string& device) {
+  const std::string target = orEmpty(mnt_fs_get_target(row));
+  if (target.starts_with("/sys/") || target.starts_with("/proc/")) return false;
+  if (mnt_fs_is_swaparea(row) || mnt_fs_is_pseudofs(row)) {
+    const std::string type = orEmpty(mnt_fs_get_fstype(row));
+    return std::find(kStorageWithoutDevice.begin(), kStorageWithoutDevice.end(), type) !=
+           kStorageWithoutDevice.end();
+  }
+  return mnt_fs_is_netfs(row) || device.starts_with('/') || device.find(':') != std::string::npos;
+}
+
+}  // namespace
+
+std::string folderIdentifier(std::uint64_t fileSystemType, std::uint64_t fileSystemId,
+                             std::uint64_t inode, std::int64_t birthSeconds,
+                             std::uint32_t birthNanoseconds) {
+  // A name space of its own, so that no other derived UUID can be equal.
+  static constexpr uuid_t kNameSpace = {0x6b, 0x1f, 0x5c, 0x0e, 0x93, 0x4d, 0x4a, 0x1b,
+                                        0x8d, 0x37, 0x52, 0xc4, 0x0a, 0x9e, 0x71, 0xd8};
+  const std::string name = std::to_string(fileSystemType) + ":" + std::to_string(fileSystemId) +
+                           ":" + std::to_string(inode) + ":" + std::to_string(birthSeconds) + "." +
+                           std::to_string(birthNanoseconds);
+  uuid_t made{};
+  uuid_generate_sha1(made, kNameSpace, name.data(), name.size());
+  std::array<char, 37> text{};
+  uuid_unparse_lower(made, text.data());
+  return text.data();
+}
+
+std::optional<Volume> volumeOf(const std::string& path, int& error) {
+  error = 0;
+  const auto status = statusOf(path, error);
+  if (!status) return std::nullopt;
+  struct statfs fileSystem {};
+  if (::statfs(path.c_str(), &fileSystem) != 0) {
+    error = errno;
+    return std::nullopt;
+  }
+
+  Volume volume;
+  const MountTable table = mountTable();
+  libmnt_fs* row = mountOf(table.get(), *status);
+  if (row != nullptr) {
+    volume.mountPoint = orEmpty(mnt_fs_get_target(row));
+    volume.device = orEmpty(mnt_fs_get_source(row));
+    volume.type = orEmpty(mnt_fs_get_fstype(row));
+  } else {
+    volume.mountPoint = highestFolder(path, *status);
+    volume.type = typeName(fileSystem.f_type);
+    const std::unique_ptr<char, decltype(&std::free)> device(
+        blkid_devno_to_devname(makedev(status->stx_dev_major, status->stx_dev_minor)), &std::free);
+    volume.device = orEmpty(device.get());
+  }
+  measure(volume, fileSystem);
+  identify(volume, row, fileSystem);
+  return volume;
+}
+
+std::vector<Volume> mountedVolumes() {
+  std::vector<Volume> volumes;
+  std::set<std::string> seen;
+  int error = 0;
+  const MountTable table = mountTable();
+  const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> rows(mnt_new_iter(MNT_ITER_FORWARD),
+                                                                    &mnt_free_iter);
+  libmnt_fs* row = nullptr;
+  while (table && mnt_table_next_fs(table.get(), rows.get(), &row) == 0) {
+    const std::string mountPoint = orEmpty(mnt_fs_get_target(row));
+    if (!holdsFiles(row, orEmpty(mnt_fs_get_source(row))) || !seen.insert(mountPoint).second) {
+      continue;
+    }
+    // By path, not by row: what is mounted on top is what the path leads to.
+    if (auto volume = volumeOf(mountPoint, error)) volumes.push_back(std::move(*volume));
+  }
+  if (!seen.contains("/")) {
+    if (auto volume = volumeOf("/", error)) volumes.insert(volumes.begin(), std::move(*volume));
+  }
+  return volumes;
+}
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,23 @@
+// What drivectl tells of a volume, in its three forms.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "common/volumes.h"
+#include "host/property_list.h"
+
+namespace halyard::hostkit {
+
+/// The keys are part of the interface: VolumeUUID, VolumeUUIDSource, DeviceNode, FilesystemType,
+/// VolumeName, MountPoint, TotalSize, FreeSpace, AvailableSpace (bytes), ReadOnly. A device, type
+/// or label that is not known is left out.
+host::PropertyDictionary volumeDictionary(const Volume& volume);
+nlohmann::json volumeJson(const Volume& volume);
+/// "Label: value" lines for people.
+std::string volumeText(const Volume& volume);
+/// One line a volume under a heading, in columns.
+std::string volumeTable(const std::vector<Volume>& volumes);
+
+}  // namespace halyard::hostkit

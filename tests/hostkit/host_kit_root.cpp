@@ -1,0 +1,78 @@
+#include "host_kit_root.h"
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+
+namespace halyard::test {
+namespace fs = std::filesystem;
+namespace {
+
+// The libraries that the loader would take, by absolute path.
+std::set<std::string> librariesOf(const std::string& program) {
+  std::set<std::string> libraries;
+  FILE* pipe = ::popen(("ldd " + program).c_str(), "r");
+  std::array<char, 4096> line{};
+  while (pipe != nullptr && std::fgets(line.data(), line.size(), pipe) != nullptr) {
+    const std::string text = line.data();
+    const std::size_t start = text.find('/');
+    if (start != std::string::npos)
+      libraries.insert(text.substr(start, text.find(' ', start) - start));
+  }
+  if (pipe != nullptr) ::pclose(pipe);
+  return libraries;
+}
+
+}  // namespace
+
+void HostKitTest::SetUp() {
+  PrivateRootTest::SetUp();
+  if (IsSkipped()) return;
+  install("drivectl", root);
+  install("helmsman", root);
+}
+
+void HostKitTest::install(const std::string& program, const PrivateRoot& root) {
+  const std::string built = std::string(HALYARD_BINARY_DIR) + "/" + program;
+  if (!fs::exists(built)) return;  // Running it fails the test, and says so.
+  const std::string target = root.path("/usr/sbin/" + program);
+  fs::remove(target);
+  fs::create_hard_link(built, target);
+  static std::map<std::string, std::set<std::string>> known;
+  if (!known.contains(program)) known[program] = librariesOf(built);
+  for (const std::string& library : known[program]) {
+    const std::string place = root.path(library);
+    if (fs::exists(place)) continue;
+    fs::create_directories(fs::path(place).parent_path());
+    fs::copy_file(library, place);
+  }
+}
+
+CommandResult HostKitTest::helmsman(const std::vector<std::string>& words,
+                                    const Environment& environment) const {
+  RunOptions options;
+  options.argv0 = "helmsman";
+  options.mayThrow = true;
+  return root.runProgram("/usr/sbin/helmsman", words, environment, options);
+}
+
+CommandResult HostKitTest::drivectl(const std::vector<std::string>& words) const {
+  RunOptions options;
+  options.argv0 = "drivectl";
+  options.mayThrow = true;
+  return root.runProgram("/usr/sbin/drivectl", words, {}, options);
+}
+
+nlohmann::json HostKitTest::helmsmanJson(const std::vector<std::string>& words) const {
+  const CommandResult result = helmsman(words);
+  const nlohmann::json document = nlohmann::json::parse(result.out, nullptr, false);
+  EXPECT_FALSE(document.is_discarded()) << result.out << result.err;
+  return document;
+}
+
+void HostKitTest::forgetSetup() const {
+  for (const char* path : {"/private", "/Library", "/System"}) root.remove(path);
+}
+
+}  // namespace halyard::test

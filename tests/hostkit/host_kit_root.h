@@ -1,0 +1,32 @@
+// A private root with the host kit's programs in it.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/private_root.h"
+
+namespace halyard::test {
+
+/// The fixture of the host kit's command tests: drivectl and helmsman of this build stand at their
+/// fixed paths, in place of the stand-ins.
+class HostKitTest : public PrivateRootTest {
+ protected:
+  void SetUp() override;
+
+  /// Puts a program of the build folder, with its libraries, at /usr/sbin of a root.
+  static void install(const std::string& program, const PrivateRoot& root);
+
+  CommandResult helmsman(const std::vector<std::string>& words,
+                         const Environment& environment = {}) const;
+  CommandResult drivectl(const std::vector<std::string>& words) const;
+
+  /// The JSON that the command printed; the test fails when it is none.
+  nlohmann::json helmsmanJson(const std::vector<std::string>& words) const;
+
+  /// Takes away what the root has prepared, as on a host that was never set up.
+  void forgetSetup() const;
+};
+
+}  // namespace halyard::test
