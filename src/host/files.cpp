@@ -71,6 +71,11 @@ bool isDirectory(const std::string& path) {
   return readStatus(path, status) && S_ISDIR(status.st_mode);
 }
 
+bool isSymbolicLink(const std::string& path) {
+  struct stat status = {};
+  return errorOf([&] { return ::lstat(path.c_str(), &status); }) == 0 && S_ISLNK(status.st_mode);
+}
+
 bool isExecutableFile(const std::string& path) {
   struct stat status = {};
   return readStatus(path, status) && S_ISREG(status.st_mode) &&
@@ -182,6 +187,8 @@ bool syncFileSystem(const std::string& path) {
   }
   return item && errorOf([&] { return ::syncfs(item.get()); }) == 0;
 }
+
+void syncAllFileSystems() { ::sync(); }
 
 AppendFile::AppendFile(const std::string& path)
     : descriptor_(openRegularFile(path, O_WRONLY | O_APPEND)) {}

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +20,8 @@ namespace halyard::host {
 
 bool exists(const std::string& path);
 bool isDirectory(const std::string& path);
+/// Whether the name itself is a link, wherever it leads.
+bool isSymbolicLink(const std::string& path);
 /// A regular file, or a link to one, that may be executed; a folder never is.
 bool isExecutableFile(const std::string& path);
 
@@ -76,9 +79,15 @@ enum class Durability {
 bool writeFile(const std::string& path, std::string_view bytes,
                Durability durability = Durability::processes);
 
-/// As writeFile, then the bytes read back through the descriptor that wrote them, never by name;
-/// absent when the file could not be written.
-std::optional<std::string> writeFileAndReadBack(const std::string& path, std::string_view bytes);
+/// Text that is handed over piece by piece, so that nobody needs the whole of it in memory.
+using PieceSink = std::function<void(std::string_view piece)>;
+using PieceSource = std::function<void(const PieceSink& sink)>;
+
+/// As writeFile with the pieces that `produce` gives, then hands the bytes read back to `readBack`,
+/// through the descriptor that wrote them, never by name. False, and nothing handed over, when the
+/// file could not be written.
+bool writeFileAndReadBack(const std::string& path, const PieceSource& produce,
+                          const PieceSink& readBack, Durability durability = Durability::processes);
 
 /// Creates the file with exactly that mode, whatever the umask, or empties the one that is there
 /// and leaves its mode alone. Only a regular file, or a link to one, is emptied: a FIFO is never
@@ -87,6 +96,8 @@ bool createOrEmptyFile(const std::string& path, mode_t mode);
 
 /// Everything written so far on the file system that holds `path` is on disk. False when unknown.
 bool syncFileSystem(const std::string& path);
+/// The same for every file system, without an answer.
+void syncAllFileSystems();
 
 /// A file opened for update without creating it; each append goes to the end of that moment.
 class AppendFile {

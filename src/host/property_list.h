@@ -190,4 +190,19 @@ void writePropertyList(const PropertyDictionary& dictionary, const PropertyListS
 std::string writePropertyList(const PropertyValue& value);
 std::string writePropertyList(const PropertyDictionary& dictionary);
 
+/// Writes a list whose root is a dictionary, entry by entry, so that the values need not be in
+/// memory together. The caller gives each key once.
+class DictionaryWriter {
+ public:
+  explicit DictionaryWriter(PropertyListSink sink);
+  ~DictionaryWriter();
+  void entry(const std::string& key, const PropertyValue& value);
+  /// Ends the list; nothing may follow.
+  void finish();
+
+ private:
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
+
 }  // namespace halyard::host

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "host/property_list.h"
@@ -39,6 +40,11 @@ class Writer {
     finish();
   }
 
+  /// The same entry by entry: begin, then each entry of the root, then finish.
+  void begin();
+  void writeRootEntry(const std::string& key, const PropertyValue& value);
+  void finishRoot();
+
  private:
   using EntryIterator = std::vector<PropertyDictionary::Entry>::const_iterator;
   struct Open {
@@ -47,7 +53,6 @@ class Writer {
     PropertyArray::const_iterator element, lastElement;
   };
 
-  void begin();
   void finish();
   void step();
   void writeValue(const PropertyValue& value);
@@ -74,6 +79,21 @@ void Writer::finish() {
   while (!open_.empty()) step();
   append(kFooter);
   sink_(piece_);
+}
+
+void Writer::writeRootEntry(const std::string& key, const PropertyValue& value) {
+  if (open_.empty()) {
+    append("<dict>\n");
+    open_.push_back({true, {}, {}, {}, {}});  // nothing to step through: it ends at finish()
+  }
+  writeElement("key", key);
+  writeValue(value);
+  while (open_.size() > 1) step();
+}
+
+void Writer::finishRoot() {
+  if (open_.empty()) append("<dict/>\n");
+  finish();
 }
 
 /// Writes the next item of the innermost container, or its end.
@@ -236,5 +256,23 @@ std::string writePropertyList(const PropertyValue& value) { return writtenText(v
 std::string writePropertyList(const PropertyDictionary& dictionary) {
   return writtenText(dictionary);
 }
+
+struct DictionaryWriter::Implementation {
+  PropertyListSink sink;
+  Writer writer{sink};
+};
+
+DictionaryWriter::DictionaryWriter(PropertyListSink sink)
+    : implementation_(new Implementation{.sink = std::move(sink)}) {
+  implementation_->writer.begin();
+}
+
+DictionaryWriter::~DictionaryWriter() = default;
+
+void DictionaryWriter::entry(const std::string& key, const PropertyValue& value) {
+  implementation_->writer.writeRootEntry(key, value);
+}
+
+void DictionaryWriter::finish() { implementation_->writer.finishRoot(); }
 
 }  // namespace halyard::host

@@ -37,8 +37,26 @@ bool syncFolder(int folder) {
   return readable && errorOf([&] { return ::fsync(readable.get()); }) == 0;
 }
 
+/// False when a piece could not be written; the ones after it are then passed over.
+bool writePieces(int file, const PieceSource& produce) {
+  bool written = true;
+  produce([&](std::string_view piece) { written = written && writeAll(file, piece); });
+  return written;
+}
+
+bool readBackPieces(int file, const PieceSink& readBack) {
+  std::string piece(std::size_t{64} << 10, '\0');
+  for (off_t position = 0;;) {
+    const auto got =
+        uninterrupted([&] { return ::pread(file, piece.data(), piece.size(), position); });
+    if (got <= 0) return got == 0;
+    readBack(std::string_view(piece).substr(0, static_cast<std::size_t>(got)));
+    position += got;
+  }
+}
+
 /// The finished file, still open; none on any error.
-Descriptor replaceFile(const std::string& path, std::string_view bytes, Durability durability) {
+Descriptor replaceFile(const std::string& path, const PieceSource& produce, Durability durability) {
   const Location place = locate(path);
   if (!place) return {};
   const int folder = place.folder.get();
@@ -47,7 +65,7 @@ Descriptor replaceFile(const std::string& path, std::string_view bytes, Durabili
   std::string temporary;
   Descriptor file = createTemporary(folder, temporary);
   if (!file) return {};
-  const bool renamed = writeAll(file.get(), bytes) &&
+  const bool renamed = writePieces(file.get(), produce) &&
                        (!syncs || errorOf([&] { return ::fsync(file.get()); }) == 0) &&
                        errorOf([&] {
                          return ::renameat(folder, temporary.c_str(), folder, place.name.c_str());
@@ -63,25 +81,14 @@ Descriptor replaceFile(const std::string& path, std::string_view bytes, Durabili
 }  // namespace
 
 bool writeFile(const std::string& path, std::string_view bytes, Durability durability) {
-  return static_cast<bool>(replaceFile(path, bytes, durability));
+  const auto whole = [&](const PieceSink& sink) { sink(bytes); };
+  return static_cast<bool>(replaceFile(path, whole, durability));
 }
 
-std::optional<std::string> writeFileAndReadBack(const std::string& path, std::string_view bytes) {
-  const Descriptor file = replaceFile(path, bytes, Durability::processes);
-  if (!file) return std::nullopt;
-  std::string back(bytes.size() + 1, '\0');
-  std::size_t filled = 0;
-  while (filled < back.size()) {
-    const auto got = uninterrupted([&] {
-      return ::pread(file.get(), back.data() + filled, back.size() - filled,
-                     static_cast<off_t>(filled));
-    });
-    if (got < 0) return std::nullopt;
-    if (got == 0) break;
-    filled += static_cast<std::size_t>(got);
-  }
-  back.resize(filled);
-  return back;
+bool writeFileAndReadBack(const std::string& path, const PieceSource& produce,
+                          const PieceSink& readBack, Durability durability) {
+  const Descriptor file = replaceFile(path, produce, durability);
+  return file && readBackPieces(file.get(), readBack);
 }
 
 }  // namespace halyard::host

@@ -5,6 +5,9 @@
 
 namespace halyard::host {
 
+/// Severity "error" in the default facility.
+inline constexpr int kErrorPriority = 3;
+
 /// Sends one record with the given priority value (facility and severity combined as in syslog(3)).
 /// A missing or stuck log daemon neither blocks nor fails the caller.
 void systemLog(int priority, std::string_view message);

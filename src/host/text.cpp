@@ -39,7 +39,14 @@ std::vector<std::string_view> splitAt(std::string_view text, char separator) {
   }
 }
 
-std::vector<std::string_view> splitLines(std::string_view text) { return splitAt(text, '\n'); }
+void forEachLine(std::string_view text, const std::function<void(std::string_view line)>& visit) {
+  for (;;) {
+    const std::size_t end = text.find('\n');
+    visit(text.substr(0, end));
+    if (end == std::string_view::npos) return;
+    text.remove_prefix(end + 1);
+  }
+}
 
 std::vector<std::string> pathComponents(std::string_view path) {
   std::vector<std::string> components;
@@ -105,6 +112,16 @@ std::int32_t leadingInteger(std::string_view text) {
   IntegerReader reader;
   (void)reader.take(text);  // Whether more could follow does not matter: this is all there is.
   return reader.value();
+}
+
+std::string_view afterCharacters(std::string_view text, std::size_t count) {
+  const auto startsCharacter = [](char c) {
+    return !isContinuation(static_cast<unsigned char>(c));
+  };
+  std::size_t seen = 0;
+  const auto start =
+      std::ranges::find_if(text, [&](char c) { return startsCharacter(c) && seen++ == count; });
+  return text.substr(static_cast<std::size_t>(start - text.begin()));
 }
 
 std::size_t characterCount(std::string_view text) {

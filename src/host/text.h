@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,7 +26,9 @@ std::string appendPath(std::string_view left, std::string_view right);
 
 /// The pieces between the separators; always at least one piece, empty pieces included.
 std::vector<std::string_view> splitAt(std::string_view text, char separator);
-std::vector<std::string_view> splitLines(std::string_view text);
+
+/// Calls `visit` with each piece between line feeds, as splitAt gives them, without a list of them.
+void forEachLine(std::string_view text, const std::function<void(std::string_view line)>& visit);
 
 /// "/" first for an absolute path, then the names; doubled and trailing slashes disappear.
 std::vector<std::string> pathComponents(std::string_view path);
@@ -61,6 +64,9 @@ std::int32_t leadingInteger(std::string_view text);
 
 /// Number of Unicode code points in UTF-8 text; a stray byte that continues nothing counts as none.
 std::size_t characterCount(std::string_view text);
+
+/// What follows the first `count` code points; empty when there are no more.
+std::string_view afterCharacters(std::string_view text, std::size_t count);
 
 /// Length of the well-formed UTF-8 sequence at the start of a text that is not empty; 0 when the
 /// text starts with none.

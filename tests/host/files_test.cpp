@@ -247,17 +247,32 @@ TEST(WriteFile, AFileThatCannotBeWrittenInFullKeepsTheOldOne) {
   EXPECT_THAT(unfinishedItems(scratch), IsEmpty());
 }
 
+/// What writeFileAndReadBack hands back of two pieces; absent when it answers false.
+std::optional<std::string> writtenAndReadBack(const std::string& path, const std::string& first,
+                                              const std::string& second) {
+  std::string back;
+  const auto produce = [&](const PieceSink& sink) {
+    sink(first);
+    sink(second);
+  };
+  const auto collect = [&](std::string_view piece) { back += piece; };
+  if (!writeFileAndReadBack(path, produce, collect)) return std::nullopt;
+  return back;
+}
+
 TEST(WriteFileAndReadBack, GivesTheBytesThatItWrote) {
   const Scratch scratch;
-  EXPECT_EQ(writeFileAndReadBack(scratch / "file", "some bytes"), "some bytes");
+  EXPECT_EQ(writtenAndReadBack(scratch / "file", "some ", "bytes"), "some bytes");
   EXPECT_EQ(Scratch::contents(scratch / "file"), "some bytes");
-  EXPECT_EQ(writeFileAndReadBack(scratch / "empty", ""), "");
+  EXPECT_EQ(writtenAndReadBack(scratch / "empty", "", ""), "");
+  const std::string large(200000, 'x');
+  EXPECT_EQ(writtenAndReadBack(scratch / "large", large, "y"), large + "y");
 }
 
 TEST(WriteFileAndReadBack, IsAbsentWhereAFolderWasPlanted) {
   const Scratch scratch;
   scratch.makeFolder("file/inner");
-  EXPECT_EQ(writeFileAndReadBack(scratch / "file", "bytes"), std::nullopt);
+  EXPECT_EQ(writtenAndReadBack(scratch / "file", "by", "tes"), std::nullopt);
   EXPECT_THAT(listDirectory(scratch.path()), ElementsAre("file"));
 }
 
