@@ -1,1 +1,24 @@
-// Filled in by the front end's own change.
+#include "frontend/function_log.h"
+
+#include <utility>
+
+#include "frontend/log.h"
+#include "frontend/run_state.h"
+
+namespace halyard {
+
+namespace {
+constexpr const char* kRule = "-------------------------------------------------------+";
+}
+
+FunctionLog::FunctionLog(std::string name, Blanks blanks)
+    : name_(std::move(name)), blanks_(blanks) {
+  if (runState().functionLog) printText("Start %s%s\n", name_.c_str(), kRule);
+}
+
+FunctionLog::~FunctionLog() {
+  if (dropped_ || !runState().functionLog) return;
+  printText("End%s%s%s\n", blanks_ == Blanks::one ? " " : "   ", name_.c_str(), kRule);
+}
+
+}  // namespace halyard

@@ -1,1 +1,26 @@
-// Filled in by the front end's own change.
+#include "frontend/pid_file.h"
+
+#include <string>
+
+#include "config/paths.h"
+#include "frontend/function_log.h"
+#include "frontend/run_state.h"
+#include "host/files.h"
+#include "host/process.h"
+
+namespace halyard {
+
+void setPidForProcess() {
+  const FunctionLog scope(__func__);
+  removePidProcessFile();
+  const std::string line =
+      std::to_string(host::processIdentifier()) + " :: " + orNull(option("-cmd")) + "\n";
+  (void)host::writeFile(paths::kPidFile, line);  // A run without its marker is still a run.
+}
+
+void removePidProcessFile() {
+  const FunctionLog scope(__func__);
+  if (host::exists(paths::kPidFile)) (void)host::removeItem(paths::kPidFile);
+}
+
+}  // namespace halyard
