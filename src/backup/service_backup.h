@@ -1,0 +1,27 @@
+// The backup of one service.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "config/service_descriptor.h"
+#include "frontend/progress_log.h"
+
+namespace halyard {
+
+/// What the services of one run share.
+struct BackupPass {
+  ProgressLog progress;
+  /// Of the latest backup executable or post-backup command. Kept: never reset between services,
+  /// so that a failure left over from one is reported by the pre-backup commands of the next.
+  std::int32_t lastStatus = 0;
+};
+
+/// Whether the service takes part: a known one with the flag 0, or without a flag, does not; a
+/// service that the program does not know by name always does.
+bool isEnabledForBackup(const MaybeString& service);
+
+/// Runs the service's commands and copies its files into its folder in "/.Halyards".
+void backUpService(const ServiceDescriptor& descriptor, BackupPass& pass);
+
+}  // namespace halyard

@@ -1,0 +1,120 @@
+#include "browse/browse.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "browse/master_browse.h"
+#include "browse/snapshot_metadata.h"
+#include "config/paths.h"
+#include "config/preferences.h"
+#include "config/service_descriptor.h"
+#include "frontend/function_log.h"
+#include "frontend/log.h"
+#include "frontend/run_state.h"
+#include "host/files.h"
+#include "host/property_list.h"
+#include "host/task.h"
+
+namespace halyard {
+
+namespace {
+
+/// Whether the snapshot, or without a metadata folder the root of the running system, holds a
+/// folder of the service; prints the warning when not.
+bool hasServiceFolder(const std::string& folder, const MaybeString& service) {
+  if (host::exists(folder)) return true;
+  printText("WARNING: Service %s folder does not exist for browsing.\n", orNull(service));
+  return false;
+}
+
+void addAnswer(const std::string& descriptorPath, const std::string& metadataFolder,
+               host::PropertyDictionary& answers) {
+  if (!host::exists(descriptorPath)) return;
+  const ServiceDescriptor descriptor = ServiceDescriptor::read(descriptorPath);
+  const MaybeString service = descriptor.serviceName();
+  const MaybeString executable = descriptor.text("RestoreBinaryPath");
+  debugLine("tServiceName", service);
+  debugLine("tRestoreBinaryPath", executable);
+  debugDump(descriptor.list("ConfigurationFiles"));
+  debugDump(descriptor.list("DataFiles"));
+  const std::string folder = joinPath(metadataFolder, service);
+  if (!hasServiceFolder(folder, service)) return;
+  const std::vector<std::string> arguments = {"-cmd", "browse", "-path", folder};
+  debugDump(arguments);
+  std::string answer = host::RunTask(executable, arguments, {.error = host::dropOutput}).output;
+  auto root = host::parsePropertyList(answer);
+  answer = std::string();  // A huge answer is not kept twice.
+  switch (listingRoot(root)) {
+    case ListingRoot::noData:
+      printText("WARNING:2: Service %s did not return any data when browsing.\n", orNull(service));
+      return;
+    case ListingRoot::unusable:
+      return;
+    case ListingRoot::filled:
+      answers.set(orNull(service), std::move(*root));
+  }
+}
+
+void printThroughTemporaryFile(const host::PropertyDictionary& answers) {
+  const auto produce = [&](const host::PieceSink& sink) {
+    host::DictionaryWriter writer(sink);
+    for (const auto& [service, root] : answers) writer.entry(service, root);
+    writer.finish();
+  };
+  if (!host::writeFileAndReadBack(paths::kBrowseTemporaryFile, produce, printBytes)) {
+    printText("(null)");
+  }
+  (void)host::removeItem(paths::kBrowseTemporaryFile);  // Another run replaces a leftover.
+}
+
+void browseAllServices(const std::string& metadataFolder) {
+  host::PropertyDictionary answers;
+  scanServiceDescriptors(
+      {.taken = [&](const std::string& path) { addAnswer(path, metadataFolder, answers); }});
+  printThroughTemporaryFile(answers);
+}
+
+void browseOneService(const std::string& service, const std::string& metadataFolder) {
+  const auto [path, descriptor] = findServiceDescriptor(service);
+  const MaybeString executable = descriptor.text("RestoreBinaryPath");
+  const MaybeString serviceName = descriptor.serviceName();
+  debugLine("serviceConfFilePath", path);
+  debugLine("RestoreBinaryPath", executable);
+  debugLine("BrowseCMD", descriptor.entry("RestoreActions", "Browse"));
+  debugLine("ServiceName", serviceName);
+  const std::string folder = joinPath(metadataFolder, serviceName);
+  if (!hasServiceFolder(folder, serviceName)) return;
+  auto arguments = host::argumentsUpToAbsent(
+      {"-cmd", "browse", "-path", folder, "-log", descriptor.text("RestoreLog")});
+  if (const MaybeString requested = option("-opt")) {
+    arguments.insert(arguments.end(), {"-opt", *requested});
+  }
+  // Every line with its line feed, the empty one after the last included: the answer as it stands
+  // and one line feed more.
+  host::RunTask(executable, arguments, {.output = printBytes, .error = host::dropOutput});
+  printText("\n");
+}
+
+}  // namespace
+
+void Browse() {
+  const FunctionLog scope(__func__);
+  const std::string image = option("-path").value_or("");
+  const MaybeString service = option("-service");
+  verboseLine("mountedImagePath", image);
+  verboseLine("service", service);
+  get_Helmsman_Prefs();
+  const std::string metadataFolder = findSnapshotMetadataFolder(image, EntryLines::none);
+  debugPlatformLog("serverMetaDataPath := %s", metadataFolder.c_str());
+  const bool known = isListedService(service);
+  if (service && equalsIgnoringCase(*service, "all")) {
+    browseAllServices(metadataFolder);
+  } else if (known) {
+    browseOneService(*service, metadataFolder);
+  } else {
+    printText("Service := %s, does not match a valid service for browsing!\n", orNull(service));
+  }
+}
+
+}  // namespace halyard

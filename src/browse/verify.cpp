@@ -1,0 +1,68 @@
+#include "browse/verify.h"
+
+#include <cstddef>
+#include <string>
+
+#include "config/preferences.h"
+#include "config/service_descriptor.h"
+#include "frontend/function_log.h"
+#include "frontend/log.h"
+#include "frontend/run_state.h"
+#include "host/task.h"
+#include "host/text.h"
+
+namespace halyard {
+
+namespace {
+
+constexpr std::int32_t kNoSummary = 99;  // unknown service, or no summary line
+constexpr std::string_view kSummary = "Number of failures to match";
+constexpr std::size_t kValueColumn = 31;  // the length of kSummary and " := "
+
+std::int32_t runVerifyPlugin(const MaybeString& image, const MaybeString& service) {
+  const auto [path, descriptor] = findServiceDescriptor(service);
+  const MaybeString executable = descriptor.text("VerifyBinaryPath");
+  const MaybeString log = descriptor.text("VerifyLog");
+  debugLine("serviceConfFilePath", path);
+  debugLine("VerifyBinaryPath", executable);
+  debugLine("ServiceName", descriptor.serviceName());
+  debugLine("VerifyLog", log);
+  // The folder is not tested: the plug-in runs, and reports, in any case.
+  const std::string folder = joinPath(image, descriptor.serviceName());
+  const auto arguments =
+      host::argumentsUpToAbsent({"-cmd", "verify", "-path", folder, "-log", log});
+  return failuresReported(host::RunTask(executable, arguments, {.error = host::dropOutput}).output);
+}
+
+}  // namespace
+
+std::int32_t failuresReported(std::string_view output) {
+  std::int32_t failures = kNoSummary;
+  forEachLine(output, [&](std::string_view line) {
+    if (!line.starts_with(kSummary)) return;
+    // By column, not by separator: a plug-in may write ": " for " := ".
+    const std::string value(afterCharacters(line, kValueColumn));
+    debugLine("Number of failures to match", value);
+    failures = leadingInteger(value);  // A later summary line wins.
+  });
+  return failures;
+}
+
+std::int32_t Verify() {
+  const FunctionLog scope(__func__);
+  const MaybeString image = option("-path");
+  const MaybeString service = option("-service");
+  verboseLine("IMAGE_PATH", image);
+  verboseLine("SERVICE", service);
+  get_Helmsman_Prefs();
+  std::int32_t result = kNoSummary;
+  if (isListedService(service)) {
+    result = runVerifyPlugin(image, service);
+  } else {
+    printText("Service := %s, does not match a valid service for verification!\n", orNull(service));
+  }
+  debugLine("binRet", long{result});
+  return result;
+}
+
+}  // namespace halyard

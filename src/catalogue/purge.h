@@ -1,0 +1,17 @@
+// Deletion of one snapshot.
+#pragma once
+
+#include <cstdint>
+
+namespace halyard {
+
+/// Deletes the snapshot "-path" through the snapshot engine, when one of its volume folders holds
+/// a metadata folder with a signature and the snapshot is not in progress.
+///
+/// Writes:  an error record to the progress log for a snapshot in progress.
+/// Prints:  what the engine answers when it refuses.
+/// Returns: the exit status: 74 when the purge ran to its end, whether or not anything was deleted,
+///          or was refused; 1 when the engine refused.
+std::int32_t PurgeSnapShot();
+
+}  // namespace halyard

@@ -1,0 +1,20 @@
+#include "catalogue/services.h"
+
+#include <string>
+
+#include "config/preferences.h"
+#include "frontend/function_log.h"
+#include "frontend/log.h"
+
+namespace halyard {
+
+void Services() {
+  const FunctionLog scope(__func__);
+  repairMissingPreferences();
+  forEachServiceKey([](const std::string& key) {
+    printText("%s\n", key.c_str());
+    return true;
+  });
+}
+
+}  // namespace halyard

@@ -1,0 +1,133 @@
+#include "restore/restore.h"
+
+#include <string>
+#include <vector>
+
+#include "backup/metadata_folder.h"
+#include "config/paths.h"
+#include "config/preferences.h"
+#include "config/service_descriptor.h"
+#include "config/validation.h"
+#include "frontend/function_log.h"
+#include "frontend/log.h"
+#include "frontend/pid_file.h"
+#include "frontend/progress_log.h"
+#include "frontend/run_state.h"
+#include "host/files.h"
+#include "host/task.h"
+#include "restore/service_files.h"
+
+namespace halyard {
+
+namespace {
+
+constexpr std::int32_t kBogusRestore = 1;
+
+void endWithoutVolumes(const MaybeString& image, const MaybeString& target) {
+  if (!target || !host::exists(*target)) {
+    printText("**Destination volume %s does not exist.\n", orNull(target));
+    endProcess(0);
+  }
+  if (!image || !host::exists(*image)) {
+    printText("**Restore image path %s does not exist.\n", orNull(image));
+    endProcess(0);
+  }
+}
+
+/// The metadata folder is a leftover of an ordinary backup on this very volume.
+void refuseBogusRestore() {
+  if (host::exists(paths::kMetadataFolder)) PostBackupComplete();
+  removePidProcessFile();
+  ProgressLog::open().text(
+      "\n## PROGRESS :: Halyard :: ERROR bogus restore attempt! Will delete current backup folder "
+      "to avoid future attempts.\n");
+}
+
+void runRestoreExecutable(const ServiceDescriptor& descriptor, const std::string& target) {
+  const MaybeString executable = descriptor.text("RestoreBinaryPath");
+  auto arguments = host::argumentsUpToAbsent(
+      {"-cmd", "restore", "-path", joinPath(paths::kMetadataFolder, descriptor.serviceName()),
+       "-log", descriptor.text("RestoreLog"), "-target", target});
+  if (const MaybeString action = descriptor.defaultAction()) {
+    arguments.insert(arguments.end(), {"-opt", *action});
+  }
+  host::TaskOptions options{.output = host::dropOutput, .error = host::dropOutput};
+  if (runState().debug) options.output = nullptr;  // captured for the line below
+  const host::TaskResult result = host::RunTask(executable, arguments, options);
+  debugPlatformLog("tRestoreBinaryPath =: %s", orNull(executable));
+  debugPlatformLog("args =: %s", listText(arguments).c_str());
+  debugPlatformLog("status =: %s", result.output.c_str());
+  debugPlatformLog("error =: %d", 0);  // Kept: the number means nothing.
+}
+
+void restoreOneService(const std::string& path, const std::string& target,
+                       const ProgressLog& progress) {
+  debugLine("tStr", path);
+  if (!host::exists(path)) return;
+  const ServiceDescriptor descriptor = ServiceDescriptor::read(path);
+  const MaybeString service = descriptor.serviceName();
+  debugLine("target", target);
+  debugLine("tServiceName", service);
+  debugLine("tRestoreLog", descriptor.text("RestoreLog"));
+  debugLine("tRestoreBinaryPath", descriptor.text("RestoreBinaryPath"));
+  debugLine("tDefaultRestoreAction", descriptor.defaultAction());
+  restoreServiceFiles(paths::kMetadataFolder, descriptor, progress);
+  progress.step(service, "Calling service restore binary...");
+  runRestoreExecutable(descriptor, target);
+  progress.step(service, "Service restore binary done.");
+}
+
+/// Moved away first, so that a recovery cannot run twice on a folder that is only partly there.
+void consumeMetadataFolder() {
+  host::syncAllFileSystems();  // What was restored is on disk before its source goes.
+  if (host::exists(paths::kMetadataFolder)) {
+    (void)host::moveItem(paths::kMetadataFolder, paths::kMetadataFolderAside);
+  }
+  if (!host::exists(paths::kMetadataFolderAside)) return;
+  if (removeMetadataFolder(paths::kMetadataFolderAside)) {
+    debugPlatformLog("[RESTORE]: Removed ServerMetaDataBackupFolder at path := %s!\n",
+                     paths::kMetadataFolderAside);
+  } else {
+    debugPlatformLog(
+        "[RESTORE]: Error encountered removing ServerMetaDataBackupFolder at path := %s! Should "
+        "exist but currently does not!\n",
+        paths::kMetadataFolderAside);
+  }
+}
+
+enum class Outcome { returned, bogus };
+
+Outcome restoreSystem() {
+  const FunctionLog scope("Restore");
+  const MaybeString image = option("-path");
+  const MaybeString target = option("-target");
+  validate_LogPaths();
+  debugLine("**IMG_PATH", image);
+  debugLine("**DEST_VOL", target);
+  endWithoutVolumes(image, target);
+  if (isBootedSystemsUUIDDiffentThanSource() == 0) {
+    refuseBogusRestore();
+    return Outcome::bogus;
+  }
+  const bool valid = isValidSystem() != 0;
+  if (!valid || target != "/") return Outcome::returned;
+  get_Helmsman_Prefs();
+  debugPlatformLog("mountedImagePath := %s", orNull(image));
+  debugPlatformLog("serverMetaDataPath := %s", paths::kMetadataFolder);
+  const ProgressLog progress = ProgressLog::open();
+  const auto showName = [](const std::string& name) { debugText("%s\n", name.c_str()); };
+  scanServiceDescriptors(
+      {.shortName = showName, .longName = showName, .taken = [&](const std::string& path) {
+         restoreOneService(path, *target, progress);
+       }});
+  consumeMetadataFolder();
+  return Outcome::returned;
+}
+
+}  // namespace
+
+void Restore() {
+  if (restoreSystem() == Outcome::bogus) endProcess(kBogusRestore);  // after its end line
+}
+
+}  // namespace halyard

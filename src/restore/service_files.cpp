@@ -1,0 +1,88 @@
+#include "restore/service_files.h"
+
+#include <cstddef>
+#include <optional>
+
+#include "frontend/log.h"
+#include "host/files.h"
+#include "host/tree_copy.h"
+
+namespace halyard {
+
+namespace {
+
+/// Live paths are absolute; anything else was never backed up and is left alone.
+bool isRestorable(const std::string& copy, const std::string& live) {
+  return live.starts_with('/') && host::exists(copy);
+}
+
+void setAside(const std::string& live) {
+  if (!host::exists(live)) return;
+  const std::string aside = live + ".previous";
+  if (host::exists(aside)) {
+    debugLine("Removing item at path", aside);
+    (void)host::removeItem(aside);  // When it stays, the move below fails and the live item stays.
+  }
+  debugText("Move source := %s, asside to := %s\n", live.c_str(), aside.c_str());
+  (void)host::moveItem(live, aside);
+}
+
+std::string folderOf(const std::string& live) {
+  auto folder = pathComponents(live);
+  if (folder.size() > 1) folder.pop_back();
+  return joinComponents(folder);
+}
+
+void showCopied(const std::string& copy, const std::string& live) {
+  debugLine("from", copy);
+  debugText("to   := %s\n", folderOf(live).c_str());
+}
+
+void restoreConfigurationFile(const std::string& copy, const std::string& live) {
+  setAside(live);
+  // Kept: nothing is copied back here.
+  showCopied(copy, live);
+}
+
+void restoreDataFile(const std::string& copy, const std::string& live) {
+  std::optional<host::StagedCopy> staged = host::StagedCopy::stage(copy, live);
+  const bool ready = staged && host::syncFileSystem(folderOf(live));
+  setAside(live);
+  if (ready) (void)staged->publish();
+  showCopied(copy, live);
+}
+
+std::string copyPath(const std::string& root, const MaybeString& service, const std::string& live) {
+  return joinPath(joinPath(root, service), live);
+}
+
+}  // namespace
+
+void restoreServiceFiles(const std::string& metadataRoot, const MaybeString& service,
+                         const std::vector<std::string>& configurationFiles,
+                         const std::vector<std::string>& dataFiles, const ProgressLog& progress) {
+  const auto restoreEach = [&](const std::vector<std::string>& files, const char* label,
+                               void (*restoreFile)(const std::string&, const std::string&)) {
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      const std::string copy = copyPath(metadataRoot, service, files[i]);
+      debugText("%s %d, := %s\n\t%s\n", label, static_cast<int>(i), files[i].c_str(), copy.c_str());
+      if (!isRestorable(copy, files[i])) continue;
+      debugLine("dest file", files[i]);
+      restoreFile(copy, files[i]);
+    }
+  };
+  progress.step(service, "Restoring configuration files...");
+  restoreEach(configurationFiles, "tConfigurationFiles", restoreConfigurationFile);
+  progress.step(service, "Configuration file restore done.");
+  progress.step(service, "Restoring data files...");
+  restoreEach(dataFiles, "tDataFiles", restoreDataFile);
+  progress.step(service, "Data file restore done.");
+}
+
+void restoreServiceFiles(const std::string& metadataRoot, const ServiceDescriptor& descriptor,
+                         const ProgressLog& progress) {
+  restoreServiceFiles(metadataRoot, descriptor.serviceName(), descriptor.list("ConfigurationFiles"),
+                      descriptor.list("DataFiles"), progress);
+}
+
+}  // namespace halyard
