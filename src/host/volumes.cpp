@@ -128,6 +128,7 @@ std::vector<std::string> listedMountPoints(const std::string& path) {
   }
   std::ranges::sort(found, {}, &std::vector<std::string>::size);
   std::vector<std::string> mountPoints;
+  mountPoints.reserve(found.size());
   for (const auto& folder : found) mountPoints.push_back("/" + joinComponents(folder));
   return mountPoints;
 }
