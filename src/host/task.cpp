@@ -172,9 +172,14 @@ class Stream {
   void deliver(std::string_view piece) {
     if (sink_) {
       sink_(piece);
-    } else {
-      text_.append(piece.substr(0, kCaptureLimit - text_.size()));
+      return;
     }
+    piece = piece.substr(0, kCaptureLimit - text_.size());
+    // Grows in the usual steps, but to no more than the text can ever need.
+    if (text_.capacity() - text_.size() < piece.size()) {
+      text_.reserve(std::min(kCaptureLimit, 2 * text_.capacity() + piece.size()));
+    }
+    text_.append(piece);
   }
 
   Descriptor end_;
