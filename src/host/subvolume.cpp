@@ -12,11 +12,10 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <memory>
-#include <string_view>
 #include <vector>
 
 #include "host/descriptor.h"
+#include "host/folder_entries.h"
 
 namespace halyard::host {
 
@@ -59,18 +58,15 @@ bool destroy(int folder, const std::string& name) {
   return ::ioctl(folder, BTRFS_IOC_SNAP_DESTROY, &arguments) == 0;
 }
 
-struct Closer {
-  void operator()(DIR* listing) const { ::closedir(listing); }
-};
-
 /// The folders right in a folder.
 std::vector<std::string> foldersIn(int folder) {
   std::vector<std::string> names;
-  const std::unique_ptr<DIR, Closer> listing(::fdopendir(::fcntl(folder, F_DUPFD_CLOEXEC, 0)));
-  if (!listing) return names;
-  while (const dirent* entry = ::readdir(listing.get())) {
-    const std::string_view name(entry->d_name);
-    if (entry->d_type == DT_DIR && name != "." && name != "..") names.emplace_back(name);
+  FolderReader reader;
+  std::vector<FolderEntry> entries;
+  while (reader.next(folder, entries) == 0 && !entries.empty()) {
+    for (const FolderEntry& entry : entries) {
+      if (entry.type == DT_DIR) names.emplace_back(entry.name);
+    }
   }
   return names;
 }
@@ -82,13 +78,12 @@ bool destroySubvolumes(int folder, const std::string& name) {
   if (!item || !isOnBtrfs(item.get())) return false;
   const bool isRoot = isSubvolume(item.get());
   if (isRoot && destroy(folder, name)) return true;  // The usual case: nothing nested in it.
-  bool writable = !isRoot;
+  if (isRoot) makeWritable(item.get());
   for (const std::string& inner : foldersIn(item.get())) {
     const Descriptor candidate = openFolderIn(item.get(), inner);
     if (!candidate || !isSubvolume(candidate.get())) continue;
-    if (!writable) makeWritable(item.get());
-    writable = true;
-    (void)destroy(item.get(), inner);  // What stays is met again by whoever removes the rest.
+    // What stays is removed item by item, which a read-only subvolume would refuse.
+    if (!destroy(item.get(), inner)) makeWritable(candidate.get());
   }
   item.reset();
   return isRoot && destroy(folder, name);
