@@ -41,12 +41,34 @@ std::uint64_t hashOf(std::string_view key) {
   return multiplyAdd(hash, kPoint, 0);  // The last digit must reach every bit as well.
 }
 
+using Entries = std::vector<PropertyDictionary::Entry>;
+
 /// Places of keys in a vector of entries, found by open addressing; 0 marks a free slot.
 class KeyIndex {
  public:
-  using Entries = std::vector<PropertyDictionary::Entry>;
+  /// Without keys, with room for `count` of them and more.
+  explicit KeyIndex(std::size_t count) {
+    std::size_t size = 2 * kLinearSearch;
+    while (size < count + count / 2) size *= 2;
+    slots_.resize(size);
+  }
 
-  /// The slot of `key`, or the free one where it belongs.
+  /// Place of the key; absent when it is not there.
+  std::optional<std::size_t> find(std::string_view key, const Entries& entries) const {
+    const std::uint32_t place = slots_[slotOf(key, entries)];
+    return place == 0 ? std::nullopt : std::optional<std::size_t>(place - 1);
+  }
+
+  /// Place of the first entry with the key of entry `place`, which is taken in when it is new.
+  std::size_t placeOf(const Entries& entries, std::size_t place) {
+    std::uint32_t& slot = slots_[slotOf(entries[place].first, entries)];
+    if (slot == 0) slot = static_cast<std::uint32_t>(place + 1);
+    return slot - 1;
+  }
+
+  bool hasRoomFor(std::size_t count) const { return count * 4 <= slots_.size() * 3; }
+
+ private:
   std::size_t slotOf(std::string_view key, const Entries& entries) const {
     std::size_t slot = hashOf(key) & (slots_.size() - 1);
     while (slots_[slot] != 0 && entries[slots_[slot] - 1].first != key) {
@@ -55,38 +77,13 @@ class KeyIndex {
     return slot;
   }
 
-  /// Place in `entries` plus one; 0 when the slot is free.
-  std::uint32_t placeIn(std::size_t slot) const { return slots_[slot]; }
-
-  /// Takes in the last entry, whose key is new.
-  void add(const Entries& entries) {
-    if (entries.size() * 4 > slots_.size() * 3) {
-      rebuild(entries);
-    } else {
-      slots_[slotOf(entries.back().first, entries)] = static_cast<std::uint32_t>(entries.size());
-    }
-  }
-
- private:
-  void rebuild(const Entries& entries) {
-    std::size_t size = kLinearSearch;
-    while (size < entries.size() * 2) size *= 2;
-    slots_ = {};  // Not both tables at once.
-    slots_.resize(size);
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-      std::size_t slot = hashOf(entries[i].first) & (size - 1);
-      while (slots_[slot] != 0) slot = (slot + 1) & (size - 1);
-      slots_[slot] = static_cast<std::uint32_t>(i + 1);
-    }
-  }
-
   std::vector<std::uint32_t> slots_;  // their number is a power of two
 };
 
 }  // namespace
 
 struct PropertyDictionary::Storage {
-  std::vector<Entry> entries;
+  Entries entries;
   std::unique_ptr<KeyIndex> index;  // from kLinearSearch + 1 keys on
 
   Storage() = default;
@@ -96,8 +93,8 @@ struct PropertyDictionary::Storage {
 
   Entry* find(std::string_view key) {
     if (index) {
-      const std::uint32_t place = index->placeIn(index->slotOf(key, entries));
-      return place == 0 ? nullptr : &entries[place - 1];
+      const auto place = index->find(key, entries);
+      return place ? &entries[*place] : nullptr;
     }
     const auto found = std::ranges::find(entries, key, &Entry::first);
     return found == entries.end() ? nullptr : &*found;
@@ -105,10 +102,47 @@ struct PropertyDictionary::Storage {
 
   void append(std::string key, PropertyValue value) {
     entries.emplace_back(std::move(key), std::move(value));
-    if (!index && entries.size() > kLinearSearch) index = std::make_unique<KeyIndex>();
-    if (index) index->add(entries);
+    if (index && index->hasRoomFor(entries.size())) {
+      (void)index->placeOf(entries, entries.size() - 1);
+    } else if (entries.size() > kLinearSearch) {
+      index = nullptr;  // Not both at once.
+      index = std::make_unique<KeyIndex>(2 * entries.size());
+      for (std::size_t i = 0; i < entries.size(); ++i) (void)index->placeOf(entries, i);
+    }
+  }
+
+  /// Place of the first entry with the key of entry `place`; all entries before it differ.
+  std::size_t firstWithKeyOf(std::size_t place) {
+    if (index) return index->placeOf(entries, place);
+    const auto last = entries.begin() + static_cast<std::ptrdiff_t>(place);
+    const auto found = std::find_if(entries.begin(), last,
+                                    [&](const Entry& entry) { return entry.first == last->first; });
+    return static_cast<std::size_t>(found - entries.begin());
+  }
+
+  /// Leaves each key once: at its first place, with its last value.
+  void unite() {
+    if (entries.size() > kLinearSearch) index = std::make_unique<KeyIndex>(entries.size());
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      if (i != count) std::swap(entries[i], entries[count]);
+      const std::size_t first = firstWithKeyOf(count);
+      if (first == count) {
+        ++count;
+      } else {
+        entries[first].second = std::move(entries[count].second);
+      }
+    }
+    entries.resize(count);
   }
 };
+
+PropertyDictionary::PropertyDictionary(std::vector<Entry> entries) {
+  if (entries.empty()) return;
+  storage_ = std::make_unique<Storage>();
+  storage_->entries = std::move(entries);
+  storage_->unite();
+}
 
 PropertyDictionary::PropertyDictionary() = default;
 PropertyDictionary::PropertyDictionary(PropertyDictionary&&) noexcept = default;
@@ -136,10 +170,6 @@ void PropertyDictionary::set(std::string key, PropertyValue value) {
   } else {
     storage_->append(std::move(key), std::move(value));
   }
-}
-
-void PropertyDictionary::trim() {
-  if (storage_) storage_->entries.shrink_to_fit();
 }
 
 std::vector<PropertyDictionary::Entry>::const_iterator PropertyDictionary::begin() const {

@@ -5,7 +5,8 @@
 // predefined five and character references, at most 512 containers inside each other, nothing but
 // white space after the root, no attribute with a reference in it. The root is <plist> with exactly
 // one value, or the value itself. A key without a value, a value without a key, an unknown element,
-// text where none belongs, and a number or base64 text that is not wholly one are refused too.
+// text where none belongs, and a number or base64 text that is not wholly one are refused too, and
+// so is a tag or comment of more than a megabyte.
 // Integers have a sign and decimal or "0x" digits and fit 64 bits; reals may be "nan" or "inf";
 // dates are texts that nobody looks at. Whatever is refused is absent: never an exception, an exit
 // or a partial value.
@@ -38,6 +39,8 @@ class PropertyDictionary {
   using Entry = std::pair<std::string, PropertyValue>;
 
   PropertyDictionary();
+  /// Takes entries in order, as so many calls of set().
+  explicit PropertyDictionary(std::vector<Entry> entries);
   PropertyDictionary(PropertyDictionary&&) noexcept;
   PropertyDictionary& operator=(PropertyDictionary&&) noexcept;
   PropertyDictionary(const PropertyDictionary&);
@@ -50,8 +53,6 @@ class PropertyDictionary {
   const PropertyValue* find(std::string_view key) const;
   /// Replaces the value of a key that is there, else appends it.
   void set(std::string key, PropertyValue value);
-  /// Gives back the memory that is held for further keys.
-  void trim();
   std::vector<Entry>::const_iterator begin() const;
   std::vector<Entry>::const_iterator end() const;
   /// The same keys with equal values in the same order.
@@ -152,12 +153,17 @@ class PropertyValue {
                                double, bool, Text, Text>;
 
   template <Kind kKind, typename T>
-  static PropertyValue make(T content);
+  PropertyValue(std::integral_constant<Kind, kKind> kind, T&& content);
   template <Kind kKind>
   const auto* content() const;
 
   Content content_;
 };
+
+// Inline because the reader moves each value several times.
+inline PropertyValue::PropertyValue(PropertyValue&& other) noexcept = default;
+inline PropertyValue& PropertyValue::operator=(PropertyValue&& other) noexcept = default;
+inline PropertyValue::~PropertyValue() = default;
 
 inline constexpr std::size_t kPreferenceLimit = std::size_t{16} << 20;  ///< Bytes.
 inline constexpr std::size_t kBrowseDataLimit = std::size_t{256} << 20;

@@ -1,7 +1,6 @@
 #include "host/property_list_builder.h"
 
 #include <algorithm>
-#include <array>
 
 #include "host/property_scalars.h"
 
@@ -18,30 +17,48 @@ constexpr std::size_t kWorthTrimming = std::size_t{1} << 20;
 
 bool isBlank(std::string_view text) { return std::ranges::all_of(text, isXmlSpace); }
 
+/// A name of at most seven letters as one number, 0 for a longer one: half of a list is names.
+constexpr std::uint64_t packed(std::string_view name) {
+  if (name.size() > 7) return 0;
+  std::uint64_t number = name.size();
+  for (const char c : name) number = number << 8 | static_cast<unsigned char>(c);
+  return number;
+}
+
 }  // namespace
 
 std::optional<PropertyElement> elementNamed(std::string_view name) {
-  using Row = std::pair<std::string_view, Element>;
-  static constexpr std::array<Row, 11> kElements{{
-      {"key", Element::key},
-      {"string", Element::string},
-      {"dict", Element::dictionary},
-      {"array", Element::array},
-      {"integer", Element::integer},
-      {"true", Element::yes},
-      {"false", Element::no},
-      {"data", Element::data},
-      {"date", Element::date},
-      {"real", Element::real},
-      {"plist", Element::plist},
-  }};
-  const auto row = std::ranges::find(kElements, name, &Row::first);
-  return row == kElements.end() ? std::nullopt : std::optional(row->second);
+  switch (packed(name)) {
+    case packed("plist"):
+      return Element::plist;
+    case packed("dict"):
+      return Element::dictionary;
+    case packed("array"):
+      return Element::array;
+    case packed("key"):
+      return Element::key;
+    case packed("string"):
+      return Element::string;
+    case packed("integer"):
+      return Element::integer;
+    case packed("real"):
+      return Element::real;
+    case packed("true"):
+      return Element::yes;
+    case packed("false"):
+      return Element::no;
+    case packed("date"):
+      return Element::date;
+    case packed("data"):
+      return Element::data;
+    default:
+      return std::nullopt;
+  }
 }
 
 /// Whether an element may start here; the plist element stands first or nowhere.
 bool PropertyListBuilder::mayStand(PropertyElement element) const {
-  if (leafIsOpen_) return false;
+  if (leaf_) return false;
   if (element == Element::plist) return !plistIsOpen_ && open_.empty();
   if (open_.empty()) return !root_ && element != Element::key;
   const Container& container = open_.back();
@@ -57,15 +74,14 @@ bool PropertyListBuilder::start(PropertyElement element) {
     if (open_.size() == kDeepest) return false;
     open_.emplace_back().isDictionary = element == Element::dictionary;
   } else {
-    leafIsOpen_ = true;
-    leafHasText_ = element != Element::yes && element != Element::no;
+    leaf_ = element;
     text_.clear();
   }
   return true;
 }
 
 bool PropertyListBuilder::characters(std::string_view text) {
-  if (!leafIsOpen_ || !leafHasText_) return isBlank(text);
+  if (!leaf_ || leaf_ == Element::yes || leaf_ == Element::no) return isBlank(text);
   text_ += text;
   return true;
 }
@@ -74,8 +90,8 @@ std::string PropertyListBuilder::takeText() {
   return text_.size() < kWorthTrimming ? std::string(text_) : std::move(text_);
 }
 
-std::optional<PropertyValue> PropertyListBuilder::leafValue(PropertyElement element) {
-  switch (element) {
+std::optional<PropertyValue> PropertyListBuilder::leafValue() {
+  switch (*leaf_) {
     case Element::string:
       return PropertyValue(takeText());
     case Element::integer:
@@ -90,43 +106,52 @@ std::optional<PropertyValue> PropertyListBuilder::leafValue(PropertyElement elem
       if (auto bytes = decodeBase64(text_)) return PropertyValue::data(std::move(*bytes));
       return std::nullopt;
     default:
-      return PropertyValue(element == Element::yes);
+      return PropertyValue(leaf_ == Element::yes);
   }
 }
 
-bool PropertyListBuilder::end(PropertyElement element) {
-  if (element == Element::plist) {
+bool PropertyListBuilder::end() {
+  if (leaf_) {
+    if (!endLeaf()) return false;
+  } else if (!open_.empty()) {
+    if (!endContainer()) return false;
+  } else {
     plistIsOpen_ = false;
-    return root_.has_value();
   }
-  if (!leafIsOpen_) return endContainer();
-  leafIsOpen_ = false;
-  if (element == Element::key) {
+  isComplete_ = !plistIsOpen_ && open_.empty();
+  return !isComplete_ || root_;
+}
+
+bool PropertyListBuilder::endLeaf() {
+  if (leaf_ == Element::key) {
     open_.back().key = takeText();
     open_.back().hasKey = true;
-    return true;
+  } else {
+    auto value = leafValue();
+    if (!value) return false;
+    place(std::move(*value));
   }
-  auto value = leafValue(element);
-  if (!value) return false;
-  place(std::move(*value));
+  leaf_.reset();
   return true;
 }
 
+/// Gives back what a vector holds for further elements, where that is worth a copy.
+template <typename T>
+void trim(std::vector<T>& elements) {
+  if (elements.size() * sizeof(T) < kWorthTrimming) elements.shrink_to_fit();
+}
+
 bool PropertyListBuilder::endContainer() {
-  Container& container = open_.back();
-  if (container.hasKey) return false;
-  PropertyValue value;
-  if (container.isDictionary) {
-    container.dictionary.trim();
-    value = std::move(container.dictionary);
-  } else {
-    if (container.array.size() * sizeof(PropertyValue) < kWorthTrimming) {
-      container.array.shrink_to_fit();
-    }
-    value = std::move(container.array);
-  }
+  Container container = std::move(open_.back());
   open_.pop_back();
-  place(std::move(value));
+  if (container.hasKey) return false;
+  if (container.isDictionary) {
+    trim(container.entries);
+    place(PropertyDictionary(std::move(container.entries)));
+  } else {
+    trim(container.array);
+    place(std::move(container.array));
+  }
   return true;
 }
 
@@ -137,7 +162,7 @@ void PropertyListBuilder::place(PropertyValue value) {
   }
   Container& container = open_.back();
   if (container.isDictionary) {
-    container.dictionary.set(std::move(container.key), std::move(value));
+    container.entries.emplace_back(std::move(container.key), std::move(value));
     container.hasKey = false;
   } else {
     container.array.push_back(std::move(value));

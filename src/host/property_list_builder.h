@@ -33,10 +33,12 @@ std::optional<PropertyElement> elementNamed(std::string_view name);
 class PropertyListBuilder {
  public:
   bool start(PropertyElement element);
-  bool end(PropertyElement element);
+  bool end();
   bool characters(std::string_view text);
 
-  /// The value of a document that has ended.
+  /// Whether the root has ended.
+  bool isComplete() const { return isComplete_; }
+  /// The value of a document whose root has ended.
   PropertyValue takeRoot() { return std::move(*root_); }
 
  private:
@@ -45,20 +47,21 @@ class PropertyListBuilder {
     bool isDictionary = false;
     bool hasKey = false;
     std::string key;
-    PropertyDictionary dictionary;
+    std::vector<PropertyDictionary::Entry> entries;
     PropertyArray array;
   };
 
   bool mayStand(PropertyElement element) const;
+  bool endLeaf();
   bool endContainer();
   void place(PropertyValue value);
   std::string takeText();
-  std::optional<PropertyValue> leafValue(PropertyElement element);
+  std::optional<PropertyValue> leafValue();
 
   bool plistIsOpen_ = false;
-  bool leafIsOpen_ = false;
-  bool leafHasText_ = false;  // may hold more than white space
-  std::string text_;          // of the open leaf
+  bool isComplete_ = false;
+  std::optional<PropertyElement> leaf_;  // the open element that is no container
+  std::string text_;                     // of the leaf
   std::vector<Container> open_;
   std::optional<PropertyValue> root_;
 };

@@ -12,7 +12,10 @@ namespace halyard::host {
 namespace {
 
 /// Bytes given to expat at a time: it keeps a copy of what it is given.
-constexpr std::size_t kChunk = std::size_t{64} << 10;
+constexpr std::size_t kPiece = std::size_t{64} << 10;
+/// A tag or comment beyond this is refused: a single tag of megabytes of attributes keeps expat
+/// busy for many seconds. Texts may have any length.
+constexpr std::size_t kLongestToken = std::size_t{1} << 20;
 
 /// Drives expat over a text and stops it at the first thing that is refused.
 class Reader {
@@ -41,7 +44,6 @@ class Reader {
   std::string_view text_;
   std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)> parser_;
   PropertyListBuilder builder_;
-  std::size_t depth_ = 0;  // elements that are open
   std::size_t events_ = 0;
   bool refused_ = false;
 };
@@ -73,20 +75,22 @@ std::optional<PropertyValue> Reader::read() {
 
 /// Whether all of the text is a list.
 bool Reader::feed() {
-  std::size_t chunk = kChunk;
-  for (std::string_view rest = text_;;) {
-    const std::string_view piece = rest.substr(0, chunk);
+  std::size_t length = kPiece;
+  std::size_t silent = 0;  // bytes since the latest event
+  for (std::string_view rest = text_; !builder_.isComplete();) {
+    const std::string_view piece = rest.substr(0, length);
     rest.remove_prefix(piece.size());
     const std::size_t eventsBefore = events_;
     if (XML_Parse(parser_.get(), piece.data(), static_cast<int>(piece.size()),
                   rest.empty() ? 1 : 0) != XML_STATUS_OK) {
       return false;
     }
-    if (rest.empty()) return !refused_;
-    // A comment or tag that is longer than a piece is scanned from its start each time, so the
-    // pieces must grow with it.
-    chunk = events_ == eventsBefore ? chunk * 2 : kChunk;
+    silent = events_ == eventsBefore ? silent + piece.size() : 0;
+    if (silent > kLongestToken) return false;
+    // What is not yet complete is scanned from its start each time, so the pieces grow with it.
+    length = silent == 0 ? kPiece : 2 * length;
   }
+  return !refused_;
 }
 
 void Reader::countEvent(bool allowed) {
@@ -117,20 +121,16 @@ bool Reader::isBlankAfterTag() const {
 void Reader::onStart(void* data, const XML_Char* name, const XML_Char** attributes) {
   Reader& reader = self(data);
   if (reader.refused_) return;
-  ++reader.depth_;
   const auto element = elementNamed(name);
   reader.countEvent(element && reader.builder_.start(*element) &&
                     (attributes[0] == nullptr || !reader.hasReferenceInTag()));
 }
 
-void Reader::onEnd(void* data, const XML_Char* name) {
+void Reader::onEnd(void* data, const XML_Char* /*name*/) {
   Reader& reader = self(data);
-  if (reader.refused_)
-    return;  // The end of an empty element comes even when its start was refused.
-  const auto element = elementNamed(name);
-  --reader.depth_;
-  reader.countEvent(element && reader.builder_.end(*element) &&
-                    (reader.depth_ > 0 || reader.isBlankAfterTag()));
+  if (reader.refused_) return;  // An empty element ends even when its start was refused.
+  reader.countEvent(reader.builder_.end() &&
+                    (!reader.builder_.isComplete() || reader.isBlankAfterTag()));
 }
 
 void Reader::onCharacters(void* data, const XML_Char* text, int length) {

@@ -6,44 +6,43 @@
 
 namespace halyard::host {
 
+namespace {
+
+template <PropertyValue::Kind kKind>
+constexpr std::integral_constant<PropertyValue::Kind, kKind> kOf{};
+
+}  // namespace
+
 template <PropertyValue::Kind kKind, typename T>
-PropertyValue PropertyValue::make(T content) {
-  constexpr auto kIndex = static_cast<std::size_t>(kKind);
-  PropertyValue value;
-  value.content_.emplace<kIndex>(std::move(content));
-  return value;
-}
+PropertyValue::PropertyValue(std::integral_constant<Kind, kKind> /*kind*/, T&& content)
+    : content_(std::in_place_index<static_cast<std::size_t>(kKind)>, std::forward<T>(content)) {}
 
 template <PropertyValue::Kind kKind>
 const auto* PropertyValue::content() const {
   return std::get_if<static_cast<std::size_t>(kKind)>(&content_);
 }
 
-PropertyValue::PropertyValue()
-    : content_(std::in_place_index<static_cast<std::size_t>(Kind::string)>) {}
+PropertyValue::PropertyValue() : PropertyValue(std::string()) {}
 PropertyValue::PropertyValue(PropertyDictionary value)
-    : PropertyValue(make<Kind::dictionary>(std::move(value))) {}
+    : PropertyValue(kOf<Kind::dictionary>, std::move(value)) {}
 PropertyValue::PropertyValue(PropertyArray value)
-    : PropertyValue(make<Kind::array>(std::move(value))) {}
+    : PropertyValue(kOf<Kind::array>, std::move(value)) {}
 PropertyValue::PropertyValue(std::string value)
-    : PropertyValue(make<Kind::string>(std::move(value))) {}
+    : PropertyValue(kOf<Kind::string>, std::move(value)) {}
 PropertyValue::PropertyValue(const char* value) : PropertyValue(std::string(value)) {}
-PropertyValue::PropertyValue(std::int64_t value) : PropertyValue(make<Kind::integer>(value)) {}
+PropertyValue::PropertyValue(std::int64_t value) : PropertyValue(kOf<Kind::integer>, value) {}
 PropertyValue::PropertyValue(int value) : PropertyValue(std::int64_t{value}) {}
-PropertyValue::PropertyValue(double value) : PropertyValue(make<Kind::real>(value)) {}
-PropertyValue::PropertyValue(bool value) : PropertyValue(make<Kind::boolean>(value)) {}
+PropertyValue::PropertyValue(double value) : PropertyValue(kOf<Kind::real>, value) {}
+PropertyValue::PropertyValue(bool value) : PropertyValue(kOf<Kind::boolean>, value) {}
 
 PropertyValue PropertyValue::date(std::string iso8601) {
-  return make<Kind::date>(std::move(iso8601));
+  return {kOf<Kind::date>, std::move(iso8601)};
 }
 
-PropertyValue PropertyValue::data(std::string bytes) { return make<Kind::data>(std::move(bytes)); }
+PropertyValue PropertyValue::data(std::string bytes) { return {kOf<Kind::data>, std::move(bytes)}; }
 
-PropertyValue::PropertyValue(PropertyValue&& other) noexcept = default;
-PropertyValue& PropertyValue::operator=(PropertyValue&& other) noexcept = default;
 PropertyValue::PropertyValue(const PropertyValue& other) = default;
 PropertyValue& PropertyValue::operator=(const PropertyValue& other) = default;
-PropertyValue::~PropertyValue() = default;
 
 PropertyValue::Kind PropertyValue::kind() const { return static_cast<Kind>(content_.index()); }
 
