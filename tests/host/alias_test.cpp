@@ -227,31 +227,51 @@ TEST_F(ResolveAliasMounts, TheWholeVolumeComesBeforeAPartOfIt) {
             whole + " " + part);
 }
 
+/// A loop device with one partition, "halyard-part", that holds a file system.
+class PartitionedDisk {
+ public:
+  explicit PartitionedDisk(const Scratch& scratch) {
+    const std::string image = scratch / "disk.img";
+    if (!run("truncate -s 64M " + image +
+             " && printf 'label: gpt\\nname=halyard-part\\n' | sfdisk " + image)) {
+      return;
+    }
+    disk_ = test::outputOf("losetup -f --show " + image);
+    // partx reads the table itself: not every kernel knows every kind of table.
+    ready_ = !disk_.empty() && run("partx -a " + disk_) && run("mkfs.ext4 -q " + partition());
+  }
+  PartitionedDisk(const PartitionedDisk&) = delete;
+  PartitionedDisk& operator=(const PartitionedDisk&) = delete;
+  ~PartitionedDisk() {
+    if (disk_.empty()) return;
+    EXPECT_TRUE(run("partx -d " + disk_ + "; losetup -d " + disk_));
+  }
+
+  bool isReady() const { return ready_; }
+  std::string partition() const { return disk_ + "p1"; }
+
+ private:
+  static bool run(const std::string& command) {
+    return std::system(("{ " + command + "; } >/dev/null 2>&1").c_str()) == 0;
+  }
+
+  std::string disk_;
+  bool ready_ = false;
+};
+
 TEST_F(ResolveAliasMounts, PartitionTagsResolve) {
-  const std::string image = scratch_ / "disk.img";
-  const std::string make =
-      "truncate -s 64M '" + image +
-      "' && printf 'label: gpt\\nname=halyard-part, size=32MiB\\n' | sfdisk -q '" + image +
-      "' >/dev/null 2>&1";
-  if (std::system(make.c_str()) != 0) GTEST_SKIP() << "no sfdisk";
-  const std::string disk = test::outputOf("losetup -fP --show '" + image + "'");
-  const std::string part = disk + "p1";
+  const PartitionedDisk disk(scratch_);
+  if (!disk.isReady()) GTEST_SKIP() << "no sfdisk, or no partitions on loop devices";
   const std::string folder = scratch_.makeFolder("volume");
-  const bool ready =
-      !disk.empty() && std::system(("mkfs.ext4 -q " + part + " >/dev/null 2>&1").c_str()) == 0;
-  std::string answer;
-  if (ready) {
-    const std::string uuid = test::outputOf("blkid -p -o value -s PART_ENTRY_UUID " + part);
-    answer = withFstab("", [&] {
-      (void)::mount(part.c_str(), folder.c_str(), "ext4", 0, nullptr);
-      return resolved("PARTLABEL=halyard-part") + " " + resolved("PARTUUID=" + uuid);
-    });
-  }
-  if (!disk.empty()) {
-    EXPECT_EQ(std::system(("losetup -d " + disk).c_str()), 0);
-  }
-  if (!ready) GTEST_SKIP() << "no partitions on loop devices";
-  EXPECT_EQ(answer, folder + " " + folder);
+  const std::string uuid =
+      test::outputOf("blkid -p -o value -s PART_ENTRY_UUID " + disk.partition());
+  EXPECT_EQ(withFstab("",
+                      [&] {
+                        (void)::mount(disk.partition().c_str(), folder.c_str(), "ext4", 0, nullptr);
+                        return resolved("PARTLABEL=halyard-part") + " " +
+                               resolved("PARTUUID=" + uuid);
+                      }),
+            folder + " " + folder);
 }
 
 TEST_F(ResolveAliasMounts, NoEnvironmentVariableMovesFstab) {
