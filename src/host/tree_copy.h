@@ -12,10 +12,13 @@
 #include <string>
 #include <string_view>
 
+#include "host/descriptor.h"
+#include "host/location.h"
+
 namespace halyard::host {
 
-/// A complete copy of an item that stands beside its destination under a temporary name. Goes away
-/// with the object unless it was published.
+/// A complete copy of an item that stands beside its destination, in a folder with a temporary name
+/// that is closed to others. Goes away with the object unless it was published.
 class StagedCopy {
  public:
   /// Copies the item at `source` beside `destination`. Absent, with nothing left behind, when the
@@ -23,7 +26,7 @@ class StagedCopy {
   /// on any error (after EIO or ENOSPC no other way of copying is tried).
   static std::optional<StagedCopy> stage(const std::string& source, const std::string& destination);
 
-  StagedCopy(StagedCopy&& other) noexcept;
+  StagedCopy(StagedCopy&&) noexcept = default;
   StagedCopy& operator=(StagedCopy&& other) noexcept;
   ~StagedCopy();
 
@@ -35,9 +38,15 @@ class StagedCopy {
   const std::string& path() const { return path_; }
 
  private:
-  StagedCopy(std::string path, std::string destination);
+  StagedCopy() = default;
+  bool makeFolder();
+  void discard();
+
   std::string path_;
   std::string destination_;
+  Location place_;         ///< Of the destination.
+  std::string temporary_;  ///< The name of the temporary folder beside it.
+  Descriptor folder_;      ///< That folder; none once the copy was published.
 };
 
 /// Copies one item, whole or not at all: stage and publish. False when the destination exists, its
@@ -53,10 +62,12 @@ struct TreeCopyOptions {
   bool oneFileSystem = false;
   /// Given a path relative to the source root, whether it and what is below it are left out.
   std::function<bool(std::string_view relativePath)> excluded;
-  /// Told of each item that could not be copied (relative path and errno); the walk then goes on
-  /// without it. Without this function the first error ends the copy.
+  /// Told of each item that could not be copied (relative path, empty for the root, and errno); the
+  /// walk then goes on without it, unless the destination is full or read-only. Without this
+  /// function the first error ends the copy.
   std::function<void(std::string_view relativePath, int error)> failed;
-  /// The destination folder may exist already: folders are merged, other items replaced.
+  /// The destination folder, or a link to one, may exist already: folders are merged and take the
+  /// attributes of the source, other items are replaced, each at once.
   bool intoExisting = false;
 };
 
@@ -71,7 +82,7 @@ struct TreeCopyReport {
 };
 
 /// Copies the tree at `source` to `destination` in place: for work folders that a caller publishes
-/// or removes as a whole.
+/// or removes as a whole. A destination inside the source is left out of the copy.
 TreeCopyReport copyTree(const std::string& source, const std::string& destination,
                         const TreeCopyOptions& options = {});
 

@@ -1,0 +1,219 @@
+#include "host/item_copier.h"
+
+#include <dirent.h>
+#include <linux/limits.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "host/remove_tree.h"
+#include "host/system_call.h"
+#include "host/temporary_name.h"
+
+namespace halyard::host {
+
+namespace {
+
+constexpr mode_t kPrivateMode = 0600;
+
+bool sameTime(const struct timespec& left, const struct timespec& right) {
+  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+bool hasOtherNames(const struct stat& status) { return status.st_nlink > 1; }
+
+/// Whether a link that cannot be made leaves a fresh copy as the other way.
+bool isLinkRefusal(int error) {
+  return error == ENOENT || error == EMLINK || error == EPERM || isUnsupported(error);
+}
+
+int statusOf(int folder, const char* name, struct stat& status) {
+  return errorOf([&] { return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW); });
+}
+
+GivenAttributes givenBy(const struct stat& status) {
+  return {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
+}
+
+int makeLink(const FolderPair& folders, const char* fromName, const char* name) {
+  std::array<char, PATH_MAX + 1> text{};
+  const auto length = uninterrupted(
+      [&] { return ::readlinkat(folders.source, fromName, text.data(), text.size() - 1); });
+  if (length < 0) return errno;
+  return errorOf([&] { return ::symlinkat(text.data(), folders.target, name); });
+}
+
+}  // namespace
+
+/// Makes the item under the name, or, where another may be replaced, under a temporary name and
+/// renames it: the old item stands until the new one is complete.
+template <typename Make>
+int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
+  int error = make(name);
+  if (error != EEXIST || !folders.replaces) return error;
+
+  std::string temporary;
+  for (int attempt = 0; error == EEXIST && attempt < kTemporaryNameAttempts; ++attempt) {
+    temporary = temporaryName();
+    error = make(temporary.c_str());
+  }
+  if (error != 0) return error;
+  const auto rename = [&] {
+    return errorOf(
+        [&] { return ::renameat(folders.target, temporary.c_str(), folders.target, name); });
+  };
+  error = rename();
+  if (error == EISDIR) {
+    error = removeTreeAt(folders.target, name);
+    if (error == 0) error = rename();
+  }
+  // Two names of one item are not renamed over each other: the temporary one would stay.
+  (void)errorOf([&] { return ::unlinkat(folders.target, temporary.c_str(), 0); });
+  return error;
+}
+
+int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toName,
+                     unsigned char type) {
+  if (type == DT_DIR) return EISDIR;
+  // The entry may be out of date, so a file that turns out to be something else is looked at again.
+  if (type == DT_REG) {
+    const int error = copyFile(folders, fromName, toName);
+    if (error != ELOOP) return error;
+  }
+  return copyOther(folders, fromName, toName);
+}
+
+int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* toName) {
+  const Descriptor from(opener_.open(folders.source, fromName,
+                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!from) return errno == ENXIO ? ELOOP : errno;
+  struct stat status = {};
+  if (const int error = errorOf([&] { return ::fstat(from.get(), &status); })) return error;
+  if (!S_ISREG(status.st_mode)) return ELOOP;
+
+  int error = ENOENT;
+  if (hasOtherNames(status)) {
+    error = place(folders, toName,
+                  [&](const char* name) { return hardLinks_.link(status, folders.target, name); });
+    if (error == 0) return 0;
+    if (!isLinkRefusal(error)) return error;
+  }
+  error = attributes_.read(AttributeItem::opened(from.get()));
+  if (error != 0) return error;
+  error = linkToReference(folders, fromName, toName, status);
+  if (isLinkRefusal(error)) {
+    error = place(folders, toName,
+                  [&](const char* name) { return makeFile(folders, from.get(), name, status); });
+    if (error == 0) {
+      ++report_.copied;
+      report_.copiedBytes += static_cast<std::uint64_t>(status.st_size);
+    }
+  }
+  if (error == 0 && hasOtherNames(status)) hardLinks_.remember(status, toName);
+  return error;
+}
+
+int ItemCopier::makeFile(FolderPair& folders, int from, const char* name,
+                         const struct stat& status) {
+  const mode_t wanted = status.st_mode & kPermissionBits;
+  const bool isPlain = folders.firstMade && !folders.handsDown && attributes_.empty() &&
+                       folders.firstMade->st_uid == status.st_uid &&
+                       folders.firstMade->st_gid == status.st_gid && (wanted & ~0777U) == 0;
+  // A file that is to have another owner or a list is closed to others until it has them.
+  const mode_t mode = isPlain ? wanted : kPrivateMode;
+  const Descriptor to(uninterrupted([&] {
+    return ::openat(folders.target, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                    mode);
+  }));
+  if (!to) return errno;
+  const int error = fillFile(folders, from, to.get(), status, isPlain);
+  if (error != 0) (void)errorOf([&] { return ::unlinkat(folders.target, name, 0); });
+  return error;
+}
+
+int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct stat& status,
+                         bool isPlain) {
+  int error = 0;
+  if (!folders.firstMade) {
+    struct stat made = {};
+    error = errorOf([&] { return ::fstat(to, &made); });
+    if (error != 0) return error;
+    folders.firstMade = made;
+  }
+  error = data_.copy(from, to, status, folders.firstMade->st_dev);
+  if (error == 0 && folders.handsDown) error = removeInheritedLists(to);
+  GivenAttributes given = givenBy(*folders.firstMade);
+  given.permissions = isPlain ? status.st_mode & kPermissionBits : kPrivateMode;
+  if (error == 0) error = giveAttributes(to, status, attributes_, given);
+  return error;
+}
+
+int ItemCopier::copyOther(FolderPair& folders, const char* fromName, const char* toName) {
+  struct stat status = {};
+  if (const int error = statusOf(folders.source, fromName, status)) return error;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  if (S_ISREG(status.st_mode)) return copyFile(folders, fromName, toName);
+  if (hasOtherNames(status)) {
+    const int error = place(folders, toName, [&](const char* name) {
+      return hardLinks_.link(status, folders.target, name);
+    });
+    if (!isLinkRefusal(error)) return error;
+  }
+  const WorkingFolder here(folders.source);
+  int error = here.error();
+  if (error == 0) error = attributes_.read(AttributeItem::named(fromName));
+  if (error == 0) {
+    error = place(folders, toName,
+                  [&](const char* name) { return makeOther(folders, fromName, name, status); });
+  }
+  if (error == 0 && hasOtherNames(status)) hardLinks_.remember(status, toName);
+  return error;
+}
+
+int ItemCopier::makeOther(FolderPair& folders, const char* fromName, const char* name,
+                          const struct stat& status) {
+  const mode_t mode = status.st_mode & (S_IFMT | 0777U);
+  int error = S_ISLNK(status.st_mode)
+                  ? makeLink(folders, fromName, name)
+                  : errorOf([&] { return ::mknodat(folders.target, name, mode, status.st_rdev); });
+  if (error != 0) return error;
+  struct stat made = {};
+  error = statusOf(folders.target, name, made);
+  if (error == 0) {
+    error = giveAttributesByName(folders.target, name, status, attributes_, givenBy(made));
+  }
+  if (error != 0) (void)errorOf([&] { return ::unlinkat(folders.target, name, 0); });
+  return error;
+}
+
+bool ItemCopier::isUnchanged(const FolderPair& folders, const char* name,
+                             const struct stat& status) {
+  struct stat earlier = {};
+  if (statusOf(folders.reference, name, earlier) != 0) return false;
+  if (earlier.st_mode != status.st_mode || earlier.st_size != status.st_size ||
+      earlier.st_uid != status.st_uid || earlier.st_gid != status.st_gid ||
+      !sameTime(earlier.st_mtim, status.st_mtim)) {
+    return false;
+  }
+  const Descriptor file(opener_.open(folders.reference, name,
+                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  return file && referenceAttributes_.read(AttributeItem::opened(file.get())) == 0 &&
+         referenceAttributes_ == attributes_;
+}
+
+/// ENOENT when there is no earlier copy that is the same.
+int ItemCopier::linkToReference(FolderPair& folders, const char* fromName, const char* toName,
+                                const struct stat& status) {
+  if (folders.reference < 0 || !isUnchanged(folders, fromName, status)) return ENOENT;
+  const int error = place(folders, toName, [&](const char* name) {
+    return errorOf([&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });
+  });
+  if (error == 0) {
+    ++report_.linked;
+    report_.linkedBytes += static_cast<std::uint64_t>(status.st_size);
+  }
+  return error;
+}
+
+}  // namespace halyard::host

@@ -1,0 +1,62 @@
+// Copies single items, folders excepted, from one folder into another.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <optional>
+
+#include "host/extended_attributes.h"
+#include "host/file_data_copy.h"
+#include "host/hard_links.h"
+#include "host/item_attributes.h"
+#include "host/quiet_opener.h"
+#include "host/tree_copy.h"
+
+namespace halyard::host {
+
+/// The folders between which items are copied, as open descriptors.
+struct FolderPair {
+  int source = -1;
+  int target = -1;
+  int reference = -1;      ///< Where an earlier copy of the source folder stands; -1 for none.
+  bool replaces = false;   ///< Items may stand in the target already: they are replaced.
+  bool handsDown = false;  ///< The target gives new items an access control list of its own.
+  /// The first file that was made in the target, as it came out: its owner, group and device are
+  /// those of the next ones too.
+  std::optional<struct stat> firstMade;
+};
+
+/// Copies items with everything that belongs to them. REQUIRES: a umask of 0.
+class ItemCopier {
+ public:
+  explicit ItemCopier(TreeCopyReport& report) : report_(report) {}
+
+  /// Copies the item `fromName` to `toName`; `type` is its kind as a directory entry tells it.
+  /// EISDIR, and nothing done, for a folder. After any other error nothing new stands at `toName`.
+  int copy(FolderPair& folders, const char* fromName, const char* toName, unsigned char type);
+
+  QuietOpener& opener() { return opener_; }
+  HardLinks& hardLinks() { return hardLinks_; }
+
+ private:
+  int copyFile(FolderPair& folders, const char* fromName, const char* toName);
+  int copyOther(FolderPair& folders, const char* fromName, const char* toName);
+  template <typename Make>
+  int place(FolderPair& folders, const char* name, Make make);
+  int makeFile(FolderPair& folders, int from, const char* name, const struct stat& status);
+  int fillFile(FolderPair& folders, int from, int to, const struct stat& status, bool isPlain);
+  int makeOther(FolderPair& folders, const char* fromName, const char* name,
+                const struct stat& status);
+  bool isUnchanged(const FolderPair& folders, const char* name, const struct stat& status);
+  int linkToReference(FolderPair& folders, const char* fromName, const char* toName,
+                      const struct stat& status);
+
+  TreeCopyReport& report_;
+  QuietOpener opener_;
+  HardLinks hardLinks_;
+  FileDataCopier data_;
+  ExtendedAttributes attributes_;  ///< Of the item at hand.
+  ExtendedAttributes referenceAttributes_;
+};
+
+}  // namespace halyard::host

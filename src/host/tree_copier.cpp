@@ -1,0 +1,215 @@
+#include "host/tree_copier.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "host/system_call.h"
+
+namespace halyard::host {
+
+namespace {
+
+constexpr mode_t kPrivateMode = 0700;
+
+/// The rest of the tree will fare no better.
+bool endsEveryCopy(int error) { return error == ENOSPC || error == EDQUOT || error == EROFS; }
+
+std::string joinRelative(std::string_view folder, std::string_view name) {
+  std::string path(folder);
+  if (!path.empty() && !name.empty()) path += '/';
+  return path.append(name);
+}
+
+}  // namespace
+
+TreeCopier::TreeCopier(const TreeCopyOptions& options, SelfCopy selfCopy)
+    : options_(options), selfCopy_(selfCopy) {}
+
+TreeCopyReport TreeCopier::copy(const Location& source, const Location& target) {
+  int error = copyRoot(source, target);
+  if (error == 0) error = walk();
+  if (error != 0) report_.error = error;
+  report_.complete = report_.error == 0;
+  return report_;
+}
+
+int TreeCopier::copyRoot(const Location& source, const Location& target) {
+  FolderPair folders;
+  folders.source = source.folder.get();
+  folders.target = target.folder.get();
+  folders.replaces = options_.intoExisting;
+  folders.handsDown = true;  // It may well: for one item it is not worth asking.
+  const char* name = source.name.c_str();
+  const int error = items_.copy(folders, name, target.name.c_str(), DT_UNKNOWN);
+  if (error == 0) ++report_.items;
+  if (error != EISDIR) return error;
+  return enter(folders.source, name, folders.target, target.name.c_str());
+}
+
+int TreeCopier::walk() {
+  while (!levels_.empty()) {
+    int error = 0;
+    std::string name;
+    if (levels_.back().folders.empty()) {
+      error = leave();
+    } else {
+      name = levels_.back().folders.take();
+      error = enter(source_.current(), name.c_str(), target_.current(), name.c_str());
+    }
+    if (error != 0) return error;
+  }
+  return 0;
+}
+
+/// The error itself when it ends the walk; 0 once it has been told to whom it concerns.
+int TreeCopier::tolerate(int error, std::string_view name) {
+  if (error == 0 || !options_.failed || endsEveryCopy(error)) return error;
+  if (report_.error == 0) report_.error = error;
+  options_.failed(joinRelative(path_, name), error);
+  return 0;
+}
+
+bool TreeCopier::isLeftOut(const char* name) {
+  return options_.excluded && options_.excluded(joinRelative(path_, name));
+}
+
+/// Makes the folder the current one on all three sides and copies its items but the folders.
+int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
+                      const char* toName) {
+  const bool isRoot = levels_.empty();
+  const std::string_view shownName = isRoot ? "" : fromName;
+  Level level = {};
+  Identity identity;
+  Descriptor source(items_.opener().open(sourceFolder, fromName, kFolderFlags));
+  int error = source ? identify(source.get(), identity) : errno;
+  if (error == 0) error = errorOf([&] { return ::fstat(source.get(), &level.source); });
+  if (error != 0) return tolerate(error, shownName);
+  if (!isRoot && identity.sameItem(targetRoot_)) return selfCopy_ == SelfCopy::refused ? EINVAL : 0;
+
+  Descriptor target;
+  Identity targetIdentity;
+  error = openTarget(targetFolder, toName, target, level);
+  if (error == 0) error = identify(target.get(), targetIdentity);
+  if (error == 0 && isRoot) error = items_.hardLinks().begin(target.get());
+  if (error == 0 && targetIdentity.sameItem(identity)) error = EINVAL;
+  if (error != 0) return tolerate(error, shownName);
+
+  level.pathLength = path_.size();
+  enterReference(fromName);
+  source_.push(std::move(source), identity);
+  target_.push(std::move(target), targetIdentity);
+  levels_.push_back(std::move(level));
+  if (isRoot) {
+    sourceRoot_ = identity;
+    targetRoot_ = targetIdentity;
+  } else {
+    path_ = joinRelative(path_, fromName);
+    items_.hardLinks().enter(fromName);
+  }
+  ++report_.items;
+  if (options_.oneFileSystem && !identity.sameMount(sourceRoot_)) return 0;
+  return copyEntries();
+}
+
+/// Makes the folder in the copy, or opens the one that is there and may be merged.
+int TreeCopier::openTarget(int folder, const char* name, Descriptor& opened, Level& level) {
+  int error = errorOf([&] { return ::mkdirat(folder, name, kPrivateMode); });
+  level.isMerged = error == EEXIST && options_.intoExisting;
+  if (error != 0 && !level.isMerged) return error;
+
+  const int follow = level.isMerged && levels_.empty() ? kFolderFlags & ~O_NOFOLLOW : kFolderFlags;
+  opened = Descriptor(uninterrupted([&] { return ::openat(folder, name, follow); }));
+  if (!opened && level.isMerged && (errno == ENOTDIR || errno == ELOOP)) {
+    // Something else stands there and is replaced.
+    level.isMerged = false;
+    error = errorOf([&] { return ::unlinkat(folder, name, 0); });
+    if (error == 0) error = errorOf([&] { return ::mkdirat(folder, name, kPrivateMode); });
+    if (error != 0) return error;
+    opened = Descriptor(uninterrupted([&] { return ::openat(folder, name, kFolderFlags); }));
+  }
+  error = opened ? prepareTarget(opened.get(), level) : errno;
+  if (error != 0 && !level.isMerged) {
+    (void)errorOf([&] { return ::unlinkat(folder, name, AT_REMOVEDIR); });
+  }
+  return error;
+}
+
+int TreeCopier::prepareTarget(int folder, Level& level) {
+  struct stat status = {};
+  if (const int error = errorOf([&] { return ::fstat(folder, &status); })) return error;
+  level.given = {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
+  if (level.isMerged) {
+    level.handsDown = handsDownLists(folder);
+    return 0;
+  }
+  // Only a folder that was there before can have handed a list down to this one.
+  const bool mayHaveLists = levels_.empty() || levels_.back().handsDown;
+  return mayHaveLists ? removeInheritedLists(folder) : 0;
+}
+
+void TreeCopier::enterReference(const char* name) {
+  // The chain ends where the earlier copy lacks a folder of the path.
+  if (reference_.size() != levels_.size()) return;
+  Descriptor folder;
+  if (!levels_.empty()) {
+    folder = Descriptor(items_.opener().open(reference_.current(), name, kFolderFlags));
+  } else if (!options_.reference.empty()) {
+    folder = Descriptor(items_.opener().open(AT_FDCWD, options_.reference.c_str(),
+                                             O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  }
+  Identity identity;
+  if (!folder || identify(folder.get(), identity) != 0) return;
+  reference_.push(std::move(folder), identity);
+}
+
+int TreeCopier::copyEntries() {
+  FolderPair folders;
+  folders.source = source_.current();
+  folders.target = target_.current();
+  if (reference_.size() == levels_.size()) folders.reference = reference_.current();
+  folders.replaces = options_.intoExisting;
+  folders.handsDown = levels_.back().handsDown;
+  for (;;) {
+    if (const int error = reader_.next(folders.source, entries_)) return tolerate(error, "");
+    if (entries_.empty()) return 0;
+    for (const FolderEntry& entry : entries_) {
+      if (isLeftOut(entry.name)) continue;
+      int error = items_.copy(folders, entry.name, entry.name, entry.type);
+      if (error == 0) ++report_.items;
+      if (error == EISDIR) {
+        levels_.back().folders.add(entry.name);
+        continue;
+      }
+      error = tolerate(error, entry.name);
+      if (error != 0) return error;
+    }
+  }
+}
+
+/// Gives the folder its attributes, last of all, since every item in it changed its times, and goes
+/// back up.
+int TreeCopier::leave() {
+  const Level level = std::move(levels_.back());
+  ExtendedAttributes attributes;
+  int error = attributes.read(AttributeItem::opened(source_.current()));
+  const int target = target_.current();
+  if (error == 0 && level.isMerged) {
+    error = attributes.removeOthers(AttributeItem::opened(target));
+  }
+  if (error == 0) error = giveAttributes(target, level.source, attributes, level.given);
+  error = tolerate(error, "");
+  if (error != 0) return error;
+
+  if (reference_.size() == levels_.size() && reference_.pop() != 0) {
+    reference_.clear();  // From here on all is copied afresh.
+  }
+  levels_.pop_back();
+  path_.resize(level.pathLength);
+  if (!levels_.empty()) items_.hardLinks().leave();
+  error = source_.pop();
+  return error != 0 ? error : target_.pop();
+}
+
+}  // namespace halyard::host

@@ -1,0 +1,72 @@
+// The walk of a tree copy.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/folder_chain.h"
+#include "host/folder_entries.h"
+#include "host/item_copier.h"
+#include "host/location.h"
+#include "host/tree_copy.h"
+#include "host/umask.h"
+
+namespace halyard::host {
+
+/// What becomes of a destination that the walk meets inside the source.
+enum class SelfCopy {
+  leftOut,
+  refused,  ///< The copy ends with EINVAL.
+};
+
+/// Copies one item with everything in it, depth first: of each folder first the items that are no
+/// folders, then one folder after the other. Holds three chains of open folders: of the source, of
+/// the copy, and of an earlier copy for as far as that has the same folders.
+class TreeCopier {
+ public:
+  TreeCopier(const TreeCopyOptions& options, SelfCopy selfCopy);
+
+  /// REQUIRES: is called once.
+  TreeCopyReport copy(const Location& source, const Location& target);
+
+ private:
+  struct Level {
+    NameQueue folders;  ///< Still to be copied.
+    struct stat source;
+    GivenAttributes given;
+    bool isMerged;           ///< The target folder was there before.
+    bool handsDown;          ///< The target folder gives new items an access control list.
+    std::size_t pathLength;  ///< Of the relative path of the folder above.
+  };
+
+  int copyRoot(const Location& source, const Location& target);
+  int walk();
+  int tolerate(int error, std::string_view name);
+  bool isLeftOut(const char* name);
+  int enter(int sourceFolder, const char* fromName, int targetFolder, const char* toName);
+  int openTarget(int folder, const char* name, Descriptor& opened, Level& level);
+  int prepareTarget(int folder, Level& level);
+  void enterReference(const char* name);
+  int copyEntries();
+  int leave();
+
+  const TreeCopyOptions& options_;
+  SelfCopy selfCopy_;
+  TreeCopyReport report_;
+  ScopedUmask exactModes_{0};
+  ItemCopier items_{report_};
+  FolderReader reader_;
+  std::vector<FolderEntry> entries_;
+  FolderChain source_;
+  FolderChain target_;
+  FolderChain reference_;  ///< Shorter than the others where the earlier copy lacks folders.
+  std::vector<Level> levels_;
+  std::string path_;  ///< Of the current folder relative to the root.
+  Identity sourceRoot_;
+  Identity targetRoot_;
+};
+
+}  // namespace halyard::host
