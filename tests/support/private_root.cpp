@@ -15,6 +15,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "support/coverage.h"
 #include "support/root_process.h"
 
 namespace halyard::test {
@@ -159,6 +160,7 @@ PrivateRoot::PrivateRoot() {
   folder_ = roots + "/root-XXXXXX";
   if (mkdtemp(folder_.data()) == nullptr) stop("no folder " + folder_);
   layOut(folder_);
+  shareCounters(folder_);
 }
 
 PrivateRoot::~PrivateRoot() {
