@@ -16,12 +16,6 @@ constexpr mode_t kPrivateMode = 0700;
 /// The rest of the tree will fare no better.
 bool endsEveryCopy(int error) { return error == ENOSPC || error == EDQUOT || error == EROFS; }
 
-std::string joinRelative(std::string_view folder, std::string_view name) {
-  std::string path(folder);
-  if (!path.empty() && !name.empty()) path += '/';
-  return path.append(name);
-}
-
 }  // namespace
 
 TreeCopier::TreeCopier(const TreeCopyOptions& options, SelfCopy selfCopy)
@@ -67,12 +61,26 @@ int TreeCopier::walk() {
 int TreeCopier::tolerate(int error, std::string_view name) {
   if (error == 0 || !options_.failed || endsEveryCopy(error)) return error;
   if (report_.error == 0) report_.error = error;
-  options_.failed(joinRelative(path_, name), error);
+  const std::size_t folderLength = appendToPath(name);
+  options_.failed(path_, error);
+  path_.resize(folderLength);
   return 0;
 }
 
 bool TreeCopier::isLeftOut(const char* name) {
-  return options_.excluded && options_.excluded(joinRelative(path_, name));
+  if (!options_.excluded) return false;
+  const std::size_t folderLength = appendToPath(name);
+  const bool leftOut = options_.excluded(path_);
+  path_.resize(folderLength);
+  return leftOut;
+}
+
+/// In place, since copies of the path of each folder would cost the square of the depth.
+std::size_t TreeCopier::appendToPath(std::string_view name) {
+  const std::size_t folderLength = path_.size();
+  if (!path_.empty() && !name.empty()) path_ += '/';
+  path_ += name;
+  return folderLength;
 }
 
 /// Makes the folder the current one on all three sides and copies its items but the folders.
@@ -96,7 +104,7 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
   if (error == 0 && targetIdentity.sameItem(identity)) error = EINVAL;
   if (error != 0) return tolerate(error, shownName);
 
-  level.pathLength = path_.size();
+  level.pathLength = appendToPath(shownName);
   enterReference(fromName);
   source_.push(std::move(source), identity);
   target_.push(std::move(target), targetIdentity);
@@ -105,7 +113,6 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
     sourceRoot_ = identity;
     targetRoot_ = targetIdentity;
   } else {
-    path_ = joinRelative(path_, fromName);
     items_.hardLinks().enter(fromName);
   }
   ++report_.items;

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/folder_chain.h"
@@ -46,6 +47,7 @@ class TreeCopier {
   int walk();
   int tolerate(int error, std::string_view name);
   bool isLeftOut(const char* name);
+  std::size_t appendToPath(std::string_view name);
   int enter(int sourceFolder, const char* fromName, int targetFolder, const char* toName);
   int openTarget(int folder, const char* name, Descriptor& opened, Level& level);
   int prepareTarget(int folder, Level& level);
