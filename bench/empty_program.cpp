@@ -1,2 +1,0 @@
-// What starting and ending a program with the same libraries costs, and nothing else.
-int main() {}
