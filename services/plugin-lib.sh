@@ -230,11 +230,15 @@ entriesAsPlist() {
     entry("Path", "string", escape(path))
     entry("Kind", "string", $1)
     entry("Bytes", "integer", $2)
-    if ($7 != "") entry("Files", "integer", $7)
-    entry("Mode", "string", $3)
-    entry("Owner", "string", escape($4))
-    entry("Group", "string", escape($5))
     entry("Modified", "date", $6)
+    # An item that stands for all below it says how much that is; a single entry tells its own attributes.
+    if ($7 != "") {
+      entry("Files", "integer", $7)
+    } else {
+      entry("Mode", "string", $3)
+      entry("Owner", "string", escape($4))
+      entry("Group", "string", escape($5))
+    }
     print "\t\t</dict>"
   }'
 }

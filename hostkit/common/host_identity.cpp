@@ -17,7 +17,7 @@ std::string computerName() {
 
 std::string computerNameFromHostName(std::string_view hostName) {
   std::string name;
-  for (const char character : splitAt(hostName, '.').front()) {
+  for (const char character : hostName.substr(0, hostName.find('.'))) {
     if (character == '/' || static_cast<unsigned char>(character) <= ' ') continue;
     name += character;
   }

@@ -53,7 +53,9 @@ bool isBacked(const std::string& path) {
 
 std::optional<std::string> resolvePath(const std::string& path) {
   // The name as typed first: only once that is mounted can links on the way be followed.
-  if (!isBacked(path) || !isDirectory(path) || !isBacked(realPath(path))) return std::nullopt;
+  if (!isBacked(path) || !isDirectory(path)) return std::nullopt;
+  const std::string real = realPath(path);
+  if (real != path && !isBacked(real)) return std::nullopt;
   return path;
 }
 

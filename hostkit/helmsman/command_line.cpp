@@ -1,0 +1,159 @@
+#include "helmsman/command_line.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "helmsman/destination.h"
+#include "helmsman/enable.h"
+#include "helmsman/schedule.h"
+#include "helmsman/settings.h"
+#include "helmsman/setup.h"
+#include "helmsman/snapshots.h"
+#include "helmsman/unlock.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+// What a subcommand runs, and whether it may run for everybody.
+enum class Needs { nothing, root };
+
+class CommandLine {
+ public:
+  CommandLine();
+  int run(int count, char** words);
+
+ private:
+  // Gives a new subcommand its action.
+  CLI::App* add(const std::string& name, const std::string& help, Needs needs,
+                std::function<int()> action);
+  void addHostCommands();
+  void addServiceCommands();
+  void addSchedule();
+  void addRepositoryCommands();
+
+  CLI::App app_{"Administers Halyard, the backup of this host's services.", "helmsman"};
+  bool quiet_ = false;
+  std::function<int()> chosen_;
+  Needs needs_ = Needs::nothing;
+
+  bool json_ = false;
+  DestinationArguments destination_;
+  ScheduleArguments schedule_;
+  std::vector<std::string> services_;
+  std::string settingsWord_;
+};
+
+CommandLine::CommandLine() {
+  app_.set_version_flag("--version", "helmsman " HOSTKIT_VERSION);
+  app_.add_flag("-q,--quiet", quiet_, "No notes, only results, warnings and errors");
+  app_.require_subcommand(1);
+  app_.fallthrough();
+  app_.footer(
+      "Exit status: 0 success, 1 failure or findings, 2 a command line that makes no sense, 3 "
+      "another run is active.\nSee helmsman(8).");
+  addHostCommands();
+  addServiceCommands();
+  addSchedule();
+  addRepositoryCommands();
+}
+
+CLI::App* CommandLine::add(const std::string& name, const std::string& help, Needs needs,
+                           std::function<int()> action) {
+  CLI::App* command = app_.add_subcommand(name, help);
+  command->callback([this, needs, action = std::move(action)] {
+    needs_ = needs;
+    chosen_ = action;
+  });
+  return command;
+}
+
+void CommandLine::addHostCommands() {
+  add("setup", "Make this host ready: folders, preferences, version file, computer name",
+      Needs::root, [] { return setUpHost(); });
+
+  CLI::App* settings = add("settings", "Write the preference files that are missing", Needs::root,
+                           [] { return repairSettings(); });
+  settings->add_option("WHAT", settingsWord_, "Which settings: backup")
+      ->required()
+      ->check(CLI::IsMember({"backup"}));
+
+  CLI::App* destination = add("destination", "Set, show or list where snapshots go", Needs::root,
+                              [this] { return hostkit::destination(destination_); });
+  CLI::Option* where = destination->add_option("SPEC", destination_.specification,
+                                               "A folder, or UUID=, LABEL=, PARTUUID=, PARTLABEL=");
+  CLI::Option* show = destination->add_flag("--show", destination_.show, "Show the one that is set")
+                          ->excludes(where);
+  destination->add_flag("--list", destination_.list, "List the volumes that could serve")
+      ->excludes(where)
+      ->excludes(show);
+  destination->add_flag("--json", destination_.json, "Print JSON")->excludes(where);
+  destination->add_flag("--same-volume", destination_.sameVolume,
+                        "Accept a folder on the volume that is backed up");
+  destination->add_flag("--as-given", destination_.asGiven,
+                        "Keep a path a path instead of remembering the volume's UUID");
+
+  add("unlock", "Remove the pid file that a dead run left behind", Needs::root,
+      [] { return unlock(); });
+}
+
+void CommandLine::addServiceCommands() {
+  CLI::App* enable = add("enable", "Switch services on for backup", Needs::root,
+                         [this] { return switchServices(services_, ServiceSwitch::on); });
+  CLI::App* disable = add("disable", "Switch services off for backup", Needs::root,
+                          [this] { return switchServices(services_, ServiceSwitch::off); });
+  for (CLI::App* command : {enable, disable}) {
+    command->add_option("SERVICE", services_, "Names, or beginnings of names")->required();
+  }
+}
+
+void CommandLine::addSchedule() {
+  CLI::App* command = add("schedule", "Show or set when backups run and how long snapshots stay",
+                          Needs::root, [this] { return hostkit::schedule(schedule_); });
+  CLI::Option* daily = command->add_flag("--daily", schedule_.daily, "Every day");
+  CLI::Option* weekly =
+      command->add_option("--weekly", schedule_.weekly, "Every week on DAY")->type_name("DAY");
+  CLI::Option* monthly =
+      command->add_option("--monthly", schedule_.monthly, "Every month, as in 1:Sunday")
+          ->type_name("WEEK:DAY");
+  weekly->excludes(daily);
+  monthly->excludes(daily)->excludes(weekly);
+  command->add_option("--at", schedule_.at, "At this local time")->type_name("HH:MM");
+  command->add_option("--keep", schedule_.keep, "Keep snapshots for this many days")
+      ->type_name("DAYS");
+  CLI::Option* on = command->add_flag("--on", schedule_.on, "Switch automatic backups on");
+  command->add_flag("--off", schedule_.off, "Switch automatic backups off")->excludes(on);
+  command->add_flag("--json", schedule_.json, "Show as JSON");
+}
+
+void CommandLine::addRepositoryCommands() {
+  add("snapshots", "List this host's snapshots", Needs::root, [this] {
+    return listSnapshots(json_);
+  })->add_flag("--json", json_, "Print JSON");
+}
+
+int CommandLine::run(int count, char** words) {
+  try {
+    app_.parse(count, words);
+  } catch (const CLI::ParseError& problem) {
+    return app_.exit(problem) == 0 ? kSuccess : kUsageError;
+  }
+  setQuiet(quiet_);
+  if (needs_ == Needs::root && ::geteuid() != 0) {
+    printError("this needs to be run as root");
+    return kFailure;
+  }
+  return chosen_();
+}
+
+}  // namespace
+
+int runHelmsman(int count, char** words) { return CommandLine().run(count, words); }
+
+}  // namespace halyard::hostkit

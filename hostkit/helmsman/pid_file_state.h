@@ -1,0 +1,36 @@
+// Who holds the pid file that keeps two runs of Halyard apart.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace halyard::hostkit {
+
+struct PidFileState {
+  enum class Owner {
+    none,      ///< There is no pid file.
+    halyard,   ///< The process is a running Halyard.
+    gone,      ///< There is no such process.
+    stranger,  ///< The number belongs to another program by now.
+    unknown,   ///< The process runs and cannot be told apart, or the file cannot be read.
+  };
+  Owner owner = Owner::none;
+  int process = 0;      ///< 0 when the file does not say.
+  std::string command;  ///< The command word of that run.
+
+  bool isLeftover() const { return owner == Owner::gone || owner == Owner::stranger; }
+};
+
+/// The number and the command word of a pid file's text; 0 and empty when it has another form.
+PidFileState parsePidFile(std::string_view text);
+
+PidFileState pidFileState();
+
+/// Removes the pid file when it is a leftover, and never another one: the state is read again
+/// right before. True when no leftover is there afterwards.
+bool removeLeftoverPidFile();
+
+/// A sentence about the state, for messages.
+std::string describe(const PidFileState& state);
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,13 @@
+// "helmsman unlock": removes the pid file that a dead run left behind.
+#pragma once
+
+namespace halyard::hostkit {
+
+/// Removes the pid file when its process is gone or is no Halyard, and says so; leaves any other.
+///
+/// Prints:  a note of what was found and done.
+/// Returns: success when no pid file stands in the way afterwards; kBusy while a run is active;
+///          failure when the owner cannot be told or the file could not be removed.
+int unlock();
+
+}  // namespace halyard::hostkit
