@@ -26,8 +26,8 @@ std::uint64_t multiplyAdd(std::uint64_t a, std::uint64_t b, std::uint64_t c) {
 /// list does not know the point, so no choice of keys makes look-ups slow.
 std::uint64_t hashOf(std::string_view key) {
   static const std::uint64_t kPoint = [] {
-    std::uint64_t random = 0x9E3779B97F4A7C15;  // Without random bytes: right, only not secret.
-    (void)getentropy(&random, sizeof random);
+    std::uint64_t random = 0;
+    if (getentropy(&random, sizeof random) != 0) random = 0x9E3779B97F4A7C15;  // Only not secret.
     return random % (kPrime - 256) + 128;
   }();
   std::uint64_t hash = key.size();
@@ -43,7 +43,7 @@ std::uint64_t hashOf(std::string_view key) {
 
 using Entries = std::vector<PropertyDictionary::Entry>;
 
-/// Places of keys in a vector of entries, found by open addressing; 0 marks a free slot.
+/// Places of keys in a vector of entries, found by open addressing.
 class KeyIndex {
  public:
   /// Without keys, with room for `count` of them and more.
@@ -55,29 +55,45 @@ class KeyIndex {
 
   /// Place of the key; absent when it is not there.
   std::optional<std::size_t> find(std::string_view key, const Entries& entries) const {
-    const std::uint32_t place = slots_[slotOf(key, entries)];
-    return place == 0 ? std::nullopt : std::optional<std::size_t>(place - 1);
+    const Slot& slot = slots_[slotOf(key, hashOf(key), entries)];
+    return slot.next == 0 ? std::nullopt : std::optional<std::size_t>(slot.next - 1);
   }
 
   /// Place of the first entry with the key of entry `place`, which is taken in when it is new.
   std::size_t placeOf(const Entries& entries, std::size_t place) {
-    std::uint32_t& slot = slots_[slotOf(entries[place].first, entries)];
-    if (slot == 0) slot = static_cast<std::uint32_t>(place + 1);
-    return slot - 1;
+    const std::string& key = entries[place].first;
+    const std::uint64_t hash = hashOf(key);
+    Slot& slot = slots_[slotOf(key, hash, entries)];
+    if (slot.next == 0) slot = {static_cast<std::uint32_t>(place + 1), tagOf(hash)};
+    return slot.next - 1;
+  }
+
+  /// Has the slot of a key fetched that is asked for soon: in a large index each is a cache miss.
+  void prepare(std::string_view key) const {
+    __builtin_prefetch(&slots_[hashOf(key) & (slots_.size() - 1)]);
   }
 
   bool hasRoomFor(std::size_t count) const { return count * 4 <= slots_.size() * 3; }
 
  private:
-  std::size_t slotOf(std::string_view key, const Entries& entries) const {
-    std::size_t slot = hashOf(key) & (slots_.size() - 1);
-    while (slots_[slot] != 0 && entries[slots_[slot] - 1].first != key) {
-      slot = (slot + 1) & (slots_.size() - 1);
+  struct Slot {
+    std::uint32_t next = 0;  // place plus one; 0 marks a free slot
+    std::uint32_t tag = 0;   // tells most other keys apart without a look at their entries
+  };
+
+  static std::uint32_t tagOf(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 29); }
+
+  /// The slot of the key, or the free one where it belongs.
+  std::size_t slotOf(std::string_view key, std::uint64_t hash, const Entries& entries) const {
+    std::size_t place = hash & (slots_.size() - 1);
+    for (;; place = (place + 1) & (slots_.size() - 1)) {
+      const Slot& slot = slots_[place];
+      if (slot.next == 0) return place;
+      if (slot.tag == tagOf(hash) && entries[slot.next - 1].first == key) return place;
     }
-    return slot;
   }
 
-  std::vector<std::uint32_t> slots_;  // their number is a power of two
+  std::vector<Slot> slots_;  // their number is a power of two
 };
 
 }  // namespace
@@ -123,8 +139,10 @@ struct PropertyDictionary::Storage {
   /// Leaves each key once: at its first place, with its last value.
   void unite() {
     if (entries.size() > kLinearSearch) index = std::make_unique<KeyIndex>(entries.size());
+    constexpr std::size_t kAhead = 16;
     std::size_t count = 0;
     for (std::size_t i = 0; i < entries.size(); ++i) {
+      if (index && i + kAhead < entries.size()) index->prepare(entries[i + kAhead].first);
       if (i != count) std::swap(entries[i], entries[count]);
       const std::size_t first = firstWithKeyOf(count);
       if (first == count) {

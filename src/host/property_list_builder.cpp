@@ -155,7 +155,7 @@ bool PropertyListBuilder::endContainer() {
   return true;
 }
 
-void PropertyListBuilder::place(PropertyValue value) {
+void PropertyListBuilder::place(PropertyValue&& value) {
   if (open_.empty()) {
     root_ = std::move(value);
     return;

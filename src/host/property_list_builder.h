@@ -54,7 +54,7 @@ class PropertyListBuilder {
   bool mayStand(PropertyElement element) const;
   bool endLeaf();
   bool endContainer();
-  void place(PropertyValue value);
+  void place(PropertyValue&& value);
   std::string takeText();
   std::optional<PropertyValue> leafValue();
 
