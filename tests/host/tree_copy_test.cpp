@@ -226,7 +226,7 @@ TEST(CopyItem, KeepsHardLinksWithinTheItem) {
 
 TEST(CopyItem, KeepsHolesAndTheBytesBetweenThem) {
   const Scratch scratch;
-  for (const off_t size : {off_t{70000}, off_t{1} << 30}) {
+  for (const off_t size : {70000, 64 << 20}) {
     const std::string path = scratch.write("sparse", "start");
     const int file = ::open(path.c_str(), O_WRONLY);
     ASSERT_EQ(::pwrite(file, "middle", 6, size / 2), 6);
