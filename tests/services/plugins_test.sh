@@ -139,16 +139,17 @@ checkEqual "and their sum is right" "$((5368709120 - 501000 + after))" \
 newRoot
 put /etc/ldap/ldap.conf 'BASE dc=example'
 put /var/lib/roster/roster.ldif 'dn: cn=one'
-check "rosterHost backs up" backup rosterHost /etc/ldap
+check "rosterHost backs up" backup rosterHost /etc/ldap/ldap.conf
 check "the flat directory is dumped" cmp "$root/var/lib/roster/roster.ldif" "$root$metadata/rosterHost/dump/roster.ldif"
 put /var/lib/roster/roster.ldif 'dn: cn=two'
 checkEqual "a changed directory is seen" "Number of failures to match := 1" "$(failuresOf rosterHost)"
-setAside /etc/ldap
+setAside /etc/ldap/ldap.conf
 check "rosterHost restores" plugin rosterHost -cmd restore -opt all -path "$metadata/rosterHost" -log "$log"
 checkEqual "the directory is back" "dn: cn=one" "$(cat "$root/var/lib/roster/roster.ldif")"
 checkEqual "the newer one is kept aside" "dn: cn=two" "$(cat "$root/var/lib/roster/roster.ldif.previous")"
 
 newRoot
+put /etc/ldap/ldap.conf 'BASE dc=example'
 put /etc/ldap/slapd.d/cn=config.ldif 'dn: cn=config'
 put /var/lib/ldap/data.mdb 'dn: cn=one'
 chown -R 33:33 "$root/var/lib/ldap"
@@ -161,15 +162,16 @@ put /usr/sbin/slapadd '#!/bin/sh
 case $2 in 0) to=/etc/ldap/slapd.d/cn=config.ldif ;; 1) to=/var/lib/ldap/data.mdb ;; esac
 [ ! -e "$to" ] && [ "$3" = -F ] && cat "$6" >"$to"'
 chmod 755 "$root/usr/sbin/slapcat" "$root/usr/sbin/slapadd"
-check "rosterHost dumps databases" backup rosterHost /etc/ldap
+check "rosterHost dumps databases" backup rosterHost /etc/ldap/ldap.conf
 checkEqual "the entries are text" "dn: cn=one" "$(cat "$root$metadata/rosterHost/dump/entries.ldif")"
 checkEqual "and readable by root alone" "600" "$(stat -c %a "$root$metadata/rosterHost/dump/entries.ldif")"
 put /var/lib/ldap/data.mdb 'damaged'
 checkEqual "a changed database is seen" "Number of failures to match := 1" "$(failuresOf rosterHost)"
-setAside /etc/ldap
+setAside /etc/ldap/ldap.conf
 check "rosterHost loads databases" plugin rosterHost -cmd restore -opt all -path "$metadata/rosterHost" -log "$log"
 checkEqual "the entries are back" "dn: cn=one" "$(cat "$root/var/lib/ldap/data.mdb")"
 checkEqual "their owner too" "33:33" "$(stat -c %u:%g "$root/var/lib/ldap/data.mdb")"
+checkEqual "nothing differs after it" "Number of failures to match := 0" "$(failuresOf rosterHost)"
 checkEqual "the damaged database is kept aside" "damaged" "$(cat "$root/var/lib/ldap.previous/data.mdb")"
 
 # --- file shares: attributes of the shared folders, never their content
