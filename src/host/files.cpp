@@ -151,12 +151,16 @@ std::optional<std::string> readFile(const std::string& path, std::size_t limit) 
   const Descriptor file = openRegularFile(path, O_RDONLY);
   if (!file) return std::nullopt;
   std::string bytes;
-  std::array<char, 65536> piece{};
+  struct stat status = {};
+  // The size is only a hint, so that a large file is held once: files of the kernel have none.
+  if (errorOf([&] { return ::fstat(file.get(), &status); }) == 0) {
+    bytes.reserve(std::min(limit, static_cast<std::size_t>(status.st_size)));
+  }
+  std::array<char, 65536> piece;
   for (;;) {
     const auto got = uninterrupted([&] { return ::read(file.get(), piece.data(), piece.size()); });
     if (got < 0) return std::nullopt;
     if (got == 0) return bytes;
-    // Sizes are not asked for: files of the kernel have none.
     if (bytes.size() + static_cast<std::size_t>(got) > limit) return std::nullopt;
     bytes.append(piece.data(), static_cast<std::size_t>(got));
   }
