@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <string_view>
 
 #include "host/system_call.h"
@@ -21,6 +22,9 @@ bool belongsEverywhere(std::string_view name) {
   return name.starts_with("user.") || name.starts_with("trusted.") ||
          name.starts_with("security.") || name.starts_with("system.posix_acl_");
 }
+
+/// Another view of what "system.posix_acl_*" gives, which XFS shows to root.
+bool isDoubled(std::string_view name) { return name.starts_with("trusted.SGI_ACL_"); }
 
 /// Fills `text` with what a call that takes a buffer and its size answers; a first try with a small
 /// buffer serves nearly every item, and costs the kernel less.
@@ -48,12 +52,13 @@ int listNames(const AttributeItem& item, std::string& names) {
   return error == EOPNOTSUPP ? 0 : error;
 }
 
-/// Calls `visit` with each name; each is ended by a NUL.
+/// Calls `visit` with each name that counts; each is ended by a NUL.
 template <typename Visit>
 int forEachName(const std::string& names, Visit visit) {
   for (std::size_t at = 0; at < names.size();) {
     const char* name = names.c_str() + at;
     at += std::string_view(name).size() + 1;
+    if (isDoubled(name)) continue;
     if (const int error = visit(name)) return error;
   }
   return 0;
@@ -110,6 +115,16 @@ int ExtendedAttributes::read(const AttributeItem& item) {
   });
   std::ranges::sort(attributes_);
   return error;
+}
+
+bool ExtendedAttributes::isSameEverywhere(const ExtendedAttributes& other) const {
+  const auto portable = [](const std::vector<Attribute>& attributes) {
+    std::vector<Attribute> kept;
+    std::ranges::copy_if(attributes, std::back_inserter(kept),
+                         [](const Attribute& one) { return belongsEverywhere(one.first); });
+    return kept;
+  };
+  return attributes_ == other.attributes_ || portable(attributes_) == portable(other.attributes_);
 }
 
 int ExtendedAttributes::give(const AttributeItem& item) const {

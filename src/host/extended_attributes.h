@@ -51,7 +51,8 @@ class ExtendedAttributes {
  public:
   int read(const AttributeItem& item);
   bool empty() const { return attributes_.empty(); }
-  bool operator==(const ExtendedAttributes& other) const = default;
+  /// Whether both hold the same, what belongs to one kind of file system alone left aside.
+  bool isSameEverywhere(const ExtendedAttributes& other) const;
 
   /// Sets each of them. What belongs to one kind of file system alone (not access control lists,
   /// capabilities, labels and users' own) is left out where the item's file system does not know
@@ -61,7 +62,8 @@ class ExtendedAttributes {
   int removeOthers(const AttributeItem& item) const;
 
  private:
-  std::vector<std::pair<std::string, std::string>> attributes_;  ///< Sorted.
+  using Attribute = std::pair<std::string, std::string>;
+  std::vector<Attribute> attributes_;  ///< Sorted.
 };
 
 /// Takes away the access control lists that a new item inherited from its folder.

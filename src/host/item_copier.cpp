@@ -199,7 +199,7 @@ bool ItemCopier::isUnchanged(const FolderPair& folders, const char* name,
   const Descriptor file(opener_.open(folders.reference, name,
                                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   return file && referenceAttributes_.read(AttributeItem::opened(file.get())) == 0 &&
-         referenceAttributes_ == attributes_;
+         referenceAttributes_.isSameEverywhere(attributes_);
 }
 
 /// ENOENT when there is no earlier copy that is the same.
