@@ -9,13 +9,22 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "helmsman/backup.h"
+#include "helmsman/browse.h"
+#include "helmsman/check.h"
 #include "helmsman/destination.h"
 #include "helmsman/enable.h"
+#include "helmsman/metrics.h"
+#include "helmsman/purge.h"
+#include "helmsman/restore.h"
 #include "helmsman/schedule.h"
 #include "helmsman/settings.h"
 #include "helmsman/setup.h"
 #include "helmsman/snapshots.h"
+#include "helmsman/status.h"
+#include "helmsman/undo.h"
 #include "helmsman/unlock.h"
+#include "helmsman/verify.h"
 
 namespace halyard::hostkit {
 
@@ -36,7 +45,11 @@ class CommandLine {
   void addHostCommands();
   void addServiceCommands();
   void addSchedule();
-  void addRepositoryCommands();
+  void addBackup();
+  void addSnapshotCommands();
+  void addRestoreCommands();
+  void addReports();
+  static void addFrom(CLI::App* command, std::string& snapshot);
 
   CLI::App app_{"Administers Halyard, the backup of this host's services.", "helmsman"};
   bool quiet_ = false;
@@ -46,6 +59,15 @@ class CommandLine {
   bool json_ = false;
   DestinationArguments destination_;
   ScheduleArguments schedule_;
+  BackupArguments backup_;
+  BrowseArguments browse_;
+  VerifyArguments verify_;
+  RestoreArguments restore_;
+  UndoArguments undo_;
+  PurgeArguments purge_;
+  StatusArguments status_;
+  CheckArguments check_;
+  MetricsArguments metrics_;
   std::vector<std::string> services_;
   std::string settingsWord_;
 };
@@ -61,7 +83,10 @@ CommandLine::CommandLine() {
   addHostCommands();
   addServiceCommands();
   addSchedule();
-  addRepositoryCommands();
+  addBackup();
+  addSnapshotCommands();
+  addRestoreCommands();
+  addReports();
 }
 
 CLI::App* CommandLine::add(const std::string& name, const std::string& help, Needs needs,
@@ -132,10 +157,87 @@ void CommandLine::addSchedule() {
   command->add_flag("--json", schedule_.json, "Show as JSON");
 }
 
-void CommandLine::addRepositoryCommands() {
+void CommandLine::addBackup() {
+  CLI::App* command =
+      add("backup", "Back up the services, take a snapshot, judge and record the result",
+          Needs::root, [this] {
+            backup_.quiet = quiet_;
+            return hostkit::backup(backup_);
+          });
+  command->add_flag("--json", backup_.json, "Print JSON lines: started, step, phase, finished");
+  command->add_flag("--no-snapshot", backup_.noSnapshot,
+                    "Leave the backup in /.Halyards for another engine");
+  command->add_flag("--no-estimate", backup_.noEstimate,
+                    "Do not ask the services for their size first");
+}
+
+void CommandLine::addSnapshotCommands() {
   add("snapshots", "List this host's snapshots", Needs::root, [this] {
     return listSnapshots(json_);
   })->add_flag("--json", json_, "Print JSON");
+
+  CLI::App* browse = add("browse", "Show what a snapshot holds of a service", Needs::root,
+                         [this] { return hostkit::browse(browse_); });
+  browse->add_option("SERVICE", browse_.service, "A name, the beginning of one, or all");
+  addFrom(browse, browse_.snapshot);
+  browse->add_option("--opt", browse_.option, "Hand TEXT to the service")->type_name("TEXT");
+
+  CLI::App* verify = add("verify", "Compare live services with a snapshot", Needs::root,
+                         [this] { return hostkit::verify(verify_); });
+  verify->add_option("SERVICE", verify_.services, "Names; none: all that the snapshot holds");
+  addFrom(verify, verify_.snapshot);
+  verify->add_flag("--json", verify_.json, "Print JSON");
+
+  CLI::App* purge = add("purge", "Remove one snapshot for good", Needs::root,
+                        [this] { return hostkit::purge(purge_); });
+  purge->add_option("SNAPSHOT", purge_.snapshot, "A name, the beginning of one, or a path")
+      ->required();
+  purge->add_flag("-y,--yes", purge_.yes, "Do not ask");
+  purge->add_flag("--latest", purge_.latest, "The latest snapshot may go too");
+}
+
+void CommandLine::addRestoreCommands() {
+  CLI::App* restore = add("restore", "Put one service back from a snapshot", Needs::root,
+                          [this] { return hostkit::restore(restore_); });
+  restore->add_option("SERVICE", restore_.service, "A name, or the beginning of one")->required();
+  addFrom(restore, restore_.snapshot);
+  restore->add_option("--opt", restore_.option, "Hand TEXT to the service")->type_name("TEXT");
+  restore->add_flag("-n,--dry-run", restore_.dryRun, "Only show what would happen");
+  restore->add_flag("-y,--yes", restore_.yes, "Do not ask");
+  restore->add_flag("--no-verify", restore_.noVerify, "Do not verify the service afterwards");
+
+  CLI::App* undo = add("undo", "Take the last restore of a service back", Needs::root,
+                       [this] { return hostkit::undo(undo_); });
+  undo->add_option("SERVICE", undo_.service, "A name, or the beginning of one")->required();
+  undo->add_flag("-y,--yes", undo_.yes, "Do not ask");
+}
+
+void CommandLine::addReports() {
+  CLI::App* status = add("status", "Show how the backups of this host stand", Needs::root,
+                         [this] { return hostkit::status(status_); });
+  status->add_flag("--json", status_.json, "Print JSON");
+  status->add_flag("--check", status_.check, "Exit with 1 unless all is well");
+  status->add_flag("--size", status_.size, "Ask the services for their size now");
+
+  CLI::App* check = add("check", "Look for mistakes in descriptors and preferences", Needs::root,
+                        [this] { return hostkit::check(check_); });
+  check->add_flag("--json", check_.json, "Print JSON");
+  check->add_flag("--no-size", check_.noSize, "Do not ask the services for their size");
+
+  CLI::App* metrics = add("metrics", "Print the state of the backups for Prometheus", Needs::root,
+                          [this] { return hostkit::metrics(metrics_); });
+  CLI::Option* write =
+      metrics->add_flag("--write", metrics_.write, "Write the textfile instead of printing it");
+  metrics->add_option("--folder", metrics_.folder, "The textfile folder")
+      ->type_name("DIR")
+      ->needs(write);
+  metrics->add_option("--unit-failed", metrics_.unitFailed, "Record first that UNIT failed")
+      ->type_name("UNIT");
+}
+
+void CommandLine::addFrom(CLI::App* command, std::string& snapshot) {
+  command->add_option("--from", snapshot, "The snapshot; without it the latest")
+      ->type_name("SNAPSHOT");
 }
 
 int CommandLine::run(int count, char** words) {

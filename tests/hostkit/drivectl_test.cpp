@@ -70,7 +70,7 @@ TEST_F(DriveCtl, ACommandLineWithoutSenseHasAStatusOfItsOwn) {
                                                 {"info", "--no-such", "/"},
                                                 {"format", "/"},
                                                 {"info", "--plist", "--json", "/"}}) {
-    const auto result = drivectl(words);
+    const auto result = refused("drivectl", words);
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_NE(result.err, "");
@@ -88,9 +88,9 @@ TEST_F(DriveCtl, ListNamesTheRootVolume) {
 }
 
 TEST_F(DriveCtl, HelpAndVersionSucceed) {
-  EXPECT_EQ(drivectl({"--help"}).status, 0);
-  EXPECT_EQ(drivectl({"info", "--help"}).status, 0);
-  EXPECT_EQ(drivectl({"--version"}).out, "drivectl 1.0.0\n");
+  EXPECT_EQ(refused("drivectl", {"--help"}).status, 0);
+  EXPECT_EQ(refused("drivectl", {"info", "--help"}).status, 0);
+  EXPECT_EQ(refused("drivectl", {"--version"}).out, "drivectl 1.0.0\n");
 }
 
 TEST_F(DriveCtl, AnswerThatCannotBeWrittenIsAFailure) {

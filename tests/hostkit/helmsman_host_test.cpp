@@ -117,9 +117,9 @@ TEST_F(HelmsmanSchedule, ChangesNothingWhenAnyWordIsWrong) {
       {"schedule", "--keep", "0"},
       {"schedule", "--weekly", "Mo", "--at", "02:00"}};
   for (const auto& words : wrong) EXPECT_EQ(helmsman(words).status, 1) << words.back();
-  EXPECT_EQ(helmsman({"schedule", "--daily", "--weekly", "Monday"}).status, 2);
-  EXPECT_EQ(helmsman({"schedule", "--on", "--off"}).status, 2);
-  EXPECT_EQ(helmsman({"schedule", "--keep", "many"}).status, 2);
+  EXPECT_EQ(refused("helmsman", {"schedule", "--daily", "--weekly", "Monday"}).status, 2);
+  EXPECT_EQ(refused("helmsman", {"schedule", "--on", "--off"}).status, 2);
+  EXPECT_EQ(refused("helmsman", {"schedule", "--keep", "many"}).status, 2);
   EXPECT_EQ(root.readFile(kEngine), before);
   EXPECT_FALSE(root.exists(kTimer));
 }

@@ -73,8 +73,8 @@ TEST_F(HelmsmanSettings, TellsWhatCouldNotBeWritten) {
 }
 
 TEST_F(HelmsmanSettings, KnowsNoOtherSettings) {
-  EXPECT_EQ(helmsman({"settings", "restore"}).status, 2);
-  EXPECT_EQ(helmsman({"settings"}).status, 2);
+  EXPECT_EQ(refused("helmsman", {"settings", "restore"}).status, 2);
+  EXPECT_EQ(refused("helmsman", {"settings"}).status, 2);
 }
 
 TEST_F(HelmsmanSetup, MakesABareHostReadyForHalyard) {

@@ -53,15 +53,21 @@ CommandResult HostKitTest::helmsman(const std::vector<std::string>& words,
                                     const Environment& environment) const {
   RunOptions options;
   options.argv0 = "helmsman";
-  options.mayThrow = true;
   return root.runProgram("/usr/sbin/helmsman", words, environment, options);
 }
 
 CommandResult HostKitTest::drivectl(const std::vector<std::string>& words) const {
   RunOptions options;
   options.argv0 = "drivectl";
-  options.mayThrow = true;
   return root.runProgram("/usr/sbin/drivectl", words, {}, options);
+}
+
+CommandResult HostKitTest::refused(const std::string& program,
+                                   const std::vector<std::string>& words) const {
+  RunOptions options;
+  options.argv0 = program;
+  options.mayThrow = true;
+  return root.runProgram("/usr/sbin/" + program, words, {}, options);
 }
 
 nlohmann::json HostKitTest::helmsmanJson(const std::vector<std::string>& words) const {

@@ -1,0 +1,27 @@
+// "helmsman restore": puts one service back from a snapshot.
+#pragma once
+
+#include <string>
+
+namespace halyard::hostkit {
+
+struct RestoreArguments {
+  std::string service;
+  std::string snapshot;  ///< A name, the beginning of one, a path; empty for the latest.
+  std::string option;    ///< Handed to the service's plug-in.
+  bool dryRun = false;
+  bool yes = false;
+  bool noVerify = false;
+};
+
+/// Checks first (does the snapshot hold the service, is there room), shows what will be replaced,
+/// asks, has Halyard restore, looks at every path afterwards, and has the service verified.
+///
+/// Halyard does not tell the status of the service's restore program; what it left behind is
+/// judged instead.
+///
+/// Writes:  the record that undo reads.
+/// Returns: success when every item that the snapshot holds is back and verify finds no mismatch.
+int restore(const RestoreArguments& arguments);
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,60 @@
+// The result of a backup as it is kept for status and metrics.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace halyard::hostkit {
+
+/// What became of one service in a backup.
+struct ServiceResult {
+  std::string name;
+  bool done = false;                  ///< Everything the descriptor asks for is in the backup.
+  int copied = 0;                     ///< Listed files that were copied.
+  std::uint64_t bytes = 0;            ///< Of its folder in the backup.
+  std::vector<std::string> missing;   ///< Listed files that this host does not have.
+  std::vector<std::string> problems;  ///< One sentence each.
+};
+
+/// When a service, or the host as a whole, was last backed up without a problem.
+struct GoodBackup {
+  std::int64_t time = 0;  ///< Seconds since 1970-01-01 UTC.
+  std::uint64_t bytes = 0;
+};
+
+/// One backup, from the call of Halyard to retention.
+struct RunRecord {
+  enum class Result { good, partial, failed };
+
+  std::int64_t started = 0;
+  std::int64_t finished = 0;
+  Result result = Result::failed;
+  std::vector<ServiceResult> services;
+  std::vector<std::string> problems;           ///< Those of no single service.
+  std::string snapshot;                        ///< Path; empty when none was taken.
+  std::optional<std::uint64_t> estimateBytes;  ///< What the services said they need.
+  /// By service, as of this record; the empty name stands for the whole host.
+  std::map<std::string, GoodBackup> lastGood;
+};
+
+const char* resultWord(RunRecord::Result result);
+
+nlohmann::json recordJson(const RunRecord& record);
+/// Absent when the document is no record.
+std::optional<RunRecord> recordFrom(const nlohmann::json& document);
+
+/// The latest record of this host; absent when there is none that can be read.
+std::optional<RunRecord> readLastRecord();
+
+/// Carries lastGood over from the record before and adds what this run made good.
+void inheritGood(RunRecord& record, const std::optional<RunRecord>& before);
+
+/// Keeps the record as the latest, and under its date with the thirty before it. False when it
+/// could not be written.
+bool keepRecord(const RunRecord& record);
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,19 @@
+// "helmsman status": how the backups of this host stand.
+#pragma once
+
+namespace halyard::hostkit {
+
+struct StatusArguments {
+  bool json = false;
+  bool check = false;  ///< Tell by the exit status whether all is well.
+  bool size = false;   ///< Ask the services for their size now, instead of showing the last answer.
+};
+
+/// Services with their last good backup, the last run, the latest snapshot, the destination with
+/// its space against the estimate, whether a run is active or a dead one left its pid file.
+///
+/// Returns: success; with `check` failure unless the host is set up, has a destination, its last
+///          backup was good and no dead run is in the way.
+int status(const StatusArguments& arguments);
+
+}  // namespace halyard::hostkit

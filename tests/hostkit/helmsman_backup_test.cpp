@@ -1,0 +1,377 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "helmsman/run_display.h"
+#include "helmsman/run_judge.h"
+#include "helmsman/run_record.h"
+#include "host_kit_root.h"
+
+namespace halyard::hostkit {
+namespace {
+
+using test::descriptorOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kPlugin[] = "/usr/libexec/plugin";
+constexpr char kRecord[] = "/var/lib/halyard/last-backup.json";
+
+// Two services of the seven; the plug-in makes the folder that holds a listed file, as it has to.
+class HelmsmanBackup : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    HostKitTest::SetUp();
+    if (IsSkipped()) return;
+    root.writePlugin(kPlugin,
+                     "[ \"$2\" = size ] && echo 'total := 2048'\n"
+                     "[ \"$2\" = backup ] && mkdir -p \"$4/srv\"\nexit 0\n");
+    root.writeFile("/srv/depot", "data");
+    root.writeFile("/srv/post", "mail");
+    root.writePreferences({{"depotHost", 1}, {"postHost", 1}, {"siteHost", 0}});
+    root.writeDescriptor("30-depotHost.plist", depot());
+    root.writeDescriptor("40-postHost.plist",
+                         descriptorOf("postHost", kPlugin).list("DataFiles", {"/srv/post"}));
+    installEngine();
+  }
+
+  static test::DescriptorText depot() {
+    return descriptorOf("depotHost", kPlugin).list("DataFiles", {"/srv/depot"});
+  }
+
+  // A stand-in for the engine, which says what it was called with.
+  void installEngine(const std::string& snapshotBody = kCopyMetadata) const {
+    root.writeScript("/usr/sbin/snapwheel",
+                     "echo \"$*\" >>/engine-calls\n"
+                     "host=/Volumes/Backup/Archives.snapdb/files1\n"
+                     "case $1 in snapshot)\n" +
+                         snapshotBody + "\n;; esac\nexit 0");
+  }
+  static constexpr char kCopyMetadata[] =
+      "name=2026-11-2$(ls $host 2>/dev/null | grep -c ^20)-020000\n"
+      "mkdir -p $host/$name/System && cp -a /.Halyards $host/$name/System/\n"
+      "ln -sfn $name $host/Latest\n"
+      "echo \"{\\\"name\\\": \\\"$name\\\", \\\"path\\\": \\\"$host/$name\\\"}\"";
+
+  // Not const: a member that is missing reads as null then.
+  nlohmann::json record() const {
+    return nlohmann::json::parse(root.readFile(kRecord), nullptr, false);
+  }
+  std::vector<std::string> engineCalls() const {
+    return root.exists("/engine-calls") ? test::linesOf(root.readFile("/engine-calls"))
+                                        : std::vector<std::string>{};
+  }
+};
+
+TEST_F(HelmsmanBackup, TakesTheWholeWay) {
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("Result: good\n"));
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json", "prune"));
+  EXPECT_FALSE(root.exists("/.Halyards"));
+  const std::string saved = "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System/";
+  EXPECT_EQ(root.readFile(saved + ".Halyards/depotHost/srv/depot"), "data");
+  auto kept = record();
+  EXPECT_EQ(kept["result"], "good");
+  EXPECT_EQ(kept["snapshot"], "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000");
+  EXPECT_EQ(kept["estimateBytes"], 4096);
+  EXPECT_EQ(kept["services"][0]["name"], "depotHost");
+  EXPECT_EQ(kept["services"][0]["copied"], 1);
+  EXPECT_EQ(kept["lastGood"].size(), 3U);
+  EXPECT_EQ(root.list("/var/lib/halyard/results").size(), 1U);
+}
+
+TEST_F(HelmsmanBackup, AFailedPluginFailsItsServiceAlone) {
+  root.writePlugin("/usr/libexec/broken", "exit 7");
+  root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/usr/libexec/broken"));
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("depotHost: its backup program ended with status 7"));
+  EXPECT_THAT(result.out, HasSubstr("Result: partial, 1 problem\n"));
+  auto kept = record();
+  EXPECT_EQ(kept["services"][0]["result"], "failed");
+  EXPECT_EQ(kept["services"][1]["result"], "good");
+  EXPECT_FALSE(kept["lastGood"].contains(""));
+  EXPECT_TRUE(kept["lastGood"].contains("postHost"));
+}
+
+TEST_F(HelmsmanBackup, AMissingPluginIsNamedAsMissing) {
+  root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/usr/libexec/none"));
+  EXPECT_THAT(helmsman({"backup"}).err, HasSubstr("depotHost: its backup program was not found"));
+}
+
+TEST_F(HelmsmanBackup, AFailedPreBackupCommandOfTheNextServiceIsNotBlamedTwice) {
+  root.writePlugin("/usr/libexec/broken", "exit 7");
+  root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/usr/libexec/broken"));
+  root.writeDescriptor("40-postHost.plist",
+                       descriptorOf("postHost", kPlugin)
+                           .list("DataFiles", {"/srv/post"})
+                           .list("PreBackupServiceCommands", {"/usr/bin/true"}));
+  EXPECT_EQ(helmsman({"backup"}).status, 1);
+  EXPECT_EQ(record()["services"][1]["result"], "good");
+}
+
+TEST_F(HelmsmanBackup, AFailedPostBackupCommandIsTold) {
+  root.writeDescriptor("30-depotHost.plist",
+                       depot().list("PostBackupServiceCommands", {"/usr/bin/false"}));
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("depotHost: a post-backup command ended with status 1"));
+}
+
+TEST_F(HelmsmanBackup, AFileThatCouldNotBeCopiedFailsItsService) {
+  root.writeFile("/opt/deep/file", "x");
+  root.writeDescriptor("30-depotHost.plist", depot().list("DataFiles", {"/opt/deep/file"}));
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("depotHost: could not copy /opt/deep/file"));
+  EXPECT_EQ(record()["services"][0]["copied"], 0);
+}
+
+TEST_F(HelmsmanBackup, AFileThatThisHostNeverHadIsNoProblem) {
+  root.writeDescriptor("30-depotHost.plist",
+                       depot().list("DataFiles", {"/srv/depot", "/srv/never"}));
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("1 (1 not on this host)"));
+  EXPECT_EQ(record()["services"][0]["missing"], nlohmann::json::array({"/srv/never"}));
+}
+
+TEST_F(HelmsmanBackup, AFileThatTheLatestSnapshotHasAndTheHostLostIsAProblem) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  root.remove("/srv/depot");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("depotHost: /srv/depot is gone; the latest snapshot has it"));
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json", "prune", "snapshot --json", "prune"));
+}
+
+TEST_F(HelmsmanBackup, AFailedSnapshotLeavesTheBackupAndPrunesNothing) {
+  installEngine("echo 'snapwheel: no space left' >&2; exit 1");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("no snapshot was taken: snapwheel: no space left"));
+  EXPECT_TRUE(root.exists("/.Halyards/.halyardSignature"));
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_EQ(record()["result"], "failed");
+  EXPECT_THAT(record()["lastGood"], IsEmpty());
+}
+
+TEST_F(HelmsmanBackup, ASnapshotWithoutThisBackupIsSeenThrough) {
+  installEngine(
+      "mkdir -p $host/2026-11-20-020000/System\n"
+      "echo \"{\\\"path\\\": \\\"$host/2026-11-20-020000\\\"}\"");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("does not carry this backup"));
+  EXPECT_TRUE(root.exists("/.Halyards"));
+}
+
+TEST_F(HelmsmanBackup, AMissingEngineIsAFailure) {
+  root.remove("/usr/sbin/snapwheel");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("no snapshot was taken"));
+}
+
+TEST_F(HelmsmanBackup, AVolumeThatWasNotRecordedIsAProblem) {
+  root.remove("/usr/sbin/drivectl");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("the source volume was not recorded"));
+}
+
+TEST_F(HelmsmanBackup, WithoutASnapshotTheFolderStaysForAnotherEngine) {
+  EXPECT_EQ(helmsman({"backup", "--no-snapshot"}).status, 0);
+  EXPECT_TRUE(root.exists("/.Halyards/.halyardSignature"));
+  EXPECT_THAT(engineCalls(), IsEmpty());
+  EXPECT_THAT(record()["lastGood"], IsEmpty()) << "what no snapshot carries is not safe yet";
+}
+
+TEST_F(HelmsmanBackup, TellsJsonLines) {
+  const auto result = helmsman({"backup", "--json"});
+  EXPECT_EQ(result.status, 0);
+  std::vector<std::string> events;
+  nlohmann::json last;
+  for (const std::string& line : test::linesOf(result.out)) {
+    last = nlohmann::json::parse(line, nullptr, false);
+    ASSERT_TRUE(last.is_object()) << line;
+    events.push_back(last["event"]);
+  }
+  EXPECT_EQ(events.front(), "phase");
+  EXPECT_THAT(events, Contains("started"));
+  EXPECT_THAT(events, Contains("step"));
+  EXPECT_EQ(last["event"], "finished");
+  EXPECT_EQ(last["result"], "good");
+}
+
+TEST_F(HelmsmanBackup, StepsAreLinesWithoutATerminal) {
+  const auto result = helmsman({"backup"});
+  EXPECT_THAT(result.err, HasSubstr("helmsman: postHost: Service backup binary done\n"));
+  EXPECT_EQ(result.err.find('\r'), std::string::npos);
+}
+
+TEST_F(HelmsmanBackup, DoesNotStartWhileARunIsActive) {
+  const std::string process = std::to_string(::getpid());
+  root.makeLink("/proc/" + process + "/exe", "/usr/sbin/Halyard");
+  root.writeFile("/private/var/run/HalyardRunning.pid", process + " :: backup\n");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_FALSE(root.exists(kRecord)) << "the record belongs to the run that is active";
+}
+
+TEST_F(HelmsmanBackup, ALeftoverPidFileIsNoObstacle) {
+  root.writeFile("/private/var/run/HalyardRunning.pid", "999999999 :: backup\n");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("left the pid file behind"));
+}
+
+TEST_F(HelmsmanBackup, WhatKeepsItFromStartingIsRecorded) {
+  root.remove("/private/var/db/.VantorSetupDone");
+  auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("not set up yet"));
+  EXPECT_EQ(record()["result"], "failed");
+
+  root.writeFile("/private/var/db/.VantorSetupDone", "");
+  root.writeEnginePreferences(0, "/Volumes/Backup");
+  EXPECT_THAT(helmsman({"backup"}).err, HasSubstr("automatic backups are off"));
+  root.writeEnginePreferences(1, "/Volumes/Away");
+  EXPECT_THAT(helmsman({"backup"}).err, HasSubstr("the backup destination is not there"));
+  root.writeEnginePreferences(1, "/Volumes/Backup");
+  root.writePreferences({{"depotHost", 0}, {"postHost", 0}});
+  EXPECT_THAT(helmsman({"backup"}).err, HasSubstr("no service is switched on"));
+}
+
+TEST_F(HelmsmanBackup, KeepsTheLastGoodTimesOverAFailure) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  const nlohmann::json good = record()["lastGood"];
+  installEngine("exit 1");
+  EXPECT_EQ(helmsman({"backup"}).status, 1);
+  EXPECT_EQ(record()["result"], "failed");
+  EXPECT_EQ(record()["lastGood"], good);
+}
+
+// ---- the judgement alone
+
+InstalledDescriptor descriptorWith(const std::string& fileName, const std::string& service,
+                                   const std::vector<std::string>& data) {
+  InstalledDescriptor descriptor;
+  descriptor.fileName = fileName;
+  descriptor.readable = true;
+  descriptor.content.set("ServiceName", service);
+  host::PropertyArray files;
+  for (const std::string& file : data) files.emplace_back(file);
+  descriptor.content.set("DataFiles", files);
+  return descriptor;
+}
+
+std::optional<std::string> everyCopyMatters(const std::string& /*service*/,
+                                            const std::string& file) {
+  return "lost " + file;
+}
+
+TEST(RunJudge, AServiceIsGoodOnceItsLastStepIsLogged) {
+  RunJudge judge({descriptorWith("10-a.plist", "a", {"/x"})});
+  judge.outputLine("*** nextPath := 10-a.plist");
+  judge.progressLine("## PROGRESS :: Halyard :: a :: Service backup binary done.");
+  judge.progressLine("## PROGRESS :: Halyard :: Done.");
+  EXPECT_TRUE(judge.sawEnd());
+  const auto results = judge.results(everyCopyMatters);
+  ASSERT_EQ(results.size(), 1U);
+  EXPECT_TRUE(results[0].done);
+  EXPECT_EQ(results[0].copied, 1);
+}
+
+TEST(RunJudge, AServiceThatWasNotReachedOrNotEndedIsNotGood) {
+  RunJudge judge({descriptorWith("10-a.plist", "a", {}), descriptorWith("20-b.plist", "b", {})});
+  judge.outputLine("*** nextPath := 10-a.plist");
+  EXPECT_FALSE(judge.sawEnd());
+  const auto results = judge.results(everyCopyMatters);
+  EXPECT_THAT(results[0].problems, ElementsAre("the run ended within it"));
+  EXPECT_THAT(results[1].problems, ElementsAre("the run did not come to it"));
+}
+
+TEST(RunJudge, FailedCopiesBelongToTheServiceThatIsWorkedOn) {
+  RunJudge judge({descriptorWith("10-a.plist", "a", {"/x to y"}),
+                  descriptorWith("20-b.plist", "b", {"/x to y"})});
+  judge.outputLine("*** nextPath := 10-a.plist");
+  judge.outputLine("*** nextPath := 20-b.plist");
+  judge.outputLine("Failed to copy /x to y to /.Halyards/b/x to y; ret -> 0");
+  const auto results = judge.results(everyCopyMatters);
+  EXPECT_EQ(results[0].copied, 1);
+  EXPECT_EQ(results[1].copied, 0);
+  EXPECT_THAT(results[1].problems, Contains("lost /x to y"));
+}
+
+TEST(RunJudge, AFileListedTwiceAndCopiedOnceIsThere) {
+  RunJudge judge({descriptorWith("10-a.plist", "a", {"/x", "/x"})});
+  judge.outputLine("*** nextPath := 10-a.plist");
+  judge.outputLine("Failed to copy /x to /.Halyards/a/x; ret -> 0");
+  judge.progressLine("## PROGRESS :: Halyard :: a :: Service backup binary done.");
+  EXPECT_TRUE(judge.results(everyCopyMatters)[0].done);
+}
+
+TEST(RunJudge, ReadsThePlatformLog) {
+  RunJudge judge({descriptorWith("10-a.plist", "a", {})});
+  judge.outputLine("*** nextPath := 10-a.plist");
+  judge.progressLine("## PROGRESS :: Halyard :: a :: Service backup binary done.");
+  judge.errorLine(
+      "2026-11-21 05:53:29 +0000 Halyard[12] Error in calling pre-backup command for "
+      "service a, error :=3");
+  EXPECT_TRUE(judge.results(everyCopyMatters)[0].done);
+  judge.errorLine(
+      "2026-11-21 05:53:29 +0000 Halyard[12] Error in calling backup command for "
+      "service a, error :=126");
+  EXPECT_THAT(judge.results(everyCopyMatters)[0].problems,
+              ElementsAre("its backup program cannot be executed"));
+}
+
+TEST(ProgressLine, IsTakenApart) {
+  const auto step = parseProgressLine("## PROGRESS :: Halyard :: a :: b :: Doing it...");
+  ASSERT_TRUE(step);
+  EXPECT_EQ(step->service, "a :: b");
+  EXPECT_EQ(step->message, "Doing it...");
+  EXPECT_EQ(parseProgressLine("## PROGRESS :: Halyard :: Done.")->service, "");
+  EXPECT_TRUE(parseProgressLine("## ERROR :: Halyard :: Restore failed.")->isError);
+  EXPECT_FALSE(parseProgressLine("2026-11-21 05:53:29 +0000"));
+}
+
+TEST(ProgressBar, FillsFromLeftToRight) {
+  EXPECT_EQ(progressBar(0, 4), "[----]");
+  EXPECT_EQ(progressBar(0.5, 4), "[##--]");
+  EXPECT_EQ(progressBar(1, 4), "[####]");
+  EXPECT_EQ(progressFraction(0, 0, 0), 0);
+  EXPECT_NEAR(progressFraction(2, 0, 2), 0.1, 1e-9);
+  EXPECT_NEAR(progressFraction(2, 2, 2), 1, 1e-9);
+}
+
+TEST(RunRecord, ReadsBackWhatItWrote) {
+  RunRecord record;
+  record.started = 1000;
+  record.finished = 1060;
+  record.result = RunRecord::Result::partial;
+  record.services = {{"a", true, 3, 42, {"/gone"}, {}}, {"b", false, 0, 0, {}, {"broke"}}};
+  record.problems = {"general"};
+  record.snapshot = "/s";
+  record.estimateBytes = 5;
+  inheritGood(record, std::nullopt);
+  const auto read = recordFrom(recordJson(record));
+  ASSERT_TRUE(read);
+  EXPECT_EQ(recordJson(*read), recordJson(record));
+  EXPECT_EQ(read->lastGood.size(), 1U);
+  EXPECT_EQ(read->lastGood.at("a").time, 1060);
+}
+
+TEST(RunRecord, NonsenseIsNoRecord) {
+  EXPECT_FALSE(recordFrom(nlohmann::json::array()));
+  EXPECT_FALSE(recordFrom(nlohmann::json::object()));
+  EXPECT_FALSE(recordFrom({{"finished", "soon"}}));
+  EXPECT_TRUE(recordFrom({{"finished", "2026-11-21T05:53:29Z"}, {"services", {1, 2}}}));
+}
+
+}  // namespace
+}  // namespace halyard::hostkit

@@ -1,0 +1,345 @@
+// check, status and metrics.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "common/host_identity.h"
+#include "common/sizes.h"
+#include "common/table.h"
+#include "common/times.h"
+#include "helmsman/descriptor_lint.h"
+#include "helmsman/metrics.h"
+#include "host_kit_root.h"
+
+namespace halyard::hostkit {
+namespace {
+
+using test::descriptorOf;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kPlugin[] = "/usr/libexec/plugin";
+constexpr char kServices[] = "/private/etc/halyard/com.vantor.Halyard.plist";
+constexpr char kEngine[] = "/Library/Preferences/com.vantor.Snapwheel.plist";
+constexpr char kRecord[] = R"({
+  "started": "2026-11-20T02:00:00Z", "finished": "2026-11-20T02:01:00Z", "result": "good",
+  "services": [{"name": "depotHost", "result": "good", "copied": 1, "bytes": 2048}],
+  "snapshot": "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000", "estimateBytes": 4096,
+  "lastGood": {"": {"time": "2026-11-20T02:01:00Z", "bytes": 2048},
+               "depotHost": {"time": "2026-11-20T02:01:00Z", "bytes": 2048}}})";
+
+class HelmsmanCheck : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    HostKitTest::SetUp();
+    if (IsSkipped()) return;
+    root.writePlugin(kPlugin, "[ \"$2\" = size ] && echo 'total := 10'\nexit 0");
+    root.writePreferences({{"depotHost", 1}});
+    writeDepot(descriptorOf("depotHost", kPlugin));
+  }
+  void writeDepot(const test::DescriptorText& text) const {
+    root.writeDescriptor("30-depotHost.plist", text);
+  }
+  // "severity key: problem" of every finding.
+  std::vector<std::string> findings() const {
+    std::vector<std::string> lines;
+    for (const auto& finding : helmsmanJson({"check", "--json"})) {
+      EXPECT_NE(finding["advice"], "");
+      EXPECT_NE(finding["file"], "");
+      lines.push_back(finding["severity"].get<std::string>() + " " +
+                      finding["key"].get<std::string>() + ": " +
+                      finding["problem"].get<std::string>());
+    }
+    return lines;
+  }
+};
+
+TEST_F(HelmsmanCheck, FindsNothingOnASoundHost) {
+  const auto result = helmsman({"check"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr("1 descriptors, 0 errors, 0 warnings"));
+}
+
+TEST_F(HelmsmanCheck, FindsUnknownKeysAndWrongTypes) {
+  writeDepot(descriptorOf("depotHost", kPlugin)
+                 .text("BackupPath", "/x")
+                 .text("DataFiles", "/x")
+                 .raw("ConfigurationFiles", "<array><integer>1</integer></array>")
+                 .raw("BackupLog", "<integer>1</integer>"));
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains("warning BackupPath: is no key that is read"));
+  EXPECT_THAT(lines, Contains("error DataFiles: is a string and reads as absent"));
+  EXPECT_THAT(lines, Contains(HasSubstr("error ConfigurationFiles: has entries that are no")));
+  EXPECT_THAT(lines, Contains("error BackupLog: is an integer and reads as absent"));
+  EXPECT_EQ(helmsman({"check"}).status, 1);
+}
+
+TEST_F(HelmsmanCheck, FindsProgramsThatCannotBeRun) {
+  root.writeFile("/usr/libexec/plain", "x");
+  writeDepot(descriptorOf("depotHost", kPlugin)
+                 .text("BackupBinaryPath", "/usr/libexec/none")
+                 .text("RestoreBinaryPath", "/usr/libexec/plain")
+                 .text("VerifyBinaryPath", "verify"));
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains("error BackupBinaryPath: /usr/libexec/none is missing"));
+  EXPECT_THAT(lines, Contains("error RestoreBinaryPath: /usr/libexec/plain is no executable file"));
+  EXPECT_THAT(lines, Contains(HasSubstr("error VerifyBinaryPath: 'verify' is not absolute")));
+}
+
+TEST_F(HelmsmanCheck, FindsWhatAMissingKeyMeans) {
+  writeDepot(descriptorOf("depotHost", kPlugin)
+                 .without("RestoreBinaryPath")
+                 .without("BackupLog")
+                 .list("ConfigurationFiles", {"/conf"}));
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains(HasSubstr("warning RestoreBinaryPath: is missing")));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning BackupLog: is missing: the arguments")));
+  EXPECT_THAT(lines, Contains(HasSubstr("error ConfigurationFiles: a restore only moves them")));
+}
+
+TEST_F(HelmsmanCheck, FindsCommandLinesThatAreSplitAtBlanks) {
+  root.writeScript("/opt/My Tools/stop", "exit 0");
+  writeDepot(descriptorOf("depotHost", kPlugin)
+                 .list("PreBackupServiceCommands",
+                       {"/opt/My Tools/stop now", "/usr/bin/echo  twice", "echo x",
+                        "/usr/bin/echo 'a b'", "/usr/bin/echo a > /x", " /usr/bin/echo"}));
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains(HasSubstr("is split at every blank: /opt/My is run, not /opt/My "
+                                        "Tools/stop")));
+  EXPECT_THAT(lines, Contains(HasSubstr("two blanks in a row make an empty argument")));
+  EXPECT_THAT(lines, Contains(HasSubstr("'echo x': echo is not absolute")));
+  EXPECT_THAT(lines, Contains(HasSubstr("quotes and backslashes are passed on")));
+  EXPECT_THAT(lines, Contains(HasSubstr("no shell reads it")));
+  EXPECT_THAT(lines, Contains(HasSubstr("begins with a blank, so no program is run")));
+}
+
+TEST_F(HelmsmanCheck, FindsFilesWhoseFolderNobodyMakes) {
+  writeDepot(descriptorOf("depotHost", kPlugin)
+                 .list("DataFiles", {"/srv/depot", "relative", "/top"})
+                 .list("ConfigurationFiles", {"/srv/depot"}));
+  auto lines = findings();
+  EXPECT_THAT(lines, Contains(HasSubstr("warning DataFiles: /srv/depot: its folder /srv is not")));
+  EXPECT_THAT(lines, Contains(HasSubstr("error DataFiles: 'relative' is not absolute")));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning ConfigurationFiles: /srv/depot is listed twice")));
+  EXPECT_THAT(lines, Not(Contains(HasSubstr("/top:"))));
+
+  root.writeFile("/.Halyards/depotHost/srv/depot", "a backup has shown that it can be copied");
+  EXPECT_THAT(findings(), Not(Contains(HasSubstr("is not made in the backup"))));
+
+  root.remove("/.Halyards");
+  writeDepot(descriptorOf("depotHost", kPlugin)
+                 .without("BackupBinaryPath")
+                 .list("DataFiles", {"/srv/depot"}));
+  EXPECT_THAT(findings(), Contains(HasSubstr("error DataFiles: /srv/depot: its folder")));
+}
+
+TEST_F(HelmsmanCheck, FindsSizeAnswersThatAreCutOff) {
+  root.writePlugin(kPlugin, "echo 'total := 3000000000'");
+  EXPECT_THAT(findings(), Contains(HasSubstr("error BackupBinaryPath: its size answer 3000000000 "
+                                             "is read as 2147483647")));
+  EXPECT_EQ(helmsman({"check", "--no-size"}).status, 0);
+  root.writePlugin(kPlugin, "echo 'Total: 5'");
+  EXPECT_THAT(findings(), Contains(HasSubstr("has no line that begins with \"total := \"")));
+}
+
+TEST_F(HelmsmanCheck, FindsNamesThatSelectTooMuch) {
+  root.writeDescriptor("31-depotHost-copy.plist", descriptorOf("depotHost", kPlugin));
+  root.writeDescriptor("50-olddepotHostX.plist", descriptorOf("elsewhere", kPlugin));
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains("error ServiceName: 'depotHost' is the name in "
+                              "31-depotHost-copy.plist too"));
+  EXPECT_THAT(lines, Contains(HasSubstr("'depotHost' is part of the file name "
+                                        "50-olddepotHostX.plist: a restore")));
+  EXPECT_THAT(lines, Contains(HasSubstr("'elsewhere' is not part of the file name")));
+}
+
+TEST_F(HelmsmanCheck, FindsFilesThatAreTakenForDescriptors) {
+  root.writeFile("/private/etc/halyard/README", "hello");
+  root.makeFolder("/private/etc/halyard/saved");
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains(HasSubstr("error : is no property list with a dictionary")));
+  EXPECT_THAT(lines, Contains(HasSubstr("error : is a folder, and is taken for a descriptor")));
+}
+
+TEST_F(HelmsmanCheck, FindsFaultsInThePreferences) {
+  root.writeFile(kServices,
+                 test::plistDocument("<dict><key>service</key><dict/><key>services</key><dict>"
+                                     "<key>depotHost</key><integer>2</integer>"
+                                     "<key>postHost</key><true/>"
+                                     "<key>wikiHost</key><integer>1</integer></dict></dict>"));
+  root.writeFile(kEngine, test::plistDocument("<dict><key>AutoBackup</key><integer>1</integer>"
+                                              "<key>BackupAlias</key><string>/Volumes/Away</string>"
+                                              "<key>Day</key><string>Someday</string>"
+                                              "<key>Colour</key><string>red</string></dict>"));
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains("warning service: is no key that is read"));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning depotHost: is 2: backed up, and left out")));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning postHost: is on, and no descriptor")));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning wikiHost: is none of the seven")));
+  EXPECT_THAT(lines, Contains("error BackupAlias: '/Volumes/Away' leads to no volume"));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning Day: ")));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning Time: is missing")));
+  EXPECT_THAT(lines, Contains("warning Colour: is no key that is read"));
+}
+
+TEST_F(HelmsmanCheck, FindsPreferencesThatCannotBeRead) {
+  root.writeFile(kServices, "nonsense");
+  root.remove(kEngine);
+  const auto lines = findings();
+  EXPECT_THAT(lines, Contains("error : is no property list with a dictionary"));
+  EXPECT_THAT(lines, Contains("error : is missing"));
+}
+
+TEST(FolderIsMade, FollowsTheMirrorRule) {
+  EXPECT_TRUE(folderIsMade("/top", {}));
+  EXPECT_FALSE(folderIsMade("/etc/x", {"/etc/x"}));
+  // A deeper file makes the folders above its own.
+  EXPECT_TRUE(folderIsMade("/etc/x", {"/etc/samba/y", "/etc/x"}));
+  EXPECT_FALSE(folderIsMade("/etc/samba/x", {"/etc/samba/y", "/etc/samba/x"}));
+  // A copied folder brings its contents.
+  EXPECT_TRUE(folderIsMade("/top/x", {"/top"}));
+}
+
+// ---- status
+
+class HelmsmanStatus : public HelmsmanCheck {
+ protected:
+  void SetUp() override {
+    HelmsmanCheck::SetUp();
+    if (IsSkipped()) return;
+    root.writeFile("/var/lib/halyard/last-backup.json", kRecord);
+    root.makeFolder("/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000");
+  }
+};
+
+TEST_F(HelmsmanStatus, ShowsHowTheHostStands) {
+  const auto result = helmsman({"status", "--check"});
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("/Volumes/Backup, "));
+  EXPECT_THAT(result.out, HasSubstr("the services need 4.0 KiB"));
+  EXPECT_THAT(result.out, HasSubstr("no run is active"));
+  const auto document = helmsmanJson({"status", "--json"});
+  EXPECT_EQ(document["well"], true);
+  EXPECT_EQ(document["latestSnapshot"], "2026-11-20-020000");
+  EXPECT_EQ(document["lastBackup"]["result"], "good");
+  EXPECT_EQ(document["services"][0]["name"], "depotHost");
+  EXPECT_EQ(document["services"][0]["lastGood"], "2026-11-20T02:01:00Z");
+}
+
+TEST_F(HelmsmanStatus, AsksTheServicesForTheirSizeWhenTold) {
+  EXPECT_EQ(helmsmanJson({"status", "--json", "--size"})["estimateBytes"], 0);
+  EXPECT_THAT(root.calls(), Contains(HasSubstr("-cmd|size|-opt|all")));
+}
+
+TEST_F(HelmsmanStatus, NamesADeadRun) {
+  root.writeFile("/private/var/run/HalyardRunning.pid", "999999999 :: restore\n");
+  const auto document = helmsmanJson({"status", "--json"});
+  EXPECT_EQ(document["run"]["leftover"], true);
+  EXPECT_EQ(document["well"], false);
+  const auto result = helmsman({"status", "--check"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("helmsman unlock"));
+  EXPECT_EQ(helmsman({"status"}).status, 0) << "without --check the status is no judgement";
+}
+
+TEST_F(HelmsmanStatus, WorksOnAHostThatWasNeverBackedUp) {
+  root.remove("/var/lib/halyard");
+  root.remove("/private/var/db/.VantorSetupDone");
+  root.remove("/Volumes/Backup");
+  const auto result = helmsman({"status"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("not set up (see: helmsman setup)"));
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"], nullptr);
+  EXPECT_EQ(helmsman({"status", "--check"}).status, 1);
+}
+
+TEST_F(HelmsmanStatus, AnUnreadableRecordIsNone) {
+  root.writeFile("/var/lib/halyard/last-backup.json", "{\"half\": ");
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"], nullptr);
+}
+
+// ---- metrics
+
+using HelmsmanMetrics = HelmsmanStatus;
+
+TEST_F(HelmsmanMetrics, PrintsTheTextfile) {
+  const auto result = helmsman({"metrics"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("\nhalyard_backup_result 1\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nhalyard_backup_duration_seconds 60\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nhalyard_service_bytes{service=\"depotHost\"} 2048\n"));
+  EXPECT_THAT(result.out, HasSubstr("halyard_service_last_good_timestamp_seconds{service="
+                                    "\"depotHost\"} 1795140060\n"));
+}
+
+TEST_F(HelmsmanMetrics, WritesItWhereItIsCollected) {
+  root.makeFolder("/metrics");
+  EXPECT_EQ(helmsman({"metrics", "--write", "--folder", "/metrics"}).status, 0);
+  EXPECT_EQ(root.readFile("/metrics/halyard.prom"), helmsman({"metrics"}).out);
+  EXPECT_EQ(root.modeOf("/metrics/halyard.prom"), 0644U);
+  const auto result = helmsman({"metrics", "--write"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("halyard.prom could not be written"));
+}
+
+TEST_F(HelmsmanMetrics, RecordsAUnitThatFailed) {
+  EXPECT_EQ(helmsman({"metrics", "--unit-failed", "halyard-backup.service"}).status, 0);
+  const auto document = helmsmanJson({"status", "--json"});
+  EXPECT_EQ(document["lastBackup"]["result"], "failed");
+  EXPECT_THAT(document["lastBackup"]["problems"][0].get<std::string>(),
+              HasSubstr("the unit halyard-backup.service failed before the backup ended"));
+  EXPECT_EQ(document["services"][0]["lastGood"], "2026-11-20T02:01:00Z");
+}
+
+TEST(Metrics, WithoutARecordNothingIsClaimed) {
+  const std::string text = metricsText(std::nullopt);
+  EXPECT_THAT(text, HasSubstr("halyard_backup_known 0\n"));
+  EXPECT_THAT(text, Not(HasSubstr("halyard_backup_result")));
+}
+
+TEST(Metrics, LabelsAreEscaped) {
+  RunRecord record;
+  record.services.push_back({"a\"b\\c\n", true, 0, 0, {}, {}});
+  EXPECT_THAT(metricsText(record), HasSubstr("{service=\"a\\\"b\\\\c\\n\"} 1"));
+}
+
+// ---- small texts
+
+TEST(Sizes, AreShownInBinaryUnits) {
+  EXPECT_EQ(sizeText(0), "0 B");
+  EXPECT_EQ(sizeText(1023), "1023 B");
+  EXPECT_EQ(sizeText(1536), "1.5 KiB");
+  EXPECT_EQ(sizeText((1 << 20) - 1), "1.0 MiB");
+}
+
+TEST(Times, RoundTripAndRefuseNonsense) {
+  EXPECT_EQ(timeText(1795140060), "2026-11-20T02:01:00Z");
+  EXPECT_EQ(parseTime("2026-11-20T02:01:00Z"), 1795140060);
+  EXPECT_EQ(parseSnapshotName("2026-11-20-020100"), 1795140060);
+  for (const char* text : {"", "2026-11-20", "2026-02-31-020100", "2026-11-20-250000",
+                           "2026-11-20-020100.inProgress"}) {
+    EXPECT_EQ(parseSnapshotName(text), std::nullopt) << text;
+  }
+  EXPECT_EQ(ageText(59), "just now");
+  EXPECT_EQ(ageText(60), "1 minute ago");
+  EXPECT_EQ(ageText(47 * 3600), "47 hours ago");
+  EXPECT_EQ(ageText(48 * 3600), "2 days ago");
+}
+
+TEST(Table, PadsColumnsByCharacters) {
+  EXPECT_EQ(tableText({{"A", "B"}, {"\xC3\xA4\xC3\xB6", "x"}, {"long"}}),
+            "A     B\n\xC3\xA4\xC3\xB6    x\nlong\n");
+}
+
+TEST(ComputerName, IsTheFirstLabelOfTheHostName) {
+  EXPECT_EQ(computerNameFromHostName("files1.example.org"), "files1");
+  EXPECT_EQ(computerNameFromHostName("a/b c"), "abc");
+  EXPECT_EQ(computerNameFromHostName(""), "Unknown_Computer");
+  EXPECT_EQ(computerNameFromHostName(".hidden"), "Unknown_Computer");
+}
+
+}  // namespace
+}  // namespace halyard::hostkit

@@ -1,0 +1,338 @@
+// restore, undo, verify, browse and purge.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "helmsman/restore_plan.h"
+#include "helmsman/verify.h"
+#include "host_kit_root.h"
+
+namespace halyard::hostkit {
+namespace {
+
+using test::descriptorOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kPlugin[] = "/usr/libexec/plugin";
+constexpr char kHostFolder[] = "/Volumes/Backup/Archives.snapdb/files1";
+
+// A snapshot with one service: a data file and a configuration file, changed on the live system.
+class HelmsmanRestore : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    HostKitTest::SetUp();
+    if (IsSkipped()) return;
+    writePlugin("cp \"$6/etc/depot.conf\" /etc/depot.conf");
+    root.writePreferences({{"depotHost", 1}, {"postHost", 1}});
+    root.writeDescriptor("30-depotHost.plist",
+                         descriptorOf("depotHost", kPlugin)
+                             .list("DataFiles", {"/srv/depot"})
+                             .list("ConfigurationFiles", {"/etc/depot.conf"}));
+    root.writeFile(saved("/srv/depot"), "old data");
+    root.writeFile(saved("/etc/depot.conf"), "old settings");
+    root.writeFile(metadata() + "/.halyardSignature", "x");
+    root.makeLink(std::string(kHostFolder) + "/Latest", "2026-11-20-020000");
+    root.writeFile("/srv/depot", "new data");
+    root.writeFile("/etc/depot.conf", "new settings");
+  }
+
+  // "-cmd restore -opt all -path FOLDER ..."
+  void writePlugin(const std::string& restoreBody, const std::string& summary = "0") const {
+    root.writePlugin(kPlugin, "case $2 in\nrestore) " + restoreBody +
+                                  " ;;\nverify) echo 'Number of failures to match := " + summary +
+                                  "' ;;\nbrowse) echo \"browsing $4\" ;;\nesac\nexit 0");
+  }
+  static std::string metadata() {
+    return std::string(kHostFolder) + "/2026-11-20-020000/System/.Halyards";
+  }
+  static std::string saved(const std::string& path) { return metadata() + "/depotHost" + path; }
+};
+
+using HelmsmanUndo = HelmsmanRestore;
+using HelmsmanVerify = HelmsmanRestore;
+using HelmsmanBrowse = HelmsmanRestore;
+using HelmsmanPurge = HelmsmanRestore;
+
+// ---- restore
+
+TEST_F(HelmsmanRestore, PutsTheServiceBackAndKeepsWhatWasThere) {
+  const auto result = helmsman({"restore", "depot", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(root.readFile("/srv/depot"), "old data");
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "new data");
+  EXPECT_EQ(root.readFile("/etc/depot.conf"), "old settings");
+  EXPECT_EQ(root.readFile("/etc/depot.conf.previous"), "new settings");
+  EXPECT_THAT(result.err, HasSubstr("set aside /srv/depot.previous\n"));
+  EXPECT_THAT(result.err, HasSubstr("to take it all back: helmsman undo depotHost\n"));
+}
+
+TEST_F(HelmsmanRestore, ADryRunTouchesNothing) {
+  const auto result = helmsman({"restore", "depotHost", "--dry-run"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("/srv/depot"));
+  EXPECT_THAT(result.out, HasSubstr("put back by the service, the live one kept as .previous"));
+  EXPECT_THAT(root.calls(), IsEmpty());
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+  EXPECT_FALSE(root.exists("/var/lib/halyard/undo"));
+}
+
+TEST_F(HelmsmanRestore, DoesNothingWithoutAYesAndATerminal) {
+  const auto result = helmsman({"restore", "depotHost"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("say --yes to go ahead"));
+  EXPECT_THAT(root.calls(), IsEmpty());
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+}
+
+TEST_F(HelmsmanRestore, TellsConfigurationThatTheServiceDidNotPutBack) {
+  writePlugin(":");
+  const auto result = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("/etc/depot.conf was not put back; the live one is "
+                                    "/etc/depot.conf.previous"));
+}
+
+TEST_F(HelmsmanRestore, MismatchesAfterwardsAreAFailure) {
+  writePlugin("cp \"$6/etc/depot.conf\" /etc/depot.conf", "3");
+  const auto result = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("verify reports 3 mismatches"));
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes", "--no-verify"}).status, 0);
+}
+
+TEST_F(HelmsmanRestore, HandsTheOptionToTheService) {
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes", "--opt", "one two", "--no-verify"}).status,
+            0);
+  EXPECT_THAT(root.calls(), Contains(HasSubstr("-cmd|restore|-opt|one two|-path|")));
+}
+
+TEST_F(HelmsmanRestore, RefusesWhatTheSnapshotDoesNotHold) {
+  root.writeDescriptor("40-postHost.plist", descriptorOf("postHost", kPlugin));
+  const auto result = helmsman({"restore", "postHost", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "helmsman: the snapshot 2026-11-20-020000 does not hold postHost\n");
+  EXPECT_THAT(root.calls(), IsEmpty());
+}
+
+TEST_F(HelmsmanRestore, RefusesAServiceOrASnapshotThatIsNotThere) {
+  EXPECT_THAT(helmsman({"restore", "nothing", "--yes"}).err,
+              HasSubstr("there is no service 'nothing'; there are: depotHost, postHost"));
+  EXPECT_THAT(helmsman({"restore", "depot", "--yes", "--from", "2025"}).err,
+              HasSubstr("'2025' is no snapshot of this host"));
+  EXPECT_THAT(helmsman({"restore", "post", "--yes"}).err,
+              HasSubstr("no descriptor of postHost is installed"));
+  root.makeFolder(std::string(kHostFolder) + "/2026-11-21-020000.inProgress");
+  EXPECT_THAT(helmsman({"restore", "depot", "--yes", "--from", "2026-11-21"}).err,
+              HasSubstr("is not complete"));
+}
+
+TEST_F(HelmsmanRestore, TakesASnapshotByTheBeginningOfItsName) {
+  EXPECT_EQ(helmsman({"restore", "depot", "--yes", "--from", "2026-11"}).status, 0);
+  root.makeFolder(std::string(kHostFolder) + "/2026-11-19-020000");
+  EXPECT_THAT(helmsman({"restore", "depot", "--yes", "--from", "2026-11"}).err,
+              HasSubstr("is the beginning of 2 snapshots"));
+}
+
+TEST_F(HelmsmanRestore, DoesNotStartWhileARunIsActive) {
+  const std::string process = std::to_string(::getpid());
+  root.makeLink("/proc/" + process + "/exe", "/usr/sbin/Halyard");
+  root.writeFile("/private/var/run/HalyardRunning.pid", process + " :: backup\n");
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 3);
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+}
+
+TEST(RoomProblems, NameTheVolumeThatIsTooSmall) {
+  PlannedItem item;
+  item.path = "/tmp/somewhere";
+  item.inSnapshot = true;
+  item.bytes = std::uint64_t{1} << 62;
+  EXPECT_THAT(roomProblems({item}), ElementsAre(HasSubstr("needs 4.0 EiB and has ")));
+  item.inSnapshot = false;
+  EXPECT_THAT(roomProblems({item}), IsEmpty());
+}
+
+// ---- undo
+
+TEST_F(HelmsmanUndo, TakesARestoreBackAndCanBringItBackAgain) {
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 0);
+  auto result = helmsman({"undo", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+  EXPECT_EQ(root.readFile("/etc/depot.conf"), "new settings");
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "old data");
+
+  result = helmsman({"undo", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(root.readFile("/srv/depot"), "old data");
+  EXPECT_EQ(root.readFile("/etc/depot.conf"), "old settings");
+}
+
+TEST_F(HelmsmanUndo, SetsAsideWhatTheRestoreMadeAnew) {
+  root.remove("/srv/depot");
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 0);
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  EXPECT_FALSE(root.exists("/srv/depot"));
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "old data");
+}
+
+TEST_F(HelmsmanUndo, PutsBackConfigurationThatNobodyReplaced) {
+  writePlugin(":");
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 1);
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  EXPECT_EQ(root.readFile("/etc/depot.conf"), "new settings");
+  EXPECT_FALSE(root.exists("/etc/depot.conf.previous"));
+}
+
+TEST_F(HelmsmanUndo, LeavesAloneWhatAnEarlierRestoreSetAside) {
+  root.remove(saved("/srv/depot"));
+  root.writeFile("/srv/depot.previous", "from another year");
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 0);
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "from another year");
+}
+
+TEST_F(HelmsmanUndo, WorksAfterARestoreThatHalyardDidOnItsOwn) {
+  root.run({"-cmd", "restoreService", "-path", std::string(kHostFolder) + "/2026-11-20-020000",
+            "-target", "/", "-service", "depotHost"});
+  ASSERT_EQ(root.readFile("/srv/depot"), "old data");
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+}
+
+TEST_F(HelmsmanUndo, HasNothingToTakeBackWithoutARestore) {
+  const auto result = helmsman({"undo", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "helmsman: there is nothing to take back for depotHost\n");
+}
+
+TEST_F(HelmsmanUndo, AsksFirst) {
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 0);
+  const auto result = helmsman({"undo", "depotHost"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("  /srv/depot\n"));
+  EXPECT_EQ(root.readFile("/srv/depot"), "old data");
+}
+
+TEST_F(HelmsmanUndo, ABrokenRecordMovesNothing) {
+  root.writeFile("/var/lib/halyard/undo/depotHost.json",
+                 R"({"service": "depotHost", "items": [{"path": "relative", "wasLive": true}]})");
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 1);
+}
+
+// ---- verify
+
+TEST_F(HelmsmanVerify, IsHonestAboutTheCount) {
+  auto result = helmsman({"verify"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(root.calls(), ElementsAre(std::string(kPlugin) + "|-cmd|verify|-path|" + metadata() +
+                                        "/depotHost|-log|/private/var/log/halyard/depotHost.log"));
+  writePlugin(":", "12");
+  result = helmsman({"verify", "depot"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("depotHost  12"));
+  EXPECT_EQ(helmsmanJson({"verify", "--json"})[0]["mismatches"], 12);
+}
+
+TEST_F(HelmsmanVerify, TellsNinetyNineMismatchesFromNoAnswer) {
+  writePlugin(":", "99");
+  EXPECT_THAT(helmsman({"verify"}).out, HasSubstr("depotHost  99"));
+  root.writePlugin(kPlugin, "exit 1");
+  const auto result = helmsman({"verify"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("depotHost  no answer"));
+  EXPECT_EQ(helmsmanJson({"verify", "--json"})[0]["mismatches"], nullptr);
+}
+
+TEST_F(HelmsmanVerify, RefusesWhatTheSnapshotDoesNotHold) {
+  const auto result = helmsman({"verify", "postHost"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("does not hold postHost"));
+}
+
+TEST(Mismatches, AreTakenFromTheDiagnosticOutput) {
+  EXPECT_EQ(mismatchesIn("Number of failures to match := 4\nbinRet := 4\n"), 4);
+  EXPECT_EQ(mismatchesIn("Number of failures to match := 4\nNumber of failures to match := "
+                         "0\nbinRet := 0\n"),
+            0);
+  EXPECT_EQ(mismatchesIn("binRet := 99\n"), std::nullopt);
+  EXPECT_EQ(mismatchesIn(""), std::nullopt);
+}
+
+// ---- browse
+
+TEST_F(HelmsmanBrowse, PrintsWhatTheServiceAnswers) {
+  const auto result = helmsman({"browse", "depot"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("browsing " + metadata() + "/depotHost\n"));
+}
+
+TEST_F(HelmsmanBrowse, WarningsAreMessagesAndAnEmptyAnswerIsAFailure) {
+  root.writePlugin(kPlugin, "exit 0");
+  const auto result = helmsman({"browse"});
+  EXPECT_THAT(result.err, HasSubstr("helmsman: warning: WARNING:2: Service depotHost did not "
+                                    "return any data when browsing."));
+  EXPECT_THAT(result.out, Not(HasSubstr("WARNING")));
+  EXPECT_EQ(helmsman({"browse", "depot"}).status, 1);
+}
+
+TEST_F(HelmsmanBrowse, RefusesAServiceThatIsNotThere) {
+  EXPECT_THAT(helmsman({"browse", "postHost"}).err, HasSubstr("does not hold postHost"));
+  EXPECT_EQ(helmsman({"browse", "none"}).status, 1);
+  EXPECT_THAT(root.calls(), IsEmpty());
+}
+
+// ---- purge
+
+TEST_F(HelmsmanPurge, RemovesASnapshotAndSaysSo) {
+  const std::string older = std::string(kHostFolder) + "/2026-11-19-020000";
+  root.writeFile(older + "/System/.Halyards/.halyardSignature", "x");
+  const auto result = helmsman({"purge", "2026-11-19", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.err, "helmsman: removed " + older + "\n");
+  EXPECT_FALSE(root.exists(older));
+}
+
+TEST_F(HelmsmanPurge, KeepsTheLatestUnlessToldOtherwise) {
+  const std::string latest = std::string(kHostFolder) + "/2026-11-20-020000";
+  for (const std::string& word : {std::string("2026-11-20"), std::string("latest"), latest}) {
+    EXPECT_EQ(helmsman({"purge", word, "--yes"}).status, 1) << word;
+  }
+  EXPECT_TRUE(root.exists(latest));
+  EXPECT_EQ(helmsman({"purge", "2026-11-20", "--yes", "--latest"}).status, 0);
+  EXPECT_FALSE(root.exists(latest));
+}
+
+TEST_F(HelmsmanPurge, RefusesWhatHalyardWouldSilentlyLeave) {
+  const std::string folder(kHostFolder);
+  root.makeFolder(folder + "/2026-11-18-020000/System");
+  root.writeFile(folder + "/2026-11-17-020000.inProgress/System/.Halyards/.halyardSignature", "x");
+  EXPECT_THAT(helmsman({"purge", "2026-11-18", "--yes"}).err,
+              HasSubstr("carries no backup of the services"));
+  EXPECT_THAT(helmsman({"purge", "2026-11-17", "--yes"}).err, HasSubstr("is not complete"));
+  EXPECT_EQ(helmsman({"purge", "2030", "--yes"}).status, 1);
+  EXPECT_TRUE(root.exists(folder + "/2026-11-18-020000"));
+  EXPECT_TRUE(root.exists(folder + "/2026-11-17-020000.inProgress"));
+}
+
+TEST_F(HelmsmanPurge, AsksFirst) {
+  root.writeFile(std::string(kHostFolder) + "/2026-11-19-020000/System/.Halyards/.halyardSignature",
+                 "x");
+  EXPECT_EQ(helmsman({"purge", "2026-11-19"}).status, 1);
+  EXPECT_TRUE(root.exists(std::string(kHostFolder) + "/2026-11-19-020000"));
+}
+
+TEST_F(HelmsmanPurge, TellsWhenTheFolderIsStillThere) {
+  // Outside the repository it looks like a snapshot, and the engine refuses it.
+  root.writeFile("/copy/System/.Halyards/.halyardSignature", "x");
+  const auto result = helmsman({"purge", "/copy", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("copy was not removed: That is not a snapshot."));
+}
+
+}  // namespace
+}  // namespace halyard::hostkit
