@@ -1,6 +1,7 @@
 #include "host/remove_tree.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
@@ -141,7 +142,12 @@ int removeTreeAt(int folder, const std::string& name) {
   for (int attempt = 0; attempt < kAttempts && outcome == ESTALE; ++attempt) {
     outcome = Removal(folder, mount).run(name);
   }
-  return outcome;
+  if (outcome == 0) return 0;
+  // A folder that could not be read to its end may have been empty all the same.
+  struct stat status = {};
+  const int stands =
+      errorOf([&] { return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW); });
+  return stands == ENOENT ? 0 : outcome;
 }
 
 int removeTree(const std::string& path) {

@@ -136,9 +136,14 @@ StagedCopy::~StagedCopy() { discard(); }
 
 void StagedCopy::discard() {
   if (!folder_) return;
-  // What others put there, if anybody could, stays: only what was made here is removed.
-  (void)removeTreeAt(folder_.get(), kStagedName);
-  (void)errorOf([&] { return ::unlinkat(place_.folder.get(), temporary_.c_str(), AT_REMOVEDIR); });
+  const auto removeFolder = [&] {
+    // What others put there, if anybody could, stays: only what was made here is removed.
+    (void)removeTreeAt(folder_.get(), kStagedName);
+    return errorOf(
+        [&] { return ::unlinkat(place_.folder.get(), temporary_.c_str(), AT_REMOVEDIR); });
+  };
+  // A second try, since nobody will ever look for a folder of this name.
+  if (removeFolder() != 0) (void)removeFolder();
   folder_.reset();
 }
 
