@@ -112,7 +112,10 @@ std::string metricsText(const std::optional<RunRecord>& record) {
 }
 
 int metrics(const MetricsArguments& arguments) {
-  if (!arguments.unitFailed.empty() && !recordFailedUnit(arguments.unitFailed)) return kFailure;
+  if (!arguments.unitFailed.empty()) {
+    const bool recorded = recordFailedUnit(arguments.unitFailed);
+    return writeMetricsWhereWanted() && recorded ? kSuccess : kFailure;
+  }
   if (!arguments.write) {
     (void)std::fputs(metricsText(readLastRecord()).c_str(), stdout);
     return finishOutput() ? kSuccess : kFailure;

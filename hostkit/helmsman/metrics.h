@@ -16,7 +16,7 @@ std::string metricsText(const std::optional<RunRecord>& record);
 struct MetricsArguments {
   bool write = false;      ///< Into the textfile folder instead of standard output.
   std::string folder;      ///< Another folder for it.
-  std::string unitFailed;  ///< Record first that this unit failed, for OnFailure=.
+  std::string unitFailed;  ///< Record that this unit failed instead, for OnFailure=.
 };
 
 /// Returns the exit status.
