@@ -1,0 +1,22 @@
+// The run state of one test.
+#pragma once
+
+#include <utility>
+
+#include "frontend/run_state.h"
+
+namespace halyard::test {
+
+/// Saves the run state, starts the test with a fresh one, and restores it.
+class ScopedRunState {
+ public:
+  ScopedRunState() : saved_(std::exchange(runState(), RunState())) {}
+  ~ScopedRunState() { runState() = std::move(saved_); }
+  ScopedRunState(const ScopedRunState&) = delete;
+  ScopedRunState& operator=(const ScopedRunState&) = delete;
+
+ private:
+  RunState saved_;
+};
+
+}  // namespace halyard::test
