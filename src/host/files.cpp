@@ -16,6 +16,7 @@
 #include "host/remove_tree.h"
 #include "host/rename_item.h"
 #include "host/system_call.h"
+#include "host/temporary_name.h"
 #include "host/umask.h"
 
 namespace halyard::host {
@@ -96,18 +97,21 @@ bool createDirectory(const std::string& path, const Attributes& attributes) {
   const Location place = locate(path);
   if (!place) return false;
   const int parent = place.folder.get();
-  const char* name = place.name.c_str();
-  // Closed to others until it belongs to its owner.
-  if (errorOf([&] { return ::mkdirat(parent, name, attributes.permissions & 0700); }) != 0) {
-    return false;
-  }
-  const Descriptor folder(uninterrupted([&] { return ::openat(parent, name, kFolderFlags); }));
+  // Closed to others until it belongs to its owner, and named only then: no later run would correct
+  // a folder that a killed one left half made.
+  const std::string unfinished = temporaryName();
+  if (errorOf([&] { return ::mkdirat(parent, unfinished.c_str(), 0700); }) != 0) return false;
+  const Descriptor folder(
+      uninterrupted([&] { return ::openat(parent, unfinished.c_str(), kFolderFlags); }));
   if (folder) {
     setOwner(folder.get(), attributes.owner, attributes.group);
     // Last: a change of owner may take bits away.
-    if (errorOf([&] { return ::fchmod(folder.get(), attributes.permissions); }) == 0) return true;
+    if (errorOf([&] { return ::fchmod(folder.get(), attributes.permissions); }) == 0 &&
+        renameWithoutReplacing(parent, unfinished, parent, place.name) == 0) {
+      return true;
+    }
   }
-  (void)errorOf([&] { return ::unlinkat(parent, name, AT_REMOVEDIR); });
+  (void)errorOf([&] { return ::unlinkat(parent, unfinished.c_str(), AT_REMOVEDIR); });
   return false;
 }
 
