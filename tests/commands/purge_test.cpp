@@ -1,6 +1,10 @@
 // The purge of one snapshot: what is accepted, what is refused, and that nothing else goes.
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 
+#include <cerrno>
+
+#include "support/forked.h"
 #include "support/restored_host.h"
 #include "support/run_output.h"
 
@@ -206,6 +210,25 @@ TEST_F(PurgeSnapShot, ReadOnlyAndClosedFoldersGoToo) {
   root.makeFolder(std::string(kSnapshot) + "/Server HD/locked", 0500);
   EXPECT_EQ(purge().status, 74);
   EXPECT_FALSE(root.exists(kSnapshot));
+}
+
+TEST_F(PurgeSnapShot, AFailedDeletionShowsItsErrorAndNeverEntersAnotherFileSystem) {
+  if (!canMountPrivately()) GTEST_SKIP() << "no mounts here";
+  root.makeFolder(std::string(kSnapshot) + "/Server HD/mounted");
+  root.writeFile("/other/file", "kept");
+  const std::string other = root.path("/other");
+  const std::string mounted = root.path(std::string(kSnapshot) + "/Server HD/mounted");
+  const std::string expected = "Failed with error:" + std::to_string(EBUSY) + ".\n";
+  const int status = exitStatusOf([&] {
+    if (!enterPrivateMounts()) return 2;
+    if (mount(other.c_str(), mounted.c_str(), nullptr, MS_BIND, nullptr) != 0) return 3;
+    const auto purged = purge();
+    if (purged.out != expected) return 4;
+    return purged.status;
+  });
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(root.readFile("/other/file"), "kept");
+  EXPECT_TRUE(root.exists(kSnapshot));
 }
 
 TEST_F(PurgeSnapShot, WithoutABackupVolumeThereIsNoSessionAndNothingGoes) {
