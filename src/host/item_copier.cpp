@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <limits>
 
 #include "host/remove_tree.h"
 #include "host/system_call.h"
@@ -16,6 +17,7 @@ namespace halyard::host {
 namespace {
 
 constexpr mode_t kPrivateMode = 0600;
+constexpr nlink_t kAnyNumber = std::numeric_limits<nlink_t>::max();
 
 bool sameTime(const struct timespec& left, const struct timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
@@ -51,6 +53,7 @@ int makeLink(const FolderPair& folders, const char* fromName, const char* name) 
 template <typename Make>
 int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
   int error = make(name);
+  folders.changed = true;
   if (error != EEXIST || !folders.replaces) return error;
 
   std::string temporary;
@@ -76,6 +79,45 @@ int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
 int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toName,
                      unsigned char type) {
   if (type == DT_DIR) return EISDIR;
+  if (folders.memory == nullptr) return copyAfresh(folders, fromName, toName, type);
+
+  struct stat status = {};
+  int error = statusOf(folders.source, fromName, status);
+  if (error != 0) return error;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  error = ENOENT;
+  if (folders.memory->isUnchanged(fromName, status))
+    error = keep(folders, fromName, toName, status);
+  if (isLinkRefusal(error)) error = copyAfresh(folders, fromName, toName, type);
+  if (error == 0) folders.memory->took(fromName, status);
+  return error;
+}
+
+/// Takes an item that is known to be the same from the earlier copy. ENOENT when it has to be
+/// copied after all.
+int ItemCopier::keep(FolderPair& folders, const char* fromName, const char* toName,
+                     const struct stat& status) {
+  int error = ENOENT;
+  if (hasOtherNames(status)) {
+    error = place(folders, toName,
+                  [&](const char* name) { return hardLinks_.link(status, folders.target, name); });
+    if (!isLinkRefusal(error)) return error;
+  }
+  if (folders.updates) {
+    error = 0;
+  } else if (folders.reference >= 0 && S_ISREG(status.st_mode)) {
+    error = place(folders, toName, [&](const char* name) {
+      return errorOf(
+          [&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });
+    });
+  }
+  if (error == 0 && S_ISREG(status.st_mode)) countShared(status);
+  if (error == 0 && hasOtherNames(status)) hardLinks_.remember(status, toName);
+  return error;
+}
+
+int ItemCopier::copyAfresh(FolderPair& folders, const char* fromName, const char* toName,
+                           unsigned char type) {
   // The entry may be out of date, so a file that turns out to be something else is looked at again.
   if (type == DT_REG) {
     const int error = copyFile(folders, fromName, toName);
@@ -101,6 +143,11 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
   }
   error = attributes_.read(AttributeItem::opened(from.get()));
   if (error != 0) return error;
+  // A copy with more names than one may be another item's as well: that one is made anew.
+  if (folders.updates && !hasOtherNames(status) && isSame(folders.target, toName, status, 1)) {
+    countShared(status);
+    return 0;
+  }
   error = linkToReference(folders, fromName, toName, status);
   if (isLinkRefusal(error)) {
     error = place(folders, toName,
@@ -187,32 +234,37 @@ int ItemCopier::makeOther(FolderPair& folders, const char* fromName, const char*
   return error;
 }
 
-bool ItemCopier::isUnchanged(const FolderPair& folders, const char* name,
-                             const struct stat& status) {
+/// Whether a regular file is, as far as its attributes tell, a copy of the one at hand.
+bool ItemCopier::isSame(int folder, const char* name, const struct stat& status,
+                        nlink_t mostNames) {
   struct stat earlier = {};
-  if (statusOf(folders.reference, name, earlier) != 0) return false;
+  if (statusOf(folder, name, earlier) != 0 || earlier.st_nlink > mostNames) return false;
   if (earlier.st_mode != status.st_mode || earlier.st_size != status.st_size ||
       earlier.st_uid != status.st_uid || earlier.st_gid != status.st_gid ||
       !sameTime(earlier.st_mtim, status.st_mtim)) {
     return false;
   }
-  const Descriptor file(opener_.open(folders.reference, name,
-                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const Descriptor file(
+      opener_.open(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   return file && referenceAttributes_.read(AttributeItem::opened(file.get())) == 0 &&
          referenceAttributes_.isSameEverywhere(attributes_);
+}
+
+void ItemCopier::countShared(const struct stat& status) {
+  ++report_.linked;
+  report_.linkedBytes += static_cast<std::uint64_t>(status.st_size);
 }
 
 /// ENOENT when there is no earlier copy that is the same.
 int ItemCopier::linkToReference(FolderPair& folders, const char* fromName, const char* toName,
                                 const struct stat& status) {
-  if (folders.reference < 0 || !isUnchanged(folders, fromName, status)) return ENOENT;
+  if (folders.reference < 0 || !isSame(folders.reference, fromName, status, kAnyNumber)) {
+    return ENOENT;
+  }
   const int error = place(folders, toName, [&](const char* name) {
     return errorOf([&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });
   });
-  if (error == 0) {
-    ++report_.linked;
-    report_.linkedBytes += static_cast<std::uint64_t>(status.st_size);
-  }
+  if (error == 0) countShared(status);
   return error;
 }
 

@@ -20,7 +20,10 @@ struct FolderPair {
   int target = -1;
   int reference = -1;      ///< Where an earlier copy of the source folder stands; -1 for none.
   bool replaces = false;   ///< Items may stand in the target already: they are replaced.
+  bool updates = false;    ///< The same items may stay.
   bool handsDown = false;  ///< The target gives new items an access control list of its own.
+  bool changed = false;    ///< Something in the target was made or replaced.
+  TreeMemory* memory = nullptr;
   /// The first file that was made in the target, as it came out: its owner, group and device are
   /// those of the next ones too.
   std::optional<struct stat> firstMade;
@@ -39,6 +42,9 @@ class ItemCopier {
   HardLinks& hardLinks() { return hardLinks_; }
 
  private:
+  int copyAfresh(FolderPair& folders, const char* fromName, const char* toName, unsigned char type);
+  int keep(FolderPair& folders, const char* fromName, const char* toName,
+           const struct stat& status);
   int copyFile(FolderPair& folders, const char* fromName, const char* toName);
   int copyOther(FolderPair& folders, const char* fromName, const char* toName);
   template <typename Make>
@@ -47,9 +53,10 @@ class ItemCopier {
   int fillFile(FolderPair& folders, int from, int to, const struct stat& status, bool isPlain);
   int makeOther(FolderPair& folders, const char* fromName, const char* name,
                 const struct stat& status);
-  bool isUnchanged(const FolderPair& folders, const char* name, const struct stat& status);
+  bool isSame(int folder, const char* name, const struct stat& status, nlink_t mostNames);
   int linkToReference(FolderPair& folders, const char* fromName, const char* toName,
                       const struct stat& status);
+  void countShared(const struct stat& status);
 
   TreeCopyReport& report_;
   QuietOpener opener_;

@@ -3,8 +3,10 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
+#include "host/remove_tree.h"
 #include "host/system_call.h"
 
 namespace halyard::host {
@@ -24,6 +26,7 @@ TreeCopier::TreeCopier(const TreeCopyOptions& options, SelfCopy selfCopy)
 TreeCopyReport TreeCopier::copy(const Location& source, const Location& target) {
   int error = copyRoot(source, target);
   if (error == 0) error = walk();
+  report_.ended = error != 0;
   if (error != 0) report_.error = error;
   report_.complete = report_.error == 0;
   return report_;
@@ -33,7 +36,7 @@ int TreeCopier::copyRoot(const Location& source, const Location& target) {
   FolderPair folders;
   folders.source = source.folder.get();
   folders.target = target.folder.get();
-  folders.replaces = options_.intoExisting;
+  folders.replaces = options_.intoExisting || options_.update;
   folders.handsDown = true;  // It may well: for one item it is not worth asking.
   const char* name = source.name.c_str();
   const int error = items_.copy(folders, name, target.name.c_str(), DT_UNKNOWN);
@@ -62,9 +65,9 @@ int TreeCopier::tolerate(int error, std::string_view name) {
   if (error == 0 || !options_.failed || endsEveryCopy(error)) return error;
   if (report_.error == 0) report_.error = error;
   const std::size_t folderLength = appendToPath(name);
-  options_.failed(path_, error);
+  const bool goesOn = options_.failed(path_, error);
   path_.resize(folderLength);
-  return 0;
+  return goesOn ? 0 : error;
 }
 
 bool TreeCopier::isLeftOut(const char* name) {
@@ -93,7 +96,7 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
   Descriptor source(items_.opener().open(sourceFolder, fromName, kFolderFlags));
   int error = source ? identify(source.get(), identity) : errno;
   if (error == 0) error = errorOf([&] { return ::fstat(source.get(), &level.source); });
-  if (error != 0) return tolerate(error, shownName);
+  if (error != 0) return giveUp(error, targetFolder, toName, shownName);
   if (!isRoot && identity.sameItem(targetRoot_)) return selfCopy_ == SelfCopy::refused ? EINVAL : 0;
 
   Descriptor target;
@@ -105,6 +108,9 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
   if (error != 0) return tolerate(error, shownName);
 
   level.pathLength = appendToPath(shownName);
+  if (options_.memory != nullptr) {
+    level.isKnown = options_.memory->enter(isRoot ? "" : fromName, level.source);
+  }
   enterReference(fromName);
   source_.push(std::move(source), identity);
   target_.push(std::move(target), targetIdentity);
@@ -116,21 +122,26 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
     items_.hardLinks().enter(fromName);
   }
   ++report_.items;
-  if (options_.oneFileSystem && !identity.sameMount(sourceRoot_)) return 0;
-  return copyEntries();
+  names_.clear();
+  const bool isMountedUpon = options_.oneFileSystem && !identity.sameMount(sourceRoot_);
+  error = isMountedUpon ? 0 : copyEntries();
+  if (error == 0 && mayHaveStale()) error = tolerate(removeStale(), "");
+  return error;
 }
 
 /// Makes the folder in the copy, or opens the one that is there and may be merged.
 int TreeCopier::openTarget(int folder, const char* name, Descriptor& opened, Level& level) {
   int error = errorOf([&] { return ::mkdirat(folder, name, kPrivateMode); });
-  level.isMerged = error == EEXIST && options_.intoExisting;
+  level.isMerged = error == EEXIST && (options_.intoExisting || options_.update);
   if (error != 0 && !level.isMerged) return error;
+  if (!level.isMerged) noteChange();
 
   const int follow = level.isMerged && levels_.empty() ? kFolderFlags & ~O_NOFOLLOW : kFolderFlags;
   opened = Descriptor(uninterrupted([&] { return ::openat(folder, name, follow); }));
   if (!opened && level.isMerged && (errno == ENOTDIR || errno == ELOOP)) {
     // Something else stands there and is replaced.
     level.isMerged = false;
+    noteChange();
     error = errorOf([&] { return ::unlinkat(folder, name, 0); });
     if (error == 0) error = errorOf([&] { return ::mkdirat(folder, name, kPrivateMode); });
     if (error != 0) return error;
@@ -176,38 +187,84 @@ int TreeCopier::copyEntries() {
   folders.source = source_.current();
   folders.target = target_.current();
   if (reference_.size() == levels_.size()) folders.reference = reference_.current();
-  folders.replaces = options_.intoExisting;
+  folders.updates = options_.update && levels_.back().isMerged;
+  folders.replaces = options_.intoExisting || options_.update;
   folders.handsDown = levels_.back().handsDown;
+  folders.memory = options_.memory;
+  int error = 0;
+  do {
+    error = tolerate(reader_.next(folders.source, entries_), "");
+    for (std::size_t at = 0; error == 0 && at < entries_.size(); ++at) {
+      error = copyEntry(folders, entries_[at]);
+    }
+  } while (error == 0 && !entries_.empty());
+  if (folders.changed) noteChange();
+  return error;
+}
+
+int TreeCopier::copyEntry(FolderPair& folders, const FolderEntry& entry) {
+  if (isLeftOut(entry.name)) return 0;
+  if (mayHaveStale()) names_.emplace_back(entry.name);
+  const int error = items_.copy(folders, entry.name, entry.name, entry.type);
+  if (error == 0) ++report_.items;
+  if (error == EISDIR) levels_.back().folders.add(entry.name);
+  if (error == 0 || error == EISDIR) return 0;
+  return giveUp(error, folders.target, entry.name, entry.name);
+}
+
+/// What could not be copied is left out: in an update, no older copy may pass for it.
+int TreeCopier::giveUp(int error, int targetFolder, const char* name, std::string_view shownName) {
+  if (options_.update && !levels_.empty() && !endsEveryCopy(error) &&
+      removeTreeAt(targetFolder, name) == 0) {
+    noteChange();
+  }
+  return tolerate(error, shownName);
+}
+
+/// Whether the copy of the current folder may have names that the folder itself has not.
+bool TreeCopier::mayHaveStale() const {
+  return options_.update && levels_.back().isMerged && !levels_.back().isKnown;
+}
+
+void TreeCopier::noteChange() {
+  if (!levels_.empty()) levels_.back().isChanged = true;
+}
+
+int TreeCopier::removeStale() {
+  std::ranges::sort(names_);
+  std::vector<std::string> stale;
   for (;;) {
-    if (const int error = reader_.next(folders.source, entries_)) return tolerate(error, "");
-    if (entries_.empty()) return 0;
+    if (const int error = reader_.next(target_.current(), entries_)) return error;
+    if (entries_.empty()) break;
     for (const FolderEntry& entry : entries_) {
-      if (isLeftOut(entry.name)) continue;
-      int error = items_.copy(folders, entry.name, entry.name, entry.type);
-      if (error == 0) ++report_.items;
-      if (error == EISDIR) {
-        levels_.back().folders.add(entry.name);
-        continue;
-      }
-      error = tolerate(error, entry.name);
-      if (error != 0) return error;
+      if (!std::ranges::binary_search(names_, entry.name)) stale.emplace_back(entry.name);
     }
   }
+  for (const std::string& name : stale) {
+    if (const int error = removeTreeAt(target_.current(), name)) return error;
+    noteChange();
+  }
+  return 0;
+}
+
+int TreeCopier::giveFolderAttributes(const Level& level) {
+  ExtendedAttributes attributes;
+  const int target = target_.current();
+  int error = attributes.read(AttributeItem::opened(source_.current()));
+  if (error == 0 && level.isMerged) {
+    error = attributes.removeOthers(AttributeItem::opened(target));
+  }
+  return error != 0 ? error : giveAttributes(target, level.source, attributes, level.given);
 }
 
 /// Gives the folder its attributes, last of all, since every item in it changed its times, and goes
 /// back up.
 int TreeCopier::leave() {
   const Level level = std::move(levels_.back());
-  ExtendedAttributes attributes;
-  int error = attributes.read(AttributeItem::opened(source_.current()));
-  const int target = target_.current();
-  if (error == 0 && level.isMerged) {
-    error = attributes.removeOthers(AttributeItem::opened(target));
-  }
-  if (error == 0) error = giveAttributes(target, level.source, attributes, level.given);
-  error = tolerate(error, "");
-  if (error != 0) return error;
+  const bool isUntouched = options_.update && level.isMerged && level.isKnown && !level.isChanged;
+  const int failure = isUntouched ? 0 : tolerate(giveFolderAttributes(level), "");
+  if (failure != 0) return failure;
+  if (options_.memory != nullptr) options_.memory->leave();
 
   if (reference_.size() == levels_.size() && reference_.pop() != 0) {
     reference_.clear();  // From here on all is copied afresh.
@@ -215,7 +272,7 @@ int TreeCopier::leave() {
   levels_.pop_back();
   path_.resize(level.pathLength);
   if (!levels_.empty()) items_.hardLinks().leave();
-  error = source_.pop();
+  const int error = source_.pop();
   return error != 0 ? error : target_.pop();
 }
 

@@ -40,6 +40,8 @@ class TreeCopier {
     GivenAttributes given;
     bool isMerged;           ///< The target folder was there before.
     bool handsDown;          ///< The target folder gives new items an access control list.
+    bool isKnown;            ///< As it was when the earlier copy was made, as far as names go.
+    bool isChanged;          ///< Something in the target folder was made, replaced or removed.
     std::size_t pathLength;  ///< Of the relative path of the folder above.
   };
 
@@ -53,6 +55,12 @@ class TreeCopier {
   int prepareTarget(int folder, Level& level);
   void enterReference(const char* name);
   int copyEntries();
+  int copyEntry(FolderPair& folders, const FolderEntry& entry);
+  int giveUp(int error, int targetFolder, const char* name, std::string_view shownName);
+  bool mayHaveStale() const;
+  void noteChange();
+  int removeStale();
+  int giveFolderAttributes(const Level& level);
   int leave();
 
   const TreeCopyOptions& options_;
@@ -62,6 +70,7 @@ class TreeCopier {
   ItemCopier items_{report_};
   FolderReader reader_;
   std::vector<FolderEntry> entries_;
+  std::vector<std::string> names_;  ///< Of the current folder, where the copy may have others.
   FolderChain source_;
   FolderChain target_;
   FolderChain reference_;  ///< Shorter than the others where the earlier copy lacks folders.

@@ -14,6 +14,7 @@
 
 #include "host/descriptor.h"
 #include "host/location.h"
+#include "host/tree_memory.h"
 
 namespace halyard::host {
 
@@ -62,21 +63,30 @@ struct TreeCopyOptions {
   bool oneFileSystem = false;
   /// Given a path relative to the source root, whether it and what is below it are left out.
   std::function<bool(std::string_view relativePath)> excluded;
-  /// Told of each item that could not be copied (relative path, empty for the root, and errno); the
-  /// walk then goes on without it, unless the destination is full or read-only. Without this
-  /// function the first error ends the copy.
-  std::function<void(std::string_view relativePath, int error)> failed;
+  /// Told of each item that could not be copied (relative path, empty for the root, and errno);
+  /// whether the walk goes on without it. It does not, and does not ask, when the destination is
+  /// full or read-only. Without this function the first error ends the copy.
+  std::function<bool(std::string_view relativePath, int error)> failed;
   /// The destination folder, or a link to one, may exist already: folders are merged and take the
   /// attributes of the source, other items are replaced, each at once.
   bool intoExisting = false;
+  /// The destination is an earlier copy and is brought up to date: as intoExisting, but a regular
+  /// file that is the same there stays, and what the source no longer has is removed. No file is
+  /// written into: it may have names in other copies.
+  bool update = false;
+  /// What the caller remembers of the source at the time of the earlier copy, which is the
+  /// reference, or in an update the destination: an item that it knows to be unchanged is not
+  /// compared with that copy.
+  TreeMemory* memory = nullptr;
 };
 
 struct TreeCopyReport {
   bool complete = false;          ///< Everything that was not excluded is there.
+  bool ended = false;             ///< An error ended the walk before it had been everywhere.
   int error = 0;                  ///< The errno value that ended the walk, or of the first failure.
   std::uint64_t items = 0;        ///< Items of any kind.
   std::uint64_t copied = 0;       ///< Regular files copied afresh.
-  std::uint64_t linked = 0;       ///< Regular files linked to the reference.
+  std::uint64_t linked = 0;       ///< Regular files linked to the reference, or left in place.
   std::uint64_t copiedBytes = 0;  ///< Their sizes, as stat(2) gives them.
   std::uint64_t linkedBytes = 0;
 };

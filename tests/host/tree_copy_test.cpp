@@ -627,6 +627,7 @@ TEST(CopyTree, TellsOfWhatItCannotCopyAndGoesOn) {
   options.intoExisting = true;
   options.failed = [&](std::string_view path, int error) {
     failures.push_back(std::string(path) + ":" + std::to_string(error));
+    return true;
   };
   const TreeCopyReport report = copyTree(scratch / "tree", scratch / "tree", options);
   EXPECT_FALSE(report.complete);
@@ -713,7 +714,10 @@ TEST(CopyTree, EndsOnAFullDiskEvenWhenItIsToGoOn) {
   if (!disk.isMounted()) GTEST_SKIP() << "cannot mount here";
   int failures = 0;
   TreeCopyOptions options;
-  options.failed = [&](std::string_view, int) { ++failures; };
+  options.failed = [&](std::string_view, int) {
+    ++failures;
+    return true;
+  };
   const TreeCopyReport report = copyTree(scratch / "tree", scratch / "disk/copy", options);
   EXPECT_EQ(report.error, ENOSPC);
   EXPECT_FALSE(report.complete);
