@@ -1,0 +1,137 @@
+#include "snapwheel/check_repository.h"
+
+#include <fts.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include "common/messages.h"
+#include "host/files.h"
+#include "host/text.h"
+#include "snapwheel/failure.h"
+#include "snapwheel/manifest.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+class Check {
+ public:
+  Check(const Repository& repository, CheckDepth depth) : repository_(repository), depth_(depth) {}
+
+  CheckReport run() {
+    const HostFolderListing listing = repository_.list();
+    for (const std::string& name : listing.foreign) {
+      problem(repository_.path(name), "was not made by the engine; move it elsewhere");
+    }
+    for (const std::string& name : listing.inProgress) {
+      note(repository_.path(name),
+           "is being made or was interrupted; the next snapshot takes it over or removes it");
+    }
+    for (const std::string& name : listing.snapshots) checkSnapshot(name);
+    checkLatest(listing.snapshots);
+    return std::move(report_);
+  }
+
+ private:
+  void problem(const std::string& path, const std::string& text) {
+    report_.findings.push_back({Severity::problem, path, text});
+  }
+  void note(const std::string& path, const std::string& text) {
+    report_.findings.push_back({Severity::note, path, text});
+  }
+
+  void checkSnapshot(const std::string& name) {
+    ++report_.snapshots;
+    const std::string path = repository_.path(name);
+    const auto manifest = readManifest(path);
+    if (!manifest) {
+      problem(path, "has no readable manifest; it can still be restored, and be deleted");
+    } else if (manifest->finished.empty()) {
+      problem(path, "was never finished; delete it");
+    } else if (!manifest->complete) {
+      note(path, "lacks " + std::to_string(manifest->missingCount) +
+                     " items that could not be read when it was made");
+    }
+    const std::string volume = volumeFolder(path);
+    if (volume.empty()) {
+      problem(path, "holds no volume; delete it");
+    } else if (depth_ != CheckDepth::structure) {
+      readTree(path + "/" + volume, manifest ? manifest->items : 0);
+    }
+  }
+
+  void checkLatest(const std::vector<std::string>& snapshots) {
+    const auto latest = repository_.latest();
+    const std::string path = repository_.path(kLatestLink);
+    if (snapshots.empty()) {
+      if (latest) problem(path, "leads nowhere; delete it");
+    } else if (!latest) {
+      problem(path, "is missing; the next snapshot makes it");
+    } else if (*latest != snapshots.back()) {
+      problem(path, "leads to " + *latest + ", but the newest snapshot is " + snapshots.back() +
+                        "; the next snapshot moves it");
+    }
+  }
+
+  void readTree(const std::string& root, std::uint64_t expected) {
+    char* roots[] = {const_cast<char*>(root.c_str()), nullptr};
+    const std::unique_ptr<FTS, decltype(&::fts_close)> tree(
+        ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr), &::fts_close);
+    if (!tree) {
+      problem(root, hostkit::errnoText(errno));
+      return;
+    }
+    std::uint64_t items = 0;
+    while (const FTSENT* entry = ::fts_read(tree.get())) {
+      if (entry->fts_info == FTS_DP) continue;
+      ++items;
+      if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS) {
+        problem(entry->fts_path, hostkit::errnoText(entry->fts_errno));
+      } else if (entry->fts_info == FTS_F && S_ISREG(entry->fts_statp->st_mode) &&
+                 depth_ == CheckDepth::contents) {
+        readContents(entry->fts_accpath, entry->fts_statp->st_size);
+      }
+    }
+    report_.items += items;
+    if (expected != 0 && items != expected) {
+      problem(root, "holds " + std::to_string(items) + " items, but its manifest counts " +
+                        std::to_string(expected));
+    }
+  }
+
+  void readContents(const std::string& path, off_t expected) {
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "re"),
+                                                                  &std::fclose);
+    off_t length = 0;
+    if (file) {
+      std::size_t piece = 0;
+      while ((piece = std::fread(buffer_.data(), 1, buffer_.size(), file.get())) > 0) {
+        length += static_cast<off_t>(piece);
+      }
+    }
+    if (!file || std::ferror(file.get()) != 0) {
+      problem(path, hostkit::errnoText(errno));
+    } else if (length != expected) {
+      problem(path, "ends early");
+    }
+    report_.bytesRead += static_cast<std::uint64_t>(length);
+  }
+
+  static constexpr std::size_t kReadBytes = std::size_t{1} << 20;
+  const Repository& repository_;
+  CheckDepth depth_;
+  CheckReport report_;
+  std::vector<char> buffer_ = std::vector<char>(kReadBytes);
+};
+
+}  // namespace
+
+CheckReport checkRepository(const Repository& repository, CheckDepth depth) {
+  return Check(repository, depth).run();
+}
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,42 @@
+// The commands as the command line knows them: each prints its answer and gives an exit status.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "snapwheel/check_repository.h"
+#include "snapwheel/repository.h"
+#include "snapwheel/restore_snapshot.h"
+#include "snapwheel/retention.h"
+
+namespace halyard::snapwheel {
+
+/// What the options, the configuration file and the preferences say.
+struct CommandOptions {
+  std::string destination;  ///< An alias record; empty for the one of the preferences.
+  std::string computer;     ///< Empty for this host's name.
+  std::optional<unsigned> days;
+  RetentionRules rules;  ///< Without the days.
+  std::string source = "/";
+  std::string volume = "System";
+  std::string exclusionFile;
+  std::vector<std::string> excludes;
+  std::vector<std::string> names;
+  RestoreRequest restore;
+  CheckDepth depth = CheckDepth::structure;
+  bool json = false;
+  bool prune = false;
+  bool dryRun = false;
+  bool allComputers = false;
+};
+
+/// Takes a snapshot, and prunes afterwards when it is asked to and nothing was left out.
+int runSnapshot(const CommandOptions& options);
+int runList(const CommandOptions& options);
+int runDelete(const CommandOptions& options);
+int runPrune(const CommandOptions& options);
+int runRestore(const CommandOptions& options);
+int runCheck(const CommandOptions& options);
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,159 @@
+// snapwheel: takes, lists, removes, restores and checks snapshots of this host.
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <functional>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "snapwheel/commands.h"
+#include "snapwheel/failure.h"
+#include "snapwheel/settings.h"
+
+namespace {
+
+using halyard::snapwheel::CommandOptions;
+namespace snapwheel = halyard::snapwheel;
+namespace hostkit = halyard::hostkit;
+
+using Command = std::function<int(const CommandOptions&)>;
+
+constexpr const char* kExitStatuses =
+    "Exit status: 0 done; 1 failed, or check found a problem; 2 wrong usage; 3 another snapshot is "
+    "being\nmade or removed; 4 done, but some items were left out.";
+
+/// Options that every command takes, before or after its word and in the configuration file.
+void addCommonOptions(CLI::App& app, CommandOptions& options) {
+  app.set_config("--config", snapwheel::kConfigurationFile, "Read options from this file");
+  app.add_option("--destination", options.destination,
+                 "The backup volume: a folder, UUID=..., LABEL=... (else as the preferences say)")
+      ->type_name("SPEC");
+  app.add_option("--computer", options.computer,
+                 "The host whose snapshots are meant (else this one)")
+      ->type_name("NAME");
+  app.add_option("--days-to-retain", options.days,
+                 "Keep everything of the last N days (else DaysToRetain of the preferences)")
+      ->type_name("N");
+  const auto keep = [&app](const char* name, unsigned& count, const char* text) {
+    app.add_option(name, count, text)->type_name("N");
+  };
+  keep("--keep-last", options.rules.last, "Keep the newest N");
+  keep("--keep-hourly", options.rules.hourly, "Keep the newest of each of the last N hours");
+  keep("--keep-daily", options.rules.daily, "Keep the newest of each of the last N days");
+  keep("--keep-weekly", options.rules.weekly, "Keep the newest of each of the last N weeks");
+  keep("--keep-monthly", options.rules.monthly, "Keep the newest of each of the last N months");
+  keep("--keep-yearly", options.rules.yearly, "Keep the newest of each of the last N years");
+  app.add_option("--exclude-file", options.exclusionFile, "The list of what is left out")
+      ->type_name("FILE");
+  app.add_option("--exclude", options.excludes, "One more pattern to leave out")
+      ->type_name("PATTERN")
+      ->allow_extra_args(false);
+  app.add_flag_callback(
+      "--quiet", [] { hostkit::setQuiet(true); }, "No notes on standard error");
+}
+
+void addSnapshot(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("snapshot", "Take a snapshot of this host");
+  word->add_option("--source", options.source, "The root of the volume (default: /)")
+      ->type_name("DIR");
+  word->add_option("--volume", options.volume, "Its folder in the snapshot (default: System)")
+      ->type_name("NAME");
+  word->add_flag("--prune", options.prune, "Prune afterwards, when nothing was left out");
+  word->add_flag("--json", options.json, "Print the manifest as JSON");
+  word->callback([&command] { command = snapwheel::runSnapshot; });
+}
+
+void addList(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("list", "List the snapshots, oldest first");
+  word->add_flag("--json", options.json, "As JSON");
+  word->add_flag("--all", options.allComputers, "Of every host in the repository");
+  word->callback([&command] { command = snapwheel::runList; });
+}
+
+void addDelete(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("delete", "Remove snapshots");
+  word->add_option("SNAPSHOT", options.names, "Names, paths or \"latest\"")->required();
+  word->callback([&command] { command = snapwheel::runDelete; });
+}
+
+void addPrune(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("prune", "Remove the snapshots that no rule keeps");
+  word->add_flag("--dry-run,-n", options.dryRun, "Only show what would go, and why the rest stays");
+  word->add_flag("--json", options.json, "As JSON");
+  word->callback([&command] { command = snapwheel::runPrune; });
+}
+
+void addRestore(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("restore", "Put a snapshot onto a folder");
+  word->add_option("SNAPSHOT", options.names, "A name, a path or \"latest\"")
+      ->required()
+      ->expected(1);
+  word->add_option("--to", options.restore.target, "The folder, usually a mounted empty volume")
+      ->type_name("DIR")
+      ->required();
+  word->add_option("--volume", options.restore.volume, "The volume's folder in the snapshot")
+      ->type_name("NAME");
+  word->add_flag("--force", options.restore.force,
+                 "Also onto a folder that is not empty, or the running system");
+  word->add_flag("--map-owners", options.restore.mapOwners,
+                 "Give owners the numbers that their names have on this host");
+  word->callback([&command] { command = snapwheel::runRestore; });
+}
+
+void addCheck(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("check", "Look the repository over");
+  word->add_flag_callback(
+      "--read-metadata", [&options] { options.depth = snapwheel::CheckDepth::metadata; },
+      "Look at every item and compare the count with the manifest");
+  word->add_flag_callback(
+      "--read-data", [&options] { options.depth = snapwheel::CheckDepth::contents; },
+      "Read every file to its end, too");
+  word->add_flag("--json", options.json, "As JSON");
+  word->callback([&command] { command = snapwheel::runCheck; });
+}
+
+int run(const Command& command, const CommandOptions& options) {
+  try {
+    const int status = command(options);
+    if (!hostkit::finishOutput() && status == hostkit::kSuccess) return hostkit::kFailure;
+    return status;
+  } catch (const snapwheel::Failure& failure) {
+    hostkit::printError(failure.what());
+    return failure.status();
+  } catch (const std::exception& error) {
+    hostkit::printError(error.what());
+    return hostkit::kFailure;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  hostkit::setProgramName("snapwheel");
+  // A closed terminal or a size limit must not end a snapshot half way: the calls fail instead.
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
+  CommandOptions options;
+  options.exclusionFile = hostkit::kExclusionFile;
+  Command command;
+
+  CLI::App app("Takes, lists, removes, restores and checks snapshots of this host.", "snapwheel");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.footer(kExitStatuses);
+  addCommonOptions(app, options);
+  addSnapshot(app, options, command);
+  addList(app, options, command);
+  addDelete(app, options, command);
+  addPrune(app, options, command);
+  addRestore(app, options, command);
+  addCheck(app, options, command);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int status = app.exit(error);
+    return status == 0 ? hostkit::kSuccess : hostkit::kUsageError;
+  }
+  return run(command, options);
+}

@@ -1,0 +1,34 @@
+// The names behind the numeric owners in a snapshot, for a host where they have other numbers.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace halyard::snapwheel {
+
+/// The ids that a tree uses.
+struct OwnerIds {
+  std::set<uid_t> users;
+  std::set<gid_t> groups;
+};
+
+/// Account names by id; an id without a name is not in it.
+struct OwnerNames {
+  std::map<std::uint32_t, std::string> users;
+  std::map<std::uint32_t, std::string> groups;
+};
+
+/// Looks the ids up in the account files below `root`; for "/" also in whatever else the host's
+/// name service knows.
+OwnerNames namesOf(const OwnerIds& ids, const std::string& root);
+
+/// <snapshot>/.snapwheel/owners.json; false or absent on any error.
+bool writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names);
+std::optional<OwnerNames> readOwnerNames(const std::string& snapshotPath);
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,70 @@
+#include "snapwheel/remove_snapshots.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+
+#include "snapwheel/failure.h"
+#include "snapwheel/manifest.h"
+#include "snapwheel/subvolume.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+/// The name while it is being removed: no instant, so that it is never taken over as a snapshot
+/// that was interrupted while it was being made.
+std::string nameWhileRemoved(const std::string& name) {
+  return "removed-" + name + std::string(kInProgress);
+}
+
+void moveLatestFrom(const Repository& repository, const std::string& name) {
+  if (repository.latest() != name) return;
+  std::vector<std::string> snapshots = repository.list().snapshots;
+  std::erase(snapshots, name);
+  if (!repository.setLatest(snapshots.empty() ? std::string() : snapshots.back())) {
+    throw Failure(errorText(repository.path(kLatestLink), errno));
+  }
+}
+
+void removeOne(const Repository& repository, const std::string& name) {
+  std::string path = repository.path(name);
+  if (!isInProgress(name)) {
+    moveLatestFrom(repository, name);
+    const std::string doomed = repository.path(nameWhileRemoved(name));
+    // A read-only subvolume cannot be renamed everywhere; it goes in one step anyway.
+    if (std::rename(path.c_str(), doomed.c_str()) == 0) {
+      path = doomed;
+    } else if (!isSubvolume(path)) {
+      throw Failure(errorText(path, errno));
+    }
+  }
+  if (const int error = removeSnapshotFolder(path)) throw Failure(errorText(path, error));
+}
+
+}  // namespace
+
+void removeSnapshots(const Repository& repository, const std::vector<std::string>& names) {
+  for (const std::string& name : names) removeOne(repository, name);
+}
+
+std::vector<PlannedRemoval> planPrune(const Repository& repository, const RetentionRules& rules) {
+  const std::vector<std::string> names = repository.list().snapshots;
+  std::vector<Instant> instants;
+  instants.reserve(names.size());
+  for (const std::string& name : names) instants.push_back(*snapshotInstant(name));
+  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  const std::vector<Verdict> verdicts = judge(instants, rules, now);
+
+  const auto newest = names.empty() ? std::nullopt : readManifest(repository.path(names.back()));
+  const bool good = newest && newest->complete;
+  std::vector<PlannedRemoval> plan;
+  for (std::size_t index = 0; index < names.size(); ++index) {
+    plan.push_back({names[index], verdicts[index]});
+    if (!good && !plan.back().verdict.keep) plan.back().verdict = {true, "newest is not good"};
+  }
+  return plan;
+}
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,28 @@
+// Removes snapshots: named ones, and those that no retention rule keeps.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "snapwheel/repository.h"
+#include "snapwheel/retention.h"
+
+namespace halyard::snapwheel {
+
+/// Removes complete snapshots by name, and moves "Latest" to the newest that stays when its own
+/// goes. Each is first renamed to one in progress, so that a half-removed one never passes for a
+/// good one. Names of snapshots in progress are taken too. Needs HostLock.
+/// Throws Failure at the first one that cannot be removed.
+void removeSnapshots(const Repository& repository, const std::vector<std::string>& names);
+
+/// One line of a prune plan.
+struct PlannedRemoval {
+  std::string name;
+  Verdict verdict;
+};
+
+/// Judges every complete snapshot of the host, oldest first. Nothing is to go unless the newest
+/// snapshot is a good one: complete, and nothing was left out of it.
+std::vector<PlannedRemoval> planPrune(const Repository& repository, const RetentionRules& rules);
+
+}  // namespace halyard::snapwheel

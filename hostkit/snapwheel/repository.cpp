@@ -1,0 +1,160 @@
+#include "snapwheel/repository.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+
+#include "host/descriptor.h"
+#include "host/files.h"
+#include "host/text.h"
+#include "snapwheel/failure.h"
+#include "snapwheel/manifest.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+constexpr mode_t kRepositoryMode = 0775;
+constexpr mode_t kHostFolderMode = 0750;
+
+void makeFolder(const std::string& path, mode_t mode) {
+  if (::mkdir(path.c_str(), mode) == 0) {
+    if (::chmod(path.c_str(), mode) != 0) throw Failure(errorText(path, errno));
+    return;
+  }
+  const int error = errno;
+  if (error != EEXIST || !host::isDirectory(path)) throw Failure(errorText(path, error));
+}
+
+bool isRealDirectory(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+void syncFolder(const std::string& path) {
+  const host::Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // Not every network file system syncs a folder; the link is then as safe as that one makes it.
+  if (folder) (void)::fsync(folder.get());
+}
+
+}  // namespace
+
+HostFolderListing sortNames(const std::vector<std::string>& names) {
+  HostFolderListing listing;
+  for (const std::string& name : names) {
+    if (name == kLatestLink || name == kLockFile) continue;
+    if (isInProgress(name)) {
+      listing.inProgress.push_back(name);
+    } else if (snapshotInstant(name)) {
+      listing.snapshots.push_back(name);
+    } else {
+      listing.foreign.push_back(name);
+    }
+  }
+  return listing;
+}
+
+Repository::Repository(std::string destination, std::string computerName)
+    : destination_(std::move(destination)),
+      computerName_(std::move(computerName)),
+      hostFolder_(folder() + "/" + computerName_) {
+  const bool usable = !computerName_.empty() && computerName_.front() != '.' &&
+                      computerName_.find('/') == std::string::npos;
+  if (!usable)
+    throw Failure("\"" + computerName_ + "\" cannot be the name of a folder", hostkit::kUsageError);
+}
+
+std::string Repository::folder() const { return appendPath(destination_, kRepositoryFolder); }
+
+std::string Repository::path(std::string_view name) const {
+  return hostFolder_ + "/" + std::string(name);
+}
+
+void Repository::create() const {
+  makeFolder(folder(), kRepositoryMode);
+  makeFolder(hostFolder_, kHostFolderMode);
+}
+
+HostFolderListing Repository::list() const {
+  HostFolderListing listing = sortNames(host::listDirectory(hostFolder_));
+  const auto misplaced = std::stable_partition(
+      listing.snapshots.begin(), listing.snapshots.end(),
+      [this](const std::string& name) { return isRealDirectory(path(name)); });
+  listing.foreign.insert(listing.foreign.end(), misplaced, listing.snapshots.end());
+  listing.snapshots.erase(misplaced, listing.snapshots.end());
+  std::sort(listing.foreign.begin(), listing.foreign.end());
+  return listing;
+}
+
+std::string Repository::find(const std::string& word) const {
+  const std::vector<std::string> snapshots = list().snapshots;
+  if (equalsIgnoringCase(word, kLatestLink)) {
+    if (snapshots.empty()) throw Failure("there is no snapshot in " + hostFolder_);
+    return snapshots.back();
+  }
+  std::string name = word;
+  if (word.find('/') != std::string::npos) {
+    name = lastPathComponent(word);
+    struct stat given {};
+    struct stat meant {};
+    const bool same = ::stat(word.c_str(), &given) == 0 &&
+                      ::stat(path(name).c_str(), &meant) == 0 && given.st_ino == meant.st_ino &&
+                      given.st_dev == meant.st_dev;
+    if (!same) throw Failure(word + " is no snapshot of " + hostFolder_);
+  }
+  if (std::find(snapshots.begin(), snapshots.end(), name) != snapshots.end()) return name;
+  throw Failure("there is no snapshot \"" + word + "\" in " + hostFolder_);
+}
+
+std::optional<std::string> Repository::latest() const {
+  std::array<char, PATH_MAX> target{};
+  const ssize_t length = ::readlink(path(kLatestLink).c_str(), target.data(), target.size());
+  if (length < 0) return std::nullopt;
+  return std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+bool Repository::setLatest(const std::string& name) const {
+  const std::string link = path(kLatestLink);
+  if (name.empty()) return ::unlink(link.c_str()) == 0 || errno == ENOENT;
+
+  const std::string fresh = link + std::string(kInProgress);
+  (void)::unlink(fresh.c_str());  // Of a run that was cut off here.
+  if (::symlink(name.c_str(), fresh.c_str()) != 0) return false;
+  if (::rename(fresh.c_str(), link.c_str()) != 0) {
+    const int error = errno;
+    (void)::unlink(fresh.c_str());
+    errno = error;
+    return false;
+  }
+  syncFolder(hostFolder_);
+  return true;
+}
+
+std::vector<std::string> Repository::computers() const {
+  std::vector<std::string> names;
+  for (std::string& name : host::listDirectory(folder())) {
+    if (name.front() != '.' && isRealDirectory(folder() + "/" + name)) {
+      names.push_back(std::move(name));
+    }
+  }
+  return names;
+}
+
+std::string volumeFolder(const std::string& snapshotPath) {
+  const auto manifest = readManifest(snapshotPath);
+  if (manifest && isRealDirectory(snapshotPath + "/" + manifest->volume)) return manifest->volume;
+  std::string found;
+  for (const std::string& name : host::listDirectory(snapshotPath)) {
+    if (name.front() == '.' || !isRealDirectory(snapshotPath + "/" + name)) continue;
+    if (!found.empty()) return {};
+    found = name;
+  }
+  return found;
+}
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,77 @@
+// The layout of a repository, and what of it belongs to one host:
+//
+//   <destination>/Archives.snapdb/<computer name>/
+//     2026-11-21-055330/            a complete snapshot
+//       System/...                  the volume, as it was
+//       .snapwheel/                 what the engine knows about the snapshot
+//     2026-11-22-020000.inProgress  one that is being made or removed, or was interrupted
+//     Latest -> 2026-11-21-055330
+//     .lock                         held while a snapshot is made or removed
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "snapwheel/snapshot_name.h"
+
+namespace halyard::snapwheel {
+
+inline constexpr std::string_view kRepositoryFolder = "Archives.snapdb";
+inline constexpr std::string_view kLatestLink = "Latest";
+inline constexpr std::string_view kRecordFolder = ".snapwheel";
+inline constexpr std::string_view kLockFile = ".lock";
+
+/// Names found in a host's folder, each list in ascending order.
+struct HostFolderListing {
+  std::vector<std::string> snapshots;   ///< Complete ones.
+  std::vector<std::string> inProgress;  ///< Names that end in kInProgress, whatever stands before.
+  std::vector<std::string> foreign;     ///< Anything that the engine did not make.
+};
+
+/// Sorts the names of a host's folder; the link and the lock file are in no list.
+HostFolderListing sortNames(const std::vector<std::string>& names);
+
+/// One host's part of a repository.
+class Repository {
+ public:
+  Repository(std::string destination, std::string computerName);
+
+  const std::string& destination() const { return destination_; }
+  const std::string& computerName() const { return computerName_; }
+  /// <destination>/Archives.snapdb, and the host's folder in it.
+  std::string folder() const;
+  const std::string& hostFolder() const { return hostFolder_; }
+  std::string path(std::string_view name) const;
+
+  /// Makes both folders where they are missing, the outer one with 0775 as the backup program
+  /// does, the host's with 0750. Throws Failure.
+  void create() const;
+
+  HostFolderListing list() const;
+
+  /// The complete snapshot that a user's word means: its name, "latest", or its path. Throws
+  /// Failure when there is none.
+  std::string find(const std::string& word) const;
+
+  /// Where the link points; absent when there is no link.
+  std::optional<std::string> latest() const;
+  /// Moves the link to this snapshot, or removes it when the name is empty; at every instant there
+  /// is the old link or the new one. False, with errno set, when it could not be moved.
+  bool setLatest(const std::string& name) const;
+
+  /// The computer names with a folder in the repository, in ascending order.
+  std::vector<std::string> computers() const;
+
+ private:
+  std::string destination_;
+  std::string computerName_;
+  std::string hostFolder_;
+};
+
+/// The name of the volume's folder in the snapshot: the one that its record names, else the only
+/// visible folder; empty when there is none.
+std::string volumeFolder(const std::string& snapshotPath);
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,104 @@
+#include "snapwheel/restore_snapshot.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+#include "common/messages.h"
+#include "host/files.h"
+#include "host/text.h"
+#include "host/tree_copy.h"
+#include "snapwheel/failure.h"
+#include "snapwheel/map_owners.h"
+#include "snapwheel/repository.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+constexpr mode_t kTargetMode = 0755;
+
+std::string realPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return real ? real.get() : std::string();
+}
+
+bool isSameFolder(const std::string& left, const std::string& right) {
+  struct stat one {};
+  struct stat other {};
+  return ::stat(left.c_str(), &one) == 0 && ::stat(right.c_str(), &other) == 0 &&
+         one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+bool isEmptyEnough(const std::string& folder) {
+  const std::vector<std::string> names = host::listDirectory(folder);
+  return std::all_of(names.begin(), names.end(),
+                     [](const std::string& name) { return name == "lost+found"; });
+}
+
+bool isInside(const std::string& path, const std::string& folder) {
+  return path == folder || folder == "/" || path.starts_with(folder + "/");
+}
+
+/// The real path of a target that may be written to.
+std::string settleTarget(const RestoreRequest& request) {
+  if (!host::exists(request.target) && ::mkdir(request.target.c_str(), kTargetMode) != 0) {
+    throw Failure(errorText(request.target, errno));
+  }
+  const std::string target = realPath(request.target);
+  if (target.empty() || !host::isDirectory(target)) {
+    throw Failure(request.target + " is no folder");
+  }
+  const std::string snapshot = realPath(request.snapshotPath);
+  const std::string repository = realPath(snapshot + "/../..");
+  if (isInside(target, repository)) throw Failure(target + " lies in the repository");
+  const bool isRunningSystem = target == "/" || isSameFolder(target, "/");
+  if (isRunningSystem && !request.force) {
+    throw Failure(target + " is the root of the running system; --force writes to it nevertheless");
+  }
+  if (!isEmptyEnough(target) && !request.force) {
+    throw Failure(target + " is not empty; --force replaces what the snapshot holds as well");
+  }
+  return target;
+}
+
+}  // namespace
+
+RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
+  RestoreOutcome outcome;
+  outcome.volume = request.volume.empty() ? volumeFolder(request.snapshotPath) : request.volume;
+  const std::string source = request.snapshotPath + "/" + outcome.volume;
+  if (outcome.volume.empty() || !host::isDirectory(source)) {
+    throw Failure(request.snapshotPath + " holds no volume" +
+                  (outcome.volume.empty() ? "" : " \"" + outcome.volume + "\""));
+  }
+  const auto names = request.mapOwners ? readOwnerNames(request.snapshotPath) : std::nullopt;
+  if (request.mapOwners && !names) {
+    throw Failure(request.snapshotPath + " has no record of its owners' names");
+  }
+  const std::string target = settleTarget(request);
+
+  host::TreeCopyOptions options;
+  options.intoExisting = true;
+  options.failed = [&](std::string_view path, int error) {
+    ++outcome.failed;
+    hostkit::printError(errorText(appendPath(target, path), error));
+    return error != ENOSPC && error != EDQUOT && error != EROFS;
+  };
+  const auto report = host::copyTree(source, target, options);
+  outcome.items = report.items;
+  outcome.bytes = report.copiedBytes;
+  if (!report.complete && outcome.failed == 0) throw Failure(errorText(target, report.error));
+  if (report.error == ENOSPC || report.error == EDQUOT || report.error == EROFS) {
+    throw Failure(errorText(target, report.error) + "; the target is incomplete");
+  }
+  if (names) outcome.failed += mapOwners(source, target, *names);
+  if (!host::syncFileSystem(target)) throw Failure(errorText(target, errno));
+  return outcome;
+}
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,79 @@
+#include "snapwheel/retention.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+namespace halyard::snapwheel {
+
+namespace {
+
+using Period = std::int64_t (*)(Instant);
+
+std::int64_t hourOf(Instant instant) {
+  return std::chrono::floor<std::chrono::hours>(instant).time_since_epoch().count();
+}
+
+std::int64_t dayOf(Instant instant) {
+  return std::chrono::floor<std::chrono::days>(instant).time_since_epoch().count();
+}
+
+std::int64_t weekOf(Instant instant) {
+  constexpr std::int64_t kThursday = 3;  // The first of January 1970 was one.
+  const std::int64_t day = dayOf(instant) + kThursday;
+  return day >= 0 ? day / 7 : (day - 6) / 7;
+}
+
+std::chrono::year_month_day dateOf(Instant instant) {
+  return std::chrono::floor<std::chrono::days>(instant);
+}
+
+std::int64_t yearOf(Instant instant) { return static_cast<int>(dateOf(instant).year()); }
+
+std::int64_t monthOf(Instant instant) {
+  return yearOf(instant) * 12 + static_cast<unsigned>(dateOf(instant).month());
+}
+
+void keep(Verdict& verdict, const char* rule) {
+  verdict.keep = true;
+  if (!verdict.reason.empty()) verdict.reason += ", ";
+  verdict.reason += rule;
+}
+
+/// Keeps the newest snapshot of each of the last `count` periods that have one.
+void keepNewestOfEach(Period period, unsigned count, const char* rule,
+                      const std::vector<Instant>& snapshots, std::vector<Verdict>& verdicts) {
+  std::optional<std::int64_t> latest;
+  for (std::size_t index = snapshots.size(); index-- > 0 && count > 0;) {
+    const std::int64_t current = period(snapshots[index]);
+    if (latest == current) continue;
+    latest = current;
+    keep(verdicts[index], rule);
+    --count;
+  }
+}
+
+}  // namespace
+
+std::vector<Verdict> judge(const std::vector<Instant>& snapshots, const RetentionRules& rules,
+                           Instant now) {
+  std::vector<Verdict> verdicts(snapshots.size());
+  if (snapshots.empty()) return verdicts;
+
+  keep(verdicts.back(), "latest");
+  const Instant reckonedFrom = std::min(snapshots.back(), now);
+  const Instant oldest = reckonedFrom - std::chrono::days(rules.days);
+  for (std::size_t index = 0; index < snapshots.size(); ++index) {
+    if (!rules.any()) keep(verdicts[index], "no rules");
+    if (rules.days > 0 && snapshots[index] >= oldest) keep(verdicts[index], "days");
+    if (snapshots.size() - index <= rules.last) keep(verdicts[index], "last");
+  }
+  keepNewestOfEach(hourOf, rules.hourly, "hourly", snapshots, verdicts);
+  keepNewestOfEach(dayOf, rules.daily, "daily", snapshots, verdicts);
+  keepNewestOfEach(weekOf, rules.weekly, "weekly", snapshots, verdicts);
+  keepNewestOfEach(monthOf, rules.monthly, "monthly", snapshots, verdicts);
+  keepNewestOfEach(yearOf, rules.yearly, "yearly", snapshots, verdicts);
+  return verdicts;
+}
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,47 @@
+#include "snapwheel/settings.h"
+
+#include <algorithm>
+
+#include "common/paths.h"
+#include "host/alias.h"
+#include "host/files.h"
+#include "host/snapshot_engine.h"
+#include "snapwheel/failure.h"
+
+namespace halyard::snapwheel {
+
+std::string computerNameIn(const std::optional<host::PropertyDictionary>& hostPreferences) {
+  const host::PropertyDictionary* level = hostPreferences ? &*hostPreferences : nullptr;
+  for (const char* key : {"System", "System"}) {
+    if (level != nullptr) level = level->dictionary(key);
+  }
+  if (level == nullptr) return kUnknownComputer;
+  return level->text("ComputerName").value_or(kUnknownComputer);
+}
+
+std::string findDestination(const std::string& aliasRecord) {
+  if (!aliasRecord.empty()) {
+    if (const auto path = host::resolveAlias(aliasRecord)) return *path;
+    throw Failure("the destination \"" + aliasRecord +
+                  "\" is not there: no such folder, or its volume is not mounted");
+  }
+  if (const auto session = host::defaultBackupSession(hostkit::kEnginePreferenceFile)) {
+    return session->destination;
+  }
+  const std::string file = hostkit::kEnginePreferenceFile;
+  if (!host::exists(file)) {
+    throw Failure("no destination is set: " + file + " is missing (helmsman destination sets one)");
+  }
+  throw Failure("the destination that " + file +
+                " names is not there: connect or mount its volume, or set another one with "
+                "helmsman destination");
+}
+
+unsigned preferredDays(const std::optional<host::PropertyDictionary>& enginePreferences) {
+  if (!enginePreferences) return 0;
+  const host::PropertyValue* days = enginePreferences->find("DaysToRetain");
+  if (days == nullptr) return 0;
+  return static_cast<unsigned>(std::max(days->integerValue(), 0));
+}
+
+}  // namespace halyard::snapwheel

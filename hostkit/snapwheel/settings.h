@@ -1,0 +1,27 @@
+// What the engine is told by its preference file and finds out from the host.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "host/property_list.h"
+#include "snapwheel/retention.h"
+
+namespace halyard::snapwheel {
+
+inline constexpr const char* kConfigurationFile = "/etc/halyard/snapwheel.conf";
+inline constexpr const char* kUnknownComputer = "Unknown_Computer";
+
+/// "System", "System", "ComputerName" of the host's preferences; "Unknown_Computer" when any step
+/// finds nothing.
+std::string computerNameIn(const std::optional<host::PropertyDictionary>& hostPreferences);
+
+/// The folder that receives snapshots: what the given alias record leads to, else the engine's
+/// preference "BackupAlias". Throws Failure with what an administrator can do when it leads
+/// nowhere.
+std::string findDestination(const std::string& aliasRecord);
+
+/// "DaysToRetain" of the engine's preferences; 0 when there is none or it is negative.
+unsigned preferredDays(const std::optional<host::PropertyDictionary>& enginePreferences);
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,32 @@
+// Names of snapshots: the second at which each was begun, in UTC.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace halyard::snapwheel {
+
+using Instant = std::chrono::sys_seconds;
+
+/// What a snapshot's name carries at its end until it is complete.
+inline constexpr std::string_view kInProgress = ".inProgress";
+
+/// "YYYY-MM-DD-HHMMSS".
+std::string snapshotName(Instant instant);
+
+/// The inverse; absent for a text that no instant gives ("2026-02-30-000000" among them).
+std::optional<Instant> snapshotInstant(std::string_view name);
+
+/// Whether the name belongs to something that is being made or removed.
+bool isInProgress(std::string_view name);
+
+/// The name without kInProgress; the name itself when it has none.
+std::string_view completedName(std::string_view name);
+
+/// The instant that a snapshot begun now is named after: now, or the second after the newest one
+/// when the clock is not past that, so that a later snapshot always has the later name.
+Instant nextInstant(Instant now, std::optional<Instant> newest);
+
+}  // namespace halyard::snapwheel

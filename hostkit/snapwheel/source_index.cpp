@@ -1,0 +1,197 @@
+#include "snapwheel/source_index.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/descriptor.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '1'};
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+constexpr std::size_t kAlignment = 8;
+
+struct Header {
+  char magic[8];
+  std::uint64_t length;  ///< Of the whole file.
+  std::uint64_t root;    ///< Where the root's block stands.
+  std::uint64_t identityLength;
+};
+
+struct BlockHeader {
+  std::uint32_t count;
+  std::uint32_t nameBytes;
+};
+
+std::size_t aligned(std::size_t length) {
+  return (length + kAlignment - 1) / kAlignment * kAlignment;
+}
+
+}  // namespace
+
+std::int64_t changeTimeOf(const struct stat& status) {
+  return status.st_ctim.tv_sec * kNanoseconds + status.st_ctim.tv_nsec;
+}
+
+const IndexEntry* SourceIndex::Folder::find(std::uint64_t inode, const char* name) {
+  const auto matches = [&](const IndexEntry& entry) {
+    return entry.inode == inode && entry.name < names_.size() &&
+           std::strcmp(names_.data() + entry.name, name) == 0;
+  };
+  if (next_ < count_ && matches(entries_[next_])) return &entries_[next_++];
+
+  const IndexEntry* end = entries_ + count_;
+  const IndexEntry* entry = std::lower_bound(
+      entries_, end, inode,
+      [](const IndexEntry& left, std::uint64_t right) { return left.inode < right; });
+  for (; entry != end && entry->inode == inode; ++entry) {
+    if (!matches(*entry)) continue;
+    next_ = static_cast<std::uint32_t>(entry - entries_) + 1;
+    return entry;
+  }
+  return nullptr;
+}
+
+std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path, std::string_view identity) {
+  const host::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+  const auto length = static_cast<std::size_t>(status.st_size);
+  if (length < sizeof(Header)) return nullptr;
+  void* bytes = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.get(), 0);
+  if (bytes == MAP_FAILED) return nullptr;
+  std::unique_ptr<SourceIndex> index(new SourceIndex(static_cast<const char*>(bytes), length));
+  return index->readHeader(identity) ? std::move(index) : nullptr;
+}
+
+SourceIndex::~SourceIndex() { ::munmap(const_cast<char*>(bytes_), length_); }
+
+bool SourceIndex::readHeader(std::string_view identity) {
+  Header header{};
+  std::memcpy(&header, bytes_, sizeof header);
+  if (std::memcmp(header.magic, kMagic, sizeof kMagic) != 0 || header.length != length_ ||
+      header.identityLength > length_ - sizeof header) {
+    return false;
+  }
+  root_ = header.root;
+  return identity == std::string_view(bytes_ + sizeof header, header.identityLength);
+}
+
+SourceIndex::Folder SourceIndex::at(std::uint64_t offset) const {
+  Folder folder;
+  if (offset % kAlignment != 0 || offset > length_ || length_ - offset < sizeof(BlockHeader)) {
+    return folder;
+  }
+  BlockHeader header{};
+  std::memcpy(&header, bytes_ + offset, sizeof header);
+  const std::size_t room = length_ - offset - sizeof header;
+  const std::size_t entryBytes = std::size_t{header.count} * sizeof(IndexEntry);
+  if (entryBytes > room || header.nameBytes > room - entryBytes) return folder;
+  const char* entries = bytes_ + offset + sizeof header;
+  const std::string_view names(entries + entryBytes, header.nameBytes);
+  if (!names.empty() && names.back() != '\0') return folder;
+  folder.entries_ = reinterpret_cast<const IndexEntry*>(entries);
+  folder.count_ = header.count;
+  folder.names_ = names;
+  return folder;
+}
+
+SourceIndex::Folder SourceIndex::below(const IndexEntry& entry) const {
+  return S_ISDIR(entry.mode) ? at(entry.size) : Folder();
+}
+
+SourceIndexWriter::SourceIndexWriter(std::string path, std::string_view identity)
+    : path_(std::move(path)),
+      file_(std::fopen(path_.c_str(), "we")),
+      identityLength_(identity.size()) {
+  const Header header{};  // Without the magic word until finish().
+  write(&header, sizeof header);
+  write(identity.data(), identity.size());
+}
+
+SourceIndexWriter::~SourceIndexWriter() {
+  if (file_ == nullptr) return;
+  std::fclose(file_);
+  (void)::unlink(path_.c_str());  // A half index is refused by its readers in any case.
+}
+
+void SourceIndexWriter::enter(const char* name, const struct stat& status, bool trusted) {
+  IndexEntry entry;
+  entry.inode = status.st_ino;
+  entry.changeTime = trusted ? changeTimeOf(status) : kUntrusted;
+  entry.mode = status.st_mode;
+  open_.push_back({name, entry, {}, {}});
+}
+
+void SourceIndexWriter::leave() {
+  OpenFolder folder = std::move(open_.back());
+  open_.pop_back();
+  folder.entry.size = writeBlock(folder);
+  if (open_.empty()) {
+    root_ = folder.entry.size;
+  } else {
+    append(open_.back(), folder.name.c_str(), folder.entry);
+  }
+}
+
+void SourceIndexWriter::add(const char* name, const struct stat& status, bool trusted) {
+  if (!trusted) return;
+  IndexEntry entry;
+  entry.inode = status.st_ino;
+  entry.changeTime = changeTimeOf(status);
+  entry.size = static_cast<std::uint64_t>(status.st_size);
+  entry.mode = status.st_mode;
+  append(open_.back(), name, entry);
+}
+
+void SourceIndexWriter::append(OpenFolder& folder, const char* name, IndexEntry entry) {
+  entry.name = static_cast<std::uint32_t>(folder.names.size());
+  folder.names.append(name).push_back('\0');
+  folder.entries.push_back(entry);
+}
+
+std::uint64_t SourceIndexWriter::writeBlock(OpenFolder& folder) {
+  std::stable_sort(
+      folder.entries.begin(), folder.entries.end(),
+      [](const IndexEntry& left, const IndexEntry& right) { return left.inode < right.inode; });
+  static constexpr char kPadding[kAlignment] = {};
+  write(kPadding, aligned(position_) - position_);
+  const std::uint64_t offset = position_;
+  const BlockHeader header{static_cast<std::uint32_t>(folder.entries.size()),
+                           static_cast<std::uint32_t>(folder.names.size())};
+  write(&header, sizeof header);
+  write(folder.entries.data(), folder.entries.size() * sizeof(IndexEntry));
+  write(folder.names.data(), folder.names.size());
+  return offset;
+}
+
+void SourceIndexWriter::write(const void* bytes, std::size_t length) {
+  if (file_ == nullptr || length == 0) return;
+  // A failure stays in the stream's error flag, which finish() looks at.
+  (void)std::fwrite(bytes, 1, length, file_);
+  position_ += length;
+}
+
+bool SourceIndexWriter::finish() {
+  if (file_ == nullptr) return false;
+  Header header{};
+  std::memcpy(header.magic, kMagic, sizeof kMagic);
+  header.length = position_;
+  header.root = root_;
+  header.identityLength = identityLength_;
+  bool whole = std::fseek(file_, 0, SEEK_SET) == 0;
+  write(&header, sizeof header);
+  whole = whole && std::ferror(file_) == 0;
+  whole = std::fclose(file_) == 0 && whole;
+  file_ = nullptr;
+  if (!whole) (void)::unlink(path_.c_str());
+  return whole;
+}
+
+}  // namespace halyard::snapwheel

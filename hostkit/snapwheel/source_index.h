@@ -1,0 +1,110 @@
+// What the source looked like when a snapshot was made: <snapshot>/.snapwheel/index.
+//
+// An inode whose number and change time are the ones in the index has, for certain, the contents,
+// attributes and links that went into the snapshot: everything that changes one of them sets the
+// change time, and no call sets it back. The next walk so needs one stat(2) for an unchanged item,
+// and none in the snapshot.
+//
+// The file: a header, then one block a folder, each after the blocks of the folders in it. A block
+// holds the entries in inode order, the order in which the walk meets them, and their names.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace halyard::snapwheel {
+
+/// One item as the index keeps it.
+struct IndexEntry {
+  std::uint64_t inode = 0;
+  std::int64_t changeTime = 0;  ///< Nanoseconds; kUntrusted when it proves nothing.
+  std::uint64_t size = 0;       ///< Of a folder: where its block stands in the file.
+  std::uint32_t mode = 0;
+  std::uint32_t name = 0;  ///< Where the name begins among the block's names.
+};
+
+inline constexpr std::int64_t kUntrusted = 0;
+
+/// An index that is being read. Whatever the file holds, nothing outside of it is touched.
+class SourceIndex {
+ public:
+  /// One folder of the index, with a place from which the next look-up starts.
+  class Folder {
+   public:
+    /// The entry of that inode and name; null when there is none.
+    const IndexEntry* find(std::uint64_t inode, const char* name);
+
+   private:
+    friend class SourceIndex;
+    const IndexEntry* entries_ = nullptr;
+    std::uint32_t count_ = 0;
+    std::uint32_t next_ = 0;
+    std::string_view names_;  ///< Each ended by a NUL, the last one too.
+  };
+
+  /// Null when there is no index, it is damaged, or it was made with another identity.
+  static std::unique_ptr<SourceIndex> open(const std::string& path, std::string_view identity);
+  ~SourceIndex();
+  SourceIndex(const SourceIndex&) = delete;
+  SourceIndex& operator=(const SourceIndex&) = delete;
+
+  Folder root() const { return at(root_); }
+  /// The folder that an entry stands for; an empty one when the entry is no folder.
+  Folder below(const IndexEntry& entry) const;
+
+ private:
+  SourceIndex(const char* bytes, std::size_t length) : bytes_(bytes), length_(length) {}
+  bool readHeader(std::string_view identity);
+  Folder at(std::uint64_t offset) const;
+
+  const char* bytes_;
+  std::size_t length_;
+  std::uint64_t root_ = 0;
+};
+
+/// An index that is being written, in the order of a walk.
+class SourceIndexWriter {
+ public:
+  /// The path must be free or a leftover; the file counts as an index once finish() succeeded.
+  SourceIndexWriter(std::string path, std::string_view identity);
+  ~SourceIndexWriter();
+  SourceIndexWriter(const SourceIndexWriter&) = delete;
+  SourceIndexWriter& operator=(const SourceIndexWriter&) = delete;
+
+  /// Goes into a folder; the first call is for the root.
+  void enter(const char* name, const struct stat& status, bool trusted);
+  void leave();
+  void add(const char* name, const struct stat& status, bool trusted);
+
+  /// False, and no index, when not everything could be written.
+  bool finish();
+
+ private:
+  struct OpenFolder {
+    std::string name;
+    IndexEntry entry;
+    std::vector<IndexEntry> entries;
+    std::string names;
+  };
+  void append(OpenFolder& folder, const char* name, IndexEntry entry);
+  std::uint64_t writeBlock(OpenFolder& folder);
+  void write(const void* bytes, std::size_t length);
+
+  std::string path_;
+  std::FILE* file_;
+  std::size_t identityLength_;
+  std::uint64_t position_ = 0;
+  std::uint64_t root_ = 0;
+  std::vector<OpenFolder> open_;
+};
+
+/// The change time of an item in nanoseconds.
+std::int64_t changeTimeOf(const struct stat& status);
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,51 @@
+#include "snapwheel/subvolume.h"
+
+#include <btrfsutil.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+
+#include <cerrno>
+
+#include "host/remove_tree.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+int errnoOf(btrfs_util_error result) {
+  if (result == BTRFS_UTIL_OK) return 0;
+  return errno != 0 ? errno : EIO;
+}
+
+}  // namespace
+
+bool isOnBtrfs(const std::string& path) {
+  struct statfs status {};
+  return ::statfs(path.c_str(), &status) == 0 && status.f_type == BTRFS_SUPER_MAGIC;
+}
+
+bool isSubvolume(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return false;
+  return btrfs_util_is_subvolume(path.c_str()) == BTRFS_UTIL_OK;
+}
+
+int createSubvolume(const std::string& path) {
+  return errnoOf(btrfs_util_create_subvolume(path.c_str(), 0, nullptr, nullptr));
+}
+
+int snapshotSubvolume(const std::string& source, const std::string& path) {
+  return errnoOf(btrfs_util_create_snapshot(source.c_str(), path.c_str(), 0, nullptr, nullptr));
+}
+
+int setReadOnly(const std::string& path, bool readOnly) {
+  return errnoOf(btrfs_util_set_subvolume_read_only(path.c_str(), readOnly));
+}
+
+int removeSnapshotFolder(const std::string& path) {
+  if (isSubvolume(path)) return errnoOf(btrfs_util_delete_subvolume(path.c_str(), 0));
+  return host::removeTree(path);
+}
+
+}  // namespace halyard::snapwheel

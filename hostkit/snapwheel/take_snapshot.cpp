@@ -1,0 +1,176 @@
+#include "snapwheel/take_snapshot.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+
+#include "common/messages.h"
+#include "host/files.h"
+#include "host/text.h"
+#include "host/tree_copy.h"
+#include "snapwheel/failure.h"
+#include "snapwheel/owner_names.h"
+#include "snapwheel/subvolume.h"
+#include "snapwheel/walk_memory.h"
+#include "snapwheel/work_folder.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+constexpr std::size_t kToldMissingItems = 20;
+constexpr std::chrono::minutes kToldClockLag(1);
+
+Instant now() { return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()); }
+
+std::string realPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return real ? real.get() : std::string();
+}
+
+/// The source as an absolute path without links. Leaves the repository out when it lies inside.
+void settleSource(const Repository& repository, SnapshotRequest& request) {
+  const std::string source = realPath(request.source);
+  if (source.empty() || !host::isDirectory(source)) {
+    throw Failure("the source " + request.source + " is no folder");
+  }
+  request.source = source;
+  const std::string folder = realPath(repository.folder());
+  const std::string below = source == "/" ? source : source + "/";
+  if (source == folder || source.starts_with(folder + "/")) {
+    throw Failure("the source " + source + " is part of the repository");
+  }
+  if (folder.starts_with(below)) request.exclusions.addPath(folder.substr(below.size()));
+}
+
+/// The walk over the source, and what becomes of the items that it cannot copy.
+class Walk {
+ public:
+  Walk(const SnapshotRequest& request, const WorkFolder& work, Manifest& manifest)
+      : request_(request), work_(work), manifest_(manifest) {}
+
+  /// Throws Failure when the destination gives up.
+  void run() {
+    const std::string identity = indexIdentity();
+    SourceIndexWriter writer(work_.indexPath(), identity);
+    const auto before = work_.isReferenceExact()
+                            ? SourceIndex::open(work_.referenceIndexPath(), identity)
+                            : nullptr;
+    WalkMemory memory(writer, before.get());
+    host::TreeCopyOptions options;
+    options.reference = work_.referenceVolume();
+    options.update = work_.isUpdate();
+    options.intoExisting = options.update;
+    options.oneFileSystem = true;
+    options.memory = &memory;
+    options.excluded = [this](std::string_view path) { return request_.exclusions.match(path); };
+    options.failed = [this](std::string_view path, int error) { return goesOn(path, error); };
+    const auto report = host::copyTree(request_.source, work_.volumePath(), options);
+    if (fatal_ == 0 && report.ended) {
+      fatal_ = report.error;
+    }
+    if (fatal_ != 0) throw Failure(errorText(work_.volumePath(), fatal_));
+    fill(report);
+    // Without an index the next walk is slower, and no less right.
+    (void)writer.finish();
+    (void)writeOwnerNames(work_.path(), namesOf(memory.owners(), request_.source));
+  }
+
+ private:
+  /// What must be the same for an index to prove anything: the folder that was walked (a file
+  /// system that was made anew has another root inode or birth time) and what was left out.
+  std::string indexIdentity() const {
+    struct statx root {};
+    (void)::statx(AT_FDCWD, request_.source.c_str(), 0, STATX_INO | STATX_BTIME, &root);
+    return request_.source + "\n" + request_.volume + "\n" + std::to_string(root.stx_ino) + " " +
+           std::to_string(root.stx_btime.tv_sec) + "." + std::to_string(root.stx_btime.tv_nsec) +
+           "\n" + request_.exclusions.fingerprint();
+  }
+
+  bool goesOn(std::string_view path, int error) {
+    if (error == ENOENT) {
+      ++vanished_;
+      return true;
+    }
+    // Errors of the source cost the item, errors of the destination the snapshot.
+    if (const int fault = work_.fault(error)) {
+      fatal_ = fault;
+      return false;
+    }
+    if (manifest_.missingCount++ < kNamedMissingItems) {
+      manifest_.missing.push_back({std::string(path), error});
+    }
+    if (manifest_.missingCount <= kToldMissingItems) {
+      hostkit::printWarning(errorText("/" + std::string(path), error) + " (left out)");
+    }
+    return true;
+  }
+
+  void fill(const host::TreeCopyReport& report) {
+    manifest_.items = report.items;
+    manifest_.copied = report.copied;
+    manifest_.copiedBytes = report.copiedBytes;
+    manifest_.linked = report.linked;
+    manifest_.linkedBytes = report.linkedBytes;
+    manifest_.complete = manifest_.missingCount == 0;
+    if (manifest_.missingCount > kToldMissingItems) {
+      hostkit::printWarning(std::to_string(manifest_.missingCount) +
+                            " items were left out in all; the snapshot's manifest names them");
+    }
+  }
+
+  const SnapshotRequest& request_;
+  const WorkFolder& work_;
+  Manifest& manifest_;
+  std::uint64_t vanished_ = 0;
+  int fatal_ = 0;
+};
+
+Manifest beginManifest(const Repository& repository, const SnapshotRequest& request,
+                       const std::string& name, const std::string& reference) {
+  Manifest manifest;
+  manifest.computer = repository.computerName();
+  manifest.volume = request.volume;
+  manifest.source = request.source;
+  manifest.started = name;
+  manifest.reference = reference;
+  manifest.boot = bootIdentifier();
+  return manifest;
+}
+
+}  // namespace
+
+SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest request) {
+  repository.create();
+  const HostLock lock(repository, request.machineLock);
+  settleSource(repository, request);
+
+  const std::vector<std::string> earlier = repository.list().snapshots;
+  std::optional<Instant> newest;
+  if (!earlier.empty()) newest = snapshotInstant(earlier.back());
+  const Instant instant = nextInstant(now(), newest);
+  const std::string name = snapshotName(instant);
+  if (instant > now() + kToldClockLag) {
+    hostkit::printWarning("the clock is behind the newest snapshot, " + earlier.back());
+  }
+
+  WorkFolder work(repository, name, request.volume, request.source);
+  SnapshotOutcome outcome{name, beginManifest(repository, request, name, work.reference())};
+  try {
+    work.begin(outcome.manifest);
+    Walk(request, work, outcome.manifest).run();
+    outcome.manifest.finished = snapshotName(now());
+    work.publish(outcome.manifest);
+  } catch (const Failure& failure) {
+    throw Failure(std::string(failure.what()) + "; " + work.discard(), failure.status());
+  }
+  return outcome;
+}
+
+}  // namespace halyard::snapwheel

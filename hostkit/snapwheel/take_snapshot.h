@@ -1,0 +1,33 @@
+// Takes one snapshot of this host.
+#pragma once
+
+#include <string>
+
+#include "snapwheel/exclusions.h"
+#include "snapwheel/host_lock.h"
+#include "snapwheel/manifest.h"
+#include "snapwheel/repository.h"
+
+namespace halyard::snapwheel {
+
+struct SnapshotRequest {
+  std::string source = "/";       ///< The root of the volume.
+  std::string volume = "System";  ///< The name of its folder in the snapshot.
+  Exclusions exclusions;
+  std::string machineLock = HostLock::defaultMachineLock();
+};
+
+struct SnapshotOutcome {
+  std::string name;
+  Manifest manifest;
+};
+
+/// Builds the snapshot beside the others, syncs it, gives it its name and moves "Latest" to it.
+///
+/// Items that could not be read are left out, told on standard error and counted in the manifest;
+/// one that vanished during the walk is not counted, because a later walk would not have seen it.
+/// Throws Failure, with the earlier snapshots untouched, when another snapshot is being made, the
+/// source or the repository cannot be used, or the destination is full, read-only or gone.
+SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest request);
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,148 @@
+#include "snapwheel/work_folder.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "common/messages.h"
+#include "host/files.h"
+#include "host/text.h"
+#include "snapwheel/failure.h"
+#include "snapwheel/subvolume.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+constexpr mode_t kSnapshotMode = 0755;
+constexpr mode_t kRecordMode = 0700;
+constexpr std::size_t kBootIdLimit = 64;
+
+}  // namespace
+
+std::string bootIdentifier() {
+  std::FILE* file = std::fopen("/proc/sys/kernel/random/boot_id", "re");
+  if (file == nullptr) return {};
+  char text[kBootIdLimit] = {};
+  const std::size_t length = std::fread(text, 1, sizeof text - 1, file);
+  std::fclose(file);
+  return std::string(trimLineFeeds({text, length}));
+}
+
+WorkFolder::WorkFolder(const Repository& repository, std::string name, std::string volume,
+                       const std::string& source)
+    : repository_(repository),
+      name_(std::move(name)),
+      volume_(std::move(volume)),
+      source_(source),
+      path_(repository.path(name_) + std::string(kInProgress)) {
+  const std::vector<std::string> snapshots = repository.list().snapshots;
+  for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
+    referenceFolder_ = volumeFolder(repository.path(*snapshot));
+    if (referenceFolder_.empty()) continue;
+    reference_ = *snapshot;
+    basis_ = Basis::linkedReference;
+    break;
+  }
+}
+
+std::string WorkFolder::record(const std::string& snapshot, const char* name) {
+  return snapshot + "/" + std::string(kRecordFolder) + "/" + name;
+}
+
+std::string WorkFolder::referenceIndexPath() const {
+  return record(repository_.path(reference_), "index");
+}
+
+std::string WorkFolder::referenceVolume() const {
+  if (reference_.empty() || basis_ == Basis::copyOfReference) return {};
+  return repository_.path(reference_) + "/" + referenceFolder_;
+}
+
+bool WorkFolder::isReusable(const std::string& leftover) const {
+  const auto manifest = readManifest(leftover);
+  return manifest && !manifest->boot.empty() && manifest->boot == bootIdentifier() &&
+         manifest->volume == volume_ && manifest->source == source_ &&
+         snapshotInstant(completedName(lastPathComponent(leftover))).has_value() &&
+         isOnBtrfs(repository_.hostFolder()) == isSubvolume(leftover);
+}
+
+void WorkFolder::settleLeftovers() {
+  const std::vector<std::string> leftovers = repository_.list().inProgress;
+  for (auto name = leftovers.rbegin(); name != leftovers.rend(); ++name) {
+    const std::string leftover = repository_.path(*name);
+    if (basis_ != Basis::leftover && isReusable(leftover)) {
+      hostkit::printNote("an interrupted snapshot is taken over: " + *name);
+      if (::rename(leftover.c_str(), path_.c_str()) != 0) throw Failure(errorText(leftover, errno));
+      basis_ = Basis::leftover;
+      continue;
+    }
+    hostkit::printNote("an interrupted snapshot is removed: " + *name);
+    if (const int error = removeSnapshotFolder(leftover)) {
+      throw Failure(errorText(leftover, error));
+    }
+  }
+}
+
+void WorkFolder::makeFolder() {
+  const std::string previous = repository_.path(reference_);
+  if (isOnBtrfs(repository_.hostFolder())) {
+    const bool copies = !reference_.empty() && isSubvolume(previous);
+    const int error = copies ? snapshotSubvolume(previous, path_) : createSubvolume(path_);
+    if (error != 0) throw Failure(errorText(path_, error));
+    if (copies) basis_ = Basis::copyOfReference;
+  } else if (::mkdir(path_.c_str(), kSnapshotMode) != 0) {
+    throw Failure(errorText(path_, errno));
+  }
+  if (::chmod(path_.c_str(), kSnapshotMode) != 0) throw Failure(errorText(path_, errno));
+}
+
+void WorkFolder::begin(const Manifest& manifest) {
+  settleLeftovers();
+  if (basis_ != Basis::leftover) makeFolder();
+  if (basis_ == Basis::copyOfReference && referenceFolder_ != volume_) {
+    const std::string renamed = path_ + "/" + referenceFolder_;
+    if (::rename(renamed.c_str(), volumePath().c_str()) != 0) {
+      throw Failure(errorText(renamed, errno));
+    }
+  }
+  const std::string records = path_ + "/" + std::string(kRecordFolder);
+  if (::mkdir(records.c_str(), kRecordMode) != 0 && errno != EEXIST) {
+    throw Failure(errorText(records, errno));
+  }
+  if (!writeManifest(path_, manifest)) throw Failure(errorText(records, errno));
+}
+
+int WorkFolder::fault(int error) const {
+  if (error == ENOSPC || error == EDQUOT || error == EROFS) return error;
+  const std::string probe = record(path_, "probe");
+  errno = 0;
+  if (!host::createOrEmptyFile(probe, kRecordMode)) return errno != 0 ? errno : error;
+  (void)::unlink(probe.c_str());
+  return 0;
+}
+
+void WorkFolder::publish(const Manifest& manifest) {
+  if (!writeManifest(path_, manifest)) throw Failure(errorText(path_, errno));
+  if (!host::syncFileSystem(path_)) throw Failure(errorText(path_, errno));
+  const std::string final = repository_.path(name_);
+  if (::rename(path_.c_str(), final.c_str()) != 0) throw Failure(errorText(final, errno));
+  if (isSubvolume(final)) (void)setReadOnly(final, true);  // A precaution; nothing rests on it.
+  if (!repository_.setLatest(name_)) {
+    throw Failure(errorText("the snapshot " + name_ + " is complete, but the link Latest", errno));
+  }
+}
+
+std::string WorkFolder::discard() const {
+  const bool untouched = !repository_.list().snapshots.empty();
+  const std::string others = untouched ? "; the earlier snapshots are untouched" : "";
+  if (host::exists(repository_.path(name_))) return "the snapshot itself is kept";
+  if (!host::exists(path_)) return "no snapshot was made" + others;
+  const int error = removeSnapshotFolder(path_);
+  if (error == 0) return "the unfinished snapshot was removed" + others;
+  return "the unfinished snapshot " + path_ + " could not be removed" + others;
+}
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,52 @@
+#include "support/mounted_volume.h"
+
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "host/task.h"
+
+namespace halyard::test {
+
+namespace {
+
+std::string firstOf(const std::vector<std::string>& paths) {
+  for (const std::string& path : paths) {
+    if (::access(path.c_str(), X_OK) == 0) return path;
+  }
+  return {};
+}
+
+}  // namespace
+
+MountedVolume::MountedVolume(const Scratch& scratch, const std::string& kind,
+                             std::uint64_t megabytes) {
+  const std::string maker = firstOf({"/sbin/mkfs." + kind, "/usr/sbin/mkfs." + kind});
+  if (maker.empty()) reason_ = "mkfs." + kind + " is not installed";
+  if (::geteuid() != 0) reason_ = "mounting needs root";
+  if (!reason_.empty()) return;
+
+  const std::string image = scratch.write(kind + ".img");
+  const std::string folder = scratch.makeFolder(kind);
+  const bool isSized = ::truncate(image.c_str(), static_cast<off_t>(megabytes) * 1024 * 1024) == 0;
+  const auto made = host::RunTask(maker, {"-q", image});
+  const auto mounted =
+      host::RunTask(firstOf({"/bin/mount", "/usr/bin/mount"}), {"-o", "loop", image, folder});
+  if (!isSized || made.status != 0 || mounted.status != 0) {
+    reason_ = "no loop-mounted " + kind + " here: " + made.error + mounted.error;
+    return;
+  }
+  path_ = folder;
+}
+
+MountedVolume::~MountedVolume() {
+  if (!path_.empty()) (void)::umount2(path_.c_str(), MNT_DETACH);
+}
+
+bool MountedVolume::remount(bool readOnly) const {
+  return ::mount(nullptr, path_.c_str(), nullptr, MS_REMOUNT | (readOnly ? MS_RDONLY : 0),
+                 nullptr) == 0;
+}
+
+}  // namespace halyard::test

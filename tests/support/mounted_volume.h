@@ -1,0 +1,33 @@
+// A small file system on a loop device, for one test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "support/scratch.h"
+
+namespace halyard::test {
+
+/// Makes an image, a file system in it, and mounts it in the scratch folder; goes away with the
+/// object. Where that cannot be had, reason() says why and there is no path: the test skips.
+class MountedVolume {
+ public:
+  /// `kind` is "ext4", "btrfs" or "xfs".
+  MountedVolume(const Scratch& scratch, const std::string& kind, std::uint64_t megabytes);
+  ~MountedVolume();
+  MountedVolume(const MountedVolume&) = delete;
+  MountedVolume& operator=(const MountedVolume&) = delete;
+
+  const std::string& path() const { return path_; }
+  const std::string& reason() const { return reason_; }
+  /// Mounts it again read-only or writable; false when that was refused.
+  bool remount(bool readOnly) const;
+
+ private:
+  std::string path_;
+  std::string reason_;
+};
+
+}  // namespace halyard::test
