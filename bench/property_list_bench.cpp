@@ -51,7 +51,7 @@ std::function<std::string(std::size_t)> keyed(std::string value) {
 std::vector<Shape> shapes() {
   const std::string entry =
       "\t<dict>\n\t\t<key>name</key>\n\t\t<string>somebody</string>\n\t\t<key>path</key>\n"
-      "\t\t<string>/Library/Server/Mail/Data/mail/4F2C0D6E</string>\n\t\t<key>size</key>\n"
+      "\t\t<string>/var/lib/depot/data/folder/4F2C0D6E</string>\n\t\t<key>size</key>\n"
       "\t\t<integer>12345</integer>\n\t\t<key>on</key>\n\t\t<true/>\n\t</dict>\n";
   return {
       {"usual entries, indented", "<array>\n", always(entry), "</array>"},
