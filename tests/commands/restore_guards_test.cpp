@@ -129,6 +129,23 @@ TEST_F(RestoreGuard, ABogusAttemptWithoutAMetadataFolderSkipsItsRemoval) {
   EXPECT_THAT(lines, testing::Not(testing::Contains(started("PostBackupComplete"))));
 }
 
+TEST_F(RestoreGuard, AnUnfitTargetShowsTheEndOfRestoreRightAfterTheCheck) {
+  root.makeFolder("/Volumes/X");
+  const auto lines = functionLines(restore({{"FUNCLOG", ""}}, "/Volumes/X"));
+  ASSERT_GE(lines.size(), 7U);
+  EXPECT_THAT(
+      std::vector<std::string>(lines.end() - 7, lines.end()),
+      ElementsAre(started("isValidSystem"), ended("isValidSystem"), ended("Restore"),
+                  started("removePidProcessFile"), ended("removePidProcessFile"),
+                  ended("validateOptionsAndDispatch"), "End main()" + std::string(55, '-') + "+"));
+}
+
+TEST_F(RestoreGuard, AMissingVolumeShowsNoEndOfAnything) {
+  const auto lines = functionLines(restore({{"FUNCLOG", ""}}, "/Volumes/X"));
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.back(), ended("validate_LogPaths"));
+}
+
 TEST_F(RestoreGuard, AnotherTargetThanTheRootRestoresNothingAndBlocksLaterRestores) {
   root.makeFolder("/Volumes/X");
   root.writePlugin("/opt/depot");

@@ -289,6 +289,25 @@ TEST_F(RestoreService, TheAttemptMarkerIsNeitherReadNorWritten) {
   EXPECT_EQ(root.readFile("/.Halyards/restoreWasAttempted"), "2026-11-14 10:00:00 +0000");
 }
 
+TEST_F(RestoreService, AnotherTargetSkipsThePreferencesInTheFunctionLog) {
+  root.makeFolder("/Volumes/X");
+  const auto lines = functionLines(root.run({"-cmd", "restoreService", "-path", kSnapshot,
+                                             "-target", "/Volumes/X", "-service", "depotHost"},
+                                            {{"FUNCLOG", ""}}));
+  ASSERT_GE(lines.size(), 7U);
+  EXPECT_THAT(std::vector<std::string>(lines.end() - 7, lines.end() - 2),
+              ElementsAre(started("isValidSystem"), ended("isValidSystem"), ended("RestoreService"),
+                          started("removePidProcessFile"), ended("removePidProcessFile")));
+}
+
+TEST_F(RestoreService, AnUnknownServiceShowsNoEndOfTheDispatcher) {
+  const auto lines = functionLines(root.run(
+      {"-cmd", "restoreService", "-path", kSnapshot, "-target", "/", "-service", "printHost"},
+      {{"FUNCLOG", ""}}));
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.back(), ended("isValidService"));
+}
+
 TEST_F(RestoreService, TheFunctionLogShowsEveryOperationInOrder) {
   const auto result = root.run(
       {"-cmd", "restoreService", "-path", kSnapshot, "-target", "/", "-service", "depotHost"},
