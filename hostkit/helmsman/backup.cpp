@@ -33,6 +33,7 @@ namespace halyard::hostkit {
 
 namespace {
 
+constexpr mode_t kProgressLogMode = 0770;
 constexpr std::size_t kProgressLogLimit = std::size_t{64} << 20;
 
 // The descriptors that the run will process, in its order.
@@ -148,6 +149,8 @@ void BackupCycle::runHalyardBackup() {
   options.output = [&output](std::string_view piece) { output.take(piece); };
   options.error = [&errors](std::string_view piece) { errors.take(piece); };
 
+  // Halyard empties it too, but not before the follower has read what another run left.
+  if (host::exists(kProgressLog)) (void)host::createOrEmptyFile(kProgressLog, kProgressLogMode);
   display_.started(names);
   host::TaskResult result;
   {

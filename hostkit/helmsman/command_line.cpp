@@ -231,7 +231,8 @@ void CommandLine::addReports() {
   metrics->add_option("--folder", metrics_.folder, "The textfile folder")
       ->type_name("DIR")
       ->needs(write);
-  metrics->add_option("--unit-failed", metrics_.unitFailed, "Record that UNIT failed, for OnFailure=")
+  metrics
+      ->add_option("--unit-failed", metrics_.unitFailed, "Record that UNIT failed, for OnFailure=")
       ->type_name("UNIT");
 }
 

@@ -24,6 +24,11 @@ std::string withoutDots(std::string_view message) {
   return std::string(message);
 }
 
+// Of no interest in a record that is read afterwards.
+bool isSizeStep(const ProgressStep& step) {
+  return step.message == kSized || step.message.starts_with("Calculating size requirements");
+}
+
 std::string stepText(const ProgressStep& step) {
   return step.service.empty() ? withoutDots(step.message)
                               : step.service + ": " + withoutDots(step.message);
@@ -66,7 +71,7 @@ void RunDisplay::step(const ProgressStep& step) {
          {"fraction", progressFraction(sized_.size(), ended_.size(), total_)}});
   } else if (bar_) {
     drawBar(stepText(step));
-  } else {
+  } else if (!isSizeStep(step)) {
     printNote(stepText(step));
   }
 }

@@ -15,6 +15,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr char kPlugin[] = "/usr/libexec/plugin";
 constexpr char kRecord[] = "/var/lib/halyard/last-backup.json";
@@ -211,6 +212,16 @@ TEST_F(HelmsmanBackup, StepsAreLinesWithoutATerminal) {
   const auto result = helmsman({"backup"});
   EXPECT_THAT(result.err, HasSubstr("helmsman: postHost: Service backup binary done\n"));
   EXPECT_EQ(result.err.find('\r'), std::string::npos);
+}
+
+TEST_F(HelmsmanBackup, StepsOfAnEarlierRunAreNotShownAgain) {
+  root.writeFile("/private/var/log/halyard/server_progress.log",
+                 "2026-11-20 02:00:00 +0000\n## PROGRESS :: Halyard :: yesterday :: Service backup "
+                 "binary done.\n");
+  const auto result = helmsman({"backup", "--no-estimate"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.err, Not(HasSubstr("yesterday")));
+  EXPECT_THAT(result.err, Not(HasSubstr("size requirements")));
 }
 
 TEST_F(HelmsmanBackup, DoesNotStartWhileARunIsActive) {

@@ -117,6 +117,7 @@ TEST_F(HelmsmanCheck, FindsCommandLinesThatAreSplitAtBlanks) {
 }
 
 TEST_F(HelmsmanCheck, FindsFilesWhoseFolderNobodyMakes) {
+  root.writeFile("/srv/depot", "data");
   writeDepot(descriptorOf("depotHost", kPlugin)
                  .list("DataFiles", {"/srv/depot", "relative", "/top"})
                  .list("ConfigurationFiles", {"/srv/depot"}));
@@ -142,6 +143,9 @@ TEST_F(HelmsmanCheck, FindsSizeAnswersThatAreCutOff) {
                                              "is read as 2147483647")));
   EXPECT_EQ(helmsman({"check", "--no-size"}).status, 0);
   root.writePlugin(kPlugin, "echo 'Total: 5'");
+  EXPECT_THAT(findings(), IsEmpty()) << "a service without files may be silent";
+  root.writeFile("/data", "x");
+  writeDepot(descriptorOf("depotHost", kPlugin).list("DataFiles", {"/data"}));
   EXPECT_THAT(findings(), Contains(HasSubstr("has no line that begins with \"total := \"")));
 }
 
