@@ -218,6 +218,19 @@ TEST_F(BrowseAll, WithoutTmpTheResultShowsAsNull) {
   EXPECT_EQ(browseAll().out, "(null)");
 }
 
+TEST_F(BrowseAll, ADescriptorWithoutAPluginAnswersWithNothing) {
+  root.writeDescriptor("30-depotHost.plist",
+                       descriptorOf("depotHost", "").without("RestoreBinaryPath"));
+  EXPECT_TRUE(browseAll().out.starts_with(kNothing));
+}
+
+TEST_F(BrowseAll, TheFunctionLogShowsTheSameOperationsAsForOneService) {
+  EXPECT_THAT(
+      functionLines(browseAll("all", {{"FUNCLOG", ""}})),
+      testing::ElementsAreArray(wholeFunctionLog({started("Browse"), started("get_Helmsman_Prefs"),
+                                                  ended("get_Helmsman_Prefs"), ended("Browse")})));
+}
+
 TEST_F(BrowseAll, DebugShowsNamesAndPluginsOnly) {
   const auto result = browseAll("all", {{"DEBUG", ""}, {"VERBOSE", ""}});
   const auto lines = outputFrom(result, "mountedImagePath");

@@ -81,6 +81,11 @@ TEST_F(Browse, AnEmptyAnswerShowsOneEmptyLine) { EXPECT_EQ(shown(""), "\n"); }
 
 TEST_F(Browse, AnAnswerThatIsNoUtf8ComesThrough) { EXPECT_EQ(shown("\xff\xfe\n"), "\xff\xfe\n\n"); }
 
+TEST_F(Browse, AnAnswerWithANulComesThrough) {
+  const std::string answer("a\0b", 3);
+  EXPECT_EQ(shown(answer), answer + "\n");
+}
+
 TEST_F(Browse, AHugeAnswerComesThrough) {
   const std::string answer(3000000, 'x');
   EXPECT_EQ(shown(answer).size(), answer.size() + 1);

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "support/restored_host.h"
 #include "support/run_output.h"
 
@@ -238,6 +240,32 @@ TEST_F(RestoreFiles, AServiceWithoutANameRestoresFromTheFolderOfNull) {
   root.writeDescriptor("30-x.plist", DescriptorText().list("DataFiles", {"/srv/data"}));
   EXPECT_EQ(restore().status, 0);
   EXPECT_EQ(root.readFile("/srv/data"), "saved");
+}
+
+TEST_F(RestoreFiles, AServiceNameThatLeadsElsewhereIsJoinedAsItStands) {
+  root.writeFile("/elsewhere/srv/data", "saved");
+  root.makeFolder("/srv");
+  root.writeDescriptor(
+      "30-x.plist",
+      DescriptorText().text("ServiceName", "../elsewhere").list("DataFiles", {"/srv/data"}));
+  EXPECT_EQ(restore().status, 0);
+  EXPECT_EQ(root.readFile("/srv/data"), "saved");
+}
+
+TEST_F(RestoreFiles, AnEntryThatIsNotAbsoluteIsNeverCopied) {
+  root.writeFile("/.Halyards/depotHost/srv/data", "saved");
+  root.makeFolder("/srv");
+  restoreData({"srv/data"});
+  EXPECT_FALSE(root.exists("/srv/data"));
+}
+
+TEST_F(RestoreFiles, AnEmptyEntryTouchesNothing) {
+  root.writeFile("/.Halyards/depotHost/x", "saved");
+  const auto before = root.list("/");
+  restoreData({""});
+  auto after = root.list("/");
+  after.insert(std::lower_bound(after.begin(), after.end(), ".Halyards"), ".Halyards");
+  EXPECT_EQ(after, before);
 }
 
 TEST_F(RestoreFiles, AnEmptyServiceNameRestoresFromTheMetadataFolderItself) {
