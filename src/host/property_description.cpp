@@ -23,7 +23,7 @@ std::string scalarText(const PropertyValue& value) {
     case Kind::boolean:
       return *value.asBoolean() ? "true" : "false";
     case Kind::date:
-      return *value.asDate();
+      return "date " + quoted(*value.asDate());
     default: {
       std::string text = "<";
       appendBase64(*value.asData(), text);

@@ -136,10 +136,11 @@ TEST(Description, ShowsAValueALine) {
             "    \"off\" = false\n"
             "  }\n"
             "  \"alias\" = <YWJj>\n"
-            "  \"since\" = 2026-01-02T03:04:05Z\n"
+            "  \"since\" = date \"2026-01-02T03:04:05Z\"\n"
             "}");
   EXPECT_EQ(PropertyValue(PropertyDictionary()).description(), "{}");
   EXPECT_EQ(PropertyValue("a").description(), "\"a\"");
+  EXPECT_EQ(PropertyValue::date("").description(), "date \"\"");
 }
 
 TEST(PropertyDictionary, FindsNothingWhileEmpty) {
