@@ -84,10 +84,11 @@ TEST_F(Output, ABrokenPipeEndsNoOtherCommand) {
 }
 
 TEST_F(Output, AnotherWorkingFolderChangesNothing) {
+  root.makeFolder("/elsewhere");
   RunOptions options;
-  options.workingFolder = "/tmp";
+  options.workingFolder = "/elsewhere";
   expectWholeBackup(root.run(kBackup, {}, options));
-  EXPECT_THAT(root.list("/tmp"), IsEmpty());
+  EXPECT_THAT(root.list("/elsewhere"), IsEmpty());
 }
 
 TEST_F(Output, TheUmaskIsInheritedWhereNoModeIsNamed) {

@@ -5,7 +5,6 @@
 #include <cstdio>
 
 #include "frontend/run_state.h"
-#include "support/coverage.h"
 #include "support/forked.h"
 #include "support/root_process.h"
 
@@ -19,7 +18,6 @@ constexpr const char* kError = "/operation-error";
 }  // namespace
 
 CommandResult runOperation(const PrivateRoot& root, const std::function<int()>& act) {
-  shareCounters(root.path(""));
   std::fflush(nullptr);  // Else the child writes what is still buffered once more.
   const uid_t user = geteuid();
   const gid_t group = getegid();
