@@ -1,5 +1,6 @@
 #include "helmsman/run_display.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +23,13 @@ constexpr std::string_view kEnded = "Service backup binary done.";
 std::string withoutDots(std::string_view message) {
   while (message.ends_with('.')) message.remove_suffix(1);
   return std::string(message);
+}
+
+std::size_t terminalWidth() {
+  constexpr std::size_t kUsualWidth = 80;
+  winsize size{};
+  return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col
+                                                                           : kUsualWidth;
 }
 
 // Of no interest in a record that is read afterwards.
@@ -88,9 +96,12 @@ void RunDisplay::phase(const std::string& text) {
 
 void RunDisplay::drawBar(const std::string& text) {
   const double fraction = progressFraction(sized_.size(), ended_.size(), total_);
+  std::string line = progressBar(fraction, kBarWidth) + " " + std::to_string(ended_.size()) + "/" +
+                     std::to_string(total_) + " " + text;
+  // A line that wraps could not be taken away again.
+  line.resize(std::min(line.size(), terminalWidth() - 1));
   // Back to the start of the line, and away with what stood there.
-  (void)std::fprintf(stderr, "\r\033[K%s %zu/%zu %s", progressBar(fraction, kBarWidth).c_str(),
-                     ended_.size(), total_, text.c_str());
+  (void)std::fprintf(stderr, "\r\033[K%s", line.c_str());
 }
 
 void RunDisplay::clearBar() {

@@ -9,7 +9,8 @@
 
 namespace halyard::snapwheel {
 
-inline constexpr const char* kConfigurationFile = "/etc/halyard/snapwheel.conf";
+// Not in /etc/halyard: there every file counts as the descriptor of a service.
+inline constexpr const char* kConfigurationFile = "/etc/halyard-host/snapwheel.conf";
 inline constexpr const char* kUnknownComputer = "Unknown_Computer";
 
 /// "System", "System", "ComputerName" of the host's preferences; "Unknown_Computer" when any step
