@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <limits>
 
 #include "host/remove_tree.h"
 #include "host/system_call.h"
@@ -17,7 +16,6 @@ namespace halyard::host {
 namespace {
 
 constexpr mode_t kPrivateMode = 0600;
-constexpr nlink_t kAnyNumber = std::numeric_limits<nlink_t>::max();
 
 bool sameTime(const struct timespec& left, const struct timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
@@ -86,8 +84,9 @@ int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toNa
   if (error != 0) return error;
   if (S_ISDIR(status.st_mode)) return EISDIR;
   error = ENOENT;
-  if (folders.memory->isUnchanged(fromName, status))
+  if (folders.memory->isUnchanged(fromName, status)) {
     error = keep(folders, fromName, toName, status);
+  }
   if (isLinkRefusal(error)) error = copyAfresh(folders, fromName, toName, type);
   if (error == 0) folders.memory->took(fromName, status);
   return error;
@@ -144,7 +143,9 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
   error = attributes_.read(AttributeItem::opened(from.get()));
   if (error != 0) return error;
   // A copy with more names than one may be another item's as well: that one is made anew.
-  if (folders.updates && !hasOtherNames(status) && isSame(folders.target, toName, status, 1)) {
+  struct stat there = {};
+  if (folders.updates && !hasOtherNames(status) && statusOf(folders.target, toName, there) == 0 &&
+      !hasOtherNames(there) && isSame(folders.target, toName, status, there)) {
     countShared(status);
     return 0;
   }
@@ -234,11 +235,10 @@ int ItemCopier::makeOther(FolderPair& folders, const char* fromName, const char*
   return error;
 }
 
-/// Whether a regular file is, as far as its attributes tell, a copy of the one at hand.
+/// Whether a regular file, whose status is `earlier`, is a copy of the one at hand as far as its
+/// attributes tell.
 bool ItemCopier::isSame(int folder, const char* name, const struct stat& status,
-                        nlink_t mostNames) {
-  struct stat earlier = {};
-  if (statusOf(folder, name, earlier) != 0 || earlier.st_nlink > mostNames) return false;
+                        const struct stat& earlier) {
   if (earlier.st_mode != status.st_mode || earlier.st_size != status.st_size ||
       earlier.st_uid != status.st_uid || earlier.st_gid != status.st_gid ||
       !sameTime(earlier.st_mtim, status.st_mtim)) {
@@ -258,9 +258,13 @@ void ItemCopier::countShared(const struct stat& status) {
 /// ENOENT when there is no earlier copy that is the same.
 int ItemCopier::linkToReference(FolderPair& folders, const char* fromName, const char* toName,
                                 const struct stat& status) {
-  if (folders.reference < 0 || !isSame(folders.reference, fromName, status, kAnyNumber)) {
+  struct stat earlier = {};
+  if (folders.reference < 0 || statusOf(folders.reference, fromName, earlier) != 0 ||
+      !isSame(folders.reference, fromName, status, earlier)) {
     return ENOENT;
   }
+  // Names of one item in the reference may be names of two items by now, which stay apart.
+  if (earlier.st_nlink > 1 && !linkedInodes_.insert(earlier.st_ino)) return ENOENT;
   const int error = place(folders, toName, [&](const char* name) {
     return errorOf([&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });
   });

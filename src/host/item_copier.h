@@ -8,6 +8,7 @@
 #include "host/extended_attributes.h"
 #include "host/file_data_copy.h"
 #include "host/hard_links.h"
+#include "host/inode_set.h"
 #include "host/item_attributes.h"
 #include "host/quiet_opener.h"
 #include "host/tree_copy.h"
@@ -53,7 +54,7 @@ class ItemCopier {
   int fillFile(FolderPair& folders, int from, int to, const struct stat& status, bool isPlain);
   int makeOther(FolderPair& folders, const char* fromName, const char* name,
                 const struct stat& status);
-  bool isSame(int folder, const char* name, const struct stat& status, nlink_t mostNames);
+  bool isSame(int folder, const char* name, const struct stat& status, const struct stat& earlier);
   int linkToReference(FolderPair& folders, const char* fromName, const char* toName,
                       const struct stat& status);
   void countShared(const struct stat& status);
@@ -61,6 +62,7 @@ class ItemCopier {
   TreeCopyReport& report_;
   QuietOpener opener_;
   HardLinks hardLinks_;
+  InodeSet linkedInodes_;  ///< Of the reference.
   FileDataCopier data_;
   ExtendedAttributes attributes_;  ///< Of the item at hand.
   ExtendedAttributes referenceAttributes_;
