@@ -1,7 +1,9 @@
 #include "snapwheel/source_index.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/mman.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +36,26 @@ std::size_t aligned(std::size_t length) {
 }
 
 }  // namespace
+
+bool keepsChangeTimes(const std::string& path) {
+  constexpr std::uint32_t kZfs = 0x2fc12fc1;
+  constexpr std::uint32_t kBcachefs = 0xca451a4e;
+  struct statfs status {};
+  if (::statfs(path.c_str(), &status) != 0) return false;
+  switch (static_cast<std::uint32_t>(status.f_type)) {
+    case EXT4_SUPER_MAGIC:  // Of ext2 and ext3 as well.
+    case XFS_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case F2FS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC:
+    case kZfs:
+    case kBcachefs:
+      return true;
+    default:  // FAT keeps the time of creation there; what a server answers is its own affair.
+      return false;
+  }
+}
 
 std::int64_t changeTimeOf(const struct stat& status) {
   return status.st_ctim.tv_sec * kNanoseconds + status.st_ctim.tv_nsec;

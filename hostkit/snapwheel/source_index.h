@@ -104,6 +104,10 @@ class SourceIndexWriter {
   std::vector<OpenFolder> open_;
 };
 
+/// Whether the file system of the path is known to set the change time of an item at every change
+/// and to let nobody choose it. Where this is false no index proves anything.
+bool keepsChangeTimes(const std::string& path);
+
 /// The change time of an item in nanoseconds.
 std::int64_t changeTimeOf(const struct stat& status);
 

@@ -59,9 +59,8 @@ class Walk {
   void run() {
     const std::string identity = indexIdentity();
     SourceIndexWriter writer(work_.indexPath(), identity);
-    const auto before = work_.isReferenceExact()
-                            ? SourceIndex::open(work_.referenceIndexPath(), identity)
-                            : nullptr;
+    const bool isProof = work_.isReferenceExact() && keepsChangeTimes(request_.source);
+    const auto before = isProof ? SourceIndex::open(work_.referenceIndexPath(), identity) : nullptr;
     WalkMemory memory(writer, before.get());
     host::TreeCopyOptions options;
     options.reference = work_.referenceVolume();
@@ -94,15 +93,12 @@ class Walk {
   }
 
   bool goesOn(std::string_view path, int error) {
-    if (error == ENOENT) {
-      ++vanished_;
-      return true;
-    }
     // Errors of the source cost the item, errors of the destination the snapshot.
     if (const int fault = work_.fault(error)) {
       fatal_ = fault;
       return false;
     }
+    if (error == ENOENT) return true;  // It vanished: a later walk would not have seen it either.
     if (manifest_.missingCount++ < kNamedMissingItems) {
       manifest_.missing.push_back({std::string(path), error});
     }
@@ -128,7 +124,6 @@ class Walk {
   const SnapshotRequest& request_;
   const WorkFolder& work_;
   Manifest& manifest_;
-  std::uint64_t vanished_ = 0;
   int fatal_ = 0;
 };
 

@@ -104,7 +104,7 @@ int ItemCopier::keep(FolderPair& folders, const char* fromName, const char* toNa
   }
   if (folders.updates) {
     error = 0;
-  } else if (folders.reference >= 0 && S_ISREG(status.st_mode)) {
+  } else if (folders.reference >= 0 && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode))) {
     error = place(folders, toName, [&](const char* name) {
       return errorOf(
           [&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });

@@ -144,6 +144,11 @@ TEST(SourceIndex, NoDamagedByteLeadsOutOfTheFile) {
   }
 }
 
+TEST(KeepsChangeTimes, IsFalseWhereNothingIsKnownOfTheFileSystem) {
+  EXPECT_FALSE(keepsChangeTimes("/proc"));
+  EXPECT_FALSE(keepsChangeTimes("/nonexistent"));
+}
+
 TEST(SourceIndex, AFileThatCannotBeMadeIsNoIndex) {
   SourceIndexWriter writer("/nonexistent/index", "identity");
   writer.enter("", item(2, S_IFDIR, 1), true);
