@@ -11,7 +11,7 @@ std::string executableWithBlanks(const std::string& command) {
   for (std::size_t blank = command.find(' '); blank != std::string::npos;
        blank = command.find(' ', blank + 1)) {
     const std::size_t next = command.find(' ', blank + 1);
-    const std::string longer = command.substr(0, next);
+    std::string longer = command.substr(0, next);
     if (host::isExecutableFile(longer)) return longer;
   }
   return {};

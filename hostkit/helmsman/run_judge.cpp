@@ -67,7 +67,9 @@ void RunJudge::noteFailedCopy(Entry& entry, std::string_view line) {
   const std::string folder = joinPath(kMetadataFolder, entry.descriptor.serviceName());
   for (const std::string& file : entry.descriptor.files()) {
     // A path may hold " to ": only the whole expected text tells which file is meant.
-    if (!line.starts_with(std::string(kCopyPrefix) + file + " to " + folder)) continue;
+    std::string expected(kCopyPrefix);
+    expected.append(file).append(" to ").append(folder);
+    if (!line.starts_with(expected)) continue;
     entry.failedCopies.push_back(file);
     return;
   }
