@@ -138,7 +138,7 @@ bool Repository::setLatest(const std::string& name) const {
 std::vector<std::string> Repository::computers() const {
   std::vector<std::string> names;
   for (std::string& name : host::listDirectory(folder())) {
-    if (name.front() != '.' && isRealDirectory(folder() + "/" + name)) {
+    if (name.front() != '.' && isRealDirectory(appendPath(folder(), name))) {
       names.push_back(std::move(name));
     }
   }
@@ -150,7 +150,7 @@ std::string volumeFolder(const std::string& snapshotPath) {
   if (manifest && isRealDirectory(snapshotPath + "/" + manifest->volume)) return manifest->volume;
   std::string found;
   for (const std::string& name : host::listDirectory(snapshotPath)) {
-    if (name.front() == '.' || !isRealDirectory(snapshotPath + "/" + name)) continue;
+    if (name.front() == '.' || !isRealDirectory(appendPath(snapshotPath, name))) continue;
     if (!found.empty()) return {};
     found = name;
   }

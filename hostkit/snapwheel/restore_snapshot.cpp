@@ -49,7 +49,7 @@ std::string settleTarget(const RestoreRequest& request) {
   if (!host::exists(request.target) && ::mkdir(request.target.c_str(), kTargetMode) != 0) {
     throw Failure(errorText(request.target, errno));
   }
-  const std::string target = realPath(request.target);
+  std::string target = realPath(request.target);
   if (target.empty() || !host::isDirectory(target)) {
     throw Failure(request.target + " is no folder");
   }
