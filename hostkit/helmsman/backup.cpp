@@ -139,6 +139,7 @@ void BackupCycle::estimate() {
 void BackupCycle::runHalyardBackup() {
   std::vector<InstalledDescriptor> expected = expectedDescriptors();
   std::vector<std::string> names;
+  names.reserve(expected.size());
   for (const InstalledDescriptor& descriptor : expected) names.push_back(descriptor.serviceName());
   if (names.empty()) problem("no service is switched on (see: helmsman enable)");
   const std::string signatureBefore = signatureIn(kMetadataFolder);

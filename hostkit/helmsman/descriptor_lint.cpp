@@ -64,7 +64,9 @@ std::string parentOf(const std::string& path) {
 }
 
 void lintKeys(const host::PropertyDictionary& content, FindingList& list) {
-  for (const auto& [key, value] : content) {
+  for (const auto& entryOfList : content) {
+    const std::string& key = entryOfList.first;
+    const host::PropertyValue& value = entryOfList.second;
     const auto known = std::find_if(kKeys.begin(), kKeys.end(),
                                     [&key](const KnownKey& one) { return key == one.name; });
     if (known == kKeys.end()) {
@@ -177,13 +179,16 @@ void lintFiles(const InstalledDescriptor& descriptor, const std::vector<std::str
       // Programs that are shipped for every host make folders for what theirs has.
       if (descriptor.content.text("BackupBinaryPath") && !host::exists(file)) continue;
       const std::string folder = parentOf(file);
+      std::string problem = file;
+      problem.append(": its folder ").append(folder).append(" is not made in the backup");
       if (descriptor.content.text("BackupBinaryPath")) {
-        list.warning(key, file + ": its folder " + folder + " is not made in the backup",
+        list.warning(key, problem,
                      "the backup program has to make it below the folder that follows \"-path\"; a "
                      "backup shows whether it does");
       } else {
-        list.error(key, file + ": its folder " + folder + " is not made in the backup",
-                   "list the folder " + folder + " itself, or name a backup program that makes it");
+        std::string advice = "list the folder ";
+        advice.append(folder).append(" itself, or name a backup program that makes it");
+        list.error(key, problem, advice);
       }
     }
   }
