@@ -209,8 +209,8 @@ TEST_F(HelmsmanEnable, DoesNotGuessBetweenTwoNames) {
 }
 
 TEST_F(HelmsmanEnable, SaysThatAServiceOfItsOwnCannotBeSwitchedOff) {
-  root.writePreferences({{"wikiHost", 1}});
-  const auto result = helmsman({"disable", "wikiHost"});
+  root.writePreferences({{"chessHost", 1}});
+  const auto result = helmsman({"disable", "chessHost"});
   EXPECT_EQ(result.status, 1);
   EXPECT_NE(result.err.find("every backup takes it"), std::string::npos);
 }

@@ -173,7 +173,7 @@ TEST_F(HelmsmanCheck, FindsFaultsInThePreferences) {
                  test::plistDocument("<dict><key>service</key><dict/><key>services</key><dict>"
                                      "<key>depotHost</key><integer>2</integer>"
                                      "<key>postHost</key><true/>"
-                                     "<key>wikiHost</key><integer>1</integer></dict></dict>"));
+                                     "<key>chessHost</key><integer>1</integer></dict></dict>"));
   root.writeFile(kEngine, test::plistDocument("<dict><key>AutoBackup</key><integer>1</integer>"
                                               "<key>BackupAlias</key><string>/Volumes/Away</string>"
                                               "<key>Day</key><string>Someday</string>"
@@ -182,7 +182,7 @@ TEST_F(HelmsmanCheck, FindsFaultsInThePreferences) {
   EXPECT_THAT(lines, Contains("warning service: is no key that is read"));
   EXPECT_THAT(lines, Contains(HasSubstr("warning depotHost: is 2: backed up, and left out")));
   EXPECT_THAT(lines, Contains(HasSubstr("warning postHost: is on, and no descriptor")));
-  EXPECT_THAT(lines, Contains(HasSubstr("warning wikiHost: is none of the seven")));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning chessHost: is none of the seven")));
   EXPECT_THAT(lines, Contains("error BackupAlias: '/Volumes/Away' leads to no volume"));
   EXPECT_THAT(lines, Contains(HasSubstr("warning Day: ")));
   EXPECT_THAT(lines, Contains(HasSubstr("warning Time: is missing")));
