@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "host/descriptor.h"
-#include "host/folder_entries.h"
+#include "host/tree/folder_entries.h"
 
 namespace halyard::host {
 

@@ -1,4 +1,4 @@
-#include "host/inode_set.h"
+#include "host/tree/inode_set.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <random>
 
 #include "host/property_list.h"
-#include "host/property_scalars.h"
+#include "host/property_list/scalars.h"
 #include "host/task.h"
 #include "support/scratch.h"
 

@@ -1,9 +1,9 @@
-#include "host/property_scalars.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
+
+#include "host/property_list/scalars.h"
 
 namespace halyard::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/folder_chain.h"
+#include "host/tree/folder_chain.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "host/item_copier.h"
+#include "host/tree/item_copier.h"
 
 #include <dirent.h>
 #include <linux/limits.h>

@@ -5,13 +5,13 @@
 
 #include <utility>
 
-#include "host/extended_attributes.h"
 #include "host/identity.h"
 #include "host/remove_tree.h"
 #include "host/rename_item.h"
 #include "host/system_call.h"
 #include "host/temporary_name.h"
-#include "host/tree_copier.h"
+#include "host/tree/extended_attributes.h"
+#include "host/tree/tree_copier.h"
 
 namespace halyard::host {
 

@@ -1,4 +1,4 @@
-#include "host/hard_links.h"
+#include "host/tree/hard_links.h"
 
 #include <unistd.h>
 

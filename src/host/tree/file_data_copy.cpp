@@ -1,4 +1,4 @@
-#include "host/file_data_copy.h"
+#include "host/tree/file_data_copy.h"
 
 #include <linux/fs.h>
 #include <sys/ioctl.h>

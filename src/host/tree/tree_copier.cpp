@@ -1,4 +1,4 @@
-#include "host/tree_copier.h"
+#include "host/tree/tree_copier.h"
 
 #include <dirent.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "host/extended_attributes.h"
+#include "host/tree/extended_attributes.h"
 
 #include <linux/limits.h>
 #include <sys/xattr.h>

@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "host/folder_chain.h"
-#include "host/folder_entries.h"
-#include "host/item_copier.h"
 #include "host/location.h"
+#include "host/tree/folder_chain.h"
+#include "host/tree/folder_entries.h"
+#include "host/tree/item_copier.h"
 #include "host/tree_copy.h"
 #include "host/umask.h"
 

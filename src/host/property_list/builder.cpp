@@ -1,8 +1,8 @@
-#include "host/property_list_builder.h"
+#include "host/property_list/builder.h"
 
 #include <algorithm>
 
-#include "host/property_scalars.h"
+#include "host/property_list/scalars.h"
 
 namespace halyard::host {
 

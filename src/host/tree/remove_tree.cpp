@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
-#include "host/folder_chain.h"
-#include "host/folder_entries.h"
 #include "host/identity.h"
 #include "host/location.h"
 #include "host/system_call.h"
+#include "host/tree/folder_chain.h"
+#include "host/tree/folder_entries.h"
 
 namespace halyard::host {
 

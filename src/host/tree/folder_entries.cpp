@@ -1,4 +1,4 @@
-#include "host/folder_entries.h"
+#include "host/tree/folder_entries.h"
 
 #include <dirent.h>
 

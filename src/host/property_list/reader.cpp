@@ -4,8 +4,8 @@
 #include <type_traits>
 
 #include "host/property_list.h"
-#include "host/property_list_builder.h"
-#include "host/property_scalars.h"
+#include "host/property_list/builder.h"
+#include "host/property_list/scalars.h"
 
 namespace halyard::host {
 

@@ -5,12 +5,12 @@
 
 #include <optional>
 
-#include "host/extended_attributes.h"
-#include "host/file_data_copy.h"
-#include "host/hard_links.h"
-#include "host/inode_set.h"
-#include "host/item_attributes.h"
-#include "host/quiet_opener.h"
+#include "host/tree/extended_attributes.h"
+#include "host/tree/file_data_copy.h"
+#include "host/tree/hard_links.h"
+#include "host/tree/inode_set.h"
+#include "host/tree/item_attributes.h"
+#include "host/tree/quiet_opener.h"
 #include "host/tree_copy.h"
 
 namespace halyard::host {

@@ -1,4 +1,4 @@
-#include "host/property_scalars.h"
+#include "host/property_list/scalars.h"
 
 #include <algorithm>
 #include <array>

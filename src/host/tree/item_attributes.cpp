@@ -1,4 +1,4 @@
-#include "host/item_attributes.h"
+#include "host/tree/item_attributes.h"
 
 #include <unistd.h>
 

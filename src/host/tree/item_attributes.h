@@ -3,7 +3,7 @@
 
 #include <sys/stat.h>
 
-#include "host/extended_attributes.h"
+#include "host/tree/extended_attributes.h"
 
 namespace halyard::host {
 

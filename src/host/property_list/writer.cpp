@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "host/property_list.h"
-#include "host/property_scalars.h"
+#include "host/property_list/scalars.h"
 
 namespace halyard::host {
 
