@@ -18,7 +18,7 @@ bool confirmed(const std::string& question) {
   (void)std::fflush(stdout);
   (void)std::fprintf(stderr, "%s [y/N] ", question.c_str());
   std::array<char, 64> line{};
-  if (std::fgets(line.data(), line.size(), stdin) == nullptr) return false;
+  if (std::fgets(line.data(), line.size(), stdin) == nullptr) (void)std::fputc('\n', stderr);
   const std::string answer(trimLineFeeds(line.data()));
   if (equalsIgnoringCase(answer, "y") || equalsIgnoringCase(answer, "yes")) return true;
   printNote("nothing was done");

@@ -1,9 +1,9 @@
 // Every row of the command table: word counts, preconditions, what is called, exit statuses.
 #include <gmock/gmock.h>
 
-#include "commands/function_lines.h"
 #include "commands/usage_text.h"
 #include "support/private_root.h"
+#include "support/run_output.h"
 
 namespace halyard::test {
 namespace {
@@ -43,7 +43,7 @@ class Table : public PrivateRootTest {
 
   // Whether the operation ran, told by its function-log line.
   bool runs(const Words& words, const std::string& operation) {
-    const auto lines = functionLines(root.run(words, {{"FUNCLOG", ""}}).out);
+    const auto lines = functionSteps(root.run(words, {{"FUNCLOG", ""}}));
     return std::find(lines.begin(), lines.end(), "Start " + operation) != lines.end();
   }
 };
@@ -125,7 +125,7 @@ TEST_F(Table, EachCommandCallsItsOperation) {
 }
 
 TEST_F(Table, PrefsIsCalledOnceMoreByItsCommand) {
-  const auto lines = functionLines(root.run({"-cmd", "prefs"}, {{"FUNCLOG", ""}}).out);
+  const auto lines = functionSteps(root.run({"-cmd", "prefs"}, {{"FUNCLOG", ""}}));
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "Start Prefs"), 2);
 }
 
@@ -163,8 +163,7 @@ TEST_F(Table, BackupWithoutAnyServiceEntryIsNotEnabled) {
 }
 
 TEST_F(Table, BackupMeasuresTheRoomFirst) {
-  const auto lines =
-      functionLines(root.run({"-cmd", "backup", "-source", "/"}, {{"FUNCLOG", ""}}).out);
+  const auto lines = functionSteps(root.run({"-cmd", "backup", "-source", "/"}, {{"FUNCLOG", ""}}));
   const auto room = std::find(lines.begin(), lines.end(), "End   haveRoomForBackup");
   const auto backup = std::find(lines.begin(), lines.end(), "Start Backup");
   EXPECT_LT(room, backup);
@@ -249,7 +248,7 @@ TEST_F(Table, VerifyOfAMissingPathLeavesThePidFile) {
 
 TEST_F(Table, AWrongWordCountOfAPidFileCommandLeavesNone) {
   for (const char* command : {"backup", "restore", "restoreService", "verify"}) {
-    const auto lines = functionLines(root.run({"-cmd", command}, {{"FUNCLOG", ""}}).out);
+    const auto lines = functionSteps(root.run({"-cmd", command}, {{"FUNCLOG", ""}}));
     EXPECT_THAT(lines, Contains("Start setPidForProcess")) << command;
     EXPECT_FALSE(root.exists(kPidFile)) << command;
   }

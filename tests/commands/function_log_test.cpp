@@ -1,8 +1,8 @@
 // The start and end lines of operations, in the order of a whole run of each command.
 #include <gmock/gmock.h>
 
-#include "commands/function_lines.h"
 #include "support/private_root.h"
+#include "support/run_output.h"
 
 namespace halyard::test {
 namespace {
@@ -31,13 +31,12 @@ const Lines kLogPaths{"Start validate_LogPaths", "End   validate_LogPaths"};
 class FunctionLog : public PrivateRootTest {
  protected:
   Lines linesOfRun(const std::vector<std::string>& words) {
-    return functionLines(root.run(words, {{"FUNCLOG", ""}}).out);
+    return functionSteps(root.run(words, {{"FUNCLOG", ""}}));
   }
 };
 
 TEST_F(FunctionLog, IsOffWithoutTheVariable) {
-  EXPECT_EQ(functionLines(root.run({"-cmd", "help"}, {{"DEBUG", ""}, {"VERBOSE", ""}}).out),
-            Lines{});
+  EXPECT_EQ(functionSteps(root.run({"-cmd", "help"}, {{"DEBUG", ""}, {"VERBOSE", ""}})), Lines{});
 }
 
 TEST_F(FunctionLog, EveryLineHasFiftyFiveDashesAndAPlus) {

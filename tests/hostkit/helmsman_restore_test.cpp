@@ -88,6 +88,29 @@ TEST_F(HelmsmanRestore, DoesNothingWithoutAYesAndATerminal) {
   EXPECT_EQ(root.readFile("/srv/depot"), "new data");
 }
 
+TEST_F(HelmsmanRestore, AsksOnATerminalBeforeAnythingIsOverwritten) {
+  for (const char* answer : {"n\n", "\n", "yesterday\n", "\4"}) {
+    const auto result = helmsmanAnswered({"restore", "depotHost"}, answer);
+    EXPECT_EQ(result.status, 1) << answer;
+    EXPECT_THAT(result.out, HasSubstr("/srv/depot"));
+    EXPECT_THAT(result.err, HasSubstr("Restore depotHost from 2026-11-20-020000"));
+    EXPECT_THAT(result.err, HasSubstr("[y/N] "));
+    EXPECT_THAT(result.err, HasSubstr("nothing was done\n"));
+  }
+  EXPECT_THAT(root.calls(), IsEmpty());
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+}
+
+TEST_F(HelmsmanRestore, GoesAheadWhenToldSoOnATerminal) {
+  for (const char* answer : {"y\n", "YES\n"}) {
+    root.writeFile("/srv/depot", "new data");
+    root.remove("/srv/depot.previous");
+    root.remove("/etc/depot.conf.previous");
+    EXPECT_EQ(helmsmanAnswered({"restore", "depotHost"}, answer).status, 0) << answer;
+    EXPECT_EQ(root.readFile("/srv/depot"), "old data") << answer;
+  }
+}
+
 TEST_F(HelmsmanRestore, TellsConfigurationThatTheServiceDidNotPutBack) {
   writePlugin(":");
   const auto result = helmsman({"restore", "depotHost", "--yes"});
@@ -320,10 +343,13 @@ TEST_F(HelmsmanPurge, RefusesWhatHalyardWouldSilentlyLeave) {
 }
 
 TEST_F(HelmsmanPurge, AsksFirst) {
-  root.writeFile(std::string(kHostFolder) + "/2026-11-19-020000/System/.Halyards/.halyardSignature",
-                 "x");
+  const std::string older = std::string(kHostFolder) + "/2026-11-19-020000";
+  root.writeFile(older + "/System/.Halyards/.halyardSignature", "x");
   EXPECT_EQ(helmsman({"purge", "2026-11-19"}).status, 1);
-  EXPECT_TRUE(root.exists(std::string(kHostFolder) + "/2026-11-19-020000"));
+  EXPECT_EQ(helmsmanAnswered({"purge", "2026-11-19"}, "n\n").status, 1);
+  EXPECT_TRUE(root.exists(older));
+  EXPECT_EQ(helmsmanAnswered({"purge", "2026-11-19"}, "y\n").status, 0);
+  EXPECT_FALSE(root.exists(older));
 }
 
 TEST_F(HelmsmanPurge, TellsWhenTheFolderIsStillThere) {

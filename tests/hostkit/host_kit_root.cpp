@@ -56,6 +56,14 @@ CommandResult HostKitTest::helmsman(const std::vector<std::string>& words,
   return root.runProgram("/usr/sbin/helmsman", words, environment, options);
 }
 
+CommandResult HostKitTest::helmsmanAnswered(const std::vector<std::string>& words,
+                                            const std::string& typed) const {
+  RunOptions options;
+  options.argv0 = "helmsman";
+  options.typed = typed;
+  return root.runProgram("/usr/sbin/helmsman", words, {}, options);
+}
+
 CommandResult HostKitTest::drivectl(const std::vector<std::string>& words) const {
   RunOptions options;
   options.argv0 = "drivectl";

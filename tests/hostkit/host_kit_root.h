@@ -20,6 +20,9 @@ class HostKitTest : public PrivateRootTest {
 
   CommandResult helmsman(const std::vector<std::string>& words,
                          const Environment& environment = {}) const;
+  /// On a terminal, where the text is typed.
+  CommandResult helmsmanAnswered(const std::vector<std::string>& words,
+                                 const std::string& typed) const;
   /// For command lines that are refused or ask for help: the parser throws there. What the program
   /// starts itself must not see the memory map that is then shown, so nothing may be started.
   CommandResult refused(const std::string& program, const std::vector<std::string>& words) const;

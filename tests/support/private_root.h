@@ -27,12 +27,13 @@ struct RunOptions {
   std::set<int> closedDescriptors{};  ///< Of 0, 1 and 2: closed when the command starts.
   std::string stdoutFile{};           ///< A path of the host ("/dev/full") for standard output.
   bool stdoutPipeIsBroken = false;    ///< Standard output is a pipe that nobody reads.
-  std::string argv0 = "Halyard";      ///< Word 0 of the command line.
-  std::string workingFolder = "/";    ///< Inside the root.
-  mode_t umask = 022;                 ///< Of the command.
-  bool keepDescendants = false;       ///< Do not end what the command left running.
-  bool mayThrow = false;              ///< The program uses exceptions: it sees its memory map.
-  int timeoutSeconds = 60;            ///< The command is killed, and the test fails, after it.
+  std::string typed{};  ///< Standard input is a terminal on which this was typed, else /dev/null.
+  std::string argv0 = "Halyard";    ///< Word 0 of the command line.
+  std::string workingFolder = "/";  ///< Inside the root.
+  mode_t umask = 022;               ///< Of the command.
+  bool keepDescendants = false;     ///< Do not end what the command left running.
+  bool mayThrow = false;            ///< The program uses exceptions: it sees its memory map.
+  int timeoutSeconds = 60;          ///< The command is killed, and the test fails, after it.
 };
 
 /// The text of a service descriptor. Keys keep the order in which they are set; setting one again

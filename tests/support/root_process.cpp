@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pty.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -80,6 +81,24 @@ struct Streams {
   int output = -1;
   int error = -1;
 };
+
+struct Input {
+  int reader = -1;
+  int keyboard = -1;  // Of a terminal, which hangs up when this is closed.
+};
+
+Input inputFor(const RunOptions& options) {
+  Input input;
+  if (options.typed.empty()) {
+    input.reader = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return input;
+  }
+  if (openpty(&input.keyboard, &input.reader, nullptr, nullptr, nullptr) != 0) std::abort();
+  for (const int end : {input.keyboard, input.reader}) fcntl(end, F_SETFD, FD_CLOEXEC);
+  const auto size = static_cast<ssize_t>(options.typed.size());
+  if (write(input.keyboard, options.typed.data(), options.typed.size()) != size) std::abort();
+  return input;
+}
 
 // Runs in the child; comes back only when the program could not be started.
 void becomeProgram(const RootProcess& process, const Streams& streams, uid_t user, gid_t group) {
@@ -167,8 +186,8 @@ CommandResult runInRoot(const RootProcess& process) {
   Pipe output = makePipe();
   const Pipe error = makePipe();
   const Pipe start = makePipe();
-  const Streams streams{open("/dev/null", O_RDONLY | O_CLOEXEC), outputFor(process.options, output),
-                        error.writer};
+  const Input input = inputFor(process.options);
+  const Streams streams{input.reader, outputFor(process.options, output), error.writer};
 
   const uid_t user = geteuid();
   const gid_t group = getegid();
@@ -199,7 +218,8 @@ CommandResult runInRoot(const RootProcess& process) {
     ADD_FAILURE() << process.program << " ran longer than " << process.options.timeoutSeconds
                   << " s";
   reportFailedStart(start.reader, process);
-  for (const int descriptor : {output.reader, error.reader, start.reader, processDescriptor}) {
+  for (const int descriptor :
+       {output.reader, error.reader, start.reader, processDescriptor, input.keyboard}) {
     if (descriptor >= 0) close(descriptor);
   }
   return result;

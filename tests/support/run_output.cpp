@@ -29,6 +29,12 @@ std::vector<std::string> functionLines(const CommandResult& result) {
   return lines;
 }
 
+std::vector<std::string> functionSteps(const CommandResult& result) {
+  std::vector<std::string> lines = functionLines(result);
+  for (std::string& line : lines) line.resize(line.size() - kDashes.size());
+  return lines;
+}
+
 std::vector<std::string> wholeFunctionLog(const std::vector<std::string>& ofTheCommand) {
   std::vector<std::string> lines = startedAndEnded({"IsStandardServer"});
   lines.push_back(started("Prefs"));

@@ -16,6 +16,8 @@ std::string ended(std::string_view name);
 std::vector<std::string> startedAndEnded(const std::vector<std::string>& names);
 /// The lines that are function-log lines, in order.
 std::vector<std::string> functionLines(const CommandResult& result);
+/// The same without the 55 dashes and the "+"; a line with more dashes keeps the rest of them.
+std::vector<std::string> functionSteps(const CommandResult& result);
 
 /// What every run prints first and last in its function log, around the given lines.
 std::vector<std::string> wholeFunctionLog(const std::vector<std::string>& ofTheCommand);
