@@ -11,10 +11,8 @@ namespace halyard {
 
 namespace {
 
-/// Live paths are absolute; anything else was never backed up and is left alone.
-bool isRestorable(const std::string& copy, const std::string& live) {
-  return live.starts_with('/') && host::exists(copy);
-}
+/// Live paths are absolute; anything else was never backed up and is only shown.
+bool isLivePath(const std::string& entry) { return entry.starts_with('/'); }
 
 void setAside(const std::string& live) {
   if (!host::exists(live)) return;
@@ -29,7 +27,7 @@ void setAside(const std::string& live) {
 
 std::string folderOf(const std::string& live) {
   auto folder = pathComponents(live);
-  if (folder.size() > 1) folder.pop_back();
+  if (!folder.empty() && folder.back() != "/") folder.pop_back();
   return joinComponents(folder);
 }
 
@@ -38,10 +36,8 @@ void showCopied(const std::string& copy, const std::string& live) {
   debugText("to   := %s\n", folderOf(live).c_str());
 }
 
-void restoreConfigurationFile(const std::string& copy, const std::string& live) {
-  setAside(live);
-  // Kept: nothing is copied back here.
-  showCopied(copy, live);
+void restoreConfigurationFile(const std::string& /*copy*/, const std::string& live) {
+  setAside(live);  // Kept: nothing is copied back here.
 }
 
 void restoreDataFile(const std::string& copy, const std::string& live) {
@@ -49,7 +45,6 @@ void restoreDataFile(const std::string& copy, const std::string& live) {
   const bool ready = staged && host::syncFileSystem(folderOf(live));
   setAside(live);
   if (ready) (void)staged->publish();
-  showCopied(copy, live);
 }
 
 std::string copyPath(const std::string& root, const MaybeString& service, const std::string& live) {
@@ -66,9 +61,10 @@ void restoreServiceFiles(const std::string& metadataRoot, const MaybeString& ser
     for (std::size_t i = 0; i < files.size(); ++i) {
       const std::string copy = copyPath(metadataRoot, service, files[i]);
       debugText("%s %d, := %s\n\t%s\n", label, static_cast<int>(i), files[i].c_str(), copy.c_str());
-      if (!isRestorable(copy, files[i])) continue;
+      if (!host::exists(copy)) continue;
       debugLine("dest file", files[i]);
-      restoreFile(copy, files[i]);
+      if (isLivePath(files[i])) restoreFile(copy, files[i]);
+      showCopied(copy, files[i]);
     }
   };
   progress.step(service, "Restoring configuration files...");

@@ -90,6 +90,19 @@ TEST_F(RestoreDebug, NothingIsMovedAsideWhereNothingStands) {
                                  "to   := /srv"));
 }
 
+TEST_F(RestoreDebug, AnEntryThatIsNoLivePathIsShownAndLeftAlone) {
+  root.writeFile("/.Halyards/depotHost/x", "saved");
+  root.writeFile("/x", "live");
+  root.writeDescriptor("30-depotHost.plist",
+                       descriptorOf("depotHost", "/opt/depot").list("DataFiles", {"", "x"}));
+  const auto lines = outputFrom(restore({{"DEBUG", ""}}), "tDataFiles");
+  EXPECT_THAT(lines, ElementsAre("tDataFiles 0, := ", "\t/.Halyards/depotHost/",
+                                 "dest file := ", "from := /.Halyards/depotHost/",
+                                 "to   := ", "tDataFiles 1, := x", "\t/.Halyards/depotHost/x",
+                                 "dest file := x", "from := /.Halyards/depotHost/x", "to   := "));
+  EXPECT_EQ(root.readFile("/x"), "live");
+}
+
 TEST_F(RestoreDebug, ThePlatformLogLinesInOrder) {
   root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/opt/depot"));
   const auto messages = logMessages(restore({{"DEBUG", ""}}));
