@@ -189,7 +189,7 @@ int main(int count, char** words) {
     if (shape.name.find(part) != std::string::npos) isGood = measure(shape, size, folder) && isGood;
   }
   std::filesystem::remove(folder);
-  for (const std::size_t keys : {1000, 10000, 100000, 1000000}) measureKeys(keys);
-  for (const std::size_t levels : {512, 513, 1000000}) measureDepth(levels);
+  for (const std::size_t keys : {1000UL, 10000UL, 100000UL, 1000000UL}) measureKeys(keys);
+  for (const std::size_t levels : {512UL, 513UL, 1000000UL}) measureDepth(levels);
   return isGood ? 0 : 1;
 }
