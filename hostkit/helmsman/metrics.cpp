@@ -74,11 +74,15 @@ bool writeTo(const std::string& folder) {
   return host::writeFile(path, metricsText(readLastRecord())) && ::chmod(path.c_str(), 0644) == 0;
 }
 
-// A run that ended by itself has kept its own record; one that was killed has not.
+// A run that ended by itself has kept its own record, and not a good one; one that was killed has
+// kept none.
 bool recordFailedUnit(const std::string& unit) {
   host::systemLog(kDaemonError, "helmsman: the unit " + unit + " failed (see: helmsman status)");
   const auto before = readLastRecord();
-  if (before && secondsNow() - before->finished < kSameRun) return true;
+  if (before && before->result != RunRecord::Result::good &&
+      secondsNow() - before->finished < kSameRun) {
+    return true;
+  }
   RunRecord record;
   record.started = secondsNow();
   record.finished = record.started;

@@ -298,6 +298,25 @@ TEST_F(HelmsmanMetrics, RecordsAUnitThatFailed) {
   EXPECT_EQ(document["services"][0]["lastGood"], "2026-11-20T02:01:00Z");
 }
 
+TEST_F(HelmsmanMetrics, AGoodRecordOfAMomentAgoIsNotThatOfAUnitThatFailed) {
+  const std::string path = "/var/lib/halyard/last-backup.json";
+  auto record = nlohmann::json::parse(root.readFile(path));
+  record["finished"] = timeText(secondsNow());
+  root.writeFile(path, record.dump());
+  EXPECT_EQ(helmsman({"metrics", "--unit-failed", "halyard-backup.service"}).status, 0);
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"]["result"], "failed");
+}
+
+TEST_F(HelmsmanMetrics, AFailedRecordOfAMomentAgoStays) {
+  const std::string path = "/var/lib/halyard/last-backup.json";
+  auto record = nlohmann::json::parse(root.readFile(path));
+  record["finished"] = timeText(secondsNow());
+  record["result"] = "partial";
+  root.writeFile(path, record.dump());
+  EXPECT_EQ(helmsman({"metrics", "--unit-failed", "halyard-backup.service"}).status, 0);
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"]["result"], "partial");
+}
+
 TEST(Metrics, WithoutARecordNothingIsClaimed) {
   const std::string text = metricsText(std::nullopt);
   EXPECT_THAT(text, HasSubstr("halyard_backup_known 0\n"));
