@@ -44,7 +44,9 @@ void restoreDataFile(const std::string& copy, const std::string& live) {
   std::optional<host::StagedCopy> staged = host::StagedCopy::stage(copy, live);
   const bool ready = staged && host::syncFileSystem(folderOf(live));
   setAside(live);
-  if (ready) (void)staged->publish();
+  // Kept: a copy that lay inside what was set aside, or inside the older aside item, is gone from
+  // its path now, and nothing is put back.
+  if (ready && host::exists(copy)) (void)staged->publish();
 }
 
 std::string copyPath(const std::string& root, const MaybeString& service, const std::string& live) {

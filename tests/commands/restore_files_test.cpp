@@ -252,6 +252,17 @@ TEST_F(RestoreFiles, AServiceNameThatLeadsElsewhereIsJoinedAsItStands) {
   EXPECT_EQ(root.readFile("/srv/data"), "saved");
 }
 
+TEST_F(RestoreFiles, AnAsideItemThatHoldsTheCopyTakesItAlong) {
+  root.writeFile("/srv/data", "live");
+  root.writeFile("/srv/data.previous/srv/data", "saved");
+  root.writeDescriptor("30-x.plist", DescriptorText()
+                                         .text("ServiceName", "../srv/data.previous")
+                                         .list("DataFiles", {"/srv/data"}));
+  EXPECT_EQ(restore().status, 0);
+  EXPECT_FALSE(root.exists("/srv/data"));
+  EXPECT_EQ(root.readFile("/srv/data.previous"), "live");
+}
+
 TEST_F(RestoreFiles, AnEntryThatIsNotAbsoluteIsNeverCopied) {
   root.writeFile("/.Halyards/depotHost/srv/data", "saved");
   root.makeFolder("/srv");

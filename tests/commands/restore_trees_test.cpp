@@ -162,6 +162,7 @@ TEST_F(RestoredTrees, AFolderThatWouldHoldItselfIsNotCopied) {
   EXPECT_EQ(result.status, 0);
   // The live folder, the snapshot itself, is moved aside before the copy, so nothing is left to
   // copy.
+  EXPECT_FALSE(root.exists("/snapshot"));
   EXPECT_EQ(root.readFile("/snapshot.previous/HD/.Halyards/depotHost/snapshot/x"), "saved");
 }
 
