@@ -144,7 +144,19 @@ TEST(ParsePropertyList, ReadsEveryDocumentAsUtf8) {
   const std::string latin = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>";
   EXPECT_EQ(parsePropertyList(latin + "<string>\xC3\xA4</string>"), PropertyValue("\xC3\xA4"));
   EXPECT_FALSE(parsePropertyList(latin + "<string>\xE4</string>"));
-  EXPECT_FALSE(parsePropertyList(std::string("\xFF\xFE<\0a\0/\0>\0", 10)));
+}
+
+TEST(ParsePropertyList, RefusesUtf16WithAndWithoutAByteOrderMark) {
+  std::string little;
+  std::string big;
+  for (const char letter : std::string("<plist><array><true/></array></plist>")) {
+    little.append({letter, '\0'});
+    big.append({'\0', letter});
+  }
+  EXPECT_FALSE(parsePropertyList("\xFF\xFE" + little));
+  EXPECT_FALSE(parsePropertyList("\xFE\xFF" + big));
+  EXPECT_FALSE(parsePropertyList(little));
+  EXPECT_FALSE(parsePropertyList(big));
 }
 
 struct Bad {

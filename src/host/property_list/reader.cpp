@@ -55,6 +55,12 @@ std::string_view withoutLead(std::string_view text) {
   return text;
 }
 
+/// Whether the text begins as a list in UTF-8 does. Only the first two bytes make expat take a text
+/// for UTF-16, whatever encoding it is told.
+bool beginsAsUtf8(std::string_view text) {
+  return text.size() > 1 && text[0] == '<' && text[1] != '\0';
+}
+
 // The encoding that a document declares is not followed: every list is UTF-8.
 Reader::Reader(std::string_view text)
     : text_(withoutLead(text)), parser_(XML_ParserCreate("UTF-8"), &XML_ParserFree) {
@@ -69,7 +75,7 @@ Reader::Reader(std::string_view text)
 }
 
 std::optional<PropertyValue> Reader::read() {
-  if (!parser_ || !feed()) return std::nullopt;
+  if (!parser_ || !beginsAsUtf8(text_) || !feed()) return std::nullopt;
   return builder_.takeRoot();
 }
 
