@@ -40,13 +40,18 @@ void restoreConfigurationFile(const std::string& /*copy*/, const std::string& li
   setAside(live);  // Kept: nothing is copied back here.
 }
 
+/// A link that only led into what was set aside is still there to be copied.
+bool stillStands(const std::string& copy) {
+  return host::exists(copy) || host::isSymbolicLink(copy);
+}
+
 void restoreDataFile(const std::string& copy, const std::string& live) {
   std::optional<host::StagedCopy> staged = host::StagedCopy::stage(copy, live);
   const bool ready = staged && host::syncFileSystem(folderOf(live));
   setAside(live);
   // Kept: a copy that lay inside what was set aside, or inside the older aside item, is gone from
   // its path now, and nothing is put back.
-  if (ready && host::exists(copy)) (void)staged->publish();
+  if (ready && stillStands(copy)) (void)staged->publish();
 }
 
 std::string copyPath(const std::string& root, const MaybeString& service, const std::string& live) {

@@ -263,6 +263,15 @@ TEST_F(RestoreFiles, AnAsideItemThatHoldsTheCopyTakesItAlong) {
   EXPECT_EQ(root.readFile("/srv/data.previous"), "live");
 }
 
+TEST_F(RestoreFiles, ASavedLinkIntoTheLiveFolderComesBackThoughItNowLeadsNowhere) {
+  root.writeFile("/srv/data/inner", "live");
+  root.makeLink("/.Halyards/depotHost/srv/data", "/srv/data/inner");
+  restoreData({"/srv/data"});
+  EXPECT_TRUE(root.exists("/srv/data"));
+  EXPECT_FALSE(root.isFolder("/srv/data"));
+  EXPECT_EQ(root.readFile("/srv/data.previous/inner"), "live");
+}
+
 TEST_F(RestoreFiles, AnEntryThatIsNotAbsoluteIsNeverCopied) {
   root.writeFile("/.Halyards/depotHost/srv/data", "saved");
   root.makeFolder("/srv");
