@@ -91,7 +91,8 @@ void runPostBackupCommands(const ServiceDescriptor& descriptor, BackupPass& pass
 /// there is not made: a plug-in makes it, or the copy fails.
 void copyIntoFolder(const std::string& source, const std::string& folder) {
   mirrorAncestorDirectories(source, folder);
-  const std::string destination = appendPath(folder, source);
+  const std::string below = source.starts_with('/') ? source.substr(1) : source;
+  const std::string destination = joinPath(folder, below);
   if (source.starts_with('/') && host::copyItem(source, destination)) return;
   printText("Failed to copy %s to %s; ret -> %d\n", source.c_str(), destination.c_str(), 0);
 }

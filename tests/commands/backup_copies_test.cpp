@@ -100,17 +100,25 @@ TEST_F(BackupCopies, AFailedCopyDoesNotStopTheNext) {
 TEST_F(BackupCopies, AnEntryThatIsNotAbsoluteIsAFailedCopy) {
   root.writeFile("/top", "content");
   const auto result = backUp({"top"});
-  EXPECT_THAT(result.out, HasSubstr("Failed to copy top to "));
+  EXPECT_THAT(result.out, HasSubstr(failed("top", "/.Halyards/x/top")));
   EXPECT_FALSE(root.exists("/.Halyards/x/top"));
 }
 
 TEST_F(BackupCopies, AnEmptyEntryIsAFailedCopy) {
-  EXPECT_THAT(backUp({""}).out, HasSubstr("Failed to copy  to "));
+  EXPECT_THAT(backUp({""}).out, HasSubstr(failed("", "/.Halyards/x/")));
 }
 
 TEST_F(BackupCopies, TheRootIsNeverCopiedIntoItself) {
-  EXPECT_THAT(backUp({"/"}).out, HasSubstr("Failed to copy / to /.Halyards/x"));
+  EXPECT_THAT(backUp({"/"}).out, HasSubstr(failed("/", "/.Halyards/x/")));
   EXPECT_THAT(root.list("/.Halyards/x"), IsEmpty());
+}
+
+TEST_F(BackupCopies, TheDestinationIsShownAsItIsJoined) {
+  EXPECT_THAT(backUp({"//gone", "/a//gone"}).out,
+              HasSubstr(failed("//gone", "/.Halyards/x//gone") +
+                        failed("/a//gone", "/.Halyards/x/a//gone")));
+  root.writeDescriptor("10-x.plist", descriptorOf("", "/opt/plugin").list("DataFiles", {"/gone"}));
+  EXPECT_THAT(root.run(kBackup).out, HasSubstr(failed("/gone", "/.Halyards//gone")));
 }
 
 TEST_F(BackupCopies, TheMetadataFolderIsNeverCopiedIntoItself) {
