@@ -2,6 +2,8 @@
 // which runs them can do.
 //
 //   spawn_loop LIST      one program a line, its words separated by tabs
+//
+// A line "copy FROM TO" starts nothing: the item is copied.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,7 +12,10 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "host/tree_copy.h"
 
 namespace {
 
@@ -41,6 +46,11 @@ int main(int argc, char** argv) {
   std::string line;
   while (std::getline(list, line)) {
     const auto words = wordsOf(line);
+    if (words.size() == 4 && std::string_view(words[0]) == "copy") {
+      if (halyard::host::copyItem(words[1], words[2])) continue;
+      std::fprintf(stderr, "spawn_loop: cannot copy %s\n", words[1]);
+      return 1;
+    }
     pid_t child = 0;
     if (::posix_spawn(&child, words[0], &actions, nullptr, words.data(), environ) != 0) {
       std::fprintf(stderr, "spawn_loop: cannot start %s\n", words[0]);
