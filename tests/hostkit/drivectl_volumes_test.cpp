@@ -13,7 +13,13 @@
 namespace halyard::hostkit {
 namespace {
 
-constexpr char kUuid[] = "3e6be9de-8139-4a1f-9106-a43f08d823a6";
+/// A process has its own: mkfs.btrfs refuses one that another test's volume has at the same time.
+std::string chosenUuid() {
+  std::array<char, 37> text{};
+  std::snprintf(text.data(), text.size(), "3e6be9de-8139-4a1f-9106-%012x",
+                static_cast<unsigned>(::getpid()));
+  return text.data();
+}
 
 bool succeeds(const std::string& command) {
   return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
@@ -29,7 +35,7 @@ class MountedVolume : public testing::TestWithParam<const char*> {
     const std::string type = GetParam();
     const std::string uuid = type == "xfs" ? "-m uuid=" : "-U ";
     if (::geteuid() != 0 || !succeeds("truncate -s 320M " + image) ||
-        !succeeds("mkfs." + type + " -q " + uuid + kUuid + " -L spare " + image) ||
+        !succeeds("mkfs." + type + " -q " + uuid + chosenUuid() + " -L spare " + image) ||
         !succeeds("mount -o loop " + image + " " + mountPoint_)) {
       GTEST_SKIP() << "no " << type << " can be made and mounted here";
     }
@@ -52,7 +58,7 @@ TEST_P(MountedVolume, IsIdentifiedByTheUuidOfItsFileSystem) {
   int error = 0;
   const auto volume = volumeOf(mountPoint(), error);
   ASSERT_TRUE(volume);
-  EXPECT_EQ(volume->uuid, kUuid);
+  EXPECT_EQ(volume->uuid, chosenUuid());
   EXPECT_EQ(volume->identity, Volume::Identity::fileSystem);
   EXPECT_EQ(volume->type, GetParam());
   EXPECT_EQ(volume->label, "spare");
