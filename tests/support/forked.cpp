@@ -36,15 +36,21 @@ namespace {
 
 }  // namespace
 
-int exitStatusOf(const std::function<int()>& act) {
+pid_t startForked(const std::function<int()>& act) {
   const pid_t child = ::fork();
   if (child == 0) actAndEnd(act);
+  return child;
+}
+
+int exitStatusOf(pid_t child) {
   int status = 0;
   while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
   if (child < 0) return -1;
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
+
+int exitStatusOf(const std::function<int()>& act) { return exitStatusOf(startForked(act)); }
 
 void refuseSystemCall(long number) {
   std::array<sock_filter, 4> filter{{

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/syscall.h>
+#include <sys/types.h>
 
 #include <functional>
 
@@ -11,6 +12,10 @@ namespace halyard::test {
 /// work in there: answer with a number that tells which step was wrong. 128 + signal for a child
 /// that was killed.
 int exitStatusOf(const std::function<int()>& act);
+
+/// The same in two steps, for a test that does something while the child runs.
+pid_t startForked(const std::function<int()>& act);
+int exitStatusOf(pid_t child);
 
 /// In such a child: from now on the kernel refuses this system call with EPERM.
 void refuseSystemCall(long number);
