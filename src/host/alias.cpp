@@ -1,9 +1,11 @@
 #include "host/alias.h"
 
+#include <linux/limits.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <memory>
+#include <utility>
 
 #include "host/files.h"
 #include "host/volumes.h"
@@ -35,11 +37,12 @@ std::optional<std::string> resolveTag(const VolumeTag& tag) {
   return mountPointOf(tag);
 }
 
-/// The path without symbolic links; the path itself when it leads nowhere.
+/// The path without symbolic links, up to the first name that is not there: the C library of GNU
+/// leaves that much behind when the path leads nowhere (yet).
 std::string realPath(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                         std::free);
-  return real ? real.get() : path;
+  std::array<char, PATH_MAX> real{};
+  (void)::realpath(path.c_str(), real.data());
+  return real.data();
 }
 
 /// Mounts what fstab lists for the path or a folder above it. False when one cannot be mounted:
@@ -52,11 +55,13 @@ bool isBacked(const std::string& path) {
 }
 
 std::optional<std::string> resolvePath(const std::string& path) {
-  // The name as typed first: only once that is mounted can links on the way be followed.
-  if (!isBacked(path) || !isDirectory(path)) return std::nullopt;
-  const std::string real = realPath(path);
-  if (real != path && !isBacked(real)) return std::nullopt;
-  return path;
+  // The name as typed first: only what is mounted shows where the links behind it lead.
+  std::string known;
+  for (std::string next = path; next != known; next = realPath(path)) {
+    if (!isBacked(next)) return std::nullopt;
+    known = std::move(next);
+  }
+  return isDirectory(path) ? std::optional(path) : std::nullopt;
 }
 
 }  // namespace

@@ -51,15 +51,6 @@ void setOwner(int item, uid_t owner, gid_t group) {
   (void)errorOf([&] { return ::fchown(item, owner, kUnchangedGroup); });
 }
 
-template <typename Entry, typename Look>
-bool findAccount(const std::string& name, Entry& entry, Look look) {
-  std::array<char, 16384> texts{};
-  Entry* found = nullptr;
-  int error = EINTR;
-  while (error == EINTR) error = look(name.c_str(), &entry, texts.data(), texts.size(), &found);
-  return error == 0 && found != nullptr;
-}
-
 }  // namespace
 
 bool exists(const std::string& path) {
@@ -117,10 +108,9 @@ bool createDirectory(const std::string& path, const Attributes& attributes) {
 
 bool createDirectory(const std::string& path, const NamedAttributes& attributes) {
   Attributes known{static_cast<uid_t>(-1), static_cast<gid_t>(-1), attributes.permissions};
-  struct passwd owner = {};
-  struct group group = {};
-  if (findAccount(attributes.owner, owner, ::getpwnam_r)) known.owner = owner.pw_uid;
-  if (findAccount(attributes.group, group, ::getgrnam_r)) known.group = group.gr_gid;
+  // These two grow their buffers themselves: a group may have thousands of members.
+  if (const passwd* owner = ::getpwnam(attributes.owner.c_str())) known.owner = owner->pw_uid;
+  if (const group* group = ::getgrnam(attributes.group.c_str())) known.group = group->gr_gid;
   return createDirectory(path, known);
 }
 

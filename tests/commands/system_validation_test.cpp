@@ -135,6 +135,16 @@ TEST_F(SystemValidation, WithoutAnAdminGroupTheGroupStays) {
   EXPECT_EQ(status.st_gid, 0U);
 }
 
+TEST_F(SystemValidation, AGroupOfThousandsOfMembersIsFoundToo) {
+  std::string admin = "admin:x:80:root";
+  for (int member = 0; member < 5000; ++member) admin += ",user" + std::to_string(member);
+  root.writeFile("/etc/group", "root:x:0:\n" + admin + "\n");
+  root.run(kBackup);
+  struct stat status {};
+  ASSERT_EQ(stat(root.path(kRepository).c_str(), &status), 0);
+  EXPECT_EQ(status.st_gid, 80U);
+}
+
 TEST_F(SystemValidation, AnExistingRepositoryIsOnlyPassedToMkdir) {
   root.makeFolder(kRepository, 0700);
   root.remove("/bin/mkdir");

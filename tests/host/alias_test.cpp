@@ -168,6 +168,36 @@ TEST_F(ResolveAliasMounts, AListedPathIsMountedFirst) {
             "ext2/ext3");
 }
 
+TEST_F(ResolveAliasMounts, ALinkIntoAVolumeThatIsNotMountedYetIsFollowed) {
+  const LoopVolume volume(scratch_, "ext4", "halyard-six");
+  REQUIRE_VOLUME(volume);
+  const std::string folder = scratch_.makeFolder("volume");
+  ASSERT_EQ(::symlink("volume/inside/backups", (scratch_ / "outer").c_str()), 0);
+
+  // On the volume another link leads on: only once it is mounted can that be seen.
+  EXPECT_EQ(withFstab("UUID=" + volume.uuid() + " " + folder + " ext4 noauto 0 0\n",
+                      [&] {
+                        if (!volume.mountAt(folder)) return std::string("not mounted");
+                        (void)::mkdir((folder + "/real").c_str(), 0755);
+                        (void)::mkdir((folder + "/real/backups").c_str(), 0755);
+                        (void)::symlink("real", (folder + "/inside").c_str());
+                        (void)::umount(folder.c_str());
+                        return resolved(scratch_ / "outer") + " " +
+                               test::outputOf("stat -f -c %T '" + folder + "'");
+                      }),
+            (scratch_ / "outer") + " ext2/ext3");
+}
+
+TEST_F(ResolveAliasMounts, ALinkThatLeadsNowhereOrInACircleIsAbsent) {
+  ASSERT_EQ(::symlink("missing", (scratch_ / "nowhere").c_str()), 0);
+  ASSERT_EQ(::symlink("circle", (scratch_ / "circle").c_str()), 0);
+  EXPECT_EQ(withFstab("LABEL=nowhere " + (scratch_ / "volume") + " ext4 noauto 0 0\n",
+                      [&] {
+                        return resolved(scratch_ / "nowhere") + " " + resolved(scratch_ / "circle");
+                      }),
+            "(absent) (absent)");
+}
+
 TEST_F(ResolveAliasMounts, AListedPathThatCannotBeMountedIsAbsent) {
   const std::string folder = scratch_.makeFolder("volume");
   EXPECT_EQ(withFstab("LABEL=nowhere " + folder + " ext4 noauto 0 0\n",
