@@ -13,9 +13,9 @@ namespace halyard::host {
 ///
 /// A tag resolves to the mount point of its device, wherever that is mounted now. An absolute path
 /// resolves to itself when it is an existing directory, or a link that leads to one once what fstab
-/// lists on the way is mounted. Absent: anything else, an unknown device,
-/// and a path that fstab lists and that cannot be mounted (so that no backup fills the system disk
-/// under an empty mount point).
+/// lists on the way is mounted. Absent: anything else, an unknown device, and a path that fstab
+/// lists and that cannot be mounted (so that no backup fills the system disk under an empty mount
+/// point).
 std::optional<std::string> resolveAlias(std::string_view record);
 
 }  // namespace halyard::host
