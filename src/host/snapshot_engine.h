@@ -20,7 +20,7 @@ inline constexpr std::int32_t kNotASnapshot = -50;
 
 /// Whether the path is a snapshot of the session's repository: its real path is
 /// <real destination>/Archives.snapdb/<host folder>/<name>, exactly that deep, a real directory and
-/// no symbolic link.
+/// no symbolic link. One in progress (<name>.inProgress) is none yet, whatever path leads there.
 bool isSnapshot(const BackupSession& session, const std::string& path);
 
 /// Deletes one snapshot with everything in it, following no link and entering no other mount.

@@ -14,15 +14,18 @@ namespace {
 /// Live paths are absolute; anything else was never backed up and is only shown.
 bool isLivePath(const std::string& entry) { return entry.starts_with('/'); }
 
-void setAside(const std::string& live) {
-  if (!host::exists(live)) return;
+/// Whether an older aside item was removed for it.
+bool setAside(const std::string& live) {
+  if (!host::exists(live)) return false;
   const std::string aside = live + ".previous";
+  bool isOlderGone = false;
   if (host::exists(aside)) {
     debugLine("Removing item at path", aside);
-    (void)host::removeItem(aside);  // When it stays, the move below fails and the live item stays.
+    isOlderGone = host::removeItem(aside);  // When it stays, so does the live item: the move fails.
   }
   debugText("Move source := %s, asside to := %s\n", live.c_str(), aside.c_str());
   (void)host::moveItem(live, aside);
+  return isOlderGone;
 }
 
 std::string folderOf(const std::string& live) {
@@ -37,7 +40,7 @@ void showCopied(const std::string& copy, const std::string& live) {
 }
 
 void restoreConfigurationFile(const std::string& /*copy*/, const std::string& live) {
-  setAside(live);  // Kept: nothing is copied back here.
+  (void)setAside(live);  // Kept: nothing is copied back here.
 }
 
 /// A link that only led into what was set aside is still there to be copied.
@@ -45,13 +48,21 @@ bool stillStands(const std::string& copy) {
   return host::exists(copy) || host::isSymbolicLink(copy);
 }
 
+/// A copy beside the live path that a power cut cannot harm.
+std::optional<host::StagedCopy> stageSafely(const std::string& copy, const std::string& live) {
+  auto staged = host::StagedCopy::stage(copy, live);
+  if (staged && !host::syncFileSystem(folderOf(live))) return std::nullopt;
+  return staged;
+}
+
 void restoreDataFile(const std::string& copy, const std::string& live) {
-  std::optional<host::StagedCopy> staged = host::StagedCopy::stage(copy, live);
-  const bool ready = staged && host::syncFileSystem(folderOf(live));
-  setAside(live);
+  auto staged = stageSafely(copy, live);
+  const bool hasMoreRoom = setAside(live);
   // Kept: a copy that lay inside what was set aside, or inside the older aside item, is gone from
   // its path now, and nothing is put back.
-  if (ready && stillStands(copy)) (void)staged->publish();
+  if (!stillStands(copy)) return;
+  if (!staged && hasMoreRoom) staged = stageSafely(copy, live);
+  if (staged) (void)staged->publish();
 }
 
 std::string copyPath(const std::string& root, const MaybeString& service, const std::string& live) {

@@ -153,6 +153,23 @@ TEST_F(DiskFailure, AFileSizeLimitIsAFailedCopyAndNoSignal) {
   EXPECT_TRUE(root.exists("/.Halyards/.halyardSignature"));
 }
 
+TEST_F(DiskFailure, ARestoreHasTheRoomOfTheOlderAsideItem) {
+  if (!canMount()) GTEST_SKIP() << "no mounts can be had here";
+  mountSmall("/srv", "3m");
+  constexpr std::size_t kSize = 1300 << 10;
+  root.writeFile("/srv/data", std::string(kSize, 'l'));
+  root.writeFile("/srv/data.previous", std::string(kSize, 'o'));
+  root.writeFile("/snapshot/HD/.Halyards/siteHost/srv/data", std::string(kSize, 's'));
+  root.writeDescriptor("10-siteHost.plist",
+                       descriptorOf("siteHost", "/opt/plugin").list("DataFiles", {"/srv/data"}));
+  const auto result = root.run(
+      {"-cmd", "restoreService", "-path", "/snapshot", "-target", "/", "-service", "siteHost"});
+  EXPECT_EQ(result.status, 0);
+  ASSERT_THAT(root.list("/srv"), ElementsAre("data", "data.previous"));
+  EXPECT_TRUE(root.readFile("/srv/data") == std::string(kSize, 's'));
+  EXPECT_TRUE(root.readFile("/srv/data.previous") == std::string(kSize, 'l'));
+}
+
 TEST_F(DiskFailure, AFolderThatTakesNoEntriesIsAFailedCopy) {
   // The plug-in puts a plain file where the service's folder was.
   root.writePlugin("/opt/plugin", "rmdir \"$4\"; echo plain >\"$4\"");

@@ -91,6 +91,17 @@ TEST_F(PurgeSnapShot, ATrailingSlashDoesNotHideThatItIsInProgress) {
   EXPECT_TRUE(root.exists(path));
 }
 
+TEST_F(PurgeSnapShot, ARoundaboutPathDoesNotReachASnapshotInProgress) {
+  const std::string path = std::string(kHostFolder) + "/2026-11-16.inProgress";
+  makeSnapshot(path);
+  for (const char* detour : {"/.", "/./", "/HD/.."}) {
+    const auto result = purge(path + detour);
+    EXPECT_EQ(result.status, 1) << detour;
+    EXPECT_EQ(result.out, "That is not a snapshot.\n") << detour;
+  }
+  EXPECT_TRUE(root.exists(path + "/HD/.Halyards/.halyardSignature"));
+}
+
 TEST_F(PurgeSnapShot, TheExtensionAloneIsInProgressToo) {
   const std::string path = std::string(kHostFolder) + "/.inProgress";
   makeSnapshot(path);
