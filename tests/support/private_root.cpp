@@ -1,7 +1,9 @@
 #include "support/private_root.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -222,10 +224,22 @@ void PrivateRoot::writeFile(std::string_view inside, std::string_view content, m
 }
 
 std::string PrivateRoot::readFile(std::string_view inside) const {
-  std::ifstream file(path(inside), std::ios::binary);
-  if (!file || isFolder(inside)) return "<missing>";
+  const int top = open(folder_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (top < 0) stop("cannot open " + folder_);
+  open_how how{};
+  how.flags = O_RDONLY | O_CLOEXEC;
+  how.resolve = RESOLVE_IN_ROOT;
+  const auto file =
+      static_cast<int>(syscall(SYS_openat2, top, std::string(inside).c_str(), &how, sizeof how));
+  close(top);
+  if (file < 0) return "<missing>";
+  std::ifstream stream("/proc/self/fd/" + std::to_string(file), std::ios::binary);
+  struct stat status {};
+  const bool readable = stream && fstat(file, &status) == 0 && !S_ISDIR(status.st_mode);
+  close(file);
+  if (!readable) return "<missing>";
   std::ostringstream text;
-  text << file.rdbuf();
+  text << stream.rdbuf();
   return text.str();
 }
 

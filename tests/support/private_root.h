@@ -81,7 +81,8 @@ class PrivateRoot {
   std::string path(std::string_view inside) const;
 
   void writeFile(std::string_view inside, std::string_view content, mode_t mode = 0644) const;
-  /// The content, or "<missing>" when there is no readable file.
+  /// The content, or "<missing>" when there is no readable file. A link leads where it would lead
+  /// in the root, never to a file of the host.
   std::string readFile(std::string_view inside) const;
   /// Does not follow a symbolic link.
   bool exists(std::string_view inside) const;
