@@ -51,7 +51,7 @@ Snapshot readSnapshot(const std::string& path) {
   Snapshot snapshot;
   snapshot.name = lastPathComponent(path);
   snapshot.path = path;
-  snapshot.inProgress = pathExtension(path) == "inProgress";
+  snapshot.inProgress = pathExtension(path) == host::kInProgressExtension;
   // As in the program: the last volume that carries a metadata folder is the one that is used.
   for (const std::string& volume : host::listDirectory(path)) {
     const std::string folder = joinPath(joinPath(path, volume), kMetadataFolderName);

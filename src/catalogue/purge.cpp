@@ -62,7 +62,7 @@ std::int32_t PurgeSnapShot() {
   debugPlatformLog("SS_PATH:nextPath =: %s", orNull(path));
   const MaybeString extension = path ? MaybeString(pathExtension(*path)) : std::nullopt;
   platformLogText("SS_PATH:pathExtension =: %s", orNull(extension));
-  if (extension == "inProgress") {
+  if (extension == host::kInProgressExtension) {
     ProgressLog::open().error(
         "an attempt was made to purge a snapshot in progress, it was aborted.");
     scope.dropEnd();

@@ -21,8 +21,6 @@ namespace halyard::host {
 namespace {
 
 constexpr const char* kRepository = "Archives.snapdb";
-/// The extension of a snapshot that is still being taken, or was interrupted.
-constexpr const char* kUnfinished = "inProgress";
 
 /// Without symbolic links; absent when it leads nowhere.
 MaybeString realPath(const std::string& path) {
@@ -59,7 +57,7 @@ std::optional<SnapshotPlace> placeOf(const BackupSession& session, const std::st
   if (!real->starts_with(repository)) return std::nullopt;
   const std::string_view inside = std::string_view(*real).substr(repository.size());
   const auto names = splitAt(inside, '/');
-  if (names.size() != 2 || pathExtension(names[1]) == kUnfinished) return std::nullopt;
+  if (names.size() != 2 || pathExtension(names[1]) == kInProgressExtension) return std::nullopt;
   return SnapshotPlace{repository + std::string(names[0]), std::string(names[1])};
 }
 

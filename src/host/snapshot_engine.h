@@ -18,6 +18,9 @@ std::optional<BackupSession> defaultBackupSession(const std::string& enginePrefe
 
 inline constexpr std::int32_t kNotASnapshot = -50;
 
+/// The extension of a snapshot that is still being taken, or was interrupted.
+inline constexpr const char* kInProgressExtension = "inProgress";
+
 /// Whether the path is a snapshot of the session's repository: its real path is
 /// <real destination>/Archives.snapdb/<host folder>/<name>, exactly that deep, a real directory and
 /// no symbolic link. One in progress (<name>.inProgress) is none yet, whatever path leads there.

@@ -81,6 +81,16 @@ TEST_F(PrivateRootTest, DescriptorsKeepOrderAndEscape) {
                         "<key>C</key><true/>\n"));
 }
 
+TEST_F(PrivateRootTest, ALinkIsReadWhereItLeadsInTheRoot) {
+  root.writeFile("/inside", "content");
+  root.makeLink("/link", "/inside");
+  root.makeLink("/up", "../../../../../../../../inside");
+  root.makeLink("/host", HALYARD_PROGRAM);
+  EXPECT_EQ(root.readFile("/link"), "content");
+  EXPECT_EQ(root.readFile("/up"), "content");
+  EXPECT_EQ(root.readFile("/host"), "<missing>");
+}
+
 TEST_F(PrivateRootTest, ReplacingASharedProgramLeavesOtherRootsAlone) {
   PrivateRoot other;
   root.writeScript("/usr/bin/uuidgen", "echo mine");
