@@ -21,12 +21,13 @@
 #include <fstream>
 #include <functional>
 
-#include "host/files.h"
-#include "host/property_list.h"
+#include "base/property_list.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
 
 namespace {
 
-using halyard::host::parsePropertyList;
+using halyard::parsePropertyList;
 
 constexpr double kMostPasses = 3;
 constexpr double kMostMemory = 6;
@@ -110,13 +111,13 @@ double peakOf(const std::function<bool()>& call) {
 }
 
 bool copyList(const std::string& from, const std::string& to) {
-  auto text = halyard::host::readFile(from, halyard::host::kBrowseDataLimit);
+  auto text = halyard::host::readFile(from, halyard::kBrowseDataLimit);
   if (!text) return false;
   const auto root = parsePropertyList(*text);
   text.reset();
   if (!root) return false;
   std::ofstream file(to, std::ios::binary);
-  halyard::host::writePropertyList(*root, [&file](std::string_view piece) { file << piece; });
+  halyard::writePropertyList(*root, [&file](std::string_view piece) { file << piece; });
   return file.good();
 }
 
@@ -154,7 +155,7 @@ void measureKeys(std::size_t count) {
   std::string text = "<dict>";
   for (std::size_t i = 0; i < count; ++i) text += keyed("<true/>")(i);
   text += "</dict>";
-  std::optional<halyard::host::PropertyValue> root;
+  std::optional<halyard::PropertyValue> root;
   const double read = secondsOf([&] { root = parsePropertyList(text); });
   std::size_t found = 0;
   const double search = secondsOf([&] {

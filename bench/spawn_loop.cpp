@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/tree_copy.h"
+#include "host/tree/tree_copy.h"
 
 namespace {
 

@@ -10,8 +10,9 @@
 #include <cstring>
 #include <string>
 
-#include "host/files.h"
-#include "host/tree_copy.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
+#include "host/tree/tree_copy.h"
 
 namespace {
 

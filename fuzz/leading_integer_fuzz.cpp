@@ -6,8 +6,8 @@
 #include <limits>
 #include <string>
 
+#include "base/text.h"
 #include "expect.h"
-#include "host/text.h"
 
 using halyard::fuzz::expect;
 

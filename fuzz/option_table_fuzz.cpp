@@ -5,7 +5,7 @@
 
 #include "expect.h"
 #include "frontend/options.h"
-#include "frontend/run_state.h"
+#include "frontend/run/run_state.h"
 
 using halyard::fuzz::expect;
 

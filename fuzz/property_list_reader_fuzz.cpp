@@ -1,8 +1,8 @@
 // Any bytes at all: read or refused, and what is read can be shown, searched and copied.
 #include <cstdint>
 
+#include "base/property_list.h"
 #include "expect.h"
-#include "host/property_list.h"
 
 using halyard::fuzz::expect;
 using namespace halyard::host;

@@ -5,8 +5,8 @@
 #include <bit>
 #include <cstdint>
 
+#include "base/property_list.h"
 #include "expect.h"
-#include "host/property_list.h"
 
 using halyard::fuzz::expect;
 using namespace halyard::host;

@@ -1,9 +1,9 @@
 // A verify answer: the last summary line, found from the end, has the value.
 #include <cstdint>
 
+#include "base/text.h"
 #include "browse/verify.h"
 #include "expect.h"
-#include "host/text.h"
 
 using halyard::fuzz::expect;
 

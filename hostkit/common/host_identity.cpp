@@ -1,16 +1,17 @@
 #include "common/host_identity.h"
 
+#include "base/property_list.h"
+#include "base/text.h"
 #include "common/paths.h"
-#include "host/property_list.h"
-#include "host/text.h"
+#include "host/files/property_file.h"
 
 namespace halyard::hostkit {
 
 std::string computerName() {
   const auto configuration = host::readDictionary(kHostConfigFile);
   if (!configuration) return kUnknownComputer;
-  const host::PropertyDictionary* outer = configuration->dictionary("System");
-  const host::PropertyDictionary* inner = outer == nullptr ? nullptr : outer->dictionary("System");
+  const PropertyDictionary* outer = configuration->dictionary("System");
+  const PropertyDictionary* inner = outer == nullptr ? nullptr : outer->dictionary("System");
   if (inner == nullptr) return kUnknownComputer;
   return inner->text("ComputerName").value_or(kUnknownComputer);
 }

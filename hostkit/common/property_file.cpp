@@ -6,7 +6,8 @@
 #include <cstdlib>
 #include <memory>
 
-#include "host/files.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
 
 namespace halyard::hostkit {
 
@@ -14,16 +15,9 @@ namespace {
 
 constexpr mode_t kNewFileMode = 0644;
 
-std::string targetOf(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                         &std::free);
-  return real ? real.get() : path;
-}
-
 }  // namespace
 
-std::optional<host::PropertyDictionary> readPropertyFile(const std::string& path,
-                                                         std::string& problem) {
+std::optional<PropertyDictionary> readPropertyFile(const std::string& path, std::string& problem) {
   problem.clear();
   if (!host::exists(path)) return std::nullopt;
   auto dictionary = host::readDictionary(path);
@@ -31,10 +25,10 @@ std::optional<host::PropertyDictionary> readPropertyFile(const std::string& path
   return dictionary;
 }
 
-bool writePropertyFile(const std::string& path, const host::PropertyDictionary& dictionary) {
-  const std::string target = targetOf(path);
+bool writePropertyFile(const std::string& path, const PropertyDictionary& dictionary) {
+  const std::string target = host::realPath(path).value_or(path);
   const auto before = host::readAttributes(target);
-  if (!host::writeFile(target, host::writePropertyList(dictionary), host::Durability::power)) {
+  if (!host::writeFile(target, writePropertyList(dictionary), host::Durability::power)) {
     return false;
   }
   return ::chmod(target.c_str(), before ? before->permissions : kNewFileMode) == 0;

@@ -20,7 +20,7 @@
 #include <string_view>
 
 #include "common/kernel_uuid.h"
-#include "host/descriptor.h"
+#include "host/files/descriptor.h"
 
 namespace halyard::hostkit {
 

@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "base/property_list.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/volumes.h"
 #include "drivectl/report.h"
-#include "host/property_list.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ int info(const std::string& path, Form form) {
   }
   switch (form) {
     case Form::propertyList:
-      std::fputs(halyard::host::writePropertyList(volumeDictionary(*volume)).c_str(), stdout);
+      std::fputs(halyard::writePropertyList(volumeDictionary(*volume)).c_str(), stdout);
       break;
     case Form::json:
       printJson(volumeJson(*volume));
@@ -46,10 +46,9 @@ int list(Form form) {
     for (const Volume& volume : volumes) document.push_back(volumeJson(volume));
     printJson(document);
   } else {
-    halyard::host::PropertyArray array;
+    halyard::PropertyArray array;
     for (const Volume& volume : volumes) array.emplace_back(volumeDictionary(volume));
-    std::fputs(halyard::host::writePropertyList(halyard::host::PropertyValue(array)).c_str(),
-               stdout);
+    std::fputs(halyard::writePropertyList(halyard::PropertyValue(array)).c_str(), stdout);
   }
   return finishOutput() ? kSuccess : kFailure;
 }

@@ -15,8 +15,8 @@ const char* identityWord(const Volume& volume) {
 
 }  // namespace
 
-host::PropertyDictionary volumeDictionary(const Volume& volume) {
-  host::PropertyDictionary dictionary;
+PropertyDictionary volumeDictionary(const Volume& volume) {
+  PropertyDictionary dictionary;
   dictionary.set("VolumeUUID", volume.uuid);
   dictionary.set("VolumeUUIDSource", identityWord(volume));
   if (!volume.device.empty()) dictionary.set("DeviceNode", volume.device);

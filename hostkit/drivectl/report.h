@@ -5,15 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "base/property_list.h"
 #include "common/volumes.h"
-#include "host/property_list.h"
 
 namespace halyard::hostkit {
 
 /// The keys are part of the interface: VolumeUUID, VolumeUUIDSource, DeviceNode, FilesystemType,
 /// VolumeName, MountPoint, TotalSize, FreeSpace, AvailableSpace (bytes), ReadOnly. A device, type
 /// or label that is not known is left out.
-host::PropertyDictionary volumeDictionary(const Volume& volume);
+PropertyDictionary volumeDictionary(const Volume& volume);
 nlohmann::json volumeJson(const Volume& volume);
 /// "Label: value" lines for people.
 std::string volumeText(const Volume& volume);

@@ -9,22 +9,22 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "helmsman/backup.h"
-#include "helmsman/browse.h"
-#include "helmsman/check.h"
-#include "helmsman/destination.h"
-#include "helmsman/enable.h"
-#include "helmsman/metrics.h"
-#include "helmsman/purge.h"
-#include "helmsman/restore.h"
-#include "helmsman/schedule.h"
-#include "helmsman/settings.h"
-#include "helmsman/setup.h"
-#include "helmsman/snapshots.h"
-#include "helmsman/status.h"
-#include "helmsman/undo.h"
-#include "helmsman/unlock.h"
-#include "helmsman/verify.h"
+#include "helmsman/lint/check.h"
+#include "helmsman/program/unlock.h"
+#include "helmsman/report/metrics.h"
+#include "helmsman/report/status.h"
+#include "helmsman/restore/restore.h"
+#include "helmsman/restore/undo.h"
+#include "helmsman/restore/verify.h"
+#include "helmsman/run/backup.h"
+#include "helmsman/settings/destination.h"
+#include "helmsman/settings/enable.h"
+#include "helmsman/settings/schedule.h"
+#include "helmsman/settings/settings.h"
+#include "helmsman/settings/setup.h"
+#include "helmsman/snapshots/browse.h"
+#include "helmsman/snapshots/purge.h"
+#include "helmsman/snapshots/snapshots.h"
 
 namespace halyard::hostkit {
 
@@ -162,7 +162,9 @@ void CommandLine::addBackup() {
       add("backup", "Back up the services, take a snapshot, judge and record the result",
           Needs::root, [this] {
             backup_.quiet = quiet_;
-            return hostkit::backup(backup_);
+            const int status = hostkit::backup(backup_);
+            (void)writeMetricsWhereWanted();  // It tells on its own what went wrong.
+            return status;
           });
   command->add_flag("--json", backup_.json, "Print JSON lines: started, step, phase, finished");
   command->add_flag("--no-snapshot", backup_.noSnapshot,

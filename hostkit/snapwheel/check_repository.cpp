@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/text.h"
 #include "common/messages.h"
-#include "host/files.h"
-#include "host/text.h"
+#include "host/files/files.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
 

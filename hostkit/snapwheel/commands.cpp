@@ -4,12 +4,13 @@
 #include <chrono>
 #include <cstdio>
 
+#include "base/property_list.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/sizes.h"
 #include "common/table.h"
-#include "host/property_list.h"
+#include "host/files/property_file.h"
 #include "snapwheel/exclusions.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/host_lock.h"

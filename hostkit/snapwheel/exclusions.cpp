@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "host/files.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "host/files/files.h"
 
 namespace halyard::snapwheel {
 

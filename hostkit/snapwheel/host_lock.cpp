@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <string_view>
 
-#include "host/files.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "host/files/files.h"
 #include "snapwheel/failure.h"
 
 namespace halyard::snapwheel {

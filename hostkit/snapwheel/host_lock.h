@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "host/descriptor.h"
+#include "host/files/descriptor.h"
 #include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {

@@ -1,6 +1,6 @@
 #include "snapwheel/manifest.h"
 
-#include "host/files.h"
+#include "host/files/files.h"
 #include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {

@@ -6,8 +6,8 @@
 #include <charconv>
 #include <nlohmann/json.hpp>
 
-#include "host/files.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "host/files/files.h"
 #include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {

@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <climits>
 
-#include "host/descriptor.h"
-#include "host/files.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "host/files/descriptor.h"
+#include "host/files/files.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
 

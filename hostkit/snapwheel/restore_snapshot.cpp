@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <memory>
 
+#include "base/text.h"
 #include "common/messages.h"
-#include "host/files.h"
-#include "host/text.h"
-#include "host/tree_copy.h"
+#include "host/files/files.h"
+#include "host/tree/tree_copy.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/repository.h"
@@ -20,12 +20,6 @@ namespace halyard::snapwheel {
 namespace {
 
 constexpr mode_t kTargetMode = 0755;
-
-std::string realPath(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                         &std::free);
-  return real ? real.get() : std::string();
-}
 
 bool isSameFolder(const std::string& left, const std::string& right) {
   struct stat one {};
@@ -49,12 +43,12 @@ std::string settleTarget(const RestoreRequest& request) {
   if (!host::exists(request.target) && ::mkdir(request.target.c_str(), kTargetMode) != 0) {
     throw Failure(errorText(request.target, errno));
   }
-  std::string target = realPath(request.target);
+  std::string target = host::realPath(request.target).value_or("");
   if (target.empty() || !host::isDirectory(target)) {
     throw Failure(request.target + " is no folder");
   }
-  const std::string snapshot = realPath(request.snapshotPath);
-  const std::string repository = realPath(snapshot + "/../..");
+  const std::string snapshot = host::realPath(request.snapshotPath).value_or("");
+  const std::string repository = host::realPath(snapshot + "/../..").value_or("");
   if (isInside(target, repository)) throw Failure(target + " lies in the repository");
   const bool isRunningSystem = target == "/" || isSameFolder(target, "/");
   if (isRunningSystem && !request.force) {

@@ -3,15 +3,15 @@
 #include <algorithm>
 
 #include "common/paths.h"
-#include "host/alias.h"
-#include "host/files.h"
-#include "host/snapshot_engine.h"
+#include "host/files/files.h"
+#include "host/volumes/alias.h"
+#include "product/snapshot_engine.h"
 #include "snapwheel/failure.h"
 
 namespace halyard::snapwheel {
 
-std::string computerNameIn(const std::optional<host::PropertyDictionary>& hostPreferences) {
-  const host::PropertyDictionary* level = hostPreferences ? &*hostPreferences : nullptr;
+std::string computerNameIn(const std::optional<PropertyDictionary>& hostPreferences) {
+  const PropertyDictionary* level = hostPreferences ? &*hostPreferences : nullptr;
   for (const char* key : {"System", "System"}) {
     if (level != nullptr) level = level->dictionary(key);
   }
@@ -25,7 +25,7 @@ std::string findDestination(const std::string& aliasRecord) {
     throw Failure("the destination \"" + aliasRecord +
                   "\" is not there: no such folder, or its volume is not mounted");
   }
-  if (const auto session = host::defaultBackupSession(hostkit::kEnginePreferenceFile)) {
+  if (const auto session = defaultBackupSession(hostkit::kEnginePreferenceFile)) {
     return session->destination;
   }
   const std::string file = hostkit::kEnginePreferenceFile;
@@ -37,9 +37,9 @@ std::string findDestination(const std::string& aliasRecord) {
                 "helmsman destination");
 }
 
-unsigned preferredDays(const std::optional<host::PropertyDictionary>& enginePreferences) {
+unsigned preferredDays(const std::optional<PropertyDictionary>& enginePreferences) {
   if (!enginePreferences) return 0;
-  const host::PropertyValue* days = enginePreferences->find("DaysToRetain");
+  const PropertyValue* days = enginePreferences->find("DaysToRetain");
   if (days == nullptr) return 0;
   return static_cast<unsigned>(std::max(days->integerValue(), 0));
 }

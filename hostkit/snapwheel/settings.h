@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "host/property_list.h"
+#include "base/property_list.h"
 #include "snapwheel/retention.h"
 
 namespace halyard::snapwheel {
@@ -15,7 +15,7 @@ inline constexpr const char* kUnknownComputer = "Unknown_Computer";
 
 /// "System", "System", "ComputerName" of the host's preferences; "Unknown_Computer" when any step
 /// finds nothing.
-std::string computerNameIn(const std::optional<host::PropertyDictionary>& hostPreferences);
+std::string computerNameIn(const std::optional<PropertyDictionary>& hostPreferences);
 
 /// The folder that receives snapshots: what the given alias record leads to, else the engine's
 /// preference "BackupAlias". Throws Failure with what an administrator can do when it leads
@@ -23,6 +23,6 @@ std::string computerNameIn(const std::optional<host::PropertyDictionary>& hostPr
 std::string findDestination(const std::string& aliasRecord);
 
 /// "DaysToRetain" of the engine's preferences; 0 when there is none or it is negative.
-unsigned preferredDays(const std::optional<host::PropertyDictionary>& enginePreferences);
+unsigned preferredDays(const std::optional<PropertyDictionary>& enginePreferences);
 
 }  // namespace halyard::snapwheel

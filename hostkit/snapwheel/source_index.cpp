@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "host/descriptor.h"
+#include "host/files/descriptor.h"
 
 namespace halyard::snapwheel {
 

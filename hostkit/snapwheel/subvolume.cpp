@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "host/remove_tree.h"
+#include "host/tree/remove_tree.h"
 
 namespace halyard::snapwheel {
 

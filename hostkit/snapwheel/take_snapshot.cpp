@@ -9,10 +9,10 @@
 #include <cstdlib>
 #include <memory>
 
+#include "base/text.h"
 #include "common/messages.h"
-#include "host/files.h"
-#include "host/text.h"
-#include "host/tree_copy.h"
+#include "host/files/files.h"
+#include "host/tree/tree_copy.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/subvolume.h"
@@ -28,20 +28,14 @@ constexpr std::chrono::minutes kToldClockLag(1);
 
 Instant now() { return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()); }
 
-std::string realPath(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                         &std::free);
-  return real ? real.get() : std::string();
-}
-
 /// The source as an absolute path without links. Leaves the repository out when it lies inside.
 void settleSource(const Repository& repository, SnapshotRequest& request) {
-  const std::string source = realPath(request.source);
+  const std::string source = host::realPath(request.source).value_or("");
   if (source.empty() || !host::isDirectory(source)) {
     throw Failure("the source " + request.source + " is no folder");
   }
   request.source = source;
-  const std::string folder = realPath(repository.folder());
+  const std::string folder = host::realPath(repository.folder()).value_or("");
   const std::string below = source == "/" ? source : source + "/";
   if (source == folder || source.starts_with(folder + "/")) {
     throw Failure("the source " + source + " is part of the repository");

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/tree_memory.h"
+#include "host/tree/tree_memory.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/source_index.h"
 

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "base/text.h"
 #include "common/messages.h"
-#include "host/files.h"
-#include "host/text.h"
+#include "host/files/files.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/subvolume.h"
 

@@ -3,13 +3,15 @@
 #include <string_view>
 #include <vector>
 
-#include "config/paths.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/run_state.h"
-#include "host/files.h"
-#include "host/property_list.h"
-#include "host/task.h"
+#include "base/property_list.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
+#include "host/process/task.h"
+#include "host/tree/move_item.h"
+#include "product/paths.h"
 
 namespace halyard {
 
@@ -33,8 +35,8 @@ MaybeString bootedVolume() {
   const auto produce = [&](const host::PieceSink& sink) { sink(answer); };
   const auto collect = [&](std::string_view piece) { copy += piece; };
   if (!host::writeFileAndReadBack(paths::kDiskInfoCopy, produce, collect)) copy = answer;
-  if (copy.size() > host::kPreferenceLimit) return std::nullopt;
-  const auto report = host::parseDictionary(copy);
+  if (copy.size() > kPreferenceLimit) return std::nullopt;
+  const auto report = parseDictionary(copy);
   return report ? report->text(kVolumeIdentifierKey) : std::nullopt;
 }
 

@@ -5,12 +5,12 @@
 #include <vector>
 
 #include "config/ancestor_mirror.h"
-#include "config/paths.h"
-#include "frontend/log.h"
-#include "frontend/run_state.h"
-#include "host/files.h"
-#include "host/task.h"
-#include "host/tree_copy.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "host/process/task.h"
+#include "host/tree/tree_copy.h"
+#include "product/paths.h"
 
 namespace halyard {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "config/service_descriptor.h"
-#include "frontend/progress_log.h"
+#include "frontend/run/progress_log.h"
+#include "product/service_descriptor.h"
 
 namespace halyard {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/text.h"
+#include "base/text.h"
 
 namespace halyard {
 

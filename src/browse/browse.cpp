@@ -4,17 +4,18 @@
 #include <utility>
 #include <vector>
 
+#include "base/property_list.h"
 #include "browse/master_browse.h"
 #include "browse/snapshot_metadata.h"
-#include "config/paths.h"
 #include "config/preferences.h"
-#include "config/service_descriptor.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/run_state.h"
-#include "host/files.h"
-#include "host/property_list.h"
-#include "host/task.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "host/process/task.h"
+#include "host/tree/move_item.h"
+#include "product/paths.h"
+#include "product/service_descriptor.h"
 
 namespace halyard {
 
@@ -29,7 +30,7 @@ bool hasServiceFolder(const std::string& folder, const MaybeString& service) {
 }
 
 void addAnswer(const std::string& descriptorPath, const std::string& metadataFolder,
-               host::PropertyDictionary& answers) {
+               PropertyDictionary& answers) {
   if (!host::exists(descriptorPath)) return;
   const ServiceDescriptor descriptor = ServiceDescriptor::read(descriptorPath);
   const MaybeString service = descriptor.serviceName();
@@ -43,7 +44,7 @@ void addAnswer(const std::string& descriptorPath, const std::string& metadataFol
   const std::vector<std::string> arguments = {"-cmd", "browse", "-path", folder};
   debugDump(arguments);
   std::string answer = host::RunTask(executable, arguments, {.error = host::dropOutput}).output;
-  auto root = host::parsePropertyList(answer);
+  auto root = parsePropertyList(answer);
   answer = std::string();  // A huge answer is not kept twice.
   switch (listingRoot(root)) {
     case ListingRoot::noData:
@@ -56,9 +57,9 @@ void addAnswer(const std::string& descriptorPath, const std::string& metadataFol
   }
 }
 
-void printThroughTemporaryFile(const host::PropertyDictionary& answers) {
+void printThroughTemporaryFile(const PropertyDictionary& answers) {
   const auto produce = [&](const host::PieceSink& sink) {
-    host::DictionaryWriter writer(sink);
+    DictionaryWriter writer(sink);
     for (const auto& [service, root] : answers) writer.entry(service, root);
     writer.finish();
   };
@@ -69,7 +70,7 @@ void printThroughTemporaryFile(const host::PropertyDictionary& answers) {
 }
 
 void browseAllServices(const std::string& metadataFolder) {
-  host::PropertyDictionary answers;
+  PropertyDictionary answers;
   scanServiceDescriptors(
       {.taken = [&](const std::string& path) { addAnswer(path, metadataFolder, answers); }});
   printThroughTemporaryFile(answers);

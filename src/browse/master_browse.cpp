@@ -6,13 +6,14 @@
 #include <vector>
 
 #include "browse/snapshot_metadata.h"
-#include "config/paths.h"
 #include "config/preferences.h"
-#include "config/service_descriptor.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/run_state.h"
-#include "host/files.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
+#include "product/paths.h"
+#include "product/service_descriptor.h"
 
 namespace halyard {
 
@@ -35,9 +36,9 @@ class Catalogue {
   /// False when the file could not be written; else it was printed too.
   bool writeAndPrint(const std::string& path) const {
     const auto produce = [&](const host::PieceSink& sink) {
-      host::DictionaryWriter writer(sink);
+      DictionaryWriter writer(sink);
       for (const auto& [service, browseFile] : files_) {
-        const auto root = host::readPropertyList(browseFile, host::kBrowseDataLimit);
+        const auto root = host::readPropertyList(browseFile, kBrowseDataLimit);
         if (root) writer.entry(service, *root);
       }
       writer.finish();
@@ -73,10 +74,10 @@ void addListing(const MaybeString& service, Catalogue& catalogue) {
     printText("WARNING: Service %s folder does not exist for browsing.\n", orNull(service));
     return;
   }
-  const auto text = host::readFile(path, host::kBrowseDataLimit);
+  const auto text = host::readFile(path, kBrowseDataLimit);
   if (!text || !isValidUtf8(*text)) return;
   debugShow(*text);
-  switch (listingRoot(host::parsePropertyList(*text))) {
+  switch (listingRoot(parsePropertyList(*text))) {
     case ListingRoot::noData:
       printText("WARNING:3: Service %s did not return any data when browsing.\n", orNull(service));
       return;
@@ -100,7 +101,7 @@ void showSurroundings() {
 
 }  // namespace
 
-ListingRoot listingRoot(const std::optional<host::PropertyValue>& root) {
+ListingRoot listingRoot(const std::optional<PropertyValue>& root) {
   if (!root) return ListingRoot::noData;
   if (const auto* const dictionary = root->asDictionary()) {
     return dictionary->empty() ? ListingRoot::noData : ListingRoot::filled;

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/property_list.h"
+#include "base/property_list.h"
 
 namespace halyard {
 
@@ -24,6 +24,6 @@ enum class ListingRoot {
   unusable,  ///< Neither a dictionary nor an array.
   filled,
 };
-ListingRoot listingRoot(const std::optional<host::PropertyValue>& root);
+ListingRoot listingRoot(const std::optional<PropertyValue>& root);
 
 }  // namespace halyard

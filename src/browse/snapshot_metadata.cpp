@@ -1,9 +1,9 @@
 #include "browse/snapshot_metadata.h"
 
-#include "config/paths.h"
-#include "frontend/log.h"
-#include "host/files.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "frontend/run/log.h"
+#include "host/files/files.h"
+#include "product/paths.h"
 
 namespace halyard {
 

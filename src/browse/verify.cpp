@@ -3,13 +3,13 @@
 #include <cstddef>
 #include <string>
 
+#include "base/text.h"
 #include "config/preferences.h"
-#include "config/service_descriptor.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/run_state.h"
-#include "host/task.h"
-#include "host/text.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
+#include "host/process/task.h"
+#include "product/service_descriptor.h"
 
 namespace halyard {
 

@@ -2,14 +2,14 @@
 
 #include <string>
 
-#include "config/paths.h"
 #include "config/preferences.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/progress_log.h"
-#include "frontend/run_state.h"
-#include "host/files.h"
-#include "host/snapshot_engine.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/progress_log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "product/paths.h"
+#include "product/snapshot_engine.h"
 
 namespace halyard {
 
@@ -32,11 +32,11 @@ bool deleteSnapshot(const std::string& path) {
     printText("No such file or directory.\n");
     return true;
   }
-  const auto session = host::defaultBackupSession(paths::kEnginePreferenceFile);
+  const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
   if (!session) return true;
-  const std::int32_t code = host::DeleteSnapshot(*session, path);
+  const std::int32_t code = DeleteSnapshot(*session, path);
   if (code == 0) return true;
-  if (code == host::kNotASnapshot) {
+  if (code == kNotASnapshot) {
     printText("That is not a snapshot.\n");
   } else {
     printText("Failed with error:%d.\n", code);
@@ -62,7 +62,7 @@ std::int32_t PurgeSnapShot() {
   debugPlatformLog("SS_PATH:nextPath =: %s", orNull(path));
   const MaybeString extension = path ? MaybeString(pathExtension(*path)) : std::nullopt;
   platformLogText("SS_PATH:pathExtension =: %s", orNull(extension));
-  if (extension == host::kInProgressExtension) {
+  if (extension == kInProgressExtension) {
     ProgressLog::open().error(
         "an attempt was made to purge a snapshot in progress, it was aborted.");
     scope.dropEnd();

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "config/preferences.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
 
 namespace halyard {
 

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "host/files.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "host/files/files.h"
 
 namespace halyard {
 

@@ -4,21 +4,20 @@
 #include <cstddef>
 #include <string_view>
 
-#include "config/paths.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/run_state.h"
-#include "host/alias.h"
-#include "host/files.h"
-#include "host/property_list.h"
-#include "host/task.h"
+#include "base/property_list.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
+#include "host/process/task.h"
+#include "host/volumes/alias.h"
+#include "product/paths.h"
 
 namespace halyard {
 
 namespace {
 
-using host::PropertyDictionary;
-using host::PropertyValue;
 
 bool isAnyPreferenceFileMissing() {
   return !host::exists(paths::kPreferenceFile) || !host::exists(paths::kEnginePreferenceFile);

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "host/text.h"
+#include "base/text.h"
 
 namespace halyard {
 

@@ -2,14 +2,15 @@
 
 #include <vector>
 
-#include "config/paths.h"
+#include "base/property_list.h"
 #include "config/preferences.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/run_state.h"
-#include "host/property_list.h"
-#include "host/system_log.h"
-#include "host/task.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/property_file.h"
+#include "host/log/system_log.h"
+#include "host/process/task.h"
+#include "product/paths.h"
 
 namespace halyard {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/files.h"
+#include "host/files/files.h"
 
 namespace halyard {
 

@@ -5,17 +5,17 @@
 #include <utility>
 #include <vector>
 
-#include "config/paths.h"
 #include "config/preferences.h"
 #include "config/validation.h"
 #include "frontend/dispatch.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
 #include "frontend/options.h"
-#include "frontend/run_state.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/run_state.h"
 #include "frontend/usage.h"
-#include "host/files.h"
-#include "host/process.h"
+#include "host/files/files.h"
+#include "host/process/process.h"
+#include "product/paths.h"
 
 namespace halyard {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "frontend/function_log.h"
-#include "frontend/run_state.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/run_state.h"
 
 namespace halyard {
 

@@ -1,9 +1,10 @@
 #include "frontend/usage.h"
 
-#include "config/paths.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "host/property_list.h"
+#include "base/property_list.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "host/files/property_file.h"
+#include "product/paths.h"
 
 namespace halyard {
 

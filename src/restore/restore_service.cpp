@@ -4,16 +4,16 @@
 #include <vector>
 
 #include "browse/snapshot_metadata.h"
-#include "config/paths.h"
 #include "config/preferences.h"
-#include "config/service_descriptor.h"
 #include "config/validation.h"
-#include "frontend/function_log.h"
-#include "frontend/log.h"
-#include "frontend/progress_log.h"
-#include "frontend/run_state.h"
-#include "host/files.h"
-#include "host/task.h"
+#include "frontend/run/function_log.h"
+#include "frontend/run/log.h"
+#include "frontend/run/progress_log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "host/process/task.h"
+#include "product/paths.h"
+#include "product/service_descriptor.h"
 #include "restore/service_files.h"
 
 namespace halyard {

@@ -3,9 +3,10 @@
 #include <cstddef>
 #include <optional>
 
-#include "frontend/log.h"
-#include "host/files.h"
-#include "host/tree_copy.h"
+#include "frontend/run/log.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
+#include "host/tree/tree_copy.h"
 
 namespace halyard {
 

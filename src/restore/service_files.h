@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "config/service_descriptor.h"
-#include "frontend/progress_log.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "frontend/run/progress_log.h"
+#include "product/service_descriptor.h"
 
 namespace halyard {
 

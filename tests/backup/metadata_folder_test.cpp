@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "frontend/run_state.h"
+#include "frontend/run/run_state.h"
 #include "support/scoped_run_state.h"
 #include "support/scratch.h"
 

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "frontend/run_state.h"
+#include "frontend/run/run_state.h"
 #include "support/operation_in_root.h"
 
 namespace halyard {
@@ -121,8 +121,8 @@ TEST_F(VolumeSize, TheTotalIsReturnedInBytes) {
   root.writeDescriptor("20-b.plist", test::descriptorOf("postHost", "/opt/b"));
   root.writePreferences({{"siteHost", 1}, {"postHost", 1}});
   const auto result = runOperation(root, [] {
-    runState().preferences.services[6] = host::PropertyValue(1);
-    runState().preferences.services[4] = host::PropertyValue(1);
+    runState().preferences.services[6] = PropertyValue(1);
+    runState().preferences.services[4] = PropertyValue(1);
     std::printf("%ld\n", static_cast<long>(SizeRequired(true)));
     std::printf("%ld\n", static_cast<long>(SizeRequired(false)));
     return static_cast<int>(haveRoomForBackup());

@@ -9,7 +9,7 @@ namespace halyard {
 namespace {
 
 ListingRoot rootOf(const std::string& xml) {
-  return listingRoot(host::parsePropertyList("<plist version=\"1.0\">" + xml + "</plist>"));
+  return listingRoot(parsePropertyList("<plist version=\"1.0\">" + xml + "</plist>"));
 }
 
 TEST(ListingRoot, WhatWasNotParsedHoldsNoData) {

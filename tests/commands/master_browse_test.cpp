@@ -1,7 +1,7 @@
 // The catalogue that a backup ends with.
 #include <gmock/gmock.h>
 
-#include "host/property_list.h"
+#include "base/property_list.h"
 #include "support/private_root.h"
 
 namespace halyard::test {
@@ -41,10 +41,10 @@ class MasterBrowse : public PrivateRootTest {
   }
 
   // The written catalogue, as an independent pair of eyes would read it.
-  host::PropertyDictionary catalogue() {
-    auto read = host::parseDictionary(root.readFile(kCatalogue));
+  PropertyDictionary catalogue() {
+    auto read = parseDictionary(root.readFile(kCatalogue));
     EXPECT_TRUE(read.has_value());
-    return read ? std::move(*read) : host::PropertyDictionary();
+    return read ? std::move(*read) : PropertyDictionary();
   }
 
   std::vector<std::string> keys() {

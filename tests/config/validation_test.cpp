@@ -8,8 +8,8 @@
 
 #include <array>
 
-#include "frontend/run_state.h"
-#include "host/files.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
 #include "support/operation_in_root.h"
 #include "support/scratch.h"
 

@@ -1,4 +1,4 @@
-#include "host/alias.h"
+#include "host/volumes/alias.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <functional>
 #include <string>
 
-#include "host/task.h"
+#include "host/process/task.h"
 #include "support/forked.h"
 #include "support/loop_volume.h"
 #include "support/scratch.h"

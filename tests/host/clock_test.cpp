@@ -1,4 +1,4 @@
-#include "host/clock.h"
+#include "host/log/clock.h"
 
 #include <gtest/gtest.h>
 

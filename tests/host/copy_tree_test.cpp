@@ -3,8 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/files.h"
-#include "host/tree_copy.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
+#include "host/tree/tree_copy.h"
 #include "support/items.h"
 #include "support/scratch.h"
 #include "support/tree_listing.h"

@@ -1,4 +1,4 @@
-#include "host/files.h"
+#include "host/files/files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,8 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "host/umask.h"
+#include "host/files/umask.h"
+#include "host/tree/move_item.h"
 #include "support/scratch.h"
 
 namespace halyard::host {

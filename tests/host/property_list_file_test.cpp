@@ -3,7 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/property_list.h"
+#include "base/property_list.h"
+#include "host/files/property_file.h"
 #include "support/scratch.h"
 
 namespace halyard::host {

@@ -1,4 +1,4 @@
-#include "host/remove_tree.h"
+#include "host/tree/remove_tree.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -12,7 +12,8 @@
 #include <cerrno>
 #include <thread>
 
-#include "host/files.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
 #include "support/mounts.h"
 #include "support/scratch.h"
 

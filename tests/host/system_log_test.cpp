@@ -1,4 +1,4 @@
-#include "host/system_log.h"
+#include "host/log/system_log.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -17,8 +17,8 @@
 #include <string>
 #include <thread>
 
-#include "host/descriptor.h"
-#include "host/log_socket.h"
+#include "host/files/descriptor.h"
+#include "host/log/log_socket.h"
 #include "support/forked.h"
 #include "support/scratch.h"
 

@@ -1,4 +1,4 @@
-#include "host/task.h"
+#include "host/process/task.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

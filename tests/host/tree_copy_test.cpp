@@ -1,4 +1,4 @@
-#include "host/tree_copy.h"
+#include "host/tree/tree_copy.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -7,8 +7,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "host/files.h"
-#include "host/umask.h"
+#include "host/files/files.h"
+#include "host/files/umask.h"
+#include "host/tree/move_item.h"
 #include "support/items.h"
 #include "support/scratch.h"
 #include "support/tree_listing.h"

@@ -2,9 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/property_list.h"
 #include "common/volumes.h"
 #include "drivectl/report.h"
-#include "host/property_list.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {
@@ -13,7 +13,7 @@ namespace {
 using DriveCtl = test::HostKitTest;
 
 std::string uuidIn(const std::string& text) {
-  const auto dictionary = host::parseDictionary(text);
+  const auto dictionary = parseDictionary(text);
   return dictionary ? dictionary->text("VolumeUUID").value_or("") : "";
 }
 
@@ -21,7 +21,7 @@ TEST_F(DriveCtl, InfoPlistPrintsTheDictionaryOfTheVolume) {
   const auto result = drivectl({"info", "-plist", "/"});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
-  const auto dictionary = host::parseDictionary(result.out);
+  const auto dictionary = parseDictionary(result.out);
   ASSERT_TRUE(dictionary);
   EXPECT_EQ(dictionary->text("VolumeUUID").value_or("").size(), 36U);
   EXPECT_EQ(dictionary->text("MountPoint").value_or(""), "/");
@@ -117,7 +117,7 @@ TEST(VolumeDictionary, LeavesOutWhatIsNotKnown) {
   Volume volume;
   volume.uuid = "88a69d51-9f56-46ff-8386-2d10a01ec9d6";
   volume.mountPoint = "/";
-  const host::PropertyDictionary dictionary = volumeDictionary(volume);
+  const PropertyDictionary dictionary = volumeDictionary(volume);
   EXPECT_EQ(dictionary.find("DeviceNode"), nullptr);
   EXPECT_EQ(dictionary.find("FilesystemType"), nullptr);
   EXPECT_EQ(dictionary.find("VolumeName"), nullptr);

@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "helmsman/run_display.h"
-#include "helmsman/run_judge.h"
-#include "helmsman/run_record.h"
+#include "helmsman/run/run_display.h"
+#include "helmsman/run/run_judge.h"
+#include "helmsman/run/run_record.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {
@@ -274,7 +274,7 @@ InstalledDescriptor descriptorWith(const std::string& fileName, const std::strin
   descriptor.fileName = fileName;
   descriptor.readable = true;
   descriptor.content.set("ServiceName", service);
-  host::PropertyArray files;
+  PropertyArray files;
   for (const std::string& file : data) files.emplace_back(file);
   descriptor.content.set("DataFiles", files);
   return descriptor;

@@ -5,9 +5,9 @@
 
 #include <csignal>
 
-#include "helmsman/pid_file_state.h"
-#include "helmsman/schedule.h"
-#include "host/property_list.h"
+#include "base/property_list.h"
+#include "helmsman/program/pid_file_state.h"
+#include "helmsman/settings/schedule.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {
@@ -25,14 +25,14 @@ constexpr char kEngine[] = "/Library/Preferences/com.vantor.Snapwheel.plist";
 constexpr char kPidFile[] = "/private/var/run/HalyardRunning.pid";
 constexpr char kTimer[] = "/etc/systemd/system/halyard-backup.timer.d/schedule.conf";
 
-host::PropertyDictionary dictionaryOf(const std::string& text) {
-  return host::parseDictionary(text).value_or(host::PropertyDictionary{});
+PropertyDictionary dictionaryOf(const std::string& text) {
+  return parseDictionary(text).value_or(PropertyDictionary{});
 }
 
 int flagOf(const std::string& preferences, const std::string& service) {
   const auto whole = dictionaryOf(preferences);
-  const host::PropertyDictionary* services = whole.dictionary("services");
-  const host::PropertyValue* flag = services == nullptr ? nullptr : services->find(service);
+  const PropertyDictionary* services = whole.dictionary("services");
+  const PropertyValue* flag = services == nullptr ? nullptr : services->find(service);
   return flag == nullptr ? -1 : flag->integerValue();
 }
 
@@ -145,13 +145,13 @@ TEST(Schedule, ReadsBackWhatItStored) {
   schedule.day = "Friday";
   schedule.minutes = 61;
   schedule.daysToRetain = 7;
-  host::PropertyDictionary preferences;
+  PropertyDictionary preferences;
   storeSchedule(schedule, preferences);
   EXPECT_EQ(scheduleFrom(preferences), schedule);
 }
 
 TEST(Schedule, TakesTheDefaultForWhatMakesNoSense) {
-  host::PropertyDictionary preferences;
+  PropertyDictionary preferences;
   preferences.set("Period", "Hourly");
   preferences.set("Day", "Someday");
   preferences.set("Time", 5000);

@@ -7,8 +7,8 @@
 #include "common/sizes.h"
 #include "common/table.h"
 #include "common/times.h"
-#include "helmsman/descriptor_lint.h"
-#include "helmsman/metrics.h"
+#include "helmsman/lint/descriptor_lint.h"
+#include "helmsman/report/metrics.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "helmsman/restore_plan.h"
-#include "helmsman/verify.h"
+#include "helmsman/restore/restore_plan.h"
+#include "helmsman/restore/verify.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "helmsman/settings.h"
+#include "helmsman/settings/settings.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {
@@ -21,8 +21,8 @@ TEST_F(HelmsmanSettings, WritesBothFilesThatAreMissing) {
   root.remove(kServices);
   root.remove(kEngine);
   EXPECT_EQ(helmsman({"settings", "backup"}).status, 0);
-  EXPECT_EQ(root.readFile(kServices), host::writePropertyList(defaultServicePreferences({})));
-  EXPECT_EQ(root.readFile(kEngine), host::writePropertyList(defaultEnginePreferences()));
+  EXPECT_EQ(root.readFile(kServices), writePropertyList(defaultServicePreferences({})));
+  EXPECT_EQ(root.readFile(kEngine), writePropertyList(defaultEnginePreferences()));
   EXPECT_EQ(root.modeOf(kServices), 0644U);
 }
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "helmsman/tree_size.h"
+#include "helmsman/run/tree_size.h"
 #include "support/scratch.h"
 
 namespace halyard::hostkit {

@@ -5,7 +5,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "host/descriptor.h"
+#include "host/files/descriptor.h"
 #include "host_kit_root.h"
 
 namespace halyard::snapwheel {

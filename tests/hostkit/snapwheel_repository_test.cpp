@@ -2,7 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/files.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
@@ -222,7 +223,7 @@ TEST(Manifest, AValueOfTheWrongTypeIsAbsent) {
 }
 
 TEST(ComputerName, IsFoundInThreeSteps) {
-  const auto preferences = host::parseDictionary(
+  const auto preferences = parseDictionary(
       "<plist><dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"
       "<string>files1</string></dict></dict></dict></plist>");
   EXPECT_EQ(computerNameIn(preferences), "files1");
@@ -234,7 +235,7 @@ TEST(ComputerName, IsUnknownWhenAStepFindsNothing) {
        {"<plist><dict/></plist>", "<plist><dict><key>System</key><dict/></dict></plist>",
         "<plist><dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"
         "<integer>1</integer></dict></dict></dict></plist>"}) {
-    EXPECT_EQ(computerNameIn(host::parseDictionary(text)), "Unknown_Computer") << text;
+    EXPECT_EQ(computerNameIn(parseDictionary(text)), "Unknown_Computer") << text;
   }
 }
 
@@ -242,7 +243,7 @@ TEST(PreferredDays, AreZeroUnlessSet) {
   EXPECT_EQ(preferredDays(std::nullopt), 0U);
   const auto days = [](const std::string& value) {
     return preferredDays(
-        host::parseDictionary("<plist><dict><key>DaysToRetain</key>" + value + "</dict></plist>"));
+        parseDictionary("<plist><dict><key>DaysToRetain</key>" + value + "</dict></plist>"));
   };
   EXPECT_EQ(days("<integer>30</integer>"), 30U);
   EXPECT_EQ(days("<string>14</string>"), 14U);

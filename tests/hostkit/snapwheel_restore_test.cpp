@@ -2,7 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/files.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
 #include "snapwheel/exclusions.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"

@@ -1,7 +1,8 @@
 // Snapshots of real trees on real file systems: what they hold and what they share.
 #include <gmock/gmock.h>
 
-#include "host/files.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
 #include "snapshot_test.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/remove_snapshots.h"

@@ -2,7 +2,8 @@
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 
-#include "host/files.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
 #include "snapshot_test.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/subvolume.h"

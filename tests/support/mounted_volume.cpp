@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "host/task.h"
+#include "host/process/task.h"
 
 namespace halyard::test {
 

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "frontend/run_state.h"
+#include "frontend/run/run_state.h"
 #include "support/forked.h"
 #include "support/root_process.h"
 

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "frontend/run_state.h"
+#include "frontend/run/run_state.h"
 
 namespace halyard::test {
 

@@ -9,7 +9,7 @@
 #include <iterator>
 #include <string_view>
 
-#include "host/system_call.h"
+#include "host/files/system_call.h"
 
 namespace halyard::host {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/descriptor.h"
+#include "host/files/descriptor.h"
 
 namespace halyard::host {
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "host/system_call.h"
+#include "host/files/system_call.h"
 
 namespace halyard::host {
 

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "host/descriptor.h"
-#include "host/identity.h"
+#include "host/files/descriptor.h"
+#include "host/files/identity.h"
 
 namespace halyard::host {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/system_call.h"
+#include "host/files/system_call.h"
 
 namespace halyard::host {
 

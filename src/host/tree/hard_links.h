@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/descriptor.h"
+#include "host/files/descriptor.h"
 
 namespace halyard::host {
 

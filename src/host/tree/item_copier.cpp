@@ -7,9 +7,9 @@
 
 #include <array>
 
-#include "host/remove_tree.h"
-#include "host/system_call.h"
-#include "host/temporary_name.h"
+#include "host/files/system_call.h"
+#include "host/files/temporary_name.h"
+#include "host/tree/remove_tree.h"
 
 namespace halyard::host {
 

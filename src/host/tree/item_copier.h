@@ -11,7 +11,7 @@
 #include "host/tree/inode_set.h"
 #include "host/tree/item_attributes.h"
 #include "host/tree/quiet_opener.h"
-#include "host/tree_copy.h"
+#include "host/tree/tree_copy.h"
 
 namespace halyard::host {
 

@@ -1,7 +1,7 @@
 // Opening what is only looked at.
 #pragma once
 
-#include "host/system_call.h"
+#include "host/files/system_call.h"
 
 namespace halyard::host {
 

@@ -1,4 +1,4 @@
-#include "host/remove_tree.h"
+#include "host/tree/remove_tree.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/identity.h"
-#include "host/location.h"
-#include "host/system_call.h"
+#include "host/files/identity.h"
+#include "host/files/location.h"
+#include "host/files/system_call.h"
 #include "host/tree/folder_chain.h"
 #include "host/tree/folder_entries.h"
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/remove_tree.h"
-#include "host/system_call.h"
+#include "host/files/system_call.h"
+#include "host/tree/remove_tree.h"
 
 namespace halyard::host {
 

@@ -8,12 +8,12 @@
 #include <string_view>
 #include <vector>
 
-#include "host/location.h"
+#include "host/files/location.h"
+#include "host/files/umask.h"
 #include "host/tree/folder_chain.h"
 #include "host/tree/folder_entries.h"
 #include "host/tree/item_copier.h"
-#include "host/tree_copy.h"
-#include "host/umask.h"
+#include "host/tree/tree_copy.h"
 
 namespace halyard::host {
 

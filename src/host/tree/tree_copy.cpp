@@ -1,16 +1,16 @@
-#include "host/tree_copy.h"
+#include "host/tree/tree_copy.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
 
-#include "host/identity.h"
-#include "host/remove_tree.h"
-#include "host/rename_item.h"
-#include "host/system_call.h"
-#include "host/temporary_name.h"
+#include "host/files/identity.h"
+#include "host/files/rename_item.h"
+#include "host/files/system_call.h"
+#include "host/files/temporary_name.h"
 #include "host/tree/extended_attributes.h"
+#include "host/tree/remove_tree.h"
 #include "host/tree/tree_copier.h"
 
 namespace halyard::host {

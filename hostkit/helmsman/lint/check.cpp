@@ -1,0 +1,91 @@
+#include "helmsman/lint/check.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "helmsman/lint/descriptor_lint.h"
+#include "helmsman/lint/finding.h"
+#include "helmsman/lint/preference_lint.h"
+#include "helmsman/settings/services.h"
+#include "helmsman/snapshots/repository.h"
+#include "host/files/files.h"
+#include "host/process/task.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr const char* word(Finding::Severity severity) {
+  return severity == Finding::Severity::error ? "error" : "warning";
+}
+
+// Metadata folders that show what a backup of this host holds.
+std::vector<std::string> backupFolders() {
+  std::vector<std::string> folders = {kMetadataFolder};
+  std::string ignored;
+  if (const auto latest = chooseSnapshot("", ignored); latest && !latest->metadataFolder.empty()) {
+    folders.push_back(latest->metadataFolder);
+  }
+  return folders;
+}
+
+void askForSize(const InstalledDescriptor& descriptor, Findings& findings) {
+  const auto program = descriptor.content.text("BackupBinaryPath");
+  // What cannot be run has its own finding.
+  if (!program || !host::isExecutableFile(*program)) return;
+  const host::TaskResult result = host::RunTask(*program, {"-cmd", "size", "-opt", "all"});
+  lintSizeAnswer(descriptor, result.output, findings);
+}
+
+void print(const Findings& findings, bool asJson) {
+  if (asJson) {
+    nlohmann::json document = nlohmann::json::array();
+    for (const Finding& finding : findings) {
+      document.push_back({{"severity", word(finding.severity)},
+                          {"file", finding.file},
+                          {"key", finding.key},
+                          {"problem", finding.problem},
+                          {"advice", finding.advice}});
+    }
+    printJson(document);
+    return;
+  }
+  for (const Finding& finding : findings) {
+    printLine(std::string(word(finding.severity)) + ": " + finding.file + ": " +
+              (finding.key.empty() ? "" : finding.key + ": ") + finding.problem);
+    printLine("    " + finding.advice);
+  }
+}
+
+}  // namespace
+
+int check(const CheckArguments& arguments) {
+  Findings findings;
+  const auto descriptors = installedDescriptors();
+  const std::vector<std::string> folders = backupFolders();
+  for (const InstalledDescriptor& descriptor : descriptors) {
+    lintDescriptor(descriptor, folders, findings);
+    if (!arguments.noSize) askForSize(descriptor, findings);
+  }
+  lintTogether(descriptors, findings);
+  lintServicePreferences(descriptors, findings);
+  lintEnginePreferences(findings);
+  print(findings, arguments.json);
+
+  const auto errors = std::count_if(findings.begin(), findings.end(), [](const Finding& finding) {
+    return finding.severity == Finding::Severity::error;
+  });
+  const auto warnings = static_cast<std::ptrdiff_t>(findings.size()) - errors;
+  if (!arguments.json) {
+    printNote(std::to_string(descriptors.size()) + " descriptors, " + std::to_string(errors) +
+              " errors, " + std::to_string(warnings) + " warnings");
+  }
+  return errors == 0 && finishOutput() ? kSuccess : kFailure;
+}
+
+}  // namespace halyard::hostkit

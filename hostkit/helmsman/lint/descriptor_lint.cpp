@@ -1,0 +1,278 @@
+#include "helmsman/lint/descriptor_lint.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <limits>
+
+#include "base/text.h"
+#include "common/paths.h"
+#include "helmsman/lint/command_line_lint.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+using Kind = PropertyValue::Kind;
+
+struct KnownKey {
+  const char* name;
+  Kind kind;
+};
+
+constexpr std::array<KnownKey, 14> kKeys = {{{"ServiceName", Kind::string},
+                                             {"BackupBinaryPath", Kind::string},
+                                             {"BackupLog", Kind::string},
+                                             {"BackupActions", Kind::dictionary},
+                                             {"PreBackupServiceCommands", Kind::array},
+                                             {"PostBackupServiceCommands", Kind::array},
+                                             {"ConfigurationFiles", Kind::array},
+                                             {"DataFiles", Kind::array},
+                                             {"RestoreBinaryPath", Kind::string},
+                                             {"RestoreLog", Kind::string},
+                                             {"RestoreActions", Kind::dictionary},
+                                             {"VerifyBinaryPath", Kind::string},
+                                             {"VerifyLog", Kind::string},
+                                             {"Version", Kind::string}}};
+
+const char* kindName(Kind kind) {
+  switch (kind) {
+    case Kind::dictionary:
+      return "a dictionary";
+    case Kind::array:
+      return "an array";
+    case Kind::string:
+      return "a string";
+    case Kind::integer:
+      return "an integer";
+    case Kind::real:
+      return "a real";
+    case Kind::boolean:
+      return "a boolean";
+    case Kind::date:
+      return "a date";
+    case Kind::data:
+      return "data";
+  }
+  return "of no kind";
+}
+
+std::string parentOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+void lintKeys(const PropertyDictionary& content, FindingList& list) {
+  for (const auto& entryOfList : content) {
+    const std::string& key = entryOfList.first;
+    const PropertyValue& value = entryOfList.second;
+    const auto known = std::find_if(kKeys.begin(), kKeys.end(),
+                                    [&key](const KnownKey& one) { return key == one.name; });
+    if (known == kKeys.end()) {
+      list.warning(key, "is no key that is read", "check the spelling, or remove it");
+    } else if (value.kind() != known->kind) {
+      list.error(key, std::string("is ") + kindName(value.kind()) + " and reads as absent",
+                 std::string("make it ") + kindName(known->kind));
+    } else if (const PropertyArray* array = value.asArray()) {
+      const bool texts = std::all_of(array->begin(), array->end(),
+                                     [](const auto& entry) { return entry.asString() != nullptr; });
+      if (!texts) {
+        list.error(key, "has entries that are no strings; they are left out", "make them strings");
+      }
+    }
+  }
+}
+
+void lintName(const InstalledDescriptor& descriptor, FindingList& list) {
+  const std::string name = descriptor.serviceName();
+  const std::string& file = descriptor.fileName;
+  const auto isDigit = [&file](std::size_t at) { return file[at] >= '0' && file[at] <= '9'; };
+  if (file.size() < 4 || !isDigit(0) || !isDigit(1) || file[2] != '-' ||
+      !file.ends_with(".plist")) {
+    list.warning("", "the file name is not of the form NN-service.plist",
+                 "the two digits set the order of the services; rename it");
+  }
+  if (name.empty()) {
+    list.error("ServiceName", "is missing: its backup goes to no folder of its own", "add it");
+    return;
+  }
+  if (name.find('/') != std::string::npos || name.starts_with('.')) {
+    list.error("ServiceName", "'" + name + "' is no name for a folder", "use letters and digits");
+  }
+  if (file.find(name) == std::string::npos) {
+    list.error("ServiceName",
+               "'" + name +
+                   "' is not part of the file name, by which restoreService, browse and "
+                   "verify find a descriptor",
+               "rename the file");
+  }
+}
+
+void lintExecutable(const PropertyDictionary& content, const char* key, FindingList& list) {
+  const auto path = content.text(key);
+  if (!path) return;
+  if (!path->starts_with('/')) {
+    list.error(key, "'" + *path + "' is not absolute, so it is never run",
+               "write the path from / on");
+  } else if (!host::exists(*path)) {
+    list.error(key, *path + " is missing", "install it");
+  } else if (!host::isExecutableFile(*path)) {
+    list.error(key, *path + " is no executable file", "chmod +x, if it is the program");
+  }
+}
+
+void lintPrograms(const PropertyDictionary& content, FindingList& list) {
+  struct Program {
+    const char* key;
+    const char* log;
+    const char* missing;  // What it means that there is none.
+  };
+  static constexpr std::array<Program, 3> kPrograms = {
+      {{"BackupBinaryPath", "BackupLog", "the service has no program that backs it up"},
+       {"RestoreBinaryPath", "RestoreLog", "the service has no program that restores it"},
+       {"VerifyBinaryPath", "VerifyLog", "the service cannot be verified"}}};
+  for (const Program& program : kPrograms) {
+    if (content.find(program.key) == nullptr) {
+      list.warning(program.key, std::string("is missing: ") + program.missing, "name one");
+      continue;
+    }
+    lintExecutable(content, program.key, list);
+    const auto log = content.text(program.log);
+    if (!log) {
+      list.warning(program.log,
+                   "is missing: the arguments of the program end at \"-log\", without what follows",
+                   "name a log file");
+    } else if (!host::isDirectory(parentOf(*log))) {
+      list.warning(program.log, "the folder " + parentOf(*log) + " is not there", "make it");
+    }
+  }
+  const auto configuration = content.texts("ConfigurationFiles");
+  if (configuration && !configuration->empty() && !content.text("RestoreBinaryPath")) {
+    list.error("ConfigurationFiles",
+               "a restore only moves them aside; the restore program has to put them back, and "
+               "there is none",
+               "name a RestoreBinaryPath");
+  }
+}
+
+void lintFiles(const InstalledDescriptor& descriptor, const std::vector<std::string>& backupFolders,
+               FindingList& list) {
+  std::vector<std::string> before;
+  for (const char* key : {"DataFiles", "ConfigurationFiles"}) {
+    for (const std::string& file :
+         descriptor.content.texts(key).value_or(std::vector<std::string>{})) {
+      if (!file.starts_with('/')) {
+        list.error(key, "'" + file + "' is not absolute and cannot be copied",
+                   "write the path from / on");
+        continue;
+      }
+      if (std::find(before.begin(), before.end(), file) != before.end()) {
+        list.warning(key, file + " is listed twice; the second copy fails", "list it once");
+      }
+      const bool heldByOne =
+          std::any_of(backupFolders.begin(), backupFolders.end(), [&](const std::string& folder) {
+            return host::exists(appendPath(joinPath(folder, descriptor.serviceName()), file));
+          });
+      before.push_back(file);
+      if (heldByOne || folderIsMade(file, before)) continue;
+      // Programs that are shipped for every host make folders for what theirs has.
+      if (descriptor.content.text("BackupBinaryPath") && !host::exists(file)) continue;
+      const std::string folder = parentOf(file);
+      std::string problem = file;
+      problem.append(": its folder ").append(folder).append(" is not made in the backup");
+      if (descriptor.content.text("BackupBinaryPath")) {
+        list.warning(key, problem,
+                     "the backup program has to make it below the folder that follows \"-path\"; a "
+                     "backup shows whether it does");
+      } else {
+        std::string advice = "list the folder ";
+        advice.append(folder).append(" itself, or name a backup program that makes it");
+        list.error(key, problem, advice);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+bool folderIsMade(const std::string& file, const std::vector<std::string>& before) {
+  const std::string folder = parentOf(file);
+  if (folder == "/") return true;
+  for (const std::string& other : before) {
+    // A copied folder brings what is in it; a file makes the folders above its own folder.
+    if (other != file && (folder == other || folder.starts_with(other + "/"))) return true;
+    const std::string above = parentOf(parentOf(other));
+    if (folder == above || above.starts_with(folder + "/")) return true;
+  }
+  return false;
+}
+
+void lintDescriptor(const InstalledDescriptor& descriptor,
+                    const std::vector<std::string>& backupFolders, Findings& findings) {
+  FindingList list(descriptor.path, findings);
+  if (!descriptor.readable) {
+    list.error("",
+               host::isDirectory(descriptor.path)
+                   ? "is a folder, and is taken for a descriptor without a name"
+                   : "is no property list with a dictionary, and is taken for a descriptor without "
+                     "a name",
+               "mend it, or move it out of the configuration folder");
+    return;
+  }
+  lintName(descriptor, list);
+  lintKeys(descriptor.content, list);
+  lintPrograms(descriptor.content, list);
+  for (const char* key : {"PreBackupServiceCommands", "PostBackupServiceCommands"}) {
+    for (const std::string& command :
+         descriptor.content.texts(key).value_or(std::vector<std::string>{})) {
+      lintCommandLine(key, command, list);
+    }
+  }
+  lintFiles(descriptor, backupFolders, list);
+}
+
+void lintTogether(const std::vector<InstalledDescriptor>& descriptors, Findings& findings) {
+  for (const InstalledDescriptor& descriptor : descriptors) {
+    const std::string name = descriptor.serviceName();
+    if (name.empty()) continue;
+    FindingList list(descriptor.path, findings);
+    for (const InstalledDescriptor& other : descriptors) {
+      if (other.fileName == descriptor.fileName) continue;
+      if (other.serviceName() == name && descriptor.fileName < other.fileName) {
+        list.error("ServiceName", "'" + name + "' is the name in " + other.fileName + " too",
+                   "give each service a name of its own, or remove the copy");
+      } else if (other.serviceName() != name && other.fileName.find(name) != std::string::npos) {
+        list.error("ServiceName",
+                   "'" + name + "' is part of the file name " + other.fileName +
+                       ": a restore of this service restores that one too",
+                   "rename " + other.fileName);
+      }
+    }
+  }
+}
+
+void lintSizeAnswer(const InstalledDescriptor& descriptor, std::string_view answer,
+                    Findings& findings) {
+  static constexpr std::string_view kPrefix = "total := ";
+  FindingList list(descriptor.path, findings);
+  bool answered = false;
+  for (const std::string_view line : splitAt(answer, '\n')) {
+    if (!line.starts_with(kPrefix)) continue;
+    answered = true;
+    const std::string number(line.substr(kPrefix.size()));
+    const long long bytes = std::strtoll(number.c_str(), nullptr, 10);
+    if (bytes > std::numeric_limits<std::int32_t>::max()) {
+      list.error("BackupBinaryPath", "its size answer " + number + " is read as 2147483647",
+                 "have it print several lines, each up to 2147483647");
+    }
+  }
+  const std::vector<std::string> files = descriptor.files();
+  // A service that has nothing on this host may have nothing to say.
+  if (!answered && std::any_of(files.begin(), files.end(), &host::exists)) {
+    list.warning("BackupBinaryPath", "its size answer has no line that begins with \"total := \"",
+                 "have it print one for \"-cmd size -opt all\"");
+  }
+}
+
+}  // namespace halyard::hostkit

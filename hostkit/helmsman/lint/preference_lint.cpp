@@ -1,0 +1,149 @@
+#include "helmsman/lint/preference_lint.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+
+#include "base/text.h"
+#include "common/paths.h"
+#include "common/property_file.h"
+#include "helmsman/settings/schedule.h"
+#include "host/volumes/alias.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+using Kind = PropertyValue::Kind;
+
+std::optional<PropertyDictionary> readOrFind(const char* path, FindingList& list) {
+  std::string problem;
+  auto dictionary = readPropertyFile(path, problem);
+  if (!dictionary) {
+    if (problem.empty()) {
+      list.error("", "is missing", "run helmsman settings backup");
+    } else {
+      list.error("", "is no property list with a dictionary",
+                 "mend it, or remove it and run "
+                 "helmsman settings backup");
+    }
+  }
+  return dictionary;
+}
+
+void lintFlag(const std::string& service, const PropertyValue& value,
+              const std::vector<InstalledDescriptor>& descriptors, FindingList& list) {
+  if (value.kind() != Kind::integer && value.kind() != Kind::boolean) {
+    list.warning(service, "is neither integer nor boolean", "set it to 0 or 1");
+  }
+  const int flag = value.integerValue();
+  if (!isKnownService(service)) {
+    list.warning(service, "is none of the seven services; its flag is not looked at",
+                 "its descriptor alone decides; nothing to do when that is meant");
+    return;
+  }
+  if (flag != 0 && flag != 1) {
+    list.warning(service, "is " + std::to_string(flag) + ": backed up, and left out of the size",
+                 "set it to 0 or 1");
+  }
+  const bool installed = std::any_of(
+      descriptors.begin(), descriptors.end(),
+      [&](const InstalledDescriptor& descriptor) { return descriptor.serviceName() == service; });
+  if (flag != 0 && !installed) {
+    list.warning(service, "is on, and no descriptor of it is installed",
+                 "install it, or run helmsman disable " + service);
+  }
+}
+
+void lintDestination(const PropertyDictionary& preferences, FindingList& list) {
+  const PropertyValue* alias = preferences.find("BackupAlias");
+  const bool automatic = preferences.find("AutoBackup") != nullptr &&
+                         preferences.find("AutoBackup")->integerValue() != 0;
+  if (alias == nullptr) {
+    if (automatic) {
+      list.error("BackupAlias", "is missing while backups are on", "run helmsman destination");
+    } else {
+      list.warning("BackupAlias", "is missing: nothing is backed up yet",
+                   "run helmsman destination");
+    }
+    return;
+  }
+  const std::string* record = alias->asData() != nullptr ? alias->asData() : alias->asString();
+  if (record == nullptr) {
+    list.error("BackupAlias", "is neither data nor a string", "run helmsman destination");
+  } else if (!host::resolveAlias(*record)) {
+    list.error("BackupAlias", "'" + *record + "' leads to no volume",
+               "connect the volume, or run helmsman destination");
+  }
+}
+
+// The schedule reads what makes no sense as its default; that is told here.
+void lintSchedule(const PropertyDictionary& preferences, FindingList& list) {
+  static constexpr std::array<const char*, 5> kKeys = {"Day", "Period", "DaysToRetain", "Time",
+                                                       "Week"};
+  PropertyDictionary understood;
+  storeSchedule(scheduleFrom(preferences), understood);
+  for (const char* key : kKeys) {
+    const PropertyValue* value = preferences.find(key);
+    if (value == nullptr) {
+      list.warning(key, "is missing; " + understood.find(key)->description() + " is taken",
+                   "run helmsman schedule");
+      continue;
+    }
+    const auto same = [&] {
+      const auto text = understood.text(key);
+      return text ? equalsIgnoringCase(preferences.text(key).value_or(""), *text)
+                  : value->integerValue() == understood.find(key)->integerValue();
+    };
+    if (!same()) {
+      list.warning(key,
+                   value->description() + " makes no sense; " +
+                       understood.find(key)->description() + " is taken",
+                   "run helmsman schedule");
+    }
+  }
+}
+
+}  // namespace
+
+void lintServicePreferences(const std::vector<InstalledDescriptor>& descriptors,
+                            Findings& findings) {
+  FindingList list(kPreferenceFile, findings);
+  const auto preferences = readOrFind(kPreferenceFile, list);
+  if (!preferences) return;
+  for (const auto& [key, value] : *preferences) {
+    if (key != "services") list.warning(key, "is no key that is read", "check the spelling");
+  }
+  const PropertyDictionary* services = preferences->dictionary("services");
+  if (services == nullptr) {
+    list.error("services", "is missing or no dictionary: no service is known",
+               "remove the file and run helmsman settings backup");
+    return;
+  }
+  for (const auto& [service, value] : *services) lintFlag(service, value, descriptors, list);
+  for (const InstalledDescriptor& descriptor : descriptors) {
+    const std::string name = descriptor.serviceName();
+    if (name.empty() || services->find(name) != nullptr) continue;
+    list.warning(name, "has a descriptor and is no key: it cannot be restored, browsed or verified",
+                 isKnownService(name) ? "run helmsman enable " + name
+                                      : "add it to \"services\" with the value 1");
+  }
+}
+
+void lintEnginePreferences(Findings& findings) {
+  static constexpr std::array<const char*, 7> kKnown = {
+      "AutoBackup", "BackupAlias", "Day", "Period", "DaysToRetain", "Time", "Week"};
+  FindingList list(kEnginePreferenceFile, findings);
+  const auto preferences = readOrFind(kEnginePreferenceFile, list);
+  if (!preferences) return;
+  for (const auto& [key, value] : *preferences) {
+    if (std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end()) {
+      list.warning(key, "is no key that is read", "check the spelling");
+    }
+  }
+  lintDestination(*preferences, list);
+  lintSchedule(*preferences, list);
+}
+
+}  // namespace halyard::hostkit

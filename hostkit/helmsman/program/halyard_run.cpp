@@ -1,0 +1,59 @@
+#include "helmsman/program/halyard_run.h"
+
+#include <array>
+#include <cstdlib>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "helmsman/program/pid_file_state.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+void LineReader::take(std::string_view piece) {
+  rest_ += piece;
+  std::size_t start = 0;
+  for (std::size_t end = 0; (end = rest_.find('\n', start)) != std::string::npos; start = end + 1) {
+    line_(std::string_view(rest_).substr(start, end - start));
+  }
+  rest_.erase(0, start);
+}
+
+void LineReader::finish() {
+  if (!rest_.empty()) line_(rest_);
+  rest_.clear();
+}
+
+host::TaskResult runHalyard(const std::vector<std::string>& words, const host::TaskOptions& options,
+                            Diagnostics diagnostics) {
+  static constexpr std::array<const char*, 4> kFlags = {"DEBUG", "VERBOSE", "FUNCLOG", "PROGRESS"};
+  for (const char* flag : kFlags) ::unsetenv(flag);
+  if (diagnostics == Diagnostics::on) ::setenv("DEBUG", "1", 1);
+  host::TaskResult result = host::RunTask(std::string(kHalyardProgram), words, options);
+  ::unsetenv("DEBUG");
+  return result;
+}
+
+bool halyardIsReady(int& status) {
+  status = kFailure;
+  if (!host::isExecutableFile(kHalyardProgram)) {
+    printError(std::string(kHalyardProgram) + " is not installed");
+    return false;
+  }
+  if (!host::exists(kSetupMarker)) {
+    printError("this host is not set up yet (see: helmsman setup)");
+    return false;
+  }
+  const PidFileState state = pidFileState();
+  if (state.isLeftover() && removeLeftoverPidFile()) {
+    printNote(describe(state) + "; removed it");
+    return true;
+  }
+  if (state.owner == PidFileState::Owner::none) return true;
+  printError(describe(state));
+  if (state.owner == PidFileState::Owner::halyard) status = kBusy;
+  return false;
+}
+
+}  // namespace halyard::hostkit

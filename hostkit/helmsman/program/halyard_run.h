@@ -1,0 +1,44 @@
+// Runs Halyard itself and reads its answers.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/process/task.h"
+
+namespace halyard::hostkit {
+
+/// Hands out whole lines of text that arrives in pieces.
+class LineReader {
+ public:
+  explicit LineReader(std::function<void(std::string_view)> line) : line_(std::move(line)) {}
+  void take(std::string_view piece);
+  /// Hands out what is left after the last line feed.
+  void finish();
+  /// Forgets what is left after the last line feed.
+  void drop() { rest_.clear(); }
+
+ private:
+  std::function<void(std::string_view)> line_;
+  std::string rest_;
+};
+
+inline constexpr int kHalyardIsBusy = 37;  ///< Its exit status while the pid file exists.
+
+/// Whether the run flags are set that make Halyard tell more than an administrator reads.
+enum class Diagnostics { off, on };
+
+/// Runs Halyard with these words after its name, without the run flags that the environment may
+/// hold. Diagnostics::on sets its debug flag; plug-ins inherit it.
+host::TaskResult runHalyard(const std::vector<std::string>& words,
+                            const host::TaskOptions& options = {},
+                            Diagnostics diagnostics = Diagnostics::off);
+
+/// Whether Halyard can be run for a command now: setup is done, the program is there, no other
+/// run is active. A leftover pid file is removed, with a note. Otherwise the reason is printed and
+/// the exit status for it is in `status`.
+bool halyardIsReady(int& status);
+
+}  // namespace halyard::hostkit

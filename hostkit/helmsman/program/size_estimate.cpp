@@ -1,0 +1,26 @@
+#include "helmsman/program/size_estimate.h"
+
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "base/text.h"
+#include "helmsman/program/halyard_run.h"
+
+namespace halyard::hostkit {
+
+std::optional<std::uint64_t> sizeEstimate() {
+  static constexpr std::string_view kPrefix = "total := ";
+  const host::TaskResult result = runHalyard({"-cmd", "size"});
+  std::optional<std::uint64_t> bytes;
+  for (const std::string_view line : splitAt(result.output, '\n')) {
+    if (result.status != 0 || !line.starts_with(kPrefix)) continue;
+    // The total of several services may be more than 32 bits of KiB hold.
+    const long long kibibytes =
+        std::strtoll(std::string(line.substr(kPrefix.size())).c_str(), nullptr, 10);
+    bytes = kibibytes < 0 ? 0 : static_cast<std::uint64_t>(kibibytes) * 1024;
+  }
+  return bytes;
+}
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,139 @@
+#include "helmsman/report/metrics.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/times.h"
+#include "host/files/files.h"
+#include "host/log/system_log.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr int kDaemonError = 27;       // LOG_DAEMON | LOG_ERR
+constexpr std::int64_t kSameRun = 60;  // Seconds between a run's own record and the unit's hook.
+
+std::string escapedLabel(const std::string& text) {
+  std::string result;
+  for (const char character : text) {
+    if (character == '\\' || character == '"') result += '\\';
+    if (character == '\n') {
+      result += "\\n";
+    } else {
+      result += character;
+    }
+  }
+  return result;
+}
+
+class Metrics {
+ public:
+  void describe(const char* name, const char* help) {
+    text_ += std::string("# HELP ") + name + " " + help + "\n# TYPE " + name + " gauge\n";
+  }
+  void value(const char* name, std::int64_t number) {
+    text_ += std::string(name) + " " + std::to_string(number) + "\n";
+  }
+  void value(const char* name, const std::string& service, std::int64_t number) {
+    text_ += std::string(name) + "{service=\"" + escapedLabel(service) + "\"} " +
+             std::to_string(number) + "\n";
+  }
+  std::string take() { return std::move(text_); }
+
+ private:
+  std::string text_;
+};
+
+void addServices(const RunRecord& record, Metrics& metrics) {
+  metrics.describe("halyard_service_result", "1 when the last backup of the service was good.");
+  for (const ServiceResult& service : record.services) {
+    metrics.value("halyard_service_result", service.name, service.done ? 1 : 0);
+  }
+  metrics.describe("halyard_service_bytes", "Size of the service in the last backup.");
+  for (const ServiceResult& service : record.services) {
+    metrics.value("halyard_service_bytes", service.name, static_cast<std::int64_t>(service.bytes));
+  }
+  metrics.describe("halyard_service_last_good_timestamp_seconds",
+                   "When the service was last backed up without a problem.");
+  for (const auto& [name, good] : record.lastGood) {
+    if (!name.empty()) {
+      metrics.value("halyard_service_last_good_timestamp_seconds", name, good.time);
+    }
+  }
+}
+
+bool writeTo(const std::string& folder) {
+  const std::string path = joinPath(folder, kMetricsFileName);
+  // Read by an account of its own, and never half written: the file is renamed into place.
+  return host::writeFile(path, metricsText(readLastRecord())) && ::chmod(path.c_str(), 0644) == 0;
+}
+
+// A run that ended by itself has kept its own record, and not a good one; one that was killed has
+// kept none.
+bool recordFailedUnit(const std::string& unit) {
+  host::systemLog(kDaemonError, "helmsman: the unit " + unit + " failed (see: helmsman status)");
+  const auto before = readLastRecord();
+  if (before && before->result != RunRecord::Result::good &&
+      secondsNow() - before->finished < kSameRun) {
+    return true;
+  }
+  RunRecord record;
+  record.started = secondsNow();
+  record.finished = record.started;
+  record.problems.push_back("the unit " + unit + " failed before the backup ended");
+  inheritGood(record, before);
+  if (keepRecord(record)) return true;
+  printError(std::string("the result could not be kept in ") + kStateFolder);
+  return false;
+}
+
+}  // namespace
+
+std::string metricsText(const std::optional<RunRecord>& record) {
+  Metrics metrics;
+  metrics.describe("halyard_backup_known", "1 when this host has a record of a backup.");
+  metrics.value("halyard_backup_known", record ? 1 : 0);
+  if (!record) return metrics.take();
+  metrics.describe("halyard_backup_result", "1 when the last backup was good.");
+  metrics.value("halyard_backup_result", record->result == RunRecord::Result::good ? 1 : 0);
+  metrics.describe("halyard_backup_timestamp_seconds", "When the last backup ended.");
+  metrics.value("halyard_backup_timestamp_seconds", record->finished);
+  metrics.describe("halyard_backup_duration_seconds", "How long the last backup took.");
+  metrics.value("halyard_backup_duration_seconds", record->finished - record->started);
+  if (const auto good = record->lastGood.find(""); good != record->lastGood.end()) {
+    metrics.describe("halyard_backup_last_good_timestamp_seconds",
+                     "When the host was last backed up without a problem.");
+    metrics.value("halyard_backup_last_good_timestamp_seconds", good->second.time);
+  }
+  addServices(*record, metrics);
+  return metrics.take();
+}
+
+int metrics(const MetricsArguments& arguments) {
+  if (!arguments.unitFailed.empty()) {
+    const bool recorded = recordFailedUnit(arguments.unitFailed);
+    return writeMetricsWhereWanted() && recorded ? kSuccess : kFailure;
+  }
+  if (!arguments.write) {
+    (void)std::fputs(metricsText(readLastRecord()).c_str(), stdout);
+    return finishOutput() ? kSuccess : kFailure;
+  }
+  const std::string folder = arguments.folder.empty() ? kMetricsFolder : arguments.folder;
+  if (writeTo(folder)) return kSuccess;
+  printError(joinPath(folder, kMetricsFileName) + " could not be written");
+  return kFailure;
+}
+
+bool writeMetricsWhereWanted() {
+  if (!host::isDirectory(kMetricsFolder) || writeTo(kMetricsFolder)) return true;
+  printWarning(joinPath(kMetricsFolder, kMetricsFileName) + " could not be written");
+  return false;
+}
+
+}  // namespace halyard::hostkit

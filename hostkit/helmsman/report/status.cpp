@@ -1,0 +1,241 @@
+#include "helmsman/report/status.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/sizes.h"
+#include "common/table.h"
+#include "common/times.h"
+#include "common/volumes.h"
+#include "helmsman/program/pid_file_state.h"
+#include "helmsman/program/size_estimate.h"
+#include "helmsman/run/run_record.h"
+#include "helmsman/settings/schedule.h"
+#include "helmsman/settings/services.h"
+#include "helmsman/snapshots/repository.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+struct ServiceLine {
+  std::string name;
+  bool on = false;
+  bool installed = false;
+  const ServiceResult* last = nullptr;
+  std::optional<GoodBackup> good;
+};
+
+// Everything that is shown, gathered once.
+struct HostStatus {
+  bool setUp = false;
+  bool automatic = false;
+  Schedule schedule;
+  std::optional<std::string> destination;
+  std::string destinationProblem;
+  std::optional<Volume> volume;
+  std::optional<Snapshot> latest;
+  std::size_t snapshots = 0;
+  PidFileState run;
+  std::optional<RunRecord> record;
+  std::optional<std::uint64_t> estimate;
+  std::vector<ServiceLine> services;
+
+  bool isWell() const {
+    return setUp && destination && record && record->result == RunRecord::Result::good &&
+           !run.isLeftover() && run.owner != PidFileState::Owner::unknown;
+  }
+};
+
+std::vector<ServiceLine> serviceLines(const std::optional<RunRecord>& record) {
+  const PropertyDictionary preferences = servicePreferences();
+  std::set<std::string> installed;
+  for (const InstalledDescriptor& descriptor : installedDescriptors()) {
+    if (!descriptor.serviceName().empty()) installed.insert(descriptor.serviceName());
+  }
+  std::set<std::string> names = installed;
+  for (const auto& [key, value] : preferences) names.insert(key);
+
+  std::vector<ServiceLine> lines;
+  for (const std::string& name : names) {
+    ServiceLine line;
+    line.name = name;
+    line.installed = installed.contains(name);
+    line.on = isBackedUp(preferences, name);
+    if (record) {
+      for (const ServiceResult& result : record->services) {
+        if (result.name == name) line.last = &result;
+      }
+      if (const auto good = record->lastGood.find(name); good != record->lastGood.end()) {
+        line.good = good->second;
+      }
+    }
+    lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+void gather(const StatusArguments& arguments, HostStatus& status) {
+  status.setUp = host::exists(kSetupMarker);
+  if (const auto engine = host::readDictionary(kEnginePreferenceFile)) {
+    status.schedule = scheduleFrom(*engine);
+    const PropertyValue* automatic = engine->find("AutoBackup");
+    status.automatic = automatic != nullptr && automatic->integerValue() != 0;
+  }
+  status.destination = backupDestination(status.destinationProblem);
+  if (status.destination) {
+    int error = 0;
+    status.volume = volumeOf(*status.destination, error);
+    const auto snapshots = snapshotsIn(snapshotFolder(*status.destination));
+    status.snapshots = snapshots.size();
+    std::string ignored;
+    status.latest = findSnapshot(snapshots, "", ignored);
+  }
+  status.run = pidFileState();
+  status.record = readLastRecord();
+  if (status.record) status.estimate = status.record->estimateBytes;
+  // Halyard refuses while a run is active, and its size command empties the progress log.
+  if (arguments.size && status.setUp && status.run.owner == PidFileState::Owner::none) {
+    status.estimate = sizeEstimate();
+  }
+  status.services = serviceLines(status.record);
+}
+
+nlohmann::json serviceJson(const ServiceLine& line) {
+  nlohmann::json document = {{"name", line.name},           {"on", line.on},
+                             {"installed", line.installed}, {"lastResult", nullptr},
+                             {"lastGood", nullptr},         {"problems", nlohmann::json::array()}};
+  if (line.last != nullptr) {
+    document["lastResult"] = line.last->done ? "good" : "failed";
+    document["problems"] = line.last->problems;
+  }
+  if (line.good) {
+    document["lastGood"] = timeText(line.good->time);
+    document["bytes"] = line.good->bytes;
+  }
+  return document;
+}
+
+nlohmann::json statusJson(const HostStatus& status) {
+  nlohmann::json document = {{"well", status.isWell()},
+                             {"setUp", status.setUp},
+                             {"automatic", status.automatic},
+                             {"schedule", describe(status.schedule)},
+                             {"destination", nullptr},
+                             {"latestSnapshot", nullptr},
+                             {"snapshots", status.snapshots},
+                             {"lastBackup", nullptr},
+                             {"run",
+                              {{"active", status.run.owner == PidFileState::Owner::halyard},
+                               {"leftover", status.run.isLeftover()},
+                               {"process", status.run.process},
+                               {"command", status.run.command}}},
+                             {"services", nlohmann::json::array()}};
+  if (status.destination) document["destination"] = {{"path", *status.destination}};
+  if (status.volume) {
+    document["destination"]["availableBytes"] = status.volume->availableBytes;
+    document["destination"]["totalBytes"] = status.volume->totalBytes;
+  }
+  if (status.latest) document["latestSnapshot"] = status.latest->name;
+  if (status.record) {
+    document["lastBackup"] = recordJson(*status.record);
+    document["lastBackup"].erase("services");
+    document["lastBackup"].erase("lastGood");
+  }
+  if (status.estimate) document["estimateBytes"] = *status.estimate;
+  for (const ServiceLine& line : status.services) document["services"].push_back(serviceJson(line));
+  return document;
+}
+
+std::string destinationText(const HostStatus& status) {
+  if (!status.destination) return status.destinationProblem;
+  std::string text = *status.destination;
+  if (status.volume) {
+    text += ", " + sizeText(status.volume->availableBytes) + " of " +
+            sizeText(status.volume->totalBytes) + " free";
+  }
+  if (status.estimate) text += ", the services need " + sizeText(*status.estimate);
+  return text;
+}
+
+std::string latestText(const HostStatus& status, std::int64_t now) {
+  if (!status.latest) return "none";
+  const auto time = parseSnapshotName(status.latest->name);
+  return status.latest->name + (time ? ", " + ageText(now - *time) : "") + " (" +
+         std::to_string(status.snapshots) + " kept)";
+}
+
+std::string lastBackupText(const HostStatus& status, std::int64_t now) {
+  if (!status.record) return "none";
+  std::string text = std::string(resultWord(status.record->result)) + ", " +
+                     ageText(now - status.record->finished);
+  const auto good = status.record->lastGood.find("");
+  if (status.record->result != RunRecord::Result::good) {
+    text += good == status.record->lastGood.end()
+                ? ", never a good one"
+                : ", the last good one " + ageText(now - good->second.time);
+  }
+  return text;
+}
+
+void printText(const HostStatus& status) {
+  const std::int64_t now = secondsNow();
+  std::vector<std::vector<std::string>> rows = {
+      {"Host:", status.setUp ? "set up" : "not set up (see: helmsman setup)"},
+      {"Automatic:", (status.automatic ? "" : "off, ") + describe(status.schedule)},
+      {"Destination:", destinationText(status)},
+      {"Latest snapshot:", latestText(status, now)},
+      {"Last backup:", lastBackupText(status, now)},
+      {"Activity:", describe(status.run)}};
+  if (status.run.isLeftover()) rows.back().back() += " (see: helmsman unlock)";
+  (void)std::fputs(tableText(rows).c_str(), stdout);
+  if (status.record) {
+    for (const std::string& problem : status.record->problems) printLine("Problem: " + problem);
+  }
+
+  rows = {{"SERVICE", "BACKUP", "LAST RUN", "LAST GOOD", "SIZE"}};
+  for (const ServiceLine& line : status.services) {
+    rows.push_back({line.name,
+                    !line.installed ? "not installed"
+                    : line.on       ? "on"
+                                    : "off",
+                    line.last == nullptr ? "-"
+                    : line.last->done    ? "good"
+                                         : "failed",
+                    line.good ? ageText(now - line.good->time) : "-",
+                    line.good ? sizeText(line.good->bytes) : "-"});
+  }
+  (void)std::fputs(("\n" + tableText(rows)).c_str(), stdout);
+  for (const ServiceLine& line : status.services) {
+    if (line.last == nullptr) continue;
+    for (const std::string& problem : line.last->problems) {
+      printLine("Problem: " + line.name + ": " + problem);
+    }
+  }
+}
+
+}  // namespace
+
+int status(const StatusArguments& arguments) {
+  HostStatus gathered;
+  gather(arguments, gathered);
+  if (arguments.json) {
+    printJson(statusJson(gathered));
+  } else {
+    printText(gathered);
+  }
+  if (!finishOutput()) return kFailure;
+  return arguments.check && !gathered.isWell() ? kFailure : kSuccess;
+}
+
+}  // namespace halyard::hostkit

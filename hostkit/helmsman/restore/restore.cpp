@@ -1,0 +1,165 @@
+#include "helmsman/restore/restore.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+#include <vector>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/question.h"
+#include "common/sizes.h"
+#include "common/table.h"
+#include "common/times.h"
+#include "helmsman/program/halyard_run.h"
+#include "helmsman/restore/restore_plan.h"
+#include "helmsman/restore/verify.h"
+#include "helmsman/settings/services.h"
+#include "helmsman/snapshots/repository.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+// Everything that a restore works on, or nothing, with the reason.
+struct Restoration {
+  std::string service;
+  Snapshot snapshot;
+  std::vector<PlannedItem> plan;
+  bool canVerify = false;
+};
+
+std::optional<Restoration> prepare(const RestoreArguments& arguments, std::string& problem) {
+  const auto service = completeServiceName(servicePreferences(), arguments.service, problem);
+  if (!service) return std::nullopt;
+  const auto snapshot = chooseSnapshot(arguments.snapshot, problem);
+  if (!snapshot) return std::nullopt;
+  if (snapshot->inProgress) {
+    problem = "the snapshot " + snapshot->name + " is not complete";
+    return std::nullopt;
+  }
+  const auto descriptors = descriptorsOfService(*service);
+  if (descriptors.empty()) {
+    problem = "no descriptor of " + *service + " is installed";
+    return std::nullopt;
+  }
+  for (const InstalledDescriptor& descriptor : descriptors) {
+    const std::string name = descriptor.serviceName();
+    if (std::find(snapshot->services.begin(), snapshot->services.end(), name) ==
+        snapshot->services.end()) {
+      problem = "the snapshot " + snapshot->name + " does not hold " +
+                (name.empty() ? "what " + descriptor.fileName + " describes" : name);
+      return std::nullopt;
+    }
+  }
+  Restoration restoration{*service, *snapshot, planRestore(descriptors, *snapshot), false};
+  restoration.canVerify = descriptors.back().content.text("VerifyBinaryPath").has_value();
+  return restoration;
+}
+
+std::string actionText(const PlannedItem& item) {
+  if (!item.inSnapshot) return "stays: not in the snapshot";
+  std::string text = item.configuration ? "put back by the service" : "put back";
+  if (item.live) text += ", the live one kept as .previous";
+  if (item.live && item.previous) text += " (in place of an older one)";
+  return text;
+}
+
+void showPlan(const Restoration& restoration) {
+  std::vector<std::vector<std::string>> rows = {{"ITEM", "SIZE", "WHAT HAPPENS"}};
+  for (const PlannedItem& item : restoration.plan) {
+    rows.push_back({item.path, item.inSnapshot ? sizeText(item.bytes) : "-", actionText(item)});
+  }
+  if (rows.size() > 1) (void)std::fputs(tableText(rows).c_str(), stdout);
+  printLine("The restore program of " + restoration.service + " then runs on what " +
+            restoration.snapshot.name + " holds.");
+}
+
+// Written before Halyard is called, so that undo knows its way whatever ends this process.
+bool keepRecord(const Restoration& restoration) {
+  RestoreRecord record;
+  record.service = restoration.service;
+  record.snapshot = restoration.snapshot.path;
+  record.time = secondsNow();
+  for (const PlannedItem& item : restoration.plan) {
+    if (item.inSnapshot) record.items.push_back({item.path, item.live});
+  }
+  return keepRestoreRecord(record);
+}
+
+bool tellOutcome(const Restoration& restoration) {
+  const std::vector<std::string> problems = restoreProblems(restoration.plan);
+  for (const std::string& problem : problems) printError(problem);
+  bool anyAside = false;
+  for (const PlannedItem& item : restoration.plan) {
+    if (!item.inSnapshot || !item.live || !host::exists(asidePath(item.path))) continue;
+    printNote("set aside " + asidePath(item.path));
+    anyAside = true;
+  }
+  if (anyAside) {
+    printNote("to take it all back: helmsman undo " + restoration.service);
+  }
+  return problems.empty();
+}
+
+bool verified(const Restoration& restoration, bool wanted) {
+  if (!wanted || !restoration.canVerify) return true;
+  const auto mismatches = verifyService(restoration.service, restoration.snapshot);
+  if (!mismatches) {
+    printWarning("verify gave no answer");
+    return false;
+  }
+  if (*mismatches == 0) return true;
+  printWarning("verify reports " + std::to_string(*mismatches) + " mismatches");
+  return false;
+}
+
+int carryOut(const Restoration& restoration, const RestoreArguments& arguments) {
+  if (!keepRecord(restoration)) {
+    printError("nothing was done: the record for undo could not be written");
+    return kFailure;
+  }
+  std::vector<std::string> words = {
+      "-cmd",     "restoreService",   "-path", restoration.snapshot.path, "-target", "/",
+      "-service", restoration.service};
+  if (!arguments.option.empty()) words.insert(words.end(), {"-opt", arguments.option});
+  const host::TaskResult result = runHalyard(words);
+  const bool restored = tellOutcome(restoration);
+  if (result.status != 0) {
+    printError("Halyard ended with status " + std::to_string(result.status));
+    return kFailure;
+  }
+  if (!restored || !verified(restoration, !arguments.noVerify)) return kFailure;
+  printNote("restored " + restoration.service + " from " + restoration.snapshot.name);
+  return kSuccess;
+}
+
+}  // namespace
+
+int restore(const RestoreArguments& arguments) {
+  int status = kFailure;
+  std::string problem;
+  const auto restoration = prepare(arguments, problem);
+  if (!restoration) {
+    printError(problem);
+    return kFailure;
+  }
+  const std::vector<std::string> noRoom = roomProblems(restoration->plan);
+  for (const std::string& text : noRoom) printError(text);
+  if (arguments.dryRun) {
+    showPlan(*restoration);
+    return noRoom.empty() && finishOutput() ? kSuccess : kFailure;
+  }
+  if (!noRoom.empty() || !halyardIsReady(status)) return status;
+  if (!arguments.yes) {
+    showPlan(*restoration);
+    if (!confirmed("Restore " + restoration->service + " from " + restoration->snapshot.name +
+                   "?")) {
+      return kFailure;
+    }
+  }
+  return carryOut(*restoration, arguments);
+}
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,33 @@
+// "helmsman verify": compares live services with a snapshot.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "helmsman/snapshots/repository.h"
+
+namespace halyard::hostkit {
+
+struct VerifyArguments {
+  std::vector<std::string> services;  ///< None: every installed service that the snapshot holds.
+  std::string snapshot;
+  bool json = false;
+};
+
+/// The number of mismatches in the diagnostic output of Halyard's verify command; absent when the
+/// plug-in reported none at all, be it because it is missing or has failed.
+std::optional<std::int32_t> mismatchesIn(std::string_view diagnosticOutput);
+
+/// Verifies one service; absent when there was no answer.
+std::optional<std::int32_t> verifyService(const std::string& service, const Snapshot& snapshot);
+
+/// Halyard's status is 0 whatever it finds, and it prints the count for diagnostics only: it is run
+/// with them, and the count is taken from there.
+///
+/// Returns: success when every service answered and no mismatch was found.
+int verify(const VerifyArguments& arguments);
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,275 @@
+#include "helmsman/run/backup.h"
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/property_list.h"
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/sizes.h"
+#include "common/times.h"
+#include "common/volumes.h"
+#include "helmsman/program/halyard_run.h"
+#include "helmsman/program/size_estimate.h"
+#include "helmsman/run/metadata_check.h"
+#include "helmsman/run/progress_follower.h"
+#include "helmsman/run/run_display.h"
+#include "helmsman/run/run_judge.h"
+#include "helmsman/run/run_record.h"
+#include "helmsman/run/tree_size.h"
+#include "helmsman/settings/services.h"
+#include "helmsman/settings/settings.h"
+#include "helmsman/snapshots/repository.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
+#include "host/process/task.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr mode_t kProgressLogMode = 0770;
+constexpr std::size_t kProgressLogLimit = std::size_t{64} << 20;
+
+// The descriptors that the run will process, in its order.
+std::vector<InstalledDescriptor> expectedDescriptors() {
+  const PropertyDictionary services = servicePreferences();
+  std::vector<InstalledDescriptor> expected;
+  for (InstalledDescriptor& descriptor : installedDescriptors()) {
+    if (descriptor.readable && isBackedUp(services, descriptor.serviceName())) {
+      expected.push_back(std::move(descriptor));
+    }
+  }
+  return expected;
+}
+
+bool automaticBackupsAreOn() {
+  const auto preferences = host::readDictionary(kEnginePreferenceFile);
+  const PropertyValue* value = preferences ? preferences->find("AutoBackup") : nullptr;
+  return value != nullptr && value->integerValue() != 0;
+}
+
+class BackupCycle {
+ public:
+  explicit BackupCycle(const BackupArguments& arguments)
+      : arguments_(arguments),
+        display_(arguments.json ? RunDisplay::Form::json : RunDisplay::Form::automatic,
+                 arguments.quiet) {
+    record_.started = secondsNow();
+  }
+  int run();
+
+ private:
+  bool isPossible();
+  void estimate();
+  void runHalyardBackup();
+  std::optional<std::string> copyFailure(const std::string& service, const std::string& file) const;
+  bool takeSnapshot();
+  void complete();
+  void prune();
+  int finish();
+  void problem(std::string text) { record_.problems.push_back(std::move(text)); }
+
+  BackupArguments arguments_;
+  RunDisplay display_;
+  RunRecord record_;
+  std::string destination_;
+  std::string previousMetadata_;  // Of the latest snapshot; empty without one.
+  bool metadataIsWhole_ = false;
+};
+
+int BackupCycle::run() {
+  int status = kFailure;
+  if (repairSettings() != kSuccess) return kFailure;
+  if (!halyardIsReady(status)) {
+    if (status == kBusy) return kBusy;
+    problem("the backup could not start");
+    return finish();
+  }
+  if (!isPossible()) return finish();
+  if (!arguments_.noEstimate) estimate();
+  runHalyardBackup();
+  if (metadataIsWhole_ && !arguments_.noSnapshot && takeSnapshot()) {
+    complete();
+    prune();
+  }
+  return finish();
+}
+
+bool BackupCycle::isPossible() {
+  std::string reason;
+  const auto destination = backupDestination(reason);
+  if (!destination) {
+    problem(reason);
+    return false;
+  }
+  destination_ = *destination;
+  if (!automaticBackupsAreOn()) {
+    problem("automatic backups are off (see: helmsman schedule --on)");
+    return false;
+  }
+  std::string ignored;
+  if (const auto latest = findSnapshot(snapshotsIn(snapshotFolder(destination_)), "", ignored)) {
+    previousMetadata_ = latest->metadataFolder;
+  }
+  return true;
+}
+
+void BackupCycle::estimate() {
+  display_.phase("asking the services for their size");
+  record_.estimateBytes = sizeEstimate();
+  if (!record_.estimateBytes) return;
+  // Halyard copies onto the live volume first, then the engine to the destination.
+  int error = 0;
+  for (const std::string& path : {std::string("/"), destination_}) {
+    const auto volume = volumeOf(path, error);
+    if (volume && volume->freeBytes < *record_.estimateBytes) {
+      display_.clearBar();
+      printWarning("the services say that they need " + sizeText(*record_.estimateBytes) +
+                   ", and " + path + " has " + sizeText(volume->freeBytes) + " free");
+    }
+  }
+}
+
+void BackupCycle::runHalyardBackup() {
+  std::vector<InstalledDescriptor> expected = expectedDescriptors();
+  std::vector<std::string> names;
+  names.reserve(expected.size());
+  for (const InstalledDescriptor& descriptor : expected) names.push_back(descriptor.serviceName());
+  if (names.empty()) problem("no service is switched on (see: helmsman enable)");
+  const std::string signatureBefore = signatureIn(kMetadataFolder);
+  RunJudge judge(std::move(expected));
+  LineReader output([&judge](std::string_view line) { judge.outputLine(line); });
+  LineReader errors([&judge](std::string_view line) { judge.errorLine(line); });
+  host::TaskOptions options;
+  options.output = [&output](std::string_view piece) { output.take(piece); };
+  options.error = [&errors](std::string_view piece) { errors.take(piece); };
+
+  // Halyard empties it too, but not before the follower has read what another run left.
+  if (host::exists(kProgressLog)) (void)host::createOrEmptyFile(kProgressLog, kProgressLogMode);
+  display_.started(names);
+  host::TaskResult result;
+  {
+    const ProgressFollower follower(kProgressLog,
+                                    [this](const ProgressStep& step) { display_.step(step); });
+    result = runHalyard({"-cmd", "backup", "-source", "/"}, options);
+  }
+  output.finish();
+  errors.finish();
+  const std::string log = host::readFile(kProgressLog, kProgressLogLimit).value_or("");
+  for (const std::string_view line : splitAt(log, '\n')) judge.progressLine(line);
+
+  if (result.status != 0) {
+    problem("Halyard ended with status " + std::to_string(result.status));
+  } else if (!judge.sawEnd()) {
+    problem("Halyard's run did not come to its end");
+  }
+  record_.services = judge.results([this](const std::string& service, const std::string& file) {
+    return copyFailure(service, file);
+  });
+  for (ServiceResult& service : record_.services) {
+    service.bytes = treeBytes(joinPath(kMetadataFolder, service.name));
+  }
+  std::vector<std::string> problems = metadataProblems(kMetadataFolder, signatureBefore);
+  metadataIsWhole_ = result.status == 0 && judge.sawEnd() &&
+                     !signatureIn(kMetadataFolder).empty() &&
+                     signatureIn(kMetadataFolder) != signatureBefore;
+  for (std::string& text : problems) problem(std::move(text));
+}
+
+std::optional<std::string> BackupCycle::copyFailure(const std::string& service,
+                                                    const std::string& file) const {
+  if (host::exists(file)) return "could not copy " + file;
+  if (!previousMetadata_.empty() &&
+      host::exists(appendPath(joinPath(previousMetadata_, service), file))) {
+    return file + " is gone; the latest snapshot has it";
+  }
+  return std::nullopt;
+}
+
+// The line of the engine that says what went wrong.
+std::string lastLineOf(std::string_view text) {
+  text = trimLineFeeds(text);
+  return std::string(text.substr(text.find_last_of('\n') + 1));
+}
+
+bool BackupCycle::takeSnapshot() {
+  display_.phase("taking the snapshot");
+  const host::TaskResult result =
+      host::RunTask(std::string(kSnapwheelProgram), {"snapshot", "--json"});
+  const nlohmann::json answer = nlohmann::json::parse(result.output, nullptr, false);
+  std::string path;
+  if (answer.is_object() && answer.contains("path") && answer["path"].is_string()) {
+    path = answer["path"].get<std::string>();
+  }
+  if (result.status != 0) {
+    const std::string reason = lastLineOf(result.error);
+    problem((path.empty() ? "no snapshot was taken" : "the snapshot is not complete") +
+            (reason.empty() ? ": the engine ended with status " + std::to_string(result.status)
+                            : ": " + reason));
+  }
+  if (path.empty()) {
+    if (result.status == 0) problem("the engine did not name its snapshot");
+    return false;
+  }
+  const Snapshot snapshot = readSnapshot(path);
+  if (snapshot.metadataFolder.empty() ||
+      signatureIn(snapshot.metadataFolder) != signatureIn(kMetadataFolder)) {
+    problem("the snapshot " + path + " does not carry this backup");
+    return false;
+  }
+  record_.snapshot = path;
+  return true;
+}
+
+void BackupCycle::complete() {
+  (void)runHalyard({"-cmd", "postBackupComplete"});  // It always answers 0.
+  if (host::exists(kMetadataFolder)) {
+    problem(std::string(kMetadataFolder) + " could not be removed after the snapshot");
+  }
+}
+
+void BackupCycle::prune() {
+  // A snapshot that lacks something is no reason to part with an older one.
+  if (!record_.problems.empty()) return;
+  display_.phase("removing snapshots that are out of date");
+  const host::TaskResult result = host::RunTask(std::string(kSnapwheelProgram), {"prune"});
+  if (result.status != 0) {
+    problem("old snapshots could not be removed: " + lastLineOf(result.error));
+  }
+}
+
+int BackupCycle::finish() {
+  record_.finished = secondsNow();
+  bool anyDone = false;
+  bool allDone = true;
+  for (const ServiceResult& service : record_.services) {
+    anyDone = anyDone || service.done;
+    allDone = allDone && service.done;
+  }
+  const bool carried = arguments_.noSnapshot ? metadataIsWhole_ : !record_.snapshot.empty();
+  if (carried && allDone && record_.problems.empty()) {
+    record_.result = RunRecord::Result::good;
+  } else if (carried && anyDone) {
+    record_.result = RunRecord::Result::partial;
+  }
+  inheritGood(record_, readLastRecord());
+  if (!keepRecord(record_)) {
+    problem(std::string("the result could not be kept in ") + kStateFolder);
+    if (record_.result == RunRecord::Result::good) record_.result = RunRecord::Result::partial;
+  }
+  display_.finished(record_);
+  const bool told = finishOutput();
+  return record_.result == RunRecord::Result::good && told ? kSuccess : kFailure;
+}
+
+}  // namespace
+
+int backup(const BackupArguments& arguments) { return BackupCycle(arguments).run(); }
+
+}  // namespace halyard::hostkit

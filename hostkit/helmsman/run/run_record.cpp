@@ -1,0 +1,169 @@
+#include "helmsman/run/run_record.h"
+
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "common/paths.h"
+#include "common/times.h"
+#include "helmsman/settings/folders.h"
+#include "host/files/files.h"
+#include "host/tree/move_item.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr std::size_t kRecordLimit = std::size_t{16} << 20;
+constexpr std::size_t kKeptResults = 30;
+constexpr mode_t kStateFolderMode = 0755;
+
+nlohmann::json serviceJson(const ServiceResult& service) {
+  return {{"name", service.name},       {"result", service.done ? "good" : "failed"},
+          {"copied", service.copied},   {"bytes", service.bytes},
+          {"missing", service.missing}, {"problems", service.problems}};
+}
+
+// The members of a record that a text may lack are read one by one: a record of another version
+// still tells what both know.
+template <typename Value>
+Value valueOr(const nlohmann::json& document, const char* key, Value otherwise) {
+  const auto found = document.find(key);
+  if (found == document.end()) return otherwise;
+  if constexpr (std::is_same_v<Value, std::string>) {
+    return found->is_string() ? found->get<std::string>() : otherwise;
+  } else {
+    return found->is_number() ? found->get<Value>() : otherwise;
+  }
+}
+
+std::vector<std::string> textsOf(const nlohmann::json& document, const char* key) {
+  std::vector<std::string> texts;
+  const auto found = document.find(key);
+  if (found == document.end() || !found->is_array()) return texts;
+  for (const auto& entry : *found) {
+    if (entry.is_string()) texts.push_back(entry.get<std::string>());
+  }
+  return texts;
+}
+
+std::int64_t timeOf(const nlohmann::json& document, const char* key) {
+  return parseTime(valueOr<std::string>(document, key, "")).value_or(0);
+}
+
+ServiceResult serviceFrom(const nlohmann::json& document) {
+  ServiceResult service;
+  service.name = valueOr<std::string>(document, "name", "");
+  service.done = valueOr<std::string>(document, "result", "") == "good";
+  service.copied = valueOr(document, "copied", 0);
+  service.bytes = valueOr(document, "bytes", std::uint64_t{0});
+  service.missing = textsOf(document, "missing");
+  service.problems = textsOf(document, "problems");
+  return service;
+}
+
+std::string fileNameOf(const RunRecord& record) {
+  std::string name = timeText(record.started);
+  std::erase(name, ':');
+  return name + ".json";
+}
+
+// Names are dates: the first ones are the oldest.
+void removeOldResults() {
+  const std::vector<std::string> names = host::listDirectory(kResultFolder);
+  for (std::size_t index = 0; index + kKeptResults < names.size(); ++index) {
+    (void)host::removeItem(joinPath(kResultFolder, names[index]));  // The next run tries again.
+  }
+}
+
+}  // namespace
+
+const char* resultWord(RunRecord::Result result) {
+  switch (result) {
+    case RunRecord::Result::good:
+      return "good";
+    case RunRecord::Result::partial:
+      return "partial";
+    case RunRecord::Result::failed:
+      break;
+  }
+  return "failed";
+}
+
+nlohmann::json recordJson(const RunRecord& record) {
+  nlohmann::json document = {{"started", timeText(record.started)},
+                             {"finished", timeText(record.finished)},
+                             {"seconds", record.finished - record.started},
+                             {"result", resultWord(record.result)},
+                             {"services", nlohmann::json::array()},
+                             {"problems", record.problems},
+                             {"snapshot", nullptr},
+                             {"lastGood", nlohmann::json::object()}};
+  for (const ServiceResult& service : record.services) {
+    document["services"].push_back(serviceJson(service));
+  }
+  if (!record.snapshot.empty()) document["snapshot"] = record.snapshot;
+  if (record.estimateBytes) document["estimateBytes"] = *record.estimateBytes;
+  for (const auto& [name, good] : record.lastGood) {
+    document["lastGood"][name] = {{"time", timeText(good.time)}, {"bytes", good.bytes}};
+  }
+  return document;
+}
+
+std::optional<RunRecord> recordFrom(const nlohmann::json& document) {
+  if (!document.is_object() || timeOf(document, "finished") == 0) return std::nullopt;
+  RunRecord record;
+  record.started = timeOf(document, "started");
+  record.finished = timeOf(document, "finished");
+  const std::string word = valueOr<std::string>(document, "result", "failed");
+  for (const auto result : {RunRecord::Result::good, RunRecord::Result::partial}) {
+    if (word == resultWord(result)) record.result = result;
+  }
+  if (const auto services = document.find("services"); services != document.end()) {
+    for (const auto& service : *services) {
+      if (service.is_object()) record.services.push_back(serviceFrom(service));
+    }
+  }
+  record.problems = textsOf(document, "problems");
+  record.snapshot = valueOr<std::string>(document, "snapshot", "");
+  if (document.contains("estimateBytes")) {
+    record.estimateBytes = valueOr(document, "estimateBytes", std::uint64_t{0});
+  }
+  if (const auto goods = document.find("lastGood"); goods != document.end() && goods->is_object()) {
+    for (const auto& [name, good] : goods->items()) {
+      if (!good.is_object()) continue;
+      record.lastGood[name] = {timeOf(good, "time"), valueOr(good, "bytes", std::uint64_t{0})};
+    }
+  }
+  return record;
+}
+
+std::optional<RunRecord> readLastRecord() {
+  const auto text = host::readFile(kLastBackupFile, kRecordLimit);
+  if (!text) return std::nullopt;
+  const nlohmann::json document = nlohmann::json::parse(*text, nullptr, false);
+  return recordFrom(document);
+}
+
+void inheritGood(RunRecord& record, const std::optional<RunRecord>& before) {
+  if (before) record.lastGood = before->lastGood;
+  // What no snapshot carries away is gone with the next run.
+  if (record.snapshot.empty()) return;
+  std::uint64_t all = 0;
+  for (const ServiceResult& service : record.services) {
+    all += service.bytes;
+    if (service.done) record.lastGood[service.name] = {record.finished, service.bytes};
+  }
+  if (record.result == RunRecord::Result::good) record.lastGood[""] = {record.finished, all};
+}
+
+bool keepRecord(const RunRecord& record) {
+  const std::string text =
+      recordJson(record).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  if (!makeFolders(kResultFolder, kStateFolderMode)) return false;
+  const bool dated = host::writeFile(joinPath(kResultFolder, fileNameOf(record)), text);
+  const bool latest = host::writeFile(kLastBackupFile, text, host::Durability::power);
+  removeOldResults();
+  return dated && latest;
+}
+
+}  // namespace halyard::hostkit

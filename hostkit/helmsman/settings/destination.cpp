@@ -1,0 +1,200 @@
+#include "helmsman/settings/destination.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/property_file.h"
+#include "common/sizes.h"
+#include "common/table.h"
+#include "common/volumes.h"
+#include "helmsman/settings/schedule.h"
+#include "helmsman/settings/settings.h"
+#include "helmsman/settings/timer.h"
+#include "host/files/files.h"
+#include "host/volumes/alias.h"
+#include "product/snapshot_engine.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+bool onVolumeOfRoot(const std::string& path) {
+  struct stat here {};
+  struct stat root {};
+  return ::stat(path.c_str(), &here) == 0 && ::stat("/", &root) == 0 && here.st_dev == root.st_dev;
+}
+
+// Makes a file, gives it away and links it: what every snapshot needs. Empty when all went well.
+std::string whatIsMissing(const std::string& folder) {
+  std::string probe = joinPath(folder, ".helmsman-probe-XXXXXX");
+  const int file = ::mkostemp(probe.data(), O_CLOEXEC);
+  if (file < 0) return "nothing can be written there: " + errnoText(errno);
+  const std::string link = probe + ".link";
+  std::string missing;
+  struct stat status {};
+  constexpr uid_t kSomebody = 12345;
+  if (::fchown(file, kSomebody, kSomebody) != 0 || ::fstat(file, &status) != 0 ||
+      status.st_uid != kSomebody) {
+    missing = "its file system does not keep owners";
+  } else if (::link(probe.c_str(), link.c_str()) != 0) {
+    missing = "its file system has no hard links";
+  }
+  (void)::unlink(link.c_str());  // There may be none.
+  (void)::unlink(probe.c_str());
+  ::close(file);
+  return missing;
+}
+
+std::optional<PropertyDictionary> enginePreferences() {
+  if (repairSettings() != kSuccess) return std::nullopt;
+  std::string problem;
+  auto preferences = readPropertyFile(kEnginePreferenceFile, problem);
+  if (!preferences) printError(problem);
+  return preferences;
+}
+
+// What is remembered for a path: the volume's UUID when the path is its mount point.
+std::string lastingSpecification(const DestinationArguments& arguments, const std::string& path) {
+  if (arguments.asGiven || !arguments.specification.starts_with('/')) {
+    return arguments.specification;
+  }
+  int error = 0;
+  const auto volume = volumeOf(path, error);
+  if (!volume || volume->mountPoint != host::realPath(path).value_or(path) ||
+      volume->mountPoint == "/" || !volume->device.starts_with("/dev/") ||
+      volume->identity != Volume::Identity::fileSystem) {
+    return arguments.specification;
+  }
+  const std::string byUuid = "UUID=" + volume->uuid;
+  // Only what leads back here: the same volume may be mounted in two places.
+  return host::resolveAlias(byUuid) == volume->mountPoint ? byUuid : arguments.specification;
+}
+
+bool isFit(const DestinationArguments& arguments, const std::string& path) {
+  if (!arguments.sameVolume && onVolumeOfRoot(path)) {
+    printError(path + " is on the volume that is backed up; a disk that fails takes both. " +
+               "Name another volume, or say --same-volume");
+    return false;
+  }
+  if (const std::string missing = whatIsMissing(path); !missing.empty()) {
+    printError(path + " cannot hold snapshots: " + missing);
+    return false;
+  }
+  return true;
+}
+
+int set(const DestinationArguments& arguments) {
+  const auto path = host::resolveAlias(arguments.specification);
+  if (!path) {
+    printError("'" + arguments.specification +
+               "' leads to no volume: name a mounted folder, or UUID=, LABEL=, PARTUUID= or "
+               "PARTLABEL= of a volume that is mounted or in /etc/fstab");
+    return kFailure;
+  }
+  if (!isFit(arguments, *path)) return kFailure;
+  auto preferences = enginePreferences();
+  if (!preferences) return kFailure;
+
+  const std::string specification = lastingSpecification(arguments, *path);
+  preferences->set("BackupAlias", PropertyValue::data(specification));
+  preferences->set("AutoBackup", 1);
+  if (!writePropertyFile(kEnginePreferenceFile, *preferences)) {
+    printError(std::string(kEnginePreferenceFile) + " could not be written");
+    return kFailure;
+  }
+  // The timer rests until there is somewhere to go.
+  if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
+  int error = 0;
+  const auto volume = volumeOf(*path, error);
+  printNote("snapshots go to " + *path + " (" + specification + ")" +
+            (volume ? ", " + sizeText(volume->availableBytes) + " free" : ""));
+  return kSuccess;
+}
+
+std::string storedSpecification(const PropertyDictionary& preferences) {
+  const PropertyValue* alias = preferences.find("BackupAlias");
+  if (alias == nullptr) return {};
+  if (const std::string* bytes = alias->asData()) return *bytes;
+  if (const std::string* text = alias->asString()) return *text;
+  return {};
+}
+
+int show(bool asJson) {
+  std::string problem;
+  const auto preferences = readPropertyFile(kEnginePreferenceFile, problem);
+  if (!problem.empty()) printError(problem);
+  const std::string specification = preferences ? storedSpecification(*preferences) : "";
+  const auto session = defaultBackupSession(kEnginePreferenceFile);
+  int error = 0;
+  const auto volume = session ? volumeOf(session->destination, error) : std::nullopt;
+  if (asJson) {
+    nlohmann::json document = {{"specification", nullptr}, {"path", nullptr}};
+    if (!specification.empty()) document["specification"] = specification;
+    if (session) document["path"] = session->destination;
+    if (volume) document["availableBytes"] = volume->availableBytes;
+    if (volume) document["totalBytes"] = volume->totalBytes;
+    printJson(document);
+  } else if (specification.empty()) {
+    printNote("no backup destination is set (see: helmsman destination --list)");
+  } else if (!session) {
+    printNote(specification + " is set and is not there; is the volume connected?");
+  } else {
+    printLine(session->destination + " (" + specification + ")" +
+              (volume ? ", " + sizeText(volume->availableBytes) + " of " +
+                            sizeText(volume->totalBytes) + " free"
+                      : ""));
+  }
+  return session && finishOutput() ? kSuccess : kFailure;
+}
+
+int list(bool asJson) {
+  nlohmann::json document = nlohmann::json::array();
+  std::vector<std::vector<std::string>> rows = {
+      {"SPECIFICATION", "MOUNT POINT", "TYPE", "SIZE", "FREE", "LABEL"}};
+  for (const Volume& volume : mountedVolumes()) {
+    if (volume.readOnly || volume.type == "tmpfs" || volume.type == "overlay" ||
+        onVolumeOfRoot(volume.mountPoint)) {
+      continue;
+    }
+    const bool byUuid =
+        volume.device.starts_with("/dev/") && volume.identity == Volume::Identity::fileSystem;
+    const std::string specification = byUuid ? "UUID=" + volume.uuid : volume.mountPoint;
+    document.push_back({{"specification", specification},
+                        {"mountPoint", volume.mountPoint},
+                        {"type", volume.type},
+                        {"totalBytes", volume.totalBytes},
+                        {"availableBytes", volume.availableBytes},
+                        {"label", volume.label}});
+    rows.push_back({specification, volume.mountPoint, volume.type, sizeText(volume.totalBytes),
+                    sizeText(volume.availableBytes), volume.label});
+  }
+  if (asJson) {
+    printJson(document);
+  } else if (rows.size() == 1) {
+    printNote("no other volume is mounted; connect and mount one, then name it here");
+  } else {
+    std::fputs(tableText(rows).c_str(), stdout);
+  }
+  return finishOutput() ? kSuccess : kFailure;
+}
+
+}  // namespace
+
+int destination(const DestinationArguments& arguments) {
+  if (arguments.list) return list(arguments.json);
+  if (arguments.show || arguments.specification.empty()) return show(arguments.json);
+  return set(arguments);
+}
+
+}  // namespace halyard::hostkit

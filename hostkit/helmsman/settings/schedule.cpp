@@ -1,0 +1,221 @@
+#include "helmsman/settings/schedule.h"
+
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/property_file.h"
+#include "helmsman/settings/folders.h"
+#include "helmsman/settings/settings.h"
+#include "helmsman/settings/timer.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr int kMinutesADay = 24 * 60;
+constexpr int kMostDays = 36500;
+
+constexpr std::array<const char*, 7> kDays = {"Monday", "Tuesday",  "Wednesday", "Thursday",
+                                              "Friday", "Saturday", "Sunday"};
+constexpr std::array<const char*, 3> kPeriods = {"Daily", "Weekly", "Monthly"};
+
+const char* periodName(Schedule::Period period) {
+  return kPeriods[static_cast<std::size_t>(period)];
+}
+
+std::string clockText(int minutes) {
+  std::array<char, 16> text{};
+  (void)std::snprintf(text.data(), text.size(), "%02d:%02d", minutes / 60, minutes % 60);
+  return text.data();
+}
+
+int integerIn(const PropertyDictionary& dictionary, std::string_view key, int least, int most,
+              int otherwise) {
+  const PropertyValue* value = dictionary.find(key);
+  if (value == nullptr) return otherwise;
+  const int number = value->integerValue();
+  return number >= least && number <= most ? number : otherwise;
+}
+
+bool understandPeriod(const ScheduleArguments& arguments, Schedule& schedule) {
+  if (arguments.daily) schedule.period = Schedule::Period::daily;
+  if (!arguments.weekly.empty()) {
+    const auto day = parseDay(arguments.weekly);
+    if (!day) {
+      printError("'" + arguments.weekly + "' is no day of the week");
+      return false;
+    }
+    schedule.period = Schedule::Period::weekly;
+    schedule.day = *day;
+  }
+  if (!arguments.monthly.empty()) {
+    const std::size_t colon = arguments.monthly.find(':');
+    const auto day = colon == 1 ? parseDay(std::string_view(arguments.monthly).substr(2))
+                                : std::optional<std::string>{};
+    const char week = arguments.monthly.front();
+    if (!day || week < '1' || week > '4') {
+      printError("'" + arguments.monthly + "' is no WEEK:DAY, such as 1:Sunday (weeks 1 to 4)");
+      return false;
+    }
+    schedule.period = Schedule::Period::monthly;
+    schedule.week = week - '0';
+    schedule.day = *day;
+  }
+  return true;
+}
+
+bool understand(const ScheduleArguments& arguments, Schedule& schedule) {
+  if (!understandPeriod(arguments, schedule)) return false;
+  if (!arguments.at.empty()) {
+    const auto minutes = parseTimeOfDay(arguments.at);
+    if (!minutes) {
+      printError("'" + arguments.at + "' is no time of day, such as 02:30");
+      return false;
+    }
+    schedule.minutes = *minutes;
+  }
+  if (arguments.keep) {
+    if (*arguments.keep < 1 || *arguments.keep > kMostDays) {
+      printError("snapshots can be kept for 1 to " + std::to_string(kMostDays) + " days");
+      return false;
+    }
+    schedule.daysToRetain = *arguments.keep;
+  }
+  return true;
+}
+
+int show(const PropertyDictionary& preferences, bool asJson) {
+  const Schedule schedule = scheduleFrom(preferences);
+  const bool on = integerIn(preferences, "AutoBackup", INT32_MIN, INT32_MAX, 0) != 0;
+  if (asJson) {
+    printJson({{"enabled", on},
+               {"period", periodName(schedule.period)},
+               {"day", schedule.day},
+               {"week", schedule.week},
+               {"time", clockText(schedule.minutes)},
+               {"daysToRetain", schedule.daysToRetain},
+               {"calendar", calendarExpression(schedule)}});
+  } else {
+    printLine(std::string(on ? "on: " : "off: ") + describe(schedule));
+  }
+  return finishOutput() ? kSuccess : kFailure;
+}
+
+bool changesAnything(const ScheduleArguments& arguments) {
+  return arguments.daily || !arguments.weekly.empty() || !arguments.monthly.empty() ||
+         !arguments.at.empty() || arguments.keep || arguments.off || arguments.on;
+}
+
+// Automatic backups without a destination would fail every night.
+bool canSwitchOn(const PropertyDictionary& preferences) {
+  if (preferences.find("BackupAlias") != nullptr) return true;
+  printError("set a destination first (see: helmsman destination --list)");
+  return false;
+}
+
+}  // namespace
+
+Schedule scheduleFrom(const PropertyDictionary& enginePreferences) {
+  Schedule schedule;
+  const std::string period = enginePreferences.text("Period").value_or("");
+  if (equalsIgnoringCase(period, kPeriods[1])) schedule.period = Schedule::Period::weekly;
+  if (equalsIgnoringCase(period, kPeriods[2])) schedule.period = Schedule::Period::monthly;
+  schedule.day = parseDay(enginePreferences.text("Day").value_or("")).value_or(schedule.day);
+  schedule.week = integerIn(enginePreferences, "Week", 1, 4, schedule.week);
+  schedule.minutes = integerIn(enginePreferences, "Time", 0, kMinutesADay - 1, schedule.minutes);
+  schedule.daysToRetain =
+      integerIn(enginePreferences, "DaysToRetain", 1, kMostDays, schedule.daysToRetain);
+  return schedule;
+}
+
+void storeSchedule(const Schedule& schedule, PropertyDictionary& enginePreferences) {
+  enginePreferences.set("Day", schedule.day);
+  enginePreferences.set("Period", periodName(schedule.period));
+  enginePreferences.set("DaysToRetain", schedule.daysToRetain);
+  enginePreferences.set("Time", schedule.minutes);
+  enginePreferences.set("Week", schedule.week);
+}
+
+std::string calendarExpression(const Schedule& schedule) {
+  const std::string clock = " " + clockText(schedule.minutes) + ":00";
+  const std::string day = schedule.day.substr(0, 3);
+  if (schedule.period == Schedule::Period::daily) return "*-*-*" + clock;
+  if (schedule.period == Schedule::Period::weekly) return day + " *-*-*" + clock;
+  // The n-th such day of a month falls on the days 7(n-1)+1 to 7n.
+  std::array<char, 16> days{};
+  (void)std::snprintf(days.data(), days.size(), "%02d..%02d", 7 * (schedule.week - 1) + 1,
+                      7 * schedule.week);
+  return day + " *-*-" + days.data() + clock;
+}
+
+std::string describe(const Schedule& schedule) {
+  static constexpr std::array<const char*, 4> kOrdinals = {"first", "second", "third", "fourth"};
+  std::string text = "every ";
+  if (schedule.period == Schedule::Period::daily) {
+    text += "day";
+  } else if (schedule.period == Schedule::Period::weekly) {
+    text += schedule.day;
+  } else {
+    text += std::string(kOrdinals[static_cast<std::size_t>(schedule.week - 1)]) + " " +
+            schedule.day + " of the month";
+  }
+  return text + " at " + clockText(schedule.minutes) + ", snapshots kept for " +
+         std::to_string(schedule.daysToRetain) + (schedule.daysToRetain == 1 ? " day" : " days");
+}
+
+std::optional<int> parseTimeOfDay(std::string_view text) {
+  const auto isDigit = [](char character) { return character >= '0' && character <= '9'; };
+  if (text.size() != 5 || text[2] != ':' || !isDigit(text[0]) || !isDigit(text[1]) ||
+      !isDigit(text[3]) || !isDigit(text[4])) {
+    return std::nullopt;
+  }
+  const int hours = leadingInteger(text.substr(0, 2));
+  const int minutes = leadingInteger(text.substr(3));
+  if (hours > 23 || minutes > 59) return std::nullopt;
+  return hours * 60 + minutes;
+}
+
+std::optional<std::string> parseDay(std::string_view text) {
+  if (text.size() < 3) return std::nullopt;
+  for (const std::string_view day : kDays) {
+    if (text.size() <= day.size() && equalsIgnoringCase(day.substr(0, text.size()), text)) {
+      return std::string(day);
+    }
+  }
+  return std::nullopt;
+}
+
+int schedule(const ScheduleArguments& arguments) {
+  if (repairSettings() != kSuccess) return kFailure;
+  std::string problem;
+  auto preferences = readPropertyFile(kEnginePreferenceFile, problem);
+  if (!preferences) {
+    printError(problem);
+    return kFailure;
+  }
+  if (!changesAnything(arguments)) return show(*preferences, arguments.json);
+
+  Schedule changed = scheduleFrom(*preferences);
+  if (!understand(arguments, changed)) return kFailure;
+  if (arguments.on && !canSwitchOn(*preferences)) return kFailure;
+  storeSchedule(changed, *preferences);
+  if (arguments.on || arguments.off) preferences->set("AutoBackup", arguments.on ? 1 : 0);
+  if (!writePropertyFile(kEnginePreferenceFile, *preferences)) {
+    printError(std::string(kEnginePreferenceFile) + " could not be written");
+    return kFailure;
+  }
+  const bool on = integerIn(*preferences, "AutoBackup", INT32_MIN, INT32_MAX, 0) != 0;
+  if (!setTimer(on ? TimerState::on : TimerState::off, calendarExpression(changed))) {
+    return kFailure;
+  }
+  printNote(std::string(on ? "on: " : "off: ") + describe(changed));
+  return kSuccess;
+}
+
+}  // namespace halyard::hostkit

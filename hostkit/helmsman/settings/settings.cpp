@@ -1,0 +1,73 @@
+#include "helmsman/settings/settings.h"
+
+#include <algorithm>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/property_file.h"
+#include "helmsman/settings/folders.h"
+#include "helmsman/settings/services.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr int kDaysToRetain = 30;
+constexpr int kMinutesAfterMidnight = 2 * 60;
+
+// True when the file is there afterwards.
+bool provideFile(const char* folder, const char* path, const PropertyDictionary& content) {
+  if (host::exists(path)) return true;
+  std::string problem;
+  if (provideFolder(std::string(folder), problem) == FolderOutcome::failed) {
+    printError(problem);
+    return false;
+  }
+  if (!writePropertyFile(path, content)) {
+    printError(std::string(path) + " could not be written");
+    return false;
+  }
+  printNote(std::string("wrote ") + path);
+  return true;
+}
+
+}  // namespace
+
+PropertyDictionary defaultServicePreferences(const std::vector<std::string>& installedNames) {
+  PropertyDictionary services;
+  for (const std::string_view name : kKnownServices) {
+    const bool installed =
+        std::find(installedNames.begin(), installedNames.end(), name) != installedNames.end();
+    services.set(std::string(name), installed ? 1 : 0);
+  }
+  PropertyDictionary preferences;
+  preferences.set("services", std::move(services));
+  return preferences;
+}
+
+PropertyDictionary defaultEnginePreferences() {
+  PropertyDictionary preferences;
+  preferences.set("AutoBackup", 0);
+  preferences.set("Day", "Sunday");
+  preferences.set("Period", "Daily");
+  preferences.set("DaysToRetain", kDaysToRetain);
+  preferences.set("Time", kMinutesAfterMidnight);
+  preferences.set("Week", 1);
+  return preferences;
+}
+
+int repairSettings() {
+  std::vector<std::string> names;
+  for (const InstalledDescriptor& descriptor : installedDescriptors()) {
+    names.push_back(descriptor.serviceName());
+  }
+  const bool services =
+      provideFile(kConfigFolder, kPreferenceFile, defaultServicePreferences(names));
+  const bool engine =
+      provideFile(kPreferenceFolder, kEnginePreferenceFile, defaultEnginePreferences());
+  return services && engine ? kSuccess : kFailure;
+}
+
+}  // namespace halyard::hostkit

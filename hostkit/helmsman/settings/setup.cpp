@@ -1,0 +1,130 @@
+#include "helmsman/settings/setup.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <string>
+
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/host_identity.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/property_file.h"
+#include "helmsman/settings/folders.h"
+#include "helmsman/settings/settings.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+// The host generation that this kit provides; Halyard wants 10.6 or later.
+constexpr char kProductVersion[] = "10.7";
+
+// Each is run by Halyard or by the kit at exactly this path.
+constexpr std::array<const char*, 9> kPrograms = {
+    kHalyardProgram, kSnapwheelProgram, "/usr/sbin/drivectl", "/usr/bin/uuidgen", "/bin/mkdir",
+    "/bin/ls",       "/bin/df",         "/usr/bin/grep",      "/usr/bin/awk"};
+
+bool provideFolders() {
+  bool complete = true;
+  for (const FixedFolder& folder : fixedFolders()) {
+    std::string problem;
+    switch (provideFolder(folder, problem)) {
+      case FolderOutcome::alreadyThere:
+        break;
+      case FolderOutcome::made:
+        printNote(std::string("made ") + folder.path + ", which leads to " + folder.native);
+        break;
+      case FolderOutcome::failed:
+        printError(problem);
+        complete = false;
+    }
+  }
+  return complete;
+}
+
+bool written(const char* path, const PropertyDictionary& content, const std::string& what) {
+  if (!writePropertyFile(path, content)) {
+    printError(std::string(path) + " could not be written");
+    return false;
+  }
+  printNote("wrote " + what + " to " + path);
+  return true;
+}
+
+bool provideVersionFile() {
+  if (host::exists(kVersionFile)) return true;
+  PropertyDictionary version;
+  version.set("ProductName", "Halyard host kit");
+  version.set("ProductVersion", kProductVersion);
+  return written(kVersionFile, version, std::string("host version ") + kProductVersion);
+}
+
+std::string hostName() {
+  std::array<char, 256> name{};
+  if (::gethostname(name.data(), name.size() - 1) != 0) return {};
+  return name.data();
+}
+
+// A name that is set stays: it is the name of the folder with all earlier snapshots.
+bool provideComputerName() {
+  if (computerName() != kUnknownComputer) return true;
+  std::string problem;
+  auto configuration = readPropertyFile(kHostConfigFile, problem);
+  if (!problem.empty()) {
+    printError(problem);
+    return false;
+  }
+  const std::string name = computerNameFromHostName(hostName());
+  if (!makeFolders(std::string(kHostConfigFile).substr(0, std::string(kHostConfigFile).rfind('/')),
+                   0755)) {
+    printError(std::string("the folder of ") + kHostConfigFile + " could not be made");
+    return false;
+  }
+  PropertyDictionary whole = configuration.value_or(PropertyDictionary{});
+  const PropertyDictionary* present = whole.dictionary("System");
+  PropertyDictionary outer = present == nullptr ? PropertyDictionary{} : *present;
+  present = outer.dictionary("System");
+  PropertyDictionary inner = present == nullptr ? PropertyDictionary{} : *present;
+  inner.set("ComputerName", name);
+  outer.set("System", std::move(inner));
+  whole.set("System", std::move(outer));
+  return written(kHostConfigFile, whole, "computer name " + name);
+}
+
+bool provideMarker() {
+  if (host::exists(kSetupMarker)) return true;
+  if (!host::writeFile(kSetupMarker, "", host::Durability::power)) {
+    printError(std::string(kSetupMarker) + " could not be written");
+    return false;
+  }
+  printNote("setup is complete");
+  return true;
+}
+
+void warnOfMissingPrograms() {
+  for (const char* program : kPrograms) {
+    if (!host::isExecutableFile(program)) {
+      printWarning(std::string(program) + " is missing; backups will not be complete without it");
+    }
+  }
+}
+
+}  // namespace
+
+int setUpHost() {
+  bool ready = provideFolders();
+  ready = repairSettings() == kSuccess && ready;
+  ready = provideVersionFile() && ready;
+  ready = provideComputerName() && ready;
+  warnOfMissingPrograms();
+  if (!ready) {
+    printError("setup is not complete; mend what is named above and run it again");
+    return kFailure;
+  }
+  return provideMarker() ? kSuccess : kFailure;
+}
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,68 @@
+#include "helmsman/snapshots/browse.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+#include <vector>
+
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "helmsman/program/halyard_run.h"
+#include "helmsman/settings/services.h"
+#include "helmsman/snapshots/repository.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+// Halyard's warnings stand in its answer; here they go where messages belong.
+bool printAnswer(const std::string& output) {
+  bool answered = false;
+  std::string_view rest = output;
+  while (!rest.empty()) {
+    const std::size_t end = rest.find('\n');
+    const std::string_view line = rest.substr(0, end);
+    if (line.starts_with("WARNING") || line.starts_with("Service := ")) {
+      printWarning(line);
+    } else {
+      answered = answered || !line.empty();
+      (void)std::fwrite(line.data(), 1, line.size(), stdout);
+      if (end != std::string_view::npos) (void)std::fputc('\n', stdout);
+    }
+    rest = end == std::string_view::npos ? std::string_view{} : rest.substr(end + 1);
+  }
+  return answered;
+}
+
+}  // namespace
+
+int browse(const BrowseArguments& arguments) {
+  int status = kFailure;
+  std::string problem;
+  const bool all = equalsIgnoringCase(arguments.service, "all");
+  const auto service = all ? std::optional<std::string>("all")
+                           : completeServiceName(servicePreferences(), arguments.service, problem);
+  const auto snapshot = service ? chooseSnapshot(arguments.snapshot, problem) : std::nullopt;
+  if (!service || !snapshot) {
+    printError(problem);
+    return kFailure;
+  }
+  if (!all && std::find(snapshot->services.begin(), snapshot->services.end(), *service) ==
+                  snapshot->services.end()) {
+    printError("the snapshot " + snapshot->name + " does not hold " + *service);
+    return kFailure;
+  }
+  if (!halyardIsReady(status)) return status;
+
+  std::vector<std::string> words = {"-cmd",         "browse",   "-path",
+                                    snapshot->path, "-service", *service};
+  if (!arguments.option.empty()) {
+    words.insert(words.end(), {"-opt", arguments.option});
+  }
+  const host::TaskResult result = runHalyard(words);
+  const bool answered = printAnswer(result.output);
+  return result.status == 0 && answered && finishOutput() ? kSuccess : kFailure;
+}
+
+}  // namespace halyard::hostkit

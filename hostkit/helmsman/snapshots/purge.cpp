@@ -1,0 +1,69 @@
+#include "helmsman/snapshots/purge.h"
+
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/question.h"
+#include "helmsman/program/halyard_run.h"
+#include "helmsman/snapshots/repository.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+bool canBePurged(const Snapshot& snapshot, bool latestMayGo) {
+  if (snapshot.inProgress) {
+    printError(snapshot.name + " is not complete: it is being made, or was interrupted (see: " +
+               kSnapwheelProgram + " check)");
+    return false;
+  }
+  if (!snapshot.hasSignature) {
+    printError(snapshot.name + " carries no backup of the services, so Halyard leaves it alone (" +
+               kSnapwheelProgram + " delete removes any snapshot)");
+    return false;
+  }
+  if (snapshot.isLatest && !latestMayGo) {
+    printError(snapshot.name + " is the latest snapshot; say --latest if it shall go all the same");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int purge(const PurgeArguments& arguments) {
+  int status = kFailure;
+  std::string problem;
+  if (equalsIgnoringCase(arguments.snapshot, "latest") && !arguments.latest) {
+    printError("name the snapshot, or say --latest as well");
+    return kFailure;
+  }
+  auto snapshot = chooseSnapshot(arguments.snapshot, problem);
+  if (!snapshot) {
+    printError(problem);
+    return kFailure;
+  }
+  if (arguments.snapshot.starts_with('/')) {
+    // A path says nothing of the link that may lead to it.
+    std::string ignored;
+    const auto newest = chooseSnapshot("", ignored);
+    snapshot->isLatest = newest && newest->path == snapshot->path;
+  }
+  if (!canBePurged(*snapshot, arguments.latest) || !halyardIsReady(status)) return status;
+  if (!arguments.yes && !confirmed("Remove the snapshot " + snapshot->path + " for good?")) {
+    return kFailure;
+  }
+
+  const host::TaskResult result = runHalyard({"-cmd", "purgeSnapShot", "-path", snapshot->path});
+  if (host::exists(snapshot->path)) {
+    const std::string reason(trimLineFeeds(result.output));
+    printError(snapshot->name + " was not removed" + (reason.empty() ? "" : ": " + reason));
+    return kFailure;
+  }
+  printNote("removed " + snapshot->path);
+  return kSuccess;
+}
+
+}  // namespace halyard::hostkit

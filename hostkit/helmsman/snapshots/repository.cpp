@@ -1,0 +1,118 @@
+#include "helmsman/snapshots/repository.h"
+
+#include <cstdlib>
+#include <memory>
+
+#include "base/property_list.h"
+#include "base/text.h"
+#include "common/host_identity.h"
+#include "common/paths.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
+#include "product/paths.h"
+#include "product/snapshot_engine.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr char kLatestName[] = "Latest";
+
+const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
+  for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
+    if (!snapshot->inProgress) return &*snapshot;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+std::optional<std::string> backupDestination(std::string& problem) {
+  const auto session = defaultBackupSession(kEnginePreferenceFile);
+  if (session) return session->destination;
+  const auto preferences = host::readDictionary(kEnginePreferenceFile);
+  problem = preferences && preferences->find("BackupAlias") != nullptr
+                ? "the backup destination is not there; is its volume connected? "
+                  "(see: helmsman destination --show)"
+                : "no backup destination is set (see: helmsman destination --list)";
+  return std::nullopt;
+}
+
+std::string snapshotFolder(const std::string& destination) {
+  return joinPath(joinPath(destination, kRepositoryName), computerName());
+}
+
+Snapshot readSnapshot(const std::string& path) {
+  Snapshot snapshot;
+  snapshot.name = lastPathComponent(path);
+  snapshot.path = path;
+  snapshot.inProgress = pathExtension(path) == kInProgressExtension;
+  // As in the program: the last volume that carries a metadata folder is the one that is used.
+  for (const std::string& volume : host::listDirectory(path)) {
+    const std::string folder = joinPath(joinPath(path, volume), kMetadataFolderName);
+    if (host::isDirectory(folder)) snapshot.metadataFolder = folder;
+    snapshot.hasSignature =
+        snapshot.hasSignature || host::exists(joinPath(folder, paths::kSignatureName));
+  }
+  if (snapshot.metadataFolder.empty()) return snapshot;
+  for (const std::string& entry : host::listDirectory(snapshot.metadataFolder)) {
+    if (host::isDirectory(joinPath(snapshot.metadataFolder, entry))) {
+      snapshot.services.push_back(entry);
+    }
+  }
+  return snapshot;
+}
+
+std::vector<Snapshot> snapshotsIn(const std::string& folder) {
+  std::vector<Snapshot> snapshots;
+  const std::string latest = host::realPath(joinPath(folder, kLatestName)).value_or("");
+  for (const std::string& name : host::listDirectory(folder)) {
+    const std::string path = joinPath(folder, name);
+    if (name == kLatestName || name.starts_with('.') || !host::isDirectory(path)) continue;
+    Snapshot snapshot = readSnapshot(path);
+    snapshot.isLatest = !latest.empty() && host::realPath(path) == latest;
+    snapshots.push_back(std::move(snapshot));
+  }
+  return snapshots;
+}
+
+std::optional<Snapshot> findSnapshot(const std::vector<Snapshot>& snapshots, std::string_view typed,
+                                     std::string& problem) {
+  if (typed.empty() || equalsIgnoringCase(typed, kLatestName)) {
+    if (const Snapshot* newest = newestComplete(snapshots)) return *newest;
+    problem = "there is no snapshot of this host yet";
+    return std::nullopt;
+  }
+  if (typed.starts_with('/')) {
+    const std::string path(typed);
+    if (host::isDirectory(path)) return readSnapshot(path);
+    problem = path + " is no folder";
+    return std::nullopt;
+  }
+  const Snapshot* found = nullptr;
+  int fitting = 0;
+  for (const Snapshot& snapshot : snapshots) {
+    if (snapshot.name == typed) return snapshot;
+    if (!snapshot.name.starts_with(typed)) continue;
+    found = &snapshot;
+    ++fitting;
+  }
+  if (fitting == 1) return *found;
+  problem = "'" + std::string(typed) + "' " +
+            (fitting == 0 ? "is no snapshot of this host"
+                          : "is the beginning of " + std::to_string(fitting) + " snapshots") +
+            " (see: helmsman snapshots)";
+  return std::nullopt;
+}
+
+std::optional<Snapshot> chooseSnapshot(std::string_view typed, std::string& problem) {
+  std::vector<Snapshot> snapshots;
+  if (!typed.starts_with('/')) {
+    const auto destination = backupDestination(problem);
+    if (!destination) return std::nullopt;
+    snapshots = snapshotsIn(snapshotFolder(*destination));
+  }
+  return findSnapshot(snapshots, typed, problem);
+}
+
+}  // namespace halyard::hostkit

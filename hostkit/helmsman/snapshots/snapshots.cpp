@@ -1,0 +1,69 @@
+#include "helmsman/snapshots/snapshots.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/table.h"
+#include "common/times.h"
+#include "helmsman/snapshots/repository.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+std::string kindOf(const Snapshot& snapshot) {
+  if (snapshot.inProgress) return "not complete";
+  std::string kind = snapshot.hasSignature ? "services" : "no services";
+  if (snapshot.isLatest) kind += ", latest";
+  return kind;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
+nlohmann::json jsonOf(const Snapshot& snapshot) {
+  nlohmann::json document = {{"name", snapshot.name},
+                             {"path", snapshot.path},
+                             {"time", nullptr},
+                             {"inProgress", snapshot.inProgress},
+                             {"latest", snapshot.isLatest},
+                             {"signature", snapshot.hasSignature},
+                             {"services", snapshot.services}};
+  if (const auto time = parseSnapshotName(snapshot.name)) document["time"] = timeText(*time);
+  return document;
+}
+
+}  // namespace
+
+int listSnapshots(bool asJson) {
+  std::string problem;
+  const auto destination = backupDestination(problem);
+  if (!destination) {
+    printError(problem);
+    return kFailure;
+  }
+  const auto snapshots = snapshotsIn(snapshotFolder(*destination));
+  if (asJson) {
+    nlohmann::json document = nlohmann::json::array();
+    for (const Snapshot& snapshot : snapshots) document.push_back(jsonOf(snapshot));
+    printJson(document);
+  } else if (snapshots.empty()) {
+    printNote("there is no snapshot of this host in " + snapshotFolder(*destination));
+  } else {
+    std::vector<std::vector<std::string>> rows = {{"SNAPSHOT", "TAKEN", "HOLDS", "SERVICES"}};
+    for (const Snapshot& snapshot : snapshots) {
+      const auto time = parseSnapshotName(snapshot.name);
+      rows.push_back({snapshot.name, time ? ageText(secondsNow() - *time) : "-", kindOf(snapshot),
+                      joined(snapshot.services)});
+    }
+    std::fputs(tableText(rows).c_str(), stdout);
+  }
+  return finishOutput() ? kSuccess : kFailure;
+}
+
+}  // namespace halyard::hostkit

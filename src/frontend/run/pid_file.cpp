@@ -1,0 +1,27 @@
+#include "frontend/run/pid_file.h"
+
+#include <string>
+
+#include "frontend/run/function_log.h"
+#include "frontend/run/run_state.h"
+#include "host/files/files.h"
+#include "host/process/process.h"
+#include "host/tree/move_item.h"
+#include "product/paths.h"
+
+namespace halyard {
+
+void setPidForProcess() {
+  const FunctionLog scope(__func__);
+  removePidProcessFile();
+  const std::string line =
+      std::to_string(host::processIdentifier()) + " :: " + orNull(option("-cmd")) + "\n";
+  (void)host::writeFile(paths::kPidFile, line);  // A run without its marker is still a run.
+}
+
+void removePidProcessFile() {
+  const FunctionLog scope(__func__);
+  if (host::exists(paths::kPidFile)) (void)host::removeItem(paths::kPidFile);
+}
+
+}  // namespace halyard

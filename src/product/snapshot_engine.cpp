@@ -1,0 +1,73 @@
+#include "product/snapshot_engine.h"
+
+#include <string_view>
+#include <vector>
+
+#include "base/property_list.h"
+#include "base/text.h"
+#include "host/files/files.h"
+#include "host/files/property_file.h"
+#include "host/volumes/alias.h"
+#include "host/volumes/subvolume.h"
+#include "product/paths.h"
+
+namespace halyard {
+
+namespace {
+
+/// Without trailing slashes and dots, which would lead through a link at the end.
+std::string withoutTrail(std::string_view path) {
+  while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/."))) path.remove_suffix(1);
+  return std::string(path);
+}
+
+/// A snapshot's place: its host's folder in the repository, and its name there.
+struct SnapshotPlace {
+  std::string hostFolder;
+  std::string name;
+};
+
+std::optional<SnapshotPlace> placeOf(const BackupSession& session, const std::string& path) {
+  const std::string item = withoutTrail(path);
+  if (!host::isRealDirectory(item)) return std::nullopt;
+  const MaybeString real = host::realPath(item);
+  const MaybeString destination = host::realPath(session.destination);
+  if (!real || !destination) return std::nullopt;
+  const std::string repository = appendPath(*destination, paths::kRepositoryName) + "/";
+  if (!real->starts_with(repository)) return std::nullopt;
+  const std::string_view inside = std::string_view(*real).substr(repository.size());
+  const auto names = splitAt(inside, '/');
+  if (names.size() != 2 || pathExtension(names[1]) == kInProgressExtension) return std::nullopt;
+  return SnapshotPlace{repository + std::string(names[0]), std::string(names[1])};
+}
+
+/// The alias record, however the engine's preferences store it.
+const std::string* aliasRecord(const PropertyDictionary& preferences) {
+  const PropertyValue* value = preferences.find("BackupAlias");
+  if (value == nullptr) return nullptr;
+  const std::string* bytes = value->asData();
+  return bytes != nullptr ? bytes : value->asString();
+}
+
+}  // namespace
+
+std::optional<BackupSession> defaultBackupSession(const std::string& enginePreferenceFile) {
+  const auto preferences = host::readDictionary(enginePreferenceFile);
+  const std::string* record = preferences ? aliasRecord(*preferences) : nullptr;
+  if (record == nullptr) return std::nullopt;
+  auto destination = host::resolveAlias(*record);
+  if (!destination) return std::nullopt;
+  return BackupSession{std::move(*destination)};
+}
+
+bool isSnapshot(const BackupSession& session, const std::string& path) {
+  return placeOf(session, path).has_value();
+}
+
+std::int32_t DeleteSnapshot(const BackupSession& session, const std::string& path) {
+  const auto place = placeOf(session, path);
+  if (!place) return kNotASnapshot;
+  return host::removeWithSubvolumes(place->hostFolder, place->name);
+}
+
+}  // namespace halyard

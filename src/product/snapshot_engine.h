@@ -1,0 +1,33 @@
+// What the program needs of the snapshot engine: its session and the deletion of one snapshot.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace halyard {
+
+/// The engine's default session: where its snapshots lie.
+struct BackupSession {
+  std::string destination;  ///< Path of the backup volume; snapshots are below its Archives.snapdb.
+};
+
+/// The session that the engine's preference file describes; absent when the file is missing or its
+/// BackupAlias does not resolve.
+std::optional<BackupSession> defaultBackupSession(const std::string& enginePreferenceFile);
+
+inline constexpr std::int32_t kNotASnapshot = -50;
+
+/// The extension of a snapshot that is still being taken, or was interrupted.
+inline constexpr const char* kInProgressExtension = "inProgress";
+
+/// Whether the path is a snapshot of the session's repository: its real path is
+/// <real destination>/Archives.snapdb/<host folder>/<name>, exactly that deep, a real directory and
+/// no symbolic link. One in progress (<name>.inProgress) is none yet, whatever path leads there.
+bool isSnapshot(const BackupSession& session, const std::string& path);
+
+/// Deletes one snapshot with everything in it, following no link and entering no other mount.
+/// 0 after the whole tree is gone; kNotASnapshot; otherwise a positive errno value.
+std::int32_t DeleteSnapshot(const BackupSession& session, const std::string& path);
+
+}  // namespace halyard
