@@ -7,6 +7,7 @@
 #include "base/property_list.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "common/version.h"
 #include "common/volumes.h"
 #include "drivectl/report.h"
 
@@ -68,7 +69,7 @@ std::vector<std::string> wordsOf(int count, char** words) {
 int main(int count, char** words) {
   setProgramName("drivectl");
   CLI::App app("Tells what is known of the volumes of this host.", "drivectl");
-  app.set_version_flag("--version", "drivectl " HOSTKIT_VERSION);
+  app.set_version_flag("--version", std::string("drivectl ") + versionText());
   app.require_subcommand(1);
   app.footer("Exit status: 0 success, 1 failure, 2 a command line that makes no sense.");
 

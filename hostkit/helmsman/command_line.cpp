@@ -9,6 +9,7 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "common/version.h"
 #include "helmsman/lint/check.h"
 #include "helmsman/program/unlock.h"
 #include "helmsman/report/metrics.h"
@@ -73,7 +74,7 @@ class CommandLine {
 };
 
 CommandLine::CommandLine() {
-  app_.set_version_flag("--version", "helmsman " HOSTKIT_VERSION);
+  app_.set_version_flag("--version", std::string("helmsman ") + versionText());
   app_.add_flag("-q,--quiet", quiet_, "No notes, only results, warnings and errors");
   app_.require_subcommand(1);
   app_.fallthrough();

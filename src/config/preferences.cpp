@@ -18,7 +18,6 @@ namespace halyard {
 
 namespace {
 
-
 bool isAnyPreferenceFileMissing() {
   return !host::exists(paths::kPreferenceFile) || !host::exists(paths::kEnginePreferenceFile);
 }

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
 
+#include "support/build_paths.h"
+
 namespace halyard::test {
 namespace {
 
@@ -85,7 +87,7 @@ TEST_F(PrivateRootTest, ALinkIsReadWhereItLeadsInTheRoot) {
   root.writeFile("/inside", "content");
   root.makeLink("/link", "/inside");
   root.makeLink("/up", "../../../../../../../../inside");
-  root.makeLink("/host", HALYARD_PROGRAM);
+  root.makeLink("/host", builtProgram());
   EXPECT_EQ(root.readFile("/link"), "content");
   EXPECT_EQ(root.readFile("/up"), "content");
   EXPECT_EQ(root.readFile("/host"), "<missing>");

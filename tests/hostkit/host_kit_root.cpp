@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <set>
 
+#include "support/build_paths.h"
+
 namespace halyard::test {
 namespace fs = std::filesystem;
 namespace {
@@ -34,7 +36,7 @@ void HostKitTest::SetUp() {
 }
 
 void HostKitTest::install(const std::string& program, const PrivateRoot& root) {
-  const std::string built = std::string(HALYARD_BINARY_DIR) + "/" + program;
+  const std::string built = test::buildFolder() + "/" + program;
   if (!fs::exists(built)) return;  // Running it fails the test, and says so.
   const std::string target = root.path("/usr/sbin/" + program);
   fs::remove(target);

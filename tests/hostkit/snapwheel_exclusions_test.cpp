@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "snapwheel/exclusions.h"
+#include "support/build_paths.h"
 #include "support/scratch.h"
 
 namespace halyard::snapwheel {
@@ -112,7 +113,7 @@ TEST(Exclusions, AnUnreadableFileIsNoList) {
 
 TEST(Exclusions, TheInstalledListIsTheDefaultOne) {
   const std::string installed =
-      test::Scratch::contents(HALYARD_SOURCE_DIR "/packaging/etc/snapwheel.exclude");
+      test::Scratch::contents(test::sourceFolder() + "/packaging/etc/snapwheel.exclude");
   EXPECT_EQ(installed, std::string(kDefaultExclusions));
 }
 

@@ -3,13 +3,15 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/build_paths.h"
+
 namespace halyard::test {
 
 #ifdef HALYARD_COVERAGE
 
 void shareCounters(const std::string& rootFolder) {
   namespace fs = std::filesystem;
-  for (const auto& entry : fs::recursive_directory_iterator(HALYARD_BINARY_DIR "/src")) {
+  for (const auto& entry : fs::recursive_directory_iterator(buildFolder() + "/src")) {
     if (entry.path().extension() != ".gcno") continue;
     fs::path counters = entry.path();
     counters.replace_extension(".gcda");

@@ -17,6 +17,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "support/build_paths.h"
 #include "support/coverage.h"
 #include "support/root_process.h"
 
@@ -36,9 +37,9 @@ constexpr const char* kCallsFile = "/plugin-calls";
 // that a new build makes a new one.
 std::string templateFolder() {
   struct stat status {};
-  if (stat(HALYARD_PROGRAM, &status) != 0) stop("no program at " HALYARD_PROGRAM);
+  if (stat(builtProgram().c_str(), &status) != 0) stop("no program at " + builtProgram());
   std::ostringstream name;
-  name << HALYARD_BINARY_DIR << "/private-roots/template-" << status.st_ino << '-'
+  name << buildFolder() << "/private-roots/template-" << status.st_ino << '-'
        << status.st_mtim.tv_sec << '-' << status.st_mtim.tv_nsec;
   return name.str();
 }
@@ -65,11 +66,11 @@ int waitFor(pid_t child) {
 void layOut(const std::string& folder) {
   const std::string shared = templateFolder();
   removeStaleTemplates(shared);
-  const std::string tool = HALYARD_SOURCE_DIR "/tools/private-root";
+  const std::string tool = sourceFolder() + "/tools/private-root";
   const pid_t child = fork();
   if (child < 0) stop("fork");
   if (child == 0) {
-    execl(tool.c_str(), tool.c_str(), "create", folder.c_str(), "--program", HALYARD_PROGRAM,
+    execl(tool.c_str(), tool.c_str(), "create", folder.c_str(), "--program", builtProgram().c_str(),
           "--template", shared.c_str(), nullptr);
     _exit(127);
   }
@@ -169,7 +170,7 @@ DescriptorText descriptorOf(const std::string& serviceName, const std::string& p
 
 PrivateRoot::PrivateRoot() {
   if (!whyUnavailable().empty()) return;
-  const std::string roots = HALYARD_BINARY_DIR "/private-roots";
+  const std::string roots = buildFolder() + "/private-roots";
   fs::create_directories(roots);
   folder_ = roots + "/root-XXXXXX";
   if (mkdtemp(folder_.data()) == nullptr) stop("no folder " + folder_);

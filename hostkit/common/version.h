@@ -1,0 +1,9 @@
+// The version that the programs of the host kit tell.
+#pragma once
+
+namespace halyard::hostkit {
+
+/// As in "1.0.0".
+const char* versionText();
+
+}  // namespace halyard::hostkit
