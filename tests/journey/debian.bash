@@ -15,7 +15,7 @@ makeDebian() {
   packages=$(IFS=,; printf '%s' "$*")
   rm -rf -- "$folder"
   mkdir -p "$kWork"
-  debootstrap --variant=minbase --include="$packages" bookworm "$folder" http://deb.debian.org/debian >"$folder.log" ||
+  debootstrap --variant=minbase ${packages:+--include="$packages"} bookworm "$folder" http://deb.debian.org/debian >"$folder.log" ||
     { tail -n 20 "$folder.log"; fail "debootstrap"; }
 }
 
