@@ -15,6 +15,8 @@ inline constexpr char kSystemctlProgram[] = "/usr/bin/systemctl";
 // Where Halyard looks, and where the files really live.
 inline constexpr char kConfigFolder[] = "/private/etc/halyard";
 inline constexpr char kNativeConfigFolder[] = "/etc/halyard";
+// Where packages keep the descriptors that links in the configuration folder switch on.
+inline constexpr char kServiceFolder[] = "/usr/share/halyard/services";
 inline constexpr char kPreferenceFolder[] = "/Library/Preferences";
 inline constexpr char kNativePreferenceFolder[] = "/etc/halyard-host";
 inline constexpr char kVersionFolder[] = "/System/Library/BaseKit";

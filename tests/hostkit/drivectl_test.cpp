@@ -90,7 +90,7 @@ TEST_F(DriveCtl, ListNamesTheRootVolume) {
 TEST_F(DriveCtl, HelpAndVersionSucceed) {
   EXPECT_EQ(refused("drivectl", {"--help"}).status, 0);
   EXPECT_EQ(refused("drivectl", {"info", "--help"}).status, 0);
-  EXPECT_EQ(refused("drivectl", {"--version"}).out, "drivectl 1.0.0\n");
+  EXPECT_EQ(refused("drivectl", {"--version"}).out, "drivectl 1.1.0\n");
 }
 
 TEST_F(DriveCtl, AnswerThatCannotBeWrittenIsAFailure) {

@@ -31,6 +31,7 @@ plugin() {
 
 put() {
   mkdir -p "$root$(dirname -- "$1")"
+  rm -f -- "$root$1" # A link in the root would lead out of it.
   printf '%s\n' "$2" >"$root$1"
 }
 
@@ -206,7 +207,7 @@ check "the accounts are back" cmp "$scratch/passwd" "$root/etc/passwd"
 checkEqual "a link is back as a link" "/usr/share/zoneinfo/UTC" "$(readlink "$root/etc/localtime")"
 checkContains "the damaged accounts are kept aside" intruder "$(cat "$root/etc/passwd.previous")"
 checkContains "the version line stands in the descriptor" "Halyard (Halyard), Vantor Inc., Version" \
-  "$(cat "$root/private/etc/halyard/45-hostProfile.plist")"
+  "$(inRoot cat /private/etc/halyard/45-hostProfile.plist)"
 
 # --- the three whose data are plain files
 for service in postHost:/etc/postfix:/var/mail agendaHost:/etc/radicale:/var/lib/radicale \

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "common/paths.h"
 #include "helmsman/lint/command_line_lint.h"
+#include "helmsman/settings/descriptor_conflicts.h"
 #include "host/files/files.h"
 
 namespace halyard::hostkit {
@@ -210,6 +211,7 @@ bool folderIsMade(const std::string& file, const std::vector<std::string>& befor
 
 void lintDescriptor(const InstalledDescriptor& descriptor,
                     const std::vector<std::string>& backupFolders, Findings& findings) {
+  if (isLeftoverName(descriptor.fileName)) return;  // It has to go, whatever it says.
   FindingList list(descriptor.path, findings);
   if (!descriptor.readable) {
     list.error("",
@@ -233,22 +235,10 @@ void lintDescriptor(const InstalledDescriptor& descriptor,
 }
 
 void lintTogether(const std::vector<InstalledDescriptor>& descriptors, Findings& findings) {
-  for (const InstalledDescriptor& descriptor : descriptors) {
-    const std::string name = descriptor.serviceName();
-    if (name.empty()) continue;
-    FindingList list(descriptor.path, findings);
-    for (const InstalledDescriptor& other : descriptors) {
-      if (other.fileName == descriptor.fileName) continue;
-      if (other.serviceName() == name && descriptor.fileName < other.fileName) {
-        list.error("ServiceName", "'" + name + "' is the name in " + other.fileName + " too",
-                   "give each service a name of its own, or remove the copy");
-      } else if (other.serviceName() != name && other.fileName.find(name) != std::string::npos) {
-        list.error("ServiceName",
-                   "'" + name + "' is part of the file name " + other.fileName +
-                       ": a restore of this service restores that one too",
-                   "rename " + other.fileName);
-      }
-    }
+  for (const DescriptorConflict& conflict : descriptorConflicts(descriptors)) {
+    FindingList list(conflict.path, findings);
+    list.error(conflict.key, conflict.problem,
+               "until then nothing is backed up or restored; run: " + conflict.command);
   }
 }
 

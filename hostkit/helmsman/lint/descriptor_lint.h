@@ -16,8 +16,8 @@ namespace halyard::hostkit {
 void lintDescriptor(const InstalledDescriptor& descriptor,
                     const std::vector<std::string>& backupFolders, Findings& findings);
 
-/// Checks the descriptors against each other: names that occur twice, names that select another
-/// service's descriptor.
+/// Checks the descriptors against each other: what was left behind, names that occur twice, names
+/// that select another service's descriptor.
 void lintTogether(const std::vector<InstalledDescriptor>& descriptors, Findings& findings);
 
 /// Checks the answer of a size query.

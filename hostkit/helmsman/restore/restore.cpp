@@ -14,6 +14,8 @@
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/restore/verify.h"
+#include "helmsman/settings/descriptor_conflicts.h"
+#include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
@@ -41,7 +43,8 @@ std::optional<Restoration> prepare(const RestoreArguments& arguments, std::strin
   }
   const auto descriptors = descriptorsOfService(*service);
   if (descriptors.empty()) {
-    problem = "no descriptor of " + *service + " is installed";
+    problem = "no descriptor of " + *service + " is installed" +
+              (isShipped(*service) ? " (run: helmsman enable " + *service + ")" : "");
     return std::nullopt;
   }
   for (const InstalledDescriptor& descriptor : descriptors) {
@@ -139,6 +142,9 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
 
 int restore(const RestoreArguments& arguments) {
   int status = kFailure;
+  const std::vector<std::string> conflicts = descriptorProblems();
+  for (const std::string& text : conflicts) printError(text);
+  if (!conflicts.empty()) return kFailure;
   std::string problem;
   const auto restoration = prepare(arguments, problem);
   if (!restoration) {

@@ -22,6 +22,7 @@
 #include "helmsman/run/run_judge.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/run/tree_size.h"
+#include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/snapshots/repository.h"
@@ -102,6 +103,8 @@ int BackupCycle::run() {
 }
 
 bool BackupCycle::isPossible() {
+  for (std::string& text : descriptorProblems()) problem(std::move(text));
+  if (!record_.problems.empty()) return false;
   std::string reason;
   const auto destination = backupDestination(reason);
   if (!destination) {

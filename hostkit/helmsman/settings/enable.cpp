@@ -7,6 +7,7 @@
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/property_file.h"
+#include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/settings/settings.h"
 
@@ -15,17 +16,21 @@ namespace halyard::hostkit {
 namespace {
 
 bool hasDescriptor(const std::string& service) {
+  if (isShipped(service)) return true;
   const auto descriptors = installedDescriptors();
   return std::any_of(
       descriptors.begin(), descriptors.end(),
       [&](const InstalledDescriptor& descriptor) { return descriptor.serviceName() == service; });
 }
 
-// The keys that are there and the seven that may be added.
+// The keys that are there, and the seven and the shipped ones that may be added.
 PropertyDictionary namesToChooseFrom(const PropertyDictionary& services) {
   PropertyDictionary names = services;
   for (const std::string_view name : kKnownServices) {
     if (names.find(name) == nullptr) names.set(std::string(name), 0);
+  }
+  for (const ShippedDescriptor& shipped : shippedDescriptors()) {
+    if (names.find(shipped.service) == nullptr) names.set(shipped.service, 0);
   }
   return names;
 }
@@ -33,15 +38,53 @@ PropertyDictionary namesToChooseFrom(const PropertyDictionary& services) {
 // False when the switch cannot be thrown for this service.
 bool canSwitch(const std::string& service, ServiceSwitch position) {
   if (position == ServiceSwitch::on && !hasDescriptor(service)) {
-    printError(service + ": no descriptor with this ServiceName is installed in " + kConfigFolder);
+    printError(service + ": no descriptor with this ServiceName is installed in " + kConfigFolder +
+               " or " + kServiceFolder);
     return false;
   }
-  if (!isKnownService(service)) {
+  // The flag of any other is not looked at; its link alone can be placed and removed.
+  if (!isKnownService(service) && !isShipped(service)) {
     printError(service +
                ": every backup takes it, whatever its flag says; remove its descriptor instead");
     return false;
   }
   return true;
+}
+
+// Moves the links of the services; those whose link moved have changed.
+bool moveLinks(const std::vector<std::string>& services, ServiceSwitch position,
+               std::vector<std::string>& changed) {
+  for (const std::string& service : services) {
+    const LinkChange change =
+        position == ServiceSwitch::on ? placeLinks(service) : removeLinks(service);
+    if (!change.problem.empty()) {
+      printError(change.problem);
+      return false;
+    }
+    const bool told = std::find(changed.begin(), changed.end(), service) != changed.end();
+    if (change.changed && !told) changed.push_back(service);
+  }
+  return true;
+}
+
+// The services that were meant; absent, with each reason told, when any cannot be switched.
+std::optional<std::vector<std::string>> chosenServices(const std::vector<std::string>& names,
+                                                       const PropertyDictionary& choice,
+                                                       ServiceSwitch position) {
+  std::vector<std::string> services;
+  bool understood = true;
+  for (const std::string& typed : names) {
+    std::string problem;
+    const auto service = completeServiceName(choice, typed, problem);
+    if (!service) printError(problem);
+    if (service && canSwitch(*service, position)) {
+      services.push_back(*service);
+    } else {
+      understood = false;
+    }
+  }
+  if (!understood) return std::nullopt;
+  return services;
 }
 
 }  // namespace
@@ -55,35 +98,29 @@ int switchServices(const std::vector<std::string>& names, ServiceSwitch position
     return kFailure;
   }
   const PropertyDictionary* present = preferences->dictionary("services");
-  PropertyDictionary services = present == nullptr ? PropertyDictionary{} : *present;
+  PropertyDictionary flags = present == nullptr ? PropertyDictionary{} : *present;
+  const auto services = chosenServices(names, namesToChooseFrom(flags), position);
+  if (!services) return kFailure;
 
   const int value = position == ServiceSwitch::on ? 1 : 0;
-  const PropertyDictionary choice = namesToChooseFrom(services);
   std::vector<std::string> changed;
-  bool understood = true;
-  for (const std::string& typed : names) {
-    const auto service = completeServiceName(choice, typed, problem);
-    if (!service) printError(problem);
-    if (!service || !canSwitch(*service, position)) {
-      understood = false;
-      continue;
-    }
-    const PropertyValue* flag = services.find(*service);
-    if (flag == nullptr || flag->integerValue() != value) changed.push_back(*service);
-    services.set(*service, value);
+  for (const std::string& service : *services) {
+    const PropertyValue* flag = flags.find(service);
+    if (flag == nullptr || flag->integerValue() != value) changed.push_back(service);
+    flags.set(service, value);
   }
-  if (!understood) return kFailure;
-
-  const char* word = position == ServiceSwitch::on ? "on" : "off";
-  if (changed.empty()) {
-    printNote(std::string("nothing to do: already ") + word);
-    return kSuccess;
-  }
-  preferences->set("services", std::move(services));
-  if (!writePropertyFile(kPreferenceFile, *preferences)) {
+  const bool flagsChanged = !changed.empty();
+  // At every instant a service whose flag is on has its descriptor.
+  if (position == ServiceSwitch::on && !moveLinks(*services, position, changed)) return kFailure;
+  preferences->set("services", std::move(flags));
+  if (flagsChanged && !writePropertyFile(kPreferenceFile, *preferences)) {
     printError(std::string(kPreferenceFile) + " could not be written");
     return kFailure;
   }
+  if (position == ServiceSwitch::off && !moveLinks(*services, position, changed)) return kFailure;
+
+  const char* word = position == ServiceSwitch::on ? "on" : "off";
+  if (changed.empty()) printNote(std::string("nothing to do: already ") + word);
   for (const std::string& service : changed) printNote(service + " is " + word + " now");
   return kSuccess;
 }

@@ -7,6 +7,7 @@
 #include "common/paths.h"
 #include "common/property_file.h"
 #include "helmsman/settings/folders.h"
+#include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "host/files/files.h"
 
@@ -59,6 +60,12 @@ PropertyDictionary defaultEnginePreferences() {
 }
 
 int repairSettings() {
+  bool linked = true;
+  if (!host::exists(kPreferenceFile) && host::isDirectory(kServiceFolder)) {
+    std::string problem;
+    linked = provideFolder(std::string(kConfigFolder), problem) != FolderOutcome::failed &&
+             placeFirstLinks();
+  }
   std::vector<std::string> names;
   for (const InstalledDescriptor& descriptor : installedDescriptors()) {
     names.push_back(descriptor.serviceName());
@@ -67,7 +74,7 @@ int repairSettings() {
       provideFile(kConfigFolder, kPreferenceFile, defaultServicePreferences(names));
   const bool engine =
       provideFile(kPreferenceFolder, kEnginePreferenceFile, defaultEnginePreferences());
-  return services && engine ? kSuccess : kFailure;
+  return linked && services && engine ? kSuccess : kFailure;
 }
 
 }  // namespace halyard::hostkit

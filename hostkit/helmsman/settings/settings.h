@@ -17,7 +17,8 @@ PropertyDictionary defaultServicePreferences(const std::vector<std::string>& ins
 PropertyDictionary defaultEnginePreferences();
 
 /// Writes each preference file that is missing, with its folder; never touches one that is there,
-/// whatever it holds.
+/// whatever it holds. A host that has neither the service preferences nor any descriptor yet gets
+/// the links of every shipped service first.
 ///
 /// Prints:  a note for each file written; an error for each that could not be.
 /// Returns: the exit status.

@@ -12,6 +12,7 @@
 #include "common/paths.h"
 #include "common/property_file.h"
 #include "helmsman/settings/folders.h"
+#include "helmsman/settings/service_links.h"
 #include "helmsman/settings/settings.h"
 #include "host/files/files.h"
 
@@ -117,6 +118,7 @@ void warnOfMissingPrograms() {
 int setUpHost() {
   bool ready = provideFolders();
   ready = repairSettings() == kSuccess && ready;
+  ready = placeLinksOfServicesThatAreOn() && ready;
   ready = provideVersionFile() && ready;
   ready = provideComputerName() && ready;
   warnOfMissingPrograms();

@@ -4,8 +4,9 @@
 namespace halyard::hostkit {
 
 /// Provides what Halyard expects of its host and is not there yet: the fixed folders, both
-/// preference files, the host version file, the computer name, the setup marker (last, so that a
-/// host is only called ready when it is). Asks nothing and can be repeated at any time.
+/// preference files, the links of the services that are on, the host version file, the computer
+/// name, the setup marker (last, so that a host is only called ready when it is). Asks nothing and
+/// can be repeated at any time.
 ///
 /// Prints:  a note for each thing made; a warning for each program that is missing.
 /// Returns: the exit status; failure when anything could not be provided.
