@@ -80,7 +80,7 @@ CommandLine::CommandLine() {
   app_.fallthrough();
   app_.footer(
       "Exit status: 0 success, 1 failure or findings, 2 a command line that makes no sense, 3 "
-      "another run is active.\nSee helmsman(8).");
+      "another run is active, 4 done in part.\nSee helmsman(8).");
   addHostCommands();
   addServiceCommands();
   addSchedule();

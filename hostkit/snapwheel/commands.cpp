@@ -142,7 +142,7 @@ int runSnapshot(const CommandOptions& options) {
         "), " + std::to_string(manifest.linked) + " shared with " +
         (manifest.reference.empty() ? "none" : manifest.reference) + ", " + secondsText(begin));
   }
-  if (!manifest.complete) return kIncomplete;
+  if (!manifest.complete) return hostkit::kPartial;
   if (!options.prune) return hostkit::kSuccess;
   const HostLock lock(repository);
   return prune(repository, rulesFor(options), false, false);
@@ -221,7 +221,7 @@ int runRestore(const CommandOptions& options) {
                      hostkit::sizeText(outcome.bytes) + "), " + secondsText(begin));
   if (outcome.failed == 0) return hostkit::kSuccess;
   hostkit::printError(countText(outcome.failed, "item") + " could not be restored");
-  return kIncomplete;
+  return hostkit::kPartial;
 }
 
 int runCheck(const CommandOptions& options) {

@@ -8,10 +8,6 @@
 
 namespace halyard::snapwheel {
 
-/// Exit status beside the common ones: done, but some items could not be copied, read or removed;
-/// standard error names them.
-inline constexpr int kIncomplete = 4;
-
 /// Ends a command: main() prints the text on standard error and ends with the status.
 class Failure : public std::runtime_error {
  public:

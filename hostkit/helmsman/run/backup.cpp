@@ -1,5 +1,6 @@
 #include "helmsman/run/backup.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -16,6 +17,7 @@
 #include "common/volumes.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/program/size_estimate.h"
+#include "helmsman/run/expected_services.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/progress_follower.h"
 #include "helmsman/run/run_display.h"
@@ -37,16 +39,16 @@ namespace {
 constexpr mode_t kProgressLogMode = 0770;
 constexpr std::size_t kProgressLogLimit = std::size_t{64} << 20;
 
-// The descriptors that the run will process, in its order.
-std::vector<InstalledDescriptor> expectedDescriptors() {
-  const PropertyDictionary services = servicePreferences();
-  std::vector<InstalledDescriptor> expected;
-  for (InstalledDescriptor& descriptor : installedDescriptors()) {
-    if (descriptor.readable && isBackedUp(services, descriptor.serviceName())) {
-      expected.push_back(std::move(descriptor));
-    }
+int exitStatusOf(RunRecord::Result result) {
+  switch (result) {
+    case RunRecord::Result::good:
+      return kSuccess;
+    case RunRecord::Result::partial:
+      return kPartial;
+    case RunRecord::Result::failed:
+      break;
   }
-  return expected;
+  return kFailure;
 }
 
 bool automaticBackupsAreOn() {
@@ -67,12 +69,14 @@ class BackupCycle {
 
  private:
   bool isPossible();
+  void judgeSnapshot(const Snapshot& snapshot);
   void estimate();
   void runHalyardBackup();
   std::optional<std::string> copyFailure(const std::string& service, const std::string& file) const;
   bool takeSnapshot();
   void complete();
   void prune();
+  RunRecord::Result result() const;
   int finish();
   void problem(std::string text) { record_.problems.push_back(std::move(text)); }
 
@@ -140,13 +144,14 @@ void BackupCycle::estimate() {
 }
 
 void BackupCycle::runHalyardBackup() {
-  std::vector<InstalledDescriptor> expected = expectedDescriptors();
+  ExpectedServices expected = expectedServices();
   std::vector<std::string> names;
-  names.reserve(expected.size());
-  for (const InstalledDescriptor& descriptor : expected) names.push_back(descriptor.serviceName());
+  names.reserve(expected.descriptors.size());
+  for (const auto& descriptor : expected.descriptors) names.push_back(descriptor.serviceName());
   if (names.empty()) problem("no service is switched on (see: helmsman enable)");
+  for (std::string& text : expected.problems) problem(std::move(text));
   const std::string signatureBefore = signatureIn(kMetadataFolder);
-  RunJudge judge(std::move(expected));
+  RunJudge judge(std::move(expected.descriptors));
   LineReader output([&judge](std::string_view line) { judge.outputLine(line); });
   LineReader errors([&judge](std::string_view line) { judge.errorLine(line); });
   host::TaskOptions options;
@@ -227,7 +232,18 @@ bool BackupCycle::takeSnapshot() {
     return false;
   }
   record_.snapshot = path;
+  judgeSnapshot(snapshot);
   return true;
+}
+
+// The signature tells that it is this run's backup, not that all of it arrived.
+void BackupCycle::judgeSnapshot(const Snapshot& snapshot) {
+  for (ServiceResult& service : record_.services) {
+    if (const auto lack = lackOfService(kMetadataFolder, snapshot.metadataFolder, service.name)) {
+      service.problems.push_back(*lack);
+      service.done = false;
+    }
+  }
 }
 
 void BackupCycle::complete() {
@@ -239,7 +255,7 @@ void BackupCycle::complete() {
 
 void BackupCycle::prune() {
   // A snapshot that lacks something is no reason to part with an older one.
-  if (!record_.problems.empty()) return;
+  if (result() != RunRecord::Result::good) return;
   display_.phase("removing snapshots that are out of date");
   const host::TaskResult result = host::RunTask(std::string(kSnapwheelProgram), {"prune"});
   if (result.status != 0) {
@@ -247,28 +263,27 @@ void BackupCycle::prune() {
   }
 }
 
+// As far as the run has come.
+RunRecord::Result BackupCycle::result() const {
+  const auto isDone = [](const ServiceResult& service) { return service.done; };
+  const bool carried = arguments_.noSnapshot ? metadataIsWhole_ : !record_.snapshot.empty();
+  if (!carried || std::ranges::none_of(record_.services, isDone)) return RunRecord::Result::failed;
+  return record_.problems.empty() && std::ranges::all_of(record_.services, isDone)
+             ? RunRecord::Result::good
+             : RunRecord::Result::partial;
+}
+
 int BackupCycle::finish() {
   record_.finished = secondsNow();
-  bool anyDone = false;
-  bool allDone = true;
-  for (const ServiceResult& service : record_.services) {
-    anyDone = anyDone || service.done;
-    allDone = allDone && service.done;
-  }
-  const bool carried = arguments_.noSnapshot ? metadataIsWhole_ : !record_.snapshot.empty();
-  if (carried && allDone && record_.problems.empty()) {
-    record_.result = RunRecord::Result::good;
-  } else if (carried && anyDone) {
-    record_.result = RunRecord::Result::partial;
-  }
+  record_.result = result();
   inheritGood(record_, readLastRecord());
   if (!keepRecord(record_)) {
     problem(std::string("the result could not be kept in ") + kStateFolder);
     if (record_.result == RunRecord::Result::good) record_.result = RunRecord::Result::partial;
   }
   display_.finished(record_);
-  const bool told = finishOutput();
-  return record_.result == RunRecord::Result::good && told ? kSuccess : kFailure;
+  if (!finishOutput()) return kFailure;
+  return exitStatusOf(record_.result);
 }
 
 }  // namespace

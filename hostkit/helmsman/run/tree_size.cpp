@@ -3,6 +3,7 @@
 #include <ftw.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <set>
 
 namespace halyard::hostkit {
@@ -10,9 +11,10 @@ namespace halyard::hostkit {
 namespace {
 
 constexpr int kOpenFolders = 32;
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
 
 struct Count {
-  std::uint64_t bytes = 0;
+  TreeActivity seen;
   std::set<ino_t> linked;  // Files with several names, which one file system holds.
 };
 
@@ -20,19 +22,27 @@ struct Count {
 thread_local Count count;
 
 int addFile(const char* /*path*/, const struct stat* status, int kind, struct FTW* /*position*/) {
+  ++count.seen.count.items;
+  const auto changed = static_cast<std::int64_t>(status->st_mtim.tv_sec) * kNanoseconds +
+                       static_cast<std::int64_t>(status->st_mtim.tv_nsec);
+  if (kind != FTW_NS) count.seen.newest = std::max(count.seen.newest, changed);
   if (kind == FTW_F && S_ISREG(status->st_mode) &&
       (status->st_nlink == 1 || count.linked.insert(status->st_ino).second)) {
-    count.bytes += static_cast<std::uint64_t>(status->st_size);
+    count.seen.count.bytes += static_cast<std::uint64_t>(status->st_size);
   }
   return 0;
 }
 
 }  // namespace
 
-std::uint64_t treeBytes(const std::string& path) {
+TreeActivity treeActivity(const std::string& path) {
   count = {};
   (void)::nftw(path.c_str(), &addFile, kOpenFolders, FTW_PHYS | FTW_MOUNT);
-  return count.bytes;
+  return count.seen;
 }
+
+TreeCount treeCount(const std::string& path) { return treeActivity(path).count; }
+
+std::uint64_t treeBytes(const std::string& path) { return treeCount(path).bytes; }
 
 }  // namespace halyard::hostkit

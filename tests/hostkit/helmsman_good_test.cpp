@@ -1,0 +1,87 @@
+// When a backup may be called good, and what a run that was not may do.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "backup_test.h"
+#include "helmsman/run/metadata_check.h"
+#include "helmsman/run/tree_size.h"
+#include "support/scratch.h"
+
+namespace halyard::hostkit {
+namespace {
+
+using test::descriptorOf;
+using test::kPlugin;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+using GoodBackup = test::BackupTest;
+
+TEST_F(GoodBackup, NothingIsPrunedAfterOneServiceFailed) {
+  root.writePlugin("/usr/libexec/broken", "exit 7");
+  root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/usr/libexec/broken"));
+  EXPECT_EQ(helmsman({"backup"}).status, 4);
+  EXPECT_EQ(record()["result"], "partial");
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+}
+
+TEST_F(GoodBackup, NeedsADescriptorOfEveryServiceThatIsOn) {
+  root.writePreferences({{"depotHost", 1}, {"postHost", 1}, {"siteHost", 1}});
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("siteHost is switched on and has no descriptor (see: helmsman "
+                                    "disable siteHost)\n"));
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+}
+
+TEST_F(GoodBackup, NeedsEveryDescriptorToBeReadable) {
+  root.writeFile("/private/etc/halyard/50-siteHost.plist", "<plist><dict>");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("/private/etc/halyard/50-siteHost.plist is no descriptor that "
+                                    "can be read; mend it or move it away\n"));
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+}
+
+TEST_F(GoodBackup, NeedsEveryServiceToBeWholeInTheSnapshot) {
+  installEngine(std::string("rm -r /.Halyards/postHost/srv/post\n") + kCopyMetadata +
+                "\nmkdir -p /.Halyards/postHost/srv && cp /srv/post /.Halyards/postHost/srv/post");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("postHost: the snapshot holds 2 of its 3 items, 0 B of 4 B\n"));
+  auto kept = record();
+  EXPECT_EQ(kept["services"][0]["result"], "good");
+  EXPECT_EQ(kept["services"][1]["result"], "failed");
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+}
+
+TEST_F(GoodBackup, AnIncompleteSnapshotPrunesNothing) {
+  installEngine(std::string(kCopyMetadata) + "\necho 'snapwheel: 1 item is missing' >&2; exit 4");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("the snapshot is not complete: snapwheel: 1 item is missing"));
+  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+}
+
+TEST_F(GoodBackup, OldSnapshotsThatCannotBeRemovedAreAPartOfTheRun) {
+  installEngine(std::string(kCopyMetadata) +
+                "\n;; prune) echo 'snapwheel: busy disk' >&2; exit 1\n");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("old snapshots could not be removed: snapwheel: busy disk"));
+}
+
+TEST(LackOfService, CountsItemsThatHoldNothing) {
+  const test::Scratch scratch;
+  scratch.write("live/a/full", "text");
+  scratch.write("live/a/empty");
+  scratch.write("saved/a/full", "text");
+  EXPECT_EQ(treeCount(scratch / "live/a"), (TreeCount{3, 4}));
+  EXPECT_EQ(lackOfService(scratch / "live", scratch / "saved", "a"),
+            "the snapshot holds 2 of its 3 items, 4 B of 4 B");
+  scratch.write("saved/a/empty");
+  EXPECT_EQ(lackOfService(scratch / "live", scratch / "saved", "a"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace halyard::hostkit
