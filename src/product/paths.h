@@ -33,6 +33,7 @@ inline constexpr const char* kSourceDiskInfoName = "ServerSourceDiskInfo.plist";
 inline constexpr const char* kMasterBrowseFile = "/.Halyards/master.browse.plist";
 inline constexpr const char* kBrowseSuffix = ".browse.plist";
 inline constexpr const char* kRestoreMarker = "/.Halyards/restoreWasAttempted";
+inline constexpr const char* kIncompleteMark = "incomplete";  // in a service's folder
 
 // The snapshot repository.
 inline constexpr const char* kRepositoryName = "Archives.snapdb";

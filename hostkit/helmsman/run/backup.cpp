@@ -18,6 +18,7 @@
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/expected_services.h"
+#include "helmsman/run/incomplete_services.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/progress_follower.h"
 #include "helmsman/run/run_display.h"
@@ -72,6 +73,7 @@ class BackupCycle {
   void judgeSnapshot(const Snapshot& snapshot);
   void estimate();
   void runHalyardBackup();
+  void markServices();
   std::optional<std::string> copyFailure(const std::string& service, const std::string& file) const;
   bool takeSnapshot();
   void complete();
@@ -187,7 +189,16 @@ void BackupCycle::runHalyardBackup() {
   metadataIsWhole_ = result.status == 0 && judge.sawEnd() &&
                      !signatureIn(kMetadataFolder).empty() &&
                      signatureIn(kMetadataFolder) != signatureBefore;
+  if (metadataIsWhole_) markServices();
   for (std::string& text : problems) problem(std::move(text));
+}
+
+void BackupCycle::markServices() {
+  for (const std::string& service : settleIncompleteServices(kMetadataFolder, record_.services)) {
+    problem("no snapshot is taken: " + service + " could not be marked as incomplete in " +
+            kMetadataFolder);
+    metadataIsWhole_ = false;
+  }
 }
 
 std::optional<std::string> BackupCycle::copyFailure(const std::string& service,
