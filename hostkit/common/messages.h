@@ -25,14 +25,24 @@ void setQuiet(bool quiet);
 /// finishOutput.
 void printLine(std::string_view line);
 
-/// The document indented by two, and a line feed, on standard output. Bytes that are no UTF-8
-/// show as U+FFFD.
+/// Stands as "format" in every JSON object that is printed; grows when a reader of the old one
+/// would go wrong.
+inline constexpr int kJsonFormat = 1;
+
+/// The answer of a command: the object (no array, no bare value) indented by two, and a line feed,
+/// on standard output. Bytes that are no UTF-8 show as U+FFFD.
 void printJson(const nlohmann::json& document);
-/// The document on one line, flushed, for readers that follow a run.
-void printJsonLine(const nlohmann::json& document);
+
+enum class JsonLine { more, last };
+/// The object on one line, flushed, for readers that follow a run. The last line is the answer.
+void printJsonLine(const nlohmann::json& document, JsonLine line = JsonLine::more);
+
+/// In place of an answer, unless there was one: {"error": {"message": ..., "status": N}} on one
+/// line; the message is what printError said so far.
+void printJsonError(int status);
 
 /// Flushes standard output; false, and a message, when not everything could be written (a full
-/// disk, a closed pipe), so that no truncated answer passes for a good one.
+/// disk, a closed pipe), so that no truncated answer passes for a good one. Says it once.
 bool finishOutput();
 
 /// The text of an errno value.

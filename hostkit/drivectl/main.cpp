@@ -1,5 +1,6 @@
 // drivectl: what is known of the volumes of this host.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -7,7 +8,7 @@
 #include "base/property_list.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/version.h"
+#include "common/program.h"
 #include "common/volumes.h"
 #include "drivectl/report.h"
 
@@ -35,7 +36,7 @@ int info(const std::string& path, Form form) {
       std::fputs(volumeText(*volume).c_str(), stdout);
       break;
   }
-  return finishOutput() ? kSuccess : kFailure;
+  return kSuccess;
 }
 
 int list(Form form) {
@@ -43,35 +44,22 @@ int list(Form form) {
   if (form == Form::text) {
     std::fputs(volumeTable(volumes).c_str(), stdout);
   } else if (form == Form::json) {
-    nlohmann::json document = nlohmann::json::array();
-    for (const Volume& volume : volumes) document.push_back(volumeJson(volume));
+    nlohmann::json document = {{"volumes", nlohmann::json::array()}};
+    for (const Volume& volume : volumes) document["volumes"].push_back(volumeJson(volume));
     printJson(document);
   } else {
     halyard::PropertyArray array;
     for (const Volume& volume : volumes) array.emplace_back(volumeDictionary(volume));
     std::fputs(halyard::writePropertyList(halyard::PropertyValue(array)).c_str(), stdout);
   }
-  return finishOutput() ? kSuccess : kFailure;
-}
-
-// "-plist" is written with one dash by those who call this program; the parser wants two.
-std::vector<std::string> wordsOf(int count, char** words) {
-  std::vector<std::string> result;
-  for (int index = count - 1; index > 0; --index) {
-    const std::string word = words[index];
-    result.push_back(word == "-plist" ? "--plist" : word);
-  }
-  return result;
+  return kSuccess;
 }
 
 }  // namespace
 
-int main(int count, char** words) {
-  setProgramName("drivectl");
+int main(int count, char** arguments) {
   CLI::App app("Tells what is known of the volumes of this host.", "drivectl");
-  app.set_version_flag("--version", std::string("drivectl ") + versionText());
-  app.require_subcommand(1);
-  app.footer("Exit status: 0 success, 1 failure, 2 a command line that makes no sense.");
+  prepareCommandLine(app);
 
   std::string path;
   bool asPropertyList = false;
@@ -85,11 +73,11 @@ int main(int count, char** words) {
     command->add_flag("--json", asJson, "Print JSON")->excludes(plist);
   }
 
-  try {
-    app.parse(wordsOf(count, words));
-  } catch (const CLI::ParseError& problem) {
-    return app.exit(problem) == 0 ? kSuccess : kUsageError;
-  }
-  const Form form = asPropertyList ? Form::propertyList : asJson ? Form::json : Form::text;
-  return infoCommand->parsed() ? info(path, form) : list(form);
+  // "-plist" is written with one dash by those who call this program; the parser wants two.
+  std::vector<std::string> words = wordsOf(count, arguments);
+  std::replace(words.begin(), words.end(), std::string("-plist"), std::string("--plist"));
+  return runProgram(app, words, [&] {
+    const Form form = asPropertyList ? Form::propertyList : asJson ? Form::json : Form::text;
+    return infoCommand->parsed() ? info(path, form) : list(form);
+  });
 }

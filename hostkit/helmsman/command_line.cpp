@@ -9,7 +9,7 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/version.h"
+#include "common/program.h"
 #include "helmsman/lint/check.h"
 #include "helmsman/program/unlock.h"
 #include "helmsman/report/metrics.h"
@@ -37,7 +37,7 @@ enum class Needs { nothing, root };
 class CommandLine {
  public:
   CommandLine();
-  int run(int count, char** words);
+  int run(const std::vector<std::string>& words);
 
  private:
   // Gives a new subcommand its action.
@@ -74,13 +74,9 @@ class CommandLine {
 };
 
 CommandLine::CommandLine() {
-  app_.set_version_flag("--version", std::string("helmsman ") + versionText());
+  prepareCommandLine(app_);
   app_.add_flag("-q,--quiet", quiet_, "No notes, only results, warnings and errors");
-  app_.require_subcommand(1);
   app_.fallthrough();
-  app_.footer(
-      "Exit status: 0 success, 1 failure or findings, 2 a command line that makes no sense, 3 "
-      "another run is active, 4 done in part.\nSee helmsman(8).");
   addHostCommands();
   addServiceCommands();
   addSchedule();
@@ -244,22 +240,16 @@ void CommandLine::addFrom(CLI::App* command, std::string& snapshot) {
       ->type_name("SNAPSHOT");
 }
 
-int CommandLine::run(int count, char** words) {
-  try {
-    app_.parse(count, words);
-  } catch (const CLI::ParseError& problem) {
-    return app_.exit(problem) == 0 ? kSuccess : kUsageError;
-  }
-  setQuiet(quiet_);
-  if (needs_ == Needs::root && ::geteuid() != 0) {
-    printError("this needs to be run as root");
-    return kFailure;
-  }
-  return chosen_();
+int CommandLine::run(const std::vector<std::string>& words) {
+  return runProgram(app_, words, [this] {
+    setQuiet(quiet_);
+    if (needs_ == Needs::root && ::geteuid() != 0) throw Failure("this needs to be run as root");
+    return chosen_();
+  });
 }
 
 }  // namespace
 
-int runHelmsman(int count, char** words) { return CommandLine().run(count, words); }
+int runHelmsman(int count, char** words) { return CommandLine().run(wordsOf(count, words)); }
 
 }  // namespace halyard::hostkit

@@ -82,7 +82,7 @@ nlohmann::json listEntry(const Repository& repository, const std::string& name) 
   const std::string path = repository.path(name);
   const auto manifest = readManifest(path);
   nlohmann::json entry = manifest ? toJson(*manifest) : nlohmann::json::object();
-  entry.erase("missing");
+  for (const char* own : {"format", "missing"}) entry.erase(own);  // Of the file.
   entry["name"] = name;
   entry["path"] = path;
   entry["inProgress"] = isInProgress(name);
@@ -152,7 +152,7 @@ int runList(const CommandOptions& options) {
   const Repository own = openRepository(options);
   const std::vector<std::string> computers =
       options.allComputers ? own.computers() : std::vector<std::string>{own.computerName()};
-  nlohmann::json document = nlohmann::json::array();
+  nlohmann::json document = {{"snapshots", nlohmann::json::array()}};
   std::vector<std::vector<std::string>> rows = {{"SNAPSHOT", "ITEMS", "SIZE", "NEW", "STATE"}};
   for (const std::string& computer : computers) {
     const Repository repository(own.destination(), computer);
@@ -161,7 +161,7 @@ int runList(const CommandOptions& options) {
       std::vector<std::string> row = listRow(entry);
       if (options.allComputers) row.front().insert(0, computer + "/");
       rows.push_back(std::move(row));
-      document.push_back(std::move(entry));
+      document["snapshots"].push_back(std::move(entry));
     }
   }
   if (options.json) {

@@ -1,14 +1,12 @@
 // snapwheel: takes, lists, removes, restores and checks snapshots of this host.
 
 #include <CLI/CLI.hpp>
-#include <csignal>
 #include <functional>
 
-#include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
+#include "common/program.h"
 #include "snapwheel/commands.h"
-#include "snapwheel/failure.h"
 #include "snapwheel/settings.h"
 
 namespace {
@@ -18,10 +16,6 @@ namespace snapwheel = halyard::snapwheel;
 namespace hostkit = halyard::hostkit;
 
 using Command = std::function<int(const CommandOptions&)>;
-
-constexpr const char* kExitStatuses =
-    "Exit status: 0 done; 1 failed, or check found a problem; 2 wrong usage; 3 another snapshot is "
-    "being\nmade or removed; 4 done, but some items were left out.";
 
 /// Options that every command takes, before or after its word and in the configuration file.
 void addCommonOptions(CLI::App& app, CommandOptions& options) {
@@ -113,35 +107,16 @@ void addCheck(CLI::App& app, CommandOptions& options, Command& command) {
   word->callback([&command] { command = snapwheel::runCheck; });
 }
 
-int run(const Command& command, const CommandOptions& options) {
-  try {
-    const int status = command(options);
-    if (!hostkit::finishOutput() && status == hostkit::kSuccess) return hostkit::kFailure;
-    return status;
-  } catch (const snapwheel::Failure& failure) {
-    hostkit::printError(failure.what());
-    return failure.status();
-  } catch (const std::exception& error) {
-    hostkit::printError(error.what());
-    return hostkit::kFailure;
-  }
-}
-
 }  // namespace
 
-int main(int argc, char** argv) {
-  hostkit::setProgramName("snapwheel");
-  // A closed terminal or a size limit must not end a snapshot half way: the calls fail instead.
-  (void)std::signal(SIGPIPE, SIG_IGN);
-  (void)std::signal(SIGXFSZ, SIG_IGN);
+int main(int count, char** words) {
   CommandOptions options;
   options.exclusionFile = hostkit::kExclusionFile;
   Command command;
 
   CLI::App app("Takes, lists, removes, restores and checks snapshots of this host.", "snapwheel");
-  app.require_subcommand(1);
+  hostkit::prepareCommandLine(app);
   app.fallthrough();
-  app.footer(kExitStatuses);
   addCommonOptions(app, options);
   addSnapshot(app, options, command);
   addList(app, options, command);
@@ -149,11 +124,5 @@ int main(int argc, char** argv) {
   addPrune(app, options, command);
   addRestore(app, options, command);
   addCheck(app, options, command);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    const int status = app.exit(error);
-    return status == 0 ? hostkit::kSuccess : hostkit::kUsageError;
-  }
-  return run(command, options);
+  return hostkit::runProgram(app, hostkit::wordsOf(count, words), [&] { return command(options); });
 }

@@ -68,8 +68,7 @@ TEST_F(DriveCtl, ACommandLineWithoutSenseHasAStatusOfItsOwn) {
   for (const std::vector<std::string>& words : {std::vector<std::string>{},
                                                 {"info"},
                                                 {"info", "--no-such", "/"},
-                                                {"format", "/"},
-                                                {"info", "--plist", "--json", "/"}}) {
+                                                {"format", "/"}}) {
     const auto result = refused("drivectl", words);
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
@@ -80,7 +79,7 @@ TEST_F(DriveCtl, ACommandLineWithoutSenseHasAStatusOfItsOwn) {
 TEST_F(DriveCtl, ListNamesTheRootVolume) {
   const auto result = drivectl({"list", "--json"});
   EXPECT_EQ(result.status, 0);
-  const auto volumes = nlohmann::json::parse(result.out);
+  const auto volumes = nlohmann::json::parse(result.out)["volumes"];
   ASSERT_FALSE(volumes.empty());
   EXPECT_EQ(volumes[0]["MountPoint"], "/");
   EXPECT_EQ(volumes[0]["VolumeUUID"], uuidIn(drivectl({"info", "-plist", "/"}).out));

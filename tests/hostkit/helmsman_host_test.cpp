@@ -86,7 +86,7 @@ TEST_F(HelmsmanDestination, ShowFailsWhenTheVolumeIsAway) {
 }
 
 TEST_F(HelmsmanDestination, ListLeavesOutTheVolumeOfRoot) {
-  const auto document = helmsmanJson({"destination", "--list", "--json"});
+  const auto document = helmsmanJson({"destination", "--list", "--json"})["volumes"];
   ASSERT_TRUE(document.is_array());
   for (const auto& volume : document) EXPECT_NE(volume["mountPoint"], "/");
 }
@@ -281,7 +281,7 @@ TEST_F(HelmsmanSnapshots, ListsThisHostsSnapshotsAndWhatTheyHold) {
   root.makeFolder(folder + "/2026-11-21-020000.inProgress/System");
   root.makeLink(folder + "/Latest", "2026-11-20-020000");
   root.makeFolder("/Volumes/Backup/Archives.snapdb/other/2026-11-19-020000");
-  const auto list = helmsmanJson({"snapshots", "--json"});
+  const auto list = helmsmanJson({"snapshots", "--json"})["snapshots"];
   ASSERT_EQ(list.size(), 2U);
   EXPECT_EQ(list[0]["name"], "2026-11-20-020000");
   EXPECT_EQ(list[0]["time"], "2026-11-20T02:00:00Z");

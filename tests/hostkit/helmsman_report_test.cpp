@@ -45,7 +45,8 @@ class HelmsmanCheck : public test::HostKitTest {
   // "severity key: problem" of every finding.
   std::vector<std::string> findings() const {
     std::vector<std::string> lines;
-    for (const auto& finding : helmsmanJson({"check", "--json"})) {
+    const nlohmann::json answer = helmsmanJson({"check", "--json"});
+    for (const auto& finding : answer["findings"]) {
       EXPECT_NE(finding["advice"], "");
       EXPECT_NE(finding["file"], "");
       lines.push_back(finding["severity"].get<std::string>() + " " +

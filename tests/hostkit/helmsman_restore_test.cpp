@@ -258,7 +258,7 @@ TEST_F(HelmsmanVerify, IsHonestAboutTheCount) {
   result = helmsman({"verify", "depot"});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.out, HasSubstr("depotHost  12"));
-  EXPECT_EQ(helmsmanJson({"verify", "--json"})[0]["mismatches"], 12);
+  EXPECT_EQ(helmsmanJson({"verify", "--json"})["services"][0]["mismatches"], 12);
 }
 
 TEST_F(HelmsmanVerify, TellsNinetyNineMismatchesFromNoAnswer) {
@@ -268,7 +268,7 @@ TEST_F(HelmsmanVerify, TellsNinetyNineMismatchesFromNoAnswer) {
   const auto result = helmsman({"verify"});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.out, HasSubstr("depotHost  no answer"));
-  EXPECT_EQ(helmsmanJson({"verify", "--json"})[0]["mismatches"], nullptr);
+  EXPECT_EQ(helmsmanJson({"verify", "--json"})["services"][0]["mismatches"], nullptr);
 }
 
 TEST_F(HelmsmanVerify, RefusesWhatTheSnapshotDoesNotHold) {

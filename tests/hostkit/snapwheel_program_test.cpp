@@ -47,7 +47,7 @@ class SnapwheelProgram : public test::HostKitTest {
   }
 
   nlohmann::json listed() const {
-    return nlohmann::json::parse(snapwheel({"list", "--json"}).out, nullptr, false);
+    return nlohmann::json::parse(snapwheel({"list", "--json"}).out, nullptr, false)["snapshots"];
   }
 
   /// Takes one and gives its name.

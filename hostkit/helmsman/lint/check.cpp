@@ -44,15 +44,15 @@ void askForSize(const InstalledDescriptor& descriptor, Findings& findings) {
 
 void print(const Findings& findings, bool asJson) {
   if (asJson) {
-    nlohmann::json document = nlohmann::json::array();
+    nlohmann::json list = nlohmann::json::array();
     for (const Finding& finding : findings) {
-      document.push_back({{"severity", word(finding.severity)},
-                          {"file", finding.file},
-                          {"key", finding.key},
-                          {"problem", finding.problem},
-                          {"advice", finding.advice}});
+      list.push_back({{"severity", word(finding.severity)},
+                      {"file", finding.file},
+                      {"key", finding.key},
+                      {"problem", finding.problem},
+                      {"advice", finding.advice}});
     }
-    printJson(document);
+    printJson({{"findings", std::move(list)}});
     return;
   }
   for (const Finding& finding : findings) {

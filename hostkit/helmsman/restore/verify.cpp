@@ -59,18 +59,18 @@ std::string verifyLogOf(const std::string& service) {
 }
 
 void printVerdicts(const std::vector<Verdict>& verdicts, bool asJson) {
-  nlohmann::json document = nlohmann::json::array();
+  nlohmann::json list = nlohmann::json::array();
   std::vector<std::vector<std::string>> rows = {{"SERVICE", "MISMATCHES", "LOG"}};
   for (const Verdict& verdict : verdicts) {
-    document.push_back({{"service", verdict.service}, {"mismatches", nullptr}});
-    if (verdict.mismatches) document.back()["mismatches"] = *verdict.mismatches;
-    if (!verdict.log.empty()) document.back()["log"] = verdict.log;
+    list.push_back({{"service", verdict.service}, {"mismatches", nullptr}});
+    if (verdict.mismatches) list.back()["mismatches"] = *verdict.mismatches;
+    if (!verdict.log.empty()) list.back()["log"] = verdict.log;
     rows.push_back({verdict.service,
                     verdict.mismatches ? std::to_string(*verdict.mismatches) : "no answer",
                     verdict.log});
   }
   if (asJson) {
-    printJson(document);
+    printJson({{"services", std::move(list)}});
   } else {
     (void)std::fputs(tableText(rows).c_str(), stdout);
   }

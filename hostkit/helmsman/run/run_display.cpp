@@ -113,7 +113,7 @@ void RunDisplay::finished(const RunRecord& record) {
   if (json_) {
     nlohmann::json document = recordJson(record);
     document["event"] = "finished";
-    printJsonLine(document);
+    printJsonLine(document, JsonLine::last);
     return;
   }
   for (const std::string& line : problemLines(record)) printError(line);

@@ -159,7 +159,7 @@ int show(bool asJson) {
 }
 
 int list(bool asJson) {
-  nlohmann::json document = nlohmann::json::array();
+  nlohmann::json volumes = nlohmann::json::array();
   std::vector<std::vector<std::string>> rows = {
       {"SPECIFICATION", "MOUNT POINT", "TYPE", "SIZE", "FREE", "LABEL"}};
   for (const Volume& volume : mountedVolumes()) {
@@ -170,17 +170,17 @@ int list(bool asJson) {
     const bool byUuid =
         volume.device.starts_with("/dev/") && volume.identity == Volume::Identity::fileSystem;
     const std::string specification = byUuid ? "UUID=" + volume.uuid : volume.mountPoint;
-    document.push_back({{"specification", specification},
-                        {"mountPoint", volume.mountPoint},
-                        {"type", volume.type},
-                        {"totalBytes", volume.totalBytes},
-                        {"availableBytes", volume.availableBytes},
-                        {"label", volume.label}});
+    volumes.push_back({{"specification", specification},
+                       {"mountPoint", volume.mountPoint},
+                       {"type", volume.type},
+                       {"totalBytes", volume.totalBytes},
+                       {"availableBytes", volume.availableBytes},
+                       {"label", volume.label}});
     rows.push_back({specification, volume.mountPoint, volume.type, sizeText(volume.totalBytes),
                     sizeText(volume.availableBytes), volume.label});
   }
   if (asJson) {
-    printJson(document);
+    printJson({{"volumes", std::move(volumes)}});
   } else if (rows.size() == 1) {
     printNote("no other volume is mounted; connect and mount one, then name it here");
   } else {

@@ -49,8 +49,8 @@ int listSnapshots(bool asJson) {
   }
   const auto snapshots = snapshotsIn(snapshotFolder(*destination));
   if (asJson) {
-    nlohmann::json document = nlohmann::json::array();
-    for (const Snapshot& snapshot : snapshots) document.push_back(jsonOf(snapshot));
+    nlohmann::json document = {{"snapshots", nlohmann::json::array()}};
+    for (const Snapshot& snapshot : snapshots) document["snapshots"].push_back(jsonOf(snapshot));
     printJson(document);
   } else if (snapshots.empty()) {
     printNote("there is no snapshot of this host in " + snapshotFolder(*destination));
