@@ -60,10 +60,6 @@ std::optional<std::int64_t> parseTime(std::string_view text) {
   return parsePattern(text, "0000-00-00T00:00:00Z");
 }
 
-std::optional<std::int64_t> parseSnapshotName(std::string_view name) {
-  return parsePattern(name, "0000-00-00-000000");
-}
-
 std::string ageText(std::int64_t seconds) {
   constexpr std::int64_t kMinute = 60;
   constexpr std::int64_t kHour = 60 * kMinute;

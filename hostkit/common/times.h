@@ -16,9 +16,6 @@ std::string timeText(std::int64_t seconds);
 /// The inverse of timeText; absent for anything else.
 std::optional<std::int64_t> parseTime(std::string_view text);
 
-/// A snapshot's name "2026-11-21-055329", read as UTC; absent for any other name.
-std::optional<std::int64_t> parseSnapshotName(std::string_view name);
-
 /// How long ago, in the largest fitting unit: "just now", "5 minutes ago", "3 hours ago",
 /// "12 days ago".
 std::string ageText(std::int64_t seconds);

@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "common/messages.h"
 #include "host/files/files.h"
+#include "product/paths.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
 
@@ -66,7 +67,7 @@ class Check {
 
   void checkLatest(const std::vector<std::string>& snapshots) {
     const auto latest = repository_.latest();
-    const std::string path = repository_.path(kLatestLink);
+    const std::string path = repository_.path(paths::kLatestName);
     if (snapshots.empty()) {
       if (latest) problem(path, "leads nowhere; delete it");
     } else if (!latest) {

@@ -7,10 +7,11 @@
 #include "base/property_list.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "common/sizes.h"
 #include "common/table.h"
 #include "host/files/property_file.h"
+#include "product/computer_name.h"
+#include "product/paths.h"
 #include "snapwheel/exclusions.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/host_lock.h"
@@ -23,19 +24,15 @@ namespace halyard::snapwheel {
 
 namespace {
 
-std::string computerName(const CommandOptions& options) {
-  if (!options.computer.empty()) return options.computer;
-  return computerNameIn(host::readDictionary(hostkit::kHostConfigFile));
-}
-
 Repository openRepository(const CommandOptions& options) {
-  return Repository(findDestination(options.destination), computerName(options));
+  return Repository(findDestination(options.destination),
+                    options.computer.empty() ? computerName() : options.computer);
 }
 
 RetentionRules rulesFor(const CommandOptions& options) {
   RetentionRules rules = options.rules;
   rules.days =
-      options.days.value_or(preferredDays(host::readDictionary(hostkit::kEnginePreferenceFile)));
+      options.days.value_or(preferredDays(host::readDictionary(paths::kEnginePreferenceFile)));
   return rules;
 }
 

@@ -6,6 +6,7 @@
 
 #include "base/text.h"
 #include "host/files/files.h"
+#include "product/paths.h"
 
 namespace halyard::snapwheel {
 
@@ -46,7 +47,7 @@ const std::string_view kDefaultExclusions =
 
 namespace {
 
-constexpr std::string_view kHandOver = ".Halyards";
+constexpr std::string_view kHandOver = paths::kMetadataFolderName;
 constexpr std::size_t kFileLimit = std::size_t{1} << 20;
 
 bool hasWildCard(std::string_view pattern) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "product/paths.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
 #include "snapwheel/subvolume.h"
@@ -24,7 +25,7 @@ void moveLatestFrom(const Repository& repository, const std::string& name) {
   std::vector<std::string> snapshots = repository.list().snapshots;
   std::erase(snapshots, name);
   if (!repository.setLatest(snapshots.empty() ? std::string() : snapshots.back())) {
-    throw Failure(errorText(repository.path(kLatestLink), errno));
+    throw Failure(errorText(repository.path(paths::kLatestName), errno));
   }
 }
 

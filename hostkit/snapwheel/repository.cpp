@@ -12,6 +12,8 @@
 #include "base/text.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "product/computer_name.h"
+#include "product/paths.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
 
@@ -47,7 +49,7 @@ void syncFolder(const std::string& path) {
 HostFolderListing sortNames(const std::vector<std::string>& names) {
   HostFolderListing listing;
   for (const std::string& name : names) {
-    if (name == kLatestLink || name == kLockFile) continue;
+    if (name == paths::kLatestName || name == kLockFile) continue;
     if (isInProgress(name)) {
       listing.inProgress.push_back(name);
     } else if (snapshotInstant(name)) {
@@ -63,13 +65,12 @@ Repository::Repository(std::string destination, std::string computerName)
     : destination_(std::move(destination)),
       computerName_(std::move(computerName)),
       hostFolder_(folder() + "/" + computerName_) {
-  const bool usable = !computerName_.empty() && computerName_.front() != '.' &&
-                      computerName_.find('/') == std::string::npos;
-  if (!usable)
+  if (!isUsableComputerName(computerName_)) {
     throw Failure("\"" + computerName_ + "\" cannot be the name of a folder", hostkit::kUsageError);
+  }
 }
 
-std::string Repository::folder() const { return appendPath(destination_, kRepositoryFolder); }
+std::string Repository::folder() const { return appendPath(destination_, paths::kRepositoryName); }
 
 std::string Repository::path(std::string_view name) const {
   return hostFolder_ + "/" + std::string(name);
@@ -93,7 +94,7 @@ HostFolderListing Repository::list() const {
 
 std::string Repository::find(const std::string& word) const {
   const std::vector<std::string> snapshots = list().snapshots;
-  if (equalsIgnoringCase(word, kLatestLink)) {
+  if (equalsIgnoringCase(word, paths::kLatestName)) {
     if (snapshots.empty()) throw Failure("there is no snapshot in " + hostFolder_);
     return snapshots.back();
   }
@@ -113,13 +114,13 @@ std::string Repository::find(const std::string& word) const {
 
 std::optional<std::string> Repository::latest() const {
   std::array<char, PATH_MAX> target{};
-  const ssize_t length = ::readlink(path(kLatestLink).c_str(), target.data(), target.size());
+  const ssize_t length = ::readlink(path(paths::kLatestName).c_str(), target.data(), target.size());
   if (length < 0) return std::nullopt;
   return std::string(target.data(), static_cast<std::size_t>(length));
 }
 
 bool Repository::setLatest(const std::string& name) const {
-  const std::string link = path(kLatestLink);
+  const std::string link = path(paths::kLatestName);
   if (name.empty()) return ::unlink(link.c_str()) == 0 || errno == ENOENT;
 
   const std::string fresh = link + std::string(kInProgress);

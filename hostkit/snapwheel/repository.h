@@ -14,12 +14,10 @@
 #include <string_view>
 #include <vector>
 
-#include "snapwheel/snapshot_name.h"
+#include "product/snapshot_name.h"
 
 namespace halyard::snapwheel {
 
-inline constexpr std::string_view kRepositoryFolder = "Archives.snapdb";
-inline constexpr std::string_view kLatestLink = "Latest";
 inline constexpr std::string_view kRecordFolder = ".snapwheel";
 inline constexpr std::string_view kLockFile = ".lock";
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "snapwheel/snapshot_name.h"
+#include "product/snapshot_name.h"
 
 namespace halyard::snapwheel {
 

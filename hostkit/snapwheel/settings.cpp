@@ -2,22 +2,14 @@
 
 #include <algorithm>
 
-#include "common/paths.h"
 #include "host/files/files.h"
 #include "host/volumes/alias.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 #include "product/snapshot_engine.h"
 #include "snapwheel/failure.h"
 
 namespace halyard::snapwheel {
-
-std::string computerNameIn(const std::optional<PropertyDictionary>& hostPreferences) {
-  const PropertyDictionary* level = hostPreferences ? &*hostPreferences : nullptr;
-  for (const char* key : {"System", "System"}) {
-    if (level != nullptr) level = level->dictionary(key);
-  }
-  if (level == nullptr) return kUnknownComputer;
-  return level->text("ComputerName").value_or(kUnknownComputer);
-}
 
 std::string findDestination(const std::string& aliasRecord) {
   if (!aliasRecord.empty()) {
@@ -25,10 +17,10 @@ std::string findDestination(const std::string& aliasRecord) {
     throw Failure("the destination \"" + aliasRecord +
                   "\" is not there: no such folder, or its volume is not mounted");
   }
-  if (const auto session = defaultBackupSession(hostkit::kEnginePreferenceFile)) {
+  if (const auto session = defaultBackupSession(paths::kEnginePreferenceFile)) {
     return session->destination;
   }
-  const std::string file = hostkit::kEnginePreferenceFile;
+  const std::string file = paths::kEnginePreferenceFile;
   if (!host::exists(file)) {
     throw Failure("no destination is set: " + file + " is missing (helmsman destination sets one)");
   }
@@ -39,7 +31,7 @@ std::string findDestination(const std::string& aliasRecord) {
 
 unsigned preferredDays(const std::optional<PropertyDictionary>& enginePreferences) {
   if (!enginePreferences) return 0;
-  const PropertyValue* days = enginePreferences->find("DaysToRetain");
+  const PropertyValue* days = enginePreferences->find(preference_keys::kDaysToRetain);
   if (days == nullptr) return 0;
   return static_cast<unsigned>(std::max(days->integerValue(), 0));
 }

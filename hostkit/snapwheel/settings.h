@@ -11,11 +11,6 @@ namespace halyard::snapwheel {
 
 // Not in /etc/halyard: there every file counts as the descriptor of a service.
 inline constexpr const char* kConfigurationFile = "/etc/halyard-host/snapwheel.conf";
-inline constexpr const char* kUnknownComputer = "Unknown_Computer";
-
-/// "System", "System", "ComputerName" of the host's preferences; "Unknown_Computer" when any step
-/// finds nothing.
-std::string computerNameIn(const std::optional<PropertyDictionary>& hostPreferences);
 
 /// The folder that receives snapshots: what the given alias record leads to, else the engine's
 /// preference "BackupAlias". Throws Failure with what an administrator can do when it leads

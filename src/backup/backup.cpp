@@ -17,6 +17,7 @@
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 #include "product/service_descriptor.h"
 
 namespace halyard {
@@ -51,7 +52,7 @@ void showDescriptor(const ServiceDescriptor& descriptor) {
 
 void backUpServices(BackupPass& pass) {
   scanServiceDescriptors(
-      {.entry = [](const std::string& name) { printText("*** nextPath := %s\n", name.c_str()); },
+      {.entry = [](const std::string& name) { printText(texts::kDescriptorEntry, name.c_str()); },
        .shortName = [](const std::string& name) { debugLine("nextPath", name); },
        .longName = [](const std::string& name) { debugText("%s\n", name.c_str()); },
        .taken =
@@ -110,7 +111,7 @@ void fillMetadataFolder(ProgressLog& progress) {
 }
 
 void finishRun(ProgressLog progress) {
-  progress.step("Done.");
+  progress.step(texts::kRunDone);
   progress = ProgressLog();
   CreateMasterBrowse();
 }

@@ -1,6 +1,5 @@
 #include "backup/service_backup.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -11,6 +10,8 @@
 #include "host/process/task.h"
 #include "host/tree/tree_copy.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
+#include "product/service_names.h"
 
 namespace halyard {
 
@@ -65,8 +66,7 @@ void runBackupExecutable(const ServiceDescriptor& descriptor, const std::string&
   const host::TaskResult result = host::RunTask(executable, arguments, options);
   pass.lastStatus = result.status;
   if (pass.lastStatus != 0) {
-    platformLogText("Error in calling backup command for service %s, error :=%d",
-                    orNull(descriptor.serviceName()), pass.lastStatus);
+    platformLogText(texts::kBackupCallFailed, orNull(descriptor.serviceName()), pass.lastStatus);
   }
   debugDump(executable);
   debugDump(arguments);
@@ -81,8 +81,8 @@ void runPostBackupCommands(const ServiceDescriptor& descriptor, BackupPass& pass
     dump(command.pieces);
     pass.lastStatus = command.run();
     if (pass.lastStatus == 0) continue;
-    platformLogText("Error in calling post-backup command for service %s, error :=%d",
-                    orNull(descriptor.serviceName()), pass.lastStatus);
+    platformLogText(texts::kPostBackupCallFailed, orNull(descriptor.serviceName()),
+                    pass.lastStatus);
     command.dumpParts();
   }
 }
@@ -94,7 +94,7 @@ void copyIntoFolder(const std::string& source, const std::string& folder) {
   const std::string below = source.starts_with('/') ? source.substr(1) : source;
   const std::string destination = joinPath(folder, below);
   if (source.starts_with('/') && host::copyItem(source, destination)) return;
-  printText("Failed to copy %s to %s; ret -> %d\n", source.c_str(), destination.c_str(), 0);
+  printText(texts::kCopyFailed, source.c_str(), destination.c_str(), 0);
 }
 
 void copyFiles(const ServiceDescriptor& descriptor, const std::string& folder) {
@@ -117,10 +117,8 @@ void logFlags() {
 
 bool isEnabledForBackup(const MaybeString& service) {
   if (!service) return true;
-  const auto* const known = std::ranges::find(kKnownServices, *service);
-  if (known == kKnownServices.end()) return true;
-  const auto index = static_cast<std::size_t>(known - kKnownServices.begin());
-  return runState().preferences.serviceFlag(index) != 0;
+  const auto index = knownServiceIndex(*service);
+  return isBackedUp(*service, index ? runState().preferences.serviceFlag(*index) : 0);
 }
 
 void backUpService(const ServiceDescriptor& descriptor, BackupPass& pass) {
@@ -136,7 +134,7 @@ void backUpService(const ServiceDescriptor& descriptor, BackupPass& pass) {
   pass.progress.step(service, "Calling service post-backup items...");
   runPostBackupCommands(descriptor, pass);
   copyFiles(descriptor, folder);
-  pass.progress.step(service, "Service backup binary done.");
+  pass.progress.step(service, texts::kServiceDone);
 }
 
 }  // namespace halyard

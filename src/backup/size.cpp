@@ -11,13 +11,14 @@
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 #include "product/service_descriptor.h"
 
 namespace halyard {
 
 namespace {
 
-constexpr std::string_view kTotalPrefix = "total := ";
+constexpr std::string_view kTotalPrefix = texts::kSizeTotal;
 constexpr std::int64_t kBytesPerKib = 1024;
 
 /// Kept: names fold case and the flag must be exactly 1; the backup run itself is less strict.
@@ -53,9 +54,9 @@ class SizeEstimate {
                 orNull(service_));
       return;
     }
-    progress_.step(service_, "Calculating size requirements for backup...");
+    progress_.step(service_, texts::kSizeBegun);
     measure();
-    progress_.step(service_, "Size requirements calculation for backup done.");
+    progress_.step(service_, texts::kSizeDone);
   }
 
   std::int64_t total() const { return total_; }
@@ -147,7 +148,7 @@ std::int64_t SizeRequired(bool print) {
       {.shortName = showName, .longName = showName, .taken = [&](const std::string& path) {
          estimate.takeDescriptor(path);
        }});
-  if (print) printText("total := %ld\n", long{estimate.total() / kBytesPerKib});
+  if (print) printText("%s%ld\n", texts::kSizeTotal, long{estimate.total() / kBytesPerKib});
   return estimate.total();
 }
 

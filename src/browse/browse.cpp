@@ -6,7 +6,6 @@
 
 #include "base/property_list.h"
 #include "browse/master_browse.h"
-#include "browse/snapshot_metadata.h"
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
@@ -14,7 +13,9 @@
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "host/tree/move_item.h"
+#include "product/metadata_folder.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 #include "product/service_descriptor.h"
 
 namespace halyard {
@@ -25,7 +26,7 @@ namespace {
 /// folder of the service; prints the warning when not.
 bool hasServiceFolder(const std::string& folder, const MaybeString& service) {
   if (host::exists(folder)) return true;
-  printText("WARNING: Service %s folder does not exist for browsing.\n", orNull(service));
+  printText(texts::kNoBrowseFolder, orNull(service));
   return false;
 }
 
@@ -48,7 +49,7 @@ void addAnswer(const std::string& descriptorPath, const std::string& metadataFol
   answer = std::string();  // A huge answer is not kept twice.
   switch (listingRoot(root)) {
     case ListingRoot::noData:
-      printText("WARNING:2: Service %s did not return any data when browsing.\n", orNull(service));
+      printText(texts::kNoBrowseData, orNull(service));
       return;
     case ListingRoot::unusable:
       return;
@@ -106,7 +107,7 @@ void Browse() {
   verboseLine("mountedImagePath", image);
   verboseLine("service", service);
   get_Helmsman_Prefs();
-  const std::string metadataFolder = findSnapshotMetadataFolder(image, EntryLines::none);
+  const std::string metadataFolder = findSnapshotMetadataFolder(image);
   debugPlatformLog("serverMetaDataPath := %s", metadataFolder.c_str());
   const bool known = isListedService(service);
   if (service && equalsIgnoringCase(*service, "all")) {
@@ -114,7 +115,7 @@ void Browse() {
   } else if (known) {
     browseOneService(*service, metadataFolder);
   } else {
-    printText("Service := %s, does not match a valid service for browsing!\n", orNull(service));
+    printText(texts::kUnknownToBrowse, orNull(service));
   }
 }
 

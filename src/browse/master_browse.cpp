@@ -5,14 +5,15 @@
 #include <utility>
 #include <vector>
 
-#include "browse/snapshot_metadata.h"
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/metadata_folder.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 #include "product/service_descriptor.h"
 
 namespace halyard {
@@ -71,7 +72,7 @@ void addListing(const MaybeString& service, Catalogue& catalogue) {
       joinPath(joinPath(paths::kMetadataFolder, service), service) + paths::kBrowseSuffix;
   printText("curServicePath := %s\n", path.c_str());
   if (!host::exists(path)) {
-    printText("WARNING: Service %s folder does not exist for browsing.\n", orNull(service));
+    printText(texts::kNoBrowseFolder, orNull(service));
     return;
   }
   const auto text = host::readFile(path, kBrowseDataLimit);
@@ -79,7 +80,7 @@ void addListing(const MaybeString& service, Catalogue& catalogue) {
   debugShow(*text);
   switch (listingRoot(parsePropertyList(*text))) {
     case ListingRoot::noData:
-      printText("WARNING:3: Service %s did not return any data when browsing.\n", orNull(service));
+      printText(texts::kNoListingData, orNull(service));
       return;
     case ListingRoot::unusable:
       return;
@@ -91,7 +92,9 @@ void addListing(const MaybeString& service, Catalogue& catalogue) {
 /// Kept: a nested metadata folder and keys that are empty are only looked for to be shown.
 void showSurroundings() {
   if (!runState().debug) return;
-  const std::string nested = findSnapshotMetadataFolder(paths::kMetadataFolder, EntryLines::logged);
+  const std::string nested = findSnapshotMetadataFolder(
+      paths::kMetadataFolder,
+      [](const std::string& entry) { debugPlatformLog("nextPath := %s", entry.c_str()); });
   debugPlatformLog("serverMetaDataPath := %s", nested.c_str());
   forEachServiceKey([](const std::string& key) {
     if (key.empty()) debugText("%s\n", key.c_str());

@@ -9,6 +9,7 @@
 #include "frontend/run/log.h"
 #include "frontend/run/run_state.h"
 #include "host/process/task.h"
+#include "product/run_texts.h"
 #include "product/service_descriptor.h"
 
 namespace halyard {
@@ -16,7 +17,7 @@ namespace halyard {
 namespace {
 
 constexpr std::int32_t kNoSummary = 99;  // unknown service, or no summary line
-constexpr std::string_view kSummary = "Number of failures to match";
+constexpr std::string_view kSummary = texts::kFailureSummary;
 constexpr std::size_t kValueColumn = 31;  // the length of kSummary and " := "
 
 std::int32_t runVerifyPlugin(const MaybeString& image, const MaybeString& service) {
@@ -42,7 +43,7 @@ std::int32_t failuresReported(std::string_view output) {
     if (!line.starts_with(kSummary)) return;
     // By column, not by separator: a plug-in may write ": " for " := ".
     const std::string value(afterCharacters(line, kValueColumn));
-    debugLine("Number of failures to match", value);
+    debugLine(texts::kFailureSummary, value);
     failures = leadingInteger(value);  // A later summary line wins.
   });
   return failures;
@@ -61,7 +62,7 @@ std::int32_t Verify() {
   } else {
     printText("Service := %s, does not match a valid service for verification!\n", orNull(service));
   }
-  debugLine("binRet", long{result});
+  debugLine(texts::kVerifyResult, long{result});
   return result;
 }
 

@@ -10,6 +10,7 @@
 #include "host/files/files.h"
 #include "product/paths.h"
 #include "product/snapshot_engine.h"
+#include "product/snapshot_name.h"
 
 namespace halyard {
 

@@ -1,8 +1,6 @@
 // The listings of this host's snapshots.
 #pragma once
 
-#include <string>
-
 namespace halyard {
 
 /// Prints the path of each snapshot of this host, "Latest" left out.
@@ -14,8 +12,5 @@ void List();
 
 /// The same with "-Alh": the folder, "/" and the complete long line, "Latest" included.
 void ListVerbose();
-
-/// The host's computer name, "Unknown_Computer" when it cannot be read.
-std::string computerName();
 
 }  // namespace halyard

@@ -13,10 +13,13 @@
 #include "host/process/task.h"
 #include "host/volumes/alias.h"
 #include "product/paths.h"
+#include "product/preference_keys.h"
 
 namespace halyard {
 
 namespace {
+
+namespace keys = preference_keys;
 
 bool isAnyPreferenceFileMissing() {
   return !host::exists(paths::kPreferenceFile) || !host::exists(paths::kEnginePreferenceFile);
@@ -35,7 +38,7 @@ PreferenceRecord::Value valueOf(const PropertyDictionary& dictionary, std::strin
 
 /// The volume of an alias record kept as data or as a string; absent when it does not resolve.
 MaybeString destinationOf(const PropertyDictionary& engine) {
-  const PropertyValue* const alias = engine.find("BackupAlias");
+  const PropertyValue* const alias = engine.find(keys::kBackupAlias);
   if (alias == nullptr) return std::nullopt;
   const std::string* record = alias->asData();
   if (record == nullptr) record = alias->asString();
@@ -46,7 +49,7 @@ MaybeString destinationOf(const PropertyDictionary& engine) {
 void loadServices(PreferenceRecord& record) {
   const auto file = host::readDictionary(paths::kPreferenceFile);
   if (!file) return;
-  const PropertyDictionary* const services = file->dictionary("services");
+  const PropertyDictionary* const services = file->dictionary(keys::kServices);
   for (std::size_t i = 0; i < kKnownServices.size(); ++i) {
     record.services.at(i) =
         services == nullptr ? std::nullopt : valueOf(*services, kKnownServices.at(i));
@@ -56,14 +59,14 @@ void loadServices(PreferenceRecord& record) {
 void loadEngine(PreferenceRecord& record) {
   const auto file = host::readDictionary(paths::kEnginePreferenceFile);
   if (!file) return;
-  const PropertyValue* const autoBackup = file->find("AutoBackup");
+  const PropertyValue* const autoBackup = file->find(keys::kAutoBackup);
   record.autoBackup = autoBackup != nullptr && autoBackup->integerValue() != 0 ? 1 : 0;
   record.backupDestination = destinationOf(*file);
-  record.day = valueOf(*file, "Day");
-  record.period = valueOf(*file, "Period");
-  record.daysToRetain = valueOf(*file, "DaysToRetain");
-  record.time = valueOf(*file, "Time");
-  record.week = valueOf(*file, "Week");
+  record.day = valueOf(*file, keys::kDay);
+  record.period = valueOf(*file, keys::kPeriod);
+  record.daysToRetain = valueOf(*file, keys::kDaysToRetain);
+  record.time = valueOf(*file, keys::kTime);
+  record.week = valueOf(*file, keys::kWeek);
 }
 
 MaybeString textOf(const PreferenceRecord::Value& value) {
@@ -124,7 +127,7 @@ std::int32_t willDoBackup() {
 
 void forEachServiceKey(const std::function<bool(const std::string& key)>& visit) {
   const auto file = host::readDictionary(paths::kPreferenceFile);
-  const PropertyDictionary* const services = file ? file->dictionary("services") : nullptr;
+  const PropertyDictionary* const services = file ? file->dictionary(keys::kServices) : nullptr;
   if (services == nullptr) return;
   for (const auto& [key, value] : *services) {
     if (!visit(key)) return;

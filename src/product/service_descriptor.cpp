@@ -8,16 +8,18 @@ namespace halyard {
 
 namespace {
 
+bool isShort(std::string_view name) {
+  static const std::size_t kPreferenceNameLength = characterCount(paths::kPreferenceFileName);
+  return characterCount(name) < kPreferenceNameLength;
+}
+
 /// Whether the entry may be a descriptor; tells the visitor what it sees on the way.
 bool takes(const std::string& name, const std::string& path, const DescriptorVisitor& visitor) {
-  static const std::size_t kPreferenceNameLength = characterCount(paths::kPreferenceFileName);
-  if (characterCount(name) < kPreferenceNameLength) {
-    if (visitor.shortName) visitor.shortName(name);
-    return !host::isExecutableFile(path);  // a plug-in may live beside its descriptor
-  }
-  if (name.starts_with(paths::kPreferenceFileName)) return false;
-  if (visitor.longName) visitor.longName(name);
-  return true;
+  const bool shortName = isShort(name);
+  if (shortName && visitor.shortName) visitor.shortName(name);
+  const bool taken = isTakenAsDescriptor(name, shortName && host::isExecutableFile(path));
+  if (taken && !shortName && visitor.longName) visitor.longName(name);
+  return taken;
 }
 
 }  // namespace
@@ -34,6 +36,11 @@ std::vector<std::string> ServiceDescriptor::list(std::string_view key) const {
 MaybeString ServiceDescriptor::entry(std::string_view key, std::string_view entry) const {
   const PropertyDictionary* const actions = keys_.dictionary(key);
   return actions == nullptr ? std::nullopt : actions->text(entry);
+}
+
+bool isTakenAsDescriptor(std::string_view name, bool executable) {
+  if (isShort(name)) return !executable;  // a plug-in may live beside its descriptor
+  return !name.starts_with(paths::kPreferenceFileName);
 }
 
 void scanServiceDescriptors(const DescriptorVisitor& visitor) {

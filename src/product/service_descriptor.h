@@ -44,12 +44,16 @@ struct DescriptorVisitor {
   std::function<void(const std::string& path)> taken{};      ///< Each taken entry, by its path.
 };
 
+/// Whether an entry of the configuration folder may be a descriptor: a name shorter than
+/// "com.vantor.Halyard.plist" unless it is an executable file; one at least as long, executable or
+/// not, unless it begins with that name.
+bool isTakenAsDescriptor(std::string_view name, bool executable);
+
 /// Walks the configuration folder in ascending name order and takes what may be a descriptor.
 ///
-/// A name shorter than "com.vantor.Halyard.plist" is taken unless it is an executable file; one at
-/// least as long is taken unless it begins with that name. Nothing else is filtered: a taken entry
-/// need not exist any more, nor be a property list. The folder is listed once; each entry is judged
-/// when its turn comes, so that a plug-in may change the next one.
+/// Nothing else is filtered: a taken entry need not exist any more, nor be a property list. The
+/// folder is listed once; each entry is judged when its turn comes, so that a plug-in may change
+/// the next one.
 void scanServiceDescriptors(const DescriptorVisitor& visitor);
 
 /// A descriptor found by service name.

@@ -10,6 +10,8 @@
 #include "host/volumes/alias.h"
 #include "host/volumes/subvolume.h"
 #include "product/paths.h"
+#include "product/preference_keys.h"
+#include "product/snapshot_name.h"
 
 namespace halyard {
 
@@ -43,7 +45,7 @@ std::optional<SnapshotPlace> placeOf(const BackupSession& session, const std::st
 
 /// The alias record, however the engine's preferences store it.
 const std::string* aliasRecord(const PropertyDictionary& preferences) {
-  const PropertyValue* value = preferences.find("BackupAlias");
+  const PropertyValue* value = preferences.find(preference_keys::kBackupAlias);
   if (value == nullptr) return nullptr;
   const std::string* bytes = value->asData();
   return bytes != nullptr ? bytes : value->asString();
@@ -58,6 +60,10 @@ std::optional<BackupSession> defaultBackupSession(const std::string& enginePrefe
   auto destination = host::resolveAlias(*record);
   if (!destination) return std::nullopt;
   return BackupSession{std::move(*destination)};
+}
+
+std::string hostSnapshotFolder(const MaybeString& destination, const std::string& computer) {
+  return joinPath(joinPath(destination, paths::kRepositoryName), computer);
 }
 
 bool isSnapshot(const BackupSession& session, const std::string& path) {

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "base/text.h"
+
 namespace halyard {
 
 /// The engine's default session: where its snapshots lie.
@@ -18,8 +20,8 @@ std::optional<BackupSession> defaultBackupSession(const std::string& enginePrefe
 
 inline constexpr std::int32_t kNotASnapshot = -50;
 
-/// The extension of a snapshot that is still being taken, or was interrupted.
-inline constexpr const char* kInProgressExtension = "inProgress";
+/// The folder of one host's snapshots at a destination; "(null)" stands for an absent one.
+std::string hostSnapshotFolder(const MaybeString& destination, const std::string& computer);
 
 /// Whether the path is a snapshot of the session's repository: its real path is
 /// <real destination>/Archives.snapdb/<host folder>/<name>, exactly that deep, a real directory and

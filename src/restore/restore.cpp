@@ -15,6 +15,7 @@
 #include "host/process/task.h"
 #include "host/tree/move_item.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 #include "product/service_descriptor.h"
 #include "restore/service_files.h"
 
@@ -40,8 +41,8 @@ void refuseBogusRestore() {
   if (host::exists(paths::kMetadataFolder)) PostBackupComplete();
   removePidProcessFile();
   ProgressLog::open().text(
-      "\n## PROGRESS :: Halyard :: ERROR bogus restore attempt! Will delete current backup folder "
-      "to avoid future attempts.\n");
+      std::string("\n") + texts::kProgressStart +
+      "ERROR bogus restore attempt! Will delete current backup folder to avoid future attempts.\n");
 }
 
 void runRestoreExecutable(const ServiceDescriptor& descriptor, const std::string& target) {

@@ -3,7 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "browse/snapshot_metadata.h"
 #include "config/preferences.h"
 #include "config/validation.h"
 #include "frontend/run/function_log.h"
@@ -12,6 +11,7 @@
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
+#include "product/metadata_folder.h"
 #include "product/paths.h"
 #include "product/service_descriptor.h"
 #include "restore/service_files.h"
@@ -99,7 +99,8 @@ void RestoreService() {
     image.clear();
   }
   debugPlatformLog("mountedImagePath := %s", image.c_str());
-  const std::string metadataRoot = findSnapshotMetadataFolder(image, EntryLines::logged);
+  const std::string metadataRoot = findSnapshotMetadataFolder(
+      image, [](const std::string& entry) { debugPlatformLog("nextPath := %s", entry.c_str()); });
   debugPlatformLog("serverMetaDataPath := %s", metadataRoot.c_str());
   restoreMatchingDescriptors(option("-service"), metadataRoot);
 }

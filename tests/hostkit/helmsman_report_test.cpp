@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "common/host_identity.h"
 #include "common/sizes.h"
 #include "common/table.h"
 #include "common/times.h"
@@ -342,10 +341,8 @@ TEST(Sizes, AreShownInBinaryUnits) {
 TEST(Times, RoundTripAndRefuseNonsense) {
   EXPECT_EQ(timeText(1795140060), "2026-11-20T02:01:00Z");
   EXPECT_EQ(parseTime("2026-11-20T02:01:00Z"), 1795140060);
-  EXPECT_EQ(parseSnapshotName("2026-11-20-020100"), 1795140060);
-  for (const char* text : {"", "2026-11-20", "2026-02-31-020100", "2026-11-20-250000",
-                           "2026-11-20-020100.inProgress"}) {
-    EXPECT_EQ(parseSnapshotName(text), std::nullopt) << text;
+  for (const char* text : {"", "2026-11-20", "2026-02-31T02:01:00Z", "2026-11-20T25:00:00Z"}) {
+    EXPECT_EQ(parseTime(text), std::nullopt) << text;
   }
   EXPECT_EQ(ageText(59), "just now");
   EXPECT_EQ(ageText(60), "1 minute ago");
@@ -356,13 +353,6 @@ TEST(Times, RoundTripAndRefuseNonsense) {
 TEST(Table, PadsColumnsByCharacters) {
   EXPECT_EQ(tableText({{"A", "B"}, {"\xC3\xA4\xC3\xB6", "x"}, {"long"}}),
             "A     B\n\xC3\xA4\xC3\xB6    x\nlong\n");
-}
-
-TEST(ComputerName, IsTheFirstLabelOfTheHostName) {
-  EXPECT_EQ(computerNameFromHostName("files1.example.org"), "files1");
-  EXPECT_EQ(computerNameFromHostName("a/b c"), "abc");
-  EXPECT_EQ(computerNameFromHostName(""), "Unknown_Computer");
-  EXPECT_EQ(computerNameFromHostName(".hidden"), "Unknown_Computer");
 }
 
 }  // namespace

@@ -222,23 +222,6 @@ TEST(Manifest, AValueOfTheWrongTypeIsAbsent) {
   EXPECT_EQ(manifest->computer, "");
 }
 
-TEST(ComputerName, IsFoundInThreeSteps) {
-  const auto preferences = parseDictionary(
-      "<plist><dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"
-      "<string>files1</string></dict></dict></dict></plist>");
-  EXPECT_EQ(computerNameIn(preferences), "files1");
-}
-
-TEST(ComputerName, IsUnknownWhenAStepFindsNothing) {
-  EXPECT_EQ(computerNameIn(std::nullopt), "Unknown_Computer");
-  for (const char* text :
-       {"<plist><dict/></plist>", "<plist><dict><key>System</key><dict/></dict></plist>",
-        "<plist><dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"
-        "<integer>1</integer></dict></dict></dict></plist>"}) {
-    EXPECT_EQ(computerNameIn(parseDictionary(text)), "Unknown_Computer") << text;
-  }
-}
-
 TEST(PreferredDays, AreZeroUnlessSet) {
   EXPECT_EQ(preferredDays(std::nullopt), 0U);
   const auto days = [](const std::string& value) {

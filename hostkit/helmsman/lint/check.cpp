@@ -7,7 +7,6 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "helmsman/lint/descriptor_lint.h"
 #include "helmsman/lint/finding.h"
 #include "helmsman/lint/preference_lint.h"
@@ -15,6 +14,7 @@
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -26,7 +26,7 @@ constexpr const char* word(Finding::Severity severity) {
 
 // Metadata folders that show what a backup of this host holds.
 std::vector<std::string> backupFolders() {
-  std::vector<std::string> folders = {kMetadataFolder};
+  std::vector<std::string> folders = {paths::kMetadataFolder};
   std::string ignored;
   if (const auto latest = chooseSnapshot("", ignored); latest && !latest->metadataFolder.empty()) {
     folders.push_back(latest->metadataFolder);

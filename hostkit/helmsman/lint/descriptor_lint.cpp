@@ -6,10 +6,10 @@
 #include <limits>
 
 #include "base/text.h"
-#include "common/paths.h"
 #include "helmsman/lint/command_line_lint.h"
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "host/files/files.h"
+#include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
@@ -244,7 +244,7 @@ void lintTogether(const std::vector<InstalledDescriptor>& descriptors, Findings&
 
 void lintSizeAnswer(const InstalledDescriptor& descriptor, std::string_view answer,
                     Findings& findings) {
-  static constexpr std::string_view kPrefix = "total := ";
+  static constexpr std::string_view kPrefix = texts::kSizeTotal;
   FindingList list(descriptor.path, findings);
   bool answered = false;
   for (const std::string_view line : splitAt(answer, '\n')) {

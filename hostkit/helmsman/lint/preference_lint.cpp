@@ -6,14 +6,17 @@
 #include <string>
 
 #include "base/text.h"
-#include "common/paths.h"
 #include "common/property_file.h"
 #include "helmsman/settings/schedule.h"
 #include "host/volumes/alias.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
+
+namespace keys = preference_keys;
 
 using Kind = PropertyValue::Kind;
 
@@ -57,31 +60,31 @@ void lintFlag(const std::string& service, const PropertyValue& value,
 }
 
 void lintDestination(const PropertyDictionary& preferences, FindingList& list) {
-  const PropertyValue* alias = preferences.find("BackupAlias");
-  const bool automatic = preferences.find("AutoBackup") != nullptr &&
-                         preferences.find("AutoBackup")->integerValue() != 0;
+  const PropertyValue* alias = preferences.find(keys::kBackupAlias);
+  const bool automatic = preferences.find(keys::kAutoBackup) != nullptr &&
+                         preferences.find(keys::kAutoBackup)->integerValue() != 0;
   if (alias == nullptr) {
     if (automatic) {
-      list.error("BackupAlias", "is missing while backups are on", "run helmsman destination");
+      list.error(keys::kBackupAlias, "is missing while backups are on", "run helmsman destination");
     } else {
-      list.warning("BackupAlias", "is missing: nothing is backed up yet",
+      list.warning(keys::kBackupAlias, "is missing: nothing is backed up yet",
                    "run helmsman destination");
     }
     return;
   }
   const std::string* record = alias->asData() != nullptr ? alias->asData() : alias->asString();
   if (record == nullptr) {
-    list.error("BackupAlias", "is neither data nor a string", "run helmsman destination");
+    list.error(keys::kBackupAlias, "is neither data nor a string", "run helmsman destination");
   } else if (!host::resolveAlias(*record)) {
-    list.error("BackupAlias", "'" + *record + "' leads to no volume",
+    list.error(keys::kBackupAlias, "'" + *record + "' leads to no volume",
                "connect the volume, or run helmsman destination");
   }
 }
 
 // The schedule reads what makes no sense as its default; that is told here.
 void lintSchedule(const PropertyDictionary& preferences, FindingList& list) {
-  static constexpr std::array<const char*, 5> kKeys = {"Day", "Period", "DaysToRetain", "Time",
-                                                       "Week"};
+  static constexpr std::array<const char*, 5> kKeys = {
+      keys::kDay, keys::kPeriod, keys::kDaysToRetain, keys::kTime, keys::kWeek};
   PropertyDictionary understood;
   storeSchedule(scheduleFrom(preferences), understood);
   for (const char* key : kKeys) {
@@ -109,15 +112,15 @@ void lintSchedule(const PropertyDictionary& preferences, FindingList& list) {
 
 void lintServicePreferences(const std::vector<InstalledDescriptor>& descriptors,
                             Findings& findings) {
-  FindingList list(kPreferenceFile, findings);
-  const auto preferences = readOrFind(kPreferenceFile, list);
+  FindingList list(paths::kPreferenceFile, findings);
+  const auto preferences = readOrFind(paths::kPreferenceFile, list);
   if (!preferences) return;
   for (const auto& [key, value] : *preferences) {
-    if (key != "services") list.warning(key, "is no key that is read", "check the spelling");
+    if (key != keys::kServices) list.warning(key, "is no key that is read", "check the spelling");
   }
-  const PropertyDictionary* services = preferences->dictionary("services");
+  const PropertyDictionary* services = preferences->dictionary(keys::kServices);
   if (services == nullptr) {
-    list.error("services", "is missing or no dictionary: no service is known",
+    list.error(keys::kServices, "is missing or no dictionary: no service is known",
                "remove the file and run helmsman settings backup");
     return;
   }
@@ -133,9 +136,10 @@ void lintServicePreferences(const std::vector<InstalledDescriptor>& descriptors,
 
 void lintEnginePreferences(Findings& findings) {
   static constexpr std::array<const char*, 7> kKnown = {
-      "AutoBackup", "BackupAlias", "Day", "Period", "DaysToRetain", "Time", "Week"};
-  FindingList list(kEnginePreferenceFile, findings);
-  const auto preferences = readOrFind(kEnginePreferenceFile, list);
+      keys::kAutoBackup,   keys::kBackupAlias, keys::kDay, keys::kPeriod,
+      keys::kDaysToRetain, keys::kTime,        keys::kWeek};
+  FindingList list(paths::kEnginePreferenceFile, findings);
+  const auto preferences = readOrFind(paths::kEnginePreferenceFile, list);
   if (!preferences) return;
   for (const auto& [key, value] : *preferences) {
     if (std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end()) {

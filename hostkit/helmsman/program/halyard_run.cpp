@@ -5,9 +5,9 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "helmsman/program/pid_file_state.h"
 #include "host/files/files.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -30,18 +30,18 @@ host::TaskResult runHalyard(const std::vector<std::string>& words, const host::T
   static constexpr std::array<const char*, 4> kFlags = {"DEBUG", "VERBOSE", "FUNCLOG", "PROGRESS"};
   for (const char* flag : kFlags) ::unsetenv(flag);
   if (diagnostics == Diagnostics::on) ::setenv("DEBUG", "1", 1);
-  host::TaskResult result = host::RunTask(std::string(kHalyardProgram), words, options);
+  host::TaskResult result = host::RunTask(std::string(paths::kProgram), words, options);
   ::unsetenv("DEBUG");
   return result;
 }
 
 bool halyardIsReady(int& status) {
   status = kFailure;
-  if (!host::isExecutableFile(kHalyardProgram)) {
-    printError(std::string(kHalyardProgram) + " is not installed");
+  if (!host::isExecutableFile(paths::kProgram)) {
+    printError(std::string(paths::kProgram) + " is not installed");
     return false;
   }
-  if (!host::exists(kSetupMarker)) {
+  if (!host::exists(paths::kSetupMarker)) {
     printError("this host is not set up yet (see: helmsman setup)");
     return false;
   }

@@ -8,15 +8,16 @@
 #include <csignal>
 
 #include "base/text.h"
-#include "common/paths.h"
 #include "host/files/files.h"
+#include "product/paths.h"
+#include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
 constexpr std::size_t kPidFileLimit = 4096;
-constexpr char kProgramName[] = "Halyard";
+constexpr std::string_view kProgramName = paths::nameIn(paths::kProgram);
 
 using Owner = PidFileState::Owner;
 
@@ -39,20 +40,21 @@ Owner ownerOf(int process) {
 PidFileState parsePidFile(std::string_view text) {
   PidFileState state;
   state.owner = Owner::unknown;
-  const std::size_t mark = text.find(" :: ");
+  static constexpr std::string_view kMark = texts::kSeparator;
+  const std::size_t mark = text.find(kMark);
   if (mark == std::string_view::npos || mark == 0) return state;
   for (const char digit : text.substr(0, mark)) {
     if (digit < '0' || digit > '9') return state;
   }
   state.process = leadingInteger(text.substr(0, mark));
-  state.command = std::string(trimLineFeeds(text.substr(mark + 4)));
+  state.command = std::string(trimLineFeeds(text.substr(mark + kMark.size())));
   return state;
 }
 
 PidFileState pidFileState() {
   PidFileState state;
-  if (!host::exists(kPidFile)) return state;
-  const auto text = host::readFile(kPidFile, kPidFileLimit);
+  if (!host::exists(paths::kPidFile)) return state;
+  const auto text = host::readFile(paths::kPidFile, kPidFileLimit);
   state = parsePidFile(text.value_or(""));
   if (state.process > 0) state.owner = ownerOf(state.process);
   return state;
@@ -61,7 +63,7 @@ PidFileState pidFileState() {
 bool removeLeftoverPidFile() {
   const PidFileState state = pidFileState();
   if (!state.isLeftover()) return true;
-  return ::unlink(kPidFile) == 0 || errno == ENOENT;
+  return ::unlink(paths::kPidFile) == 0 || errno == ENOENT;
 }
 
 std::string describe(const PidFileState& state) {
@@ -81,7 +83,7 @@ std::string describe(const PidFileState& state) {
       break;
   }
   return state.process > 0 ? process + " of the pid file runs and cannot be told apart"
-                           : std::string(kPidFile) + " is there and names no process";
+                           : std::string(paths::kPidFile) + " is there and names no process";
 }
 
 }  // namespace halyard::hostkit

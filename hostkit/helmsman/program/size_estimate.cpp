@@ -6,11 +6,12 @@
 
 #include "base/text.h"
 #include "helmsman/program/halyard_run.h"
+#include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
 std::optional<std::uint64_t> sizeEstimate() {
-  static constexpr std::string_view kPrefix = "total := ";
+  static constexpr std::string_view kPrefix = texts::kSizeTotal;
   const host::TaskResult result = runHalyard({"-cmd", "size"});
   std::optional<std::uint64_t> bytes;
   for (const std::string_view line : splitAt(result.output, '\n')) {

@@ -4,8 +4,8 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "helmsman/program/pid_file_state.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -19,14 +19,14 @@ int unlock() {
       printError(describe(state) + "; it keeps its pid file");
       return kBusy;
     case PidFileState::Owner::unknown:
-      printError(describe(state) + "; it stays. If no Halyard runs, remove " + kPidFile);
+      printError(describe(state) + "; it stays. If no Halyard runs, remove " + paths::kPidFile);
       return kFailure;
     case PidFileState::Owner::gone:
     case PidFileState::Owner::stranger:
       break;
   }
   if (!removeLeftoverPidFile()) {
-    printError(std::string(kPidFile) + " could not be removed");
+    printError(std::string(paths::kPidFile) + " could not be removed");
     return kFailure;
   }
   printNote(describe(state) + "; removed it");

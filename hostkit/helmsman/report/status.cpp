@@ -10,7 +10,6 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "common/sizes.h"
 #include "common/table.h"
 #include "common/times.h"
@@ -23,10 +22,14 @@
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
+
+namespace keys = preference_keys;
 
 struct ServiceLine {
   std::string name;
@@ -86,10 +89,10 @@ std::vector<ServiceLine> serviceLines(const std::optional<RunRecord>& record) {
 }
 
 void gather(const StatusArguments& arguments, HostStatus& status) {
-  status.setUp = host::exists(kSetupMarker);
-  if (const auto engine = host::readDictionary(kEnginePreferenceFile)) {
+  status.setUp = host::exists(paths::kSetupMarker);
+  if (const auto engine = host::readDictionary(paths::kEnginePreferenceFile)) {
     status.schedule = scheduleFrom(*engine);
-    const PropertyValue* automatic = engine->find("AutoBackup");
+    const PropertyValue* automatic = engine->find(keys::kAutoBackup);
     status.automatic = automatic != nullptr && automatic->integerValue() != 0;
   }
   status.destination = backupDestination(status.destinationProblem);
@@ -170,7 +173,7 @@ std::string destinationText(const HostStatus& status) {
 
 std::string latestText(const HostStatus& status, std::int64_t now) {
   if (!status.latest) return "none";
-  const auto time = parseSnapshotName(status.latest->name);
+  const auto time = beginOf(*status.latest);
   return status.latest->name + (time ? ", " + ageText(now - *time) : "") + " (" +
          std::to_string(status.snapshots) + " kept)";
 }

@@ -10,6 +10,7 @@
 #include "common/table.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/settings/services.h"
+#include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
@@ -79,8 +80,8 @@ void printVerdicts(const std::vector<Verdict>& verdicts, bool asJson) {
 }  // namespace
 
 std::optional<std::int32_t> mismatchesIn(std::string_view diagnosticOutput) {
-  static constexpr std::string_view kSummary = "Number of failures to match := ";
-  static constexpr std::string_view kResult = "binRet := ";
+  static const std::string kSummary = std::string(texts::kFailureSummary) + texts::kValueMark;
+  static const std::string kResult = std::string(texts::kVerifyResult) + texts::kValueMark;
   // Without a summary line of the plug-in the result 99 counts nothing.
   bool reported = false;
   std::optional<std::int32_t> result;

@@ -32,10 +32,14 @@
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "host/process/task.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
+
+namespace keys = preference_keys;
 
 constexpr mode_t kProgressLogMode = 0770;
 constexpr std::size_t kProgressLogLimit = std::size_t{64} << 20;
@@ -53,8 +57,8 @@ int exitStatusOf(RunRecord::Result result) {
 }
 
 bool automaticBackupsAreOn() {
-  const auto preferences = host::readDictionary(kEnginePreferenceFile);
-  const PropertyValue* value = preferences ? preferences->find("AutoBackup") : nullptr;
+  const auto preferences = host::readDictionary(paths::kEnginePreferenceFile);
+  const PropertyValue* value = preferences ? preferences->find(keys::kAutoBackup) : nullptr;
   return value != nullptr && value->integerValue() != 0;
 }
 
@@ -152,7 +156,7 @@ void BackupCycle::runHalyardBackup() {
   for (const auto& descriptor : expected.descriptors) names.push_back(descriptor.serviceName());
   if (names.empty()) problem("no service is switched on (see: helmsman enable)");
   for (std::string& text : expected.problems) problem(std::move(text));
-  const std::string signatureBefore = signatureIn(kMetadataFolder);
+  const std::string signatureBefore = signatureIn(paths::kMetadataFolder);
   RunJudge judge(std::move(expected.descriptors));
   LineReader output([&judge](std::string_view line) { judge.outputLine(line); });
   LineReader errors([&judge](std::string_view line) { judge.errorLine(line); });
@@ -161,17 +165,18 @@ void BackupCycle::runHalyardBackup() {
   options.error = [&errors](std::string_view piece) { errors.take(piece); };
 
   // Halyard empties it too, but not before the follower has read what another run left.
-  if (host::exists(kProgressLog)) (void)host::createOrEmptyFile(kProgressLog, kProgressLogMode);
+  if (host::exists(paths::kProgressLog))
+    (void)host::createOrEmptyFile(paths::kProgressLog, kProgressLogMode);
   display_.started(names);
   host::TaskResult result;
   {
-    const ProgressFollower follower(kProgressLog,
+    const ProgressFollower follower(paths::kProgressLog,
                                     [this](const ProgressStep& step) { display_.step(step); });
     result = runHalyard({"-cmd", "backup", "-source", "/"}, options);
   }
   output.finish();
   errors.finish();
-  const std::string log = host::readFile(kProgressLog, kProgressLogLimit).value_or("");
+  const std::string log = host::readFile(paths::kProgressLog, kProgressLogLimit).value_or("");
   for (const std::string_view line : splitAt(log, '\n')) judge.progressLine(line);
 
   if (result.status != 0) {
@@ -183,20 +188,21 @@ void BackupCycle::runHalyardBackup() {
     return copyFailure(service, file);
   });
   for (ServiceResult& service : record_.services) {
-    service.bytes = treeBytes(joinPath(kMetadataFolder, service.name));
+    service.bytes = treeBytes(joinPath(paths::kMetadataFolder, service.name));
   }
-  std::vector<std::string> problems = metadataProblems(kMetadataFolder, signatureBefore);
+  std::vector<std::string> problems = metadataProblems(paths::kMetadataFolder, signatureBefore);
   metadataIsWhole_ = result.status == 0 && judge.sawEnd() &&
-                     !signatureIn(kMetadataFolder).empty() &&
-                     signatureIn(kMetadataFolder) != signatureBefore;
+                     !signatureIn(paths::kMetadataFolder).empty() &&
+                     signatureIn(paths::kMetadataFolder) != signatureBefore;
   if (metadataIsWhole_) markServices();
   for (std::string& text : problems) problem(std::move(text));
 }
 
 void BackupCycle::markServices() {
-  for (const std::string& service : settleIncompleteServices(kMetadataFolder, record_.services)) {
+  for (const std::string& service :
+       settleIncompleteServices(paths::kMetadataFolder, record_.services)) {
     problem("no snapshot is taken: " + service + " could not be marked as incomplete in " +
-            kMetadataFolder);
+            paths::kMetadataFolder);
     metadataIsWhole_ = false;
   }
 }
@@ -220,7 +226,7 @@ std::string lastLineOf(std::string_view text) {
 bool BackupCycle::takeSnapshot() {
   display_.phase("taking the snapshot");
   const host::TaskResult result =
-      host::RunTask(std::string(kSnapwheelProgram), {"snapshot", "--json"});
+      host::RunTask(std::string(paths::kSnapshotTool), {"snapshot", "--json"});
   const nlohmann::json answer = nlohmann::json::parse(result.output, nullptr, false);
   std::string path;
   if (answer.is_object() && answer.contains("path") && answer["path"].is_string()) {
@@ -238,7 +244,7 @@ bool BackupCycle::takeSnapshot() {
   }
   const Snapshot snapshot = readSnapshot(path);
   if (snapshot.metadataFolder.empty() ||
-      signatureIn(snapshot.metadataFolder) != signatureIn(kMetadataFolder)) {
+      signatureIn(snapshot.metadataFolder) != signatureIn(paths::kMetadataFolder)) {
     problem("the snapshot " + path + " does not carry this backup");
     return false;
   }
@@ -250,7 +256,8 @@ bool BackupCycle::takeSnapshot() {
 // The signature tells that it is this run's backup, not that all of it arrived.
 void BackupCycle::judgeSnapshot(const Snapshot& snapshot) {
   for (ServiceResult& service : record_.services) {
-    if (const auto lack = lackOfService(kMetadataFolder, snapshot.metadataFolder, service.name)) {
+    if (const auto lack =
+            lackOfService(paths::kMetadataFolder, snapshot.metadataFolder, service.name)) {
       service.problems.push_back(*lack);
       service.done = false;
     }
@@ -259,8 +266,8 @@ void BackupCycle::judgeSnapshot(const Snapshot& snapshot) {
 
 void BackupCycle::complete() {
   (void)runHalyard({"-cmd", "postBackupComplete"});  // It always answers 0.
-  if (host::exists(kMetadataFolder)) {
-    problem(std::string(kMetadataFolder) + " could not be removed after the snapshot");
+  if (host::exists(paths::kMetadataFolder)) {
+    problem(std::string(paths::kMetadataFolder) + " could not be removed after the snapshot");
   }
 }
 
@@ -268,7 +275,7 @@ void BackupCycle::prune() {
   // A snapshot that lacks something is no reason to part with an older one.
   if (result() != RunRecord::Result::good) return;
   display_.phase("removing snapshots that are out of date");
-  const host::TaskResult result = host::RunTask(std::string(kSnapwheelProgram), {"prune"});
+  const host::TaskResult result = host::RunTask(std::string(paths::kSnapshotTool), {"prune"});
   if (result.status != 0) {
     problem("old snapshots could not be removed: " + lastLineOf(result.error));
   }

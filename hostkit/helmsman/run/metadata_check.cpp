@@ -6,6 +6,7 @@
 #include "helmsman/run/tree_size.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -14,7 +15,7 @@ constexpr std::size_t kSignatureLimit = 4096;
 }
 
 std::string signatureIn(const std::string& metadataFolder) {
-  return host::readFile(joinPath(metadataFolder, ".halyardSignature"), kSignatureLimit)
+  return host::readFile(joinPath(metadataFolder, paths::kSignatureName), kSignatureLimit)
       .value_or("");
 }
 
@@ -28,13 +29,14 @@ std::vector<std::string> metadataProblems(const std::string& metadataFolder,
   } else if (signature == signatureBefore) {
     problems.emplace_back("the backup signature is that of an earlier run");
   }
-  const auto source = host::readDictionary(joinPath(metadataFolder, "ServerSourceDiskInfo.plist"));
+  const auto source = host::readDictionary(joinPath(metadataFolder, paths::kSourceDiskInfoName));
   if (!source || !source->text("VolumeUUID")) {
     problems.emplace_back(
         "the source volume was not recorded: a whole-system restore will be refused "
-        "(does /usr/sbin/drivectl work?)");
+        "(does " +
+        std::string(paths::kVolumeTool) + " work?)");
   }
-  if (!host::readDictionary(joinPath(metadataFolder, "master.browse.plist"), kBrowseDataLimit)) {
+  if (!host::readDictionary(joinPath(metadataFolder, paths::kMasterBrowseName), kBrowseDataLimit)) {
     problems.emplace_back("the browse catalogue was not written");
   }
   return problems;

@@ -11,14 +11,13 @@
 #include "common/messages.h"
 #include "common/sizes.h"
 #include "common/table.h"
+#include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
 constexpr std::size_t kBarWidth = 24;
-constexpr std::string_view kSized = "Size requirements calculation for backup done.";
-constexpr std::string_view kEnded = "Service backup binary done.";
 
 std::string withoutDots(std::string_view message) {
   while (message.ends_with('.')) message.remove_suffix(1);
@@ -34,7 +33,7 @@ std::size_t terminalWidth() {
 
 // Of no interest in a record that is read afterwards.
 bool isSizeStep(const ProgressStep& step) {
-  return step.message == kSized || step.message.starts_with("Calculating size requirements");
+  return step.message == texts::kSizeDone || step.message == texts::kSizeBegun;
 }
 
 std::string stepText(const ProgressStep& step) {
@@ -69,8 +68,8 @@ void RunDisplay::started(const std::vector<std::string>& services) {
 }
 
 void RunDisplay::step(const ProgressStep& step) {
-  if (step.message == kSized) sized_.insert(step.service);
-  if (step.message == kEnded) ended_.insert(step.service);
+  if (step.message == texts::kSizeDone) sized_.insert(step.service);
+  if (step.message == texts::kServiceDone) ended_.insert(step.service);
   if (json_) {
     printJsonLine(
         {{"event", "step"},

@@ -3,35 +3,37 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "common/paths.h"
+#include "product/paths.h"
+#include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
-constexpr std::string_view kEntryPrefix = "*** nextPath := ";
-constexpr std::string_view kCopyPrefix = "Failed to copy ";
-constexpr std::string_view kProgressPrefix = "## PROGRESS :: Halyard :: ";
-constexpr std::string_view kErrorPrefix = "## ERROR :: Halyard :: ";
-constexpr std::string_view kLastStep = "Service backup binary done.";
+constexpr std::string_view kEntryPrefix = texts::fixedPart(texts::kDescriptorEntry, 0);
+constexpr std::string_view kCopyPrefix = texts::fixedPart(texts::kCopyFailed, 0);
+constexpr std::string_view kCopyMark = texts::fixedPart(texts::kCopyFailed, 1);
+constexpr std::string_view kProgressPrefix = texts::kProgressStart;
+constexpr std::string_view kErrorPrefix = texts::kErrorStart;
 
 struct CallFailure {
   std::string service;
   std::string status;
 };
 
-// "...<prefix>NAME, error :=STATUS"
-std::optional<CallFailure> parseCallFailure(std::string_view line, std::string_view prefix) {
-  static constexpr std::string_view kStatusMark = ", error :=";
+// The two values of a line in this format, wherever it begins.
+std::optional<CallFailure> parseCallFailure(std::string_view line, std::string_view format) {
+  const std::string_view prefix = texts::fixedPart(format, 0);
+  const std::string_view statusMark = texts::fixedPart(format, 1);
   const std::size_t start = line.find(prefix);
-  const std::size_t mark = line.rfind(kStatusMark);
+  const std::size_t mark = line.rfind(statusMark);
   if (start == std::string_view::npos || mark == std::string_view::npos ||
       mark < start + prefix.size()) {
     return std::nullopt;
   }
   const std::size_t name = start + prefix.size();
   return CallFailure{std::string(line.substr(name, mark - name)),
-                     std::string(line.substr(mark + kStatusMark.size()))};
+                     std::string(line.substr(mark + statusMark.size()))};
 }
 
 std::string statusText(const std::string& status) {
@@ -64,11 +66,11 @@ void RunJudge::outputLine(std::string_view line) {
 }
 
 void RunJudge::noteFailedCopy(Entry& entry, std::string_view line) {
-  const std::string folder = joinPath(kMetadataFolder, entry.descriptor.serviceName());
+  const std::string folder = joinPath(paths::kMetadataFolder, entry.descriptor.serviceName());
   for (const std::string& file : entry.descriptor.files()) {
     // A path may hold " to ": only the whole expected text tells which file is meant.
     std::string expected(kCopyPrefix);
-    expected.append(file).append(" to ").append(folder);
+    expected.append(file).append(kCopyMark).append(folder);
     if (!line.starts_with(expected)) continue;
     entry.failedCopies.push_back(file);
     return;
@@ -78,14 +80,13 @@ void RunJudge::noteFailedCopy(Entry& entry, std::string_view line) {
 
 void RunJudge::errorLine(std::string_view line) {
   struct Call {
-    std::string_view prefix;
+    std::string_view format;
     std::string_view what;
   };
-  static constexpr Call kCalls[] = {
-      {"Error in calling backup command for service ", "its backup program "},
-      {"Error in calling post-backup command for service ", "a post-backup command "}};
+  static constexpr Call kCalls[] = {{texts::kBackupCallFailed, "its backup program "},
+                                    {texts::kPostBackupCallFailed, "a post-backup command "}};
   for (const Call& call : kCalls) {
-    const auto failure = parseCallFailure(line, call.prefix);
+    const auto failure = parseCallFailure(line, call.format);
     if (!failure) continue;
     for (Entry& entry : entries_) {
       if (entry.descriptor.serviceName() != failure->service) continue;
@@ -98,10 +99,10 @@ void RunJudge::progressLine(std::string_view line) {
   const auto step = parseProgressLine(line);
   if (!step) return;
   if (step->service.empty()) {
-    sawEnd_ = sawEnd_ || step->message == "Done.";
+    sawEnd_ = sawEnd_ || step->message == texts::kRunDone;
     return;
   }
-  if (step->message != kLastStep) return;
+  if (step->message != texts::kServiceDone) return;
   for (Entry& entry : entries_) {
     if (entry.descriptor.serviceName() == step->service) entry.ended = true;
   }
@@ -150,9 +151,11 @@ std::optional<ProgressStep> parseProgressLine(std::string_view line) {
   if (!line.starts_with(kProgressPrefix)) return std::nullopt;
   const std::string_view rest = line.substr(kProgressPrefix.size());
   // A service's name may hold the separator, a message never does.
-  const std::size_t mark = rest.rfind(" :: ");
+  static constexpr std::string_view kSeparator = texts::kSeparator;
+  const std::size_t mark = rest.rfind(kSeparator);
   if (mark != std::string_view::npos) step.service = std::string(rest.substr(0, mark));
-  step.message = std::string(mark == std::string_view::npos ? rest : rest.substr(mark + 4));
+  step.message =
+      std::string(mark == std::string_view::npos ? rest : rest.substr(mark + kSeparator.size()));
   return step;
 }
 

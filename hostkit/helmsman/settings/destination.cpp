@@ -13,7 +13,6 @@
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "common/property_file.h"
 #include "common/sizes.h"
 #include "common/table.h"
@@ -23,11 +22,15 @@
 #include "helmsman/settings/timer.h"
 #include "host/files/files.h"
 #include "host/volumes/alias.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 #include "product/snapshot_engine.h"
 
 namespace halyard::hostkit {
 
 namespace {
+
+namespace keys = preference_keys;
 
 bool onVolumeOfRoot(const std::string& path) {
   struct stat here {};
@@ -59,7 +62,7 @@ std::string whatIsMissing(const std::string& folder) {
 std::optional<PropertyDictionary> enginePreferences() {
   if (repairSettings() != kSuccess) return std::nullopt;
   std::string problem;
-  auto preferences = readPropertyFile(kEnginePreferenceFile, problem);
+  auto preferences = readPropertyFile(paths::kEnginePreferenceFile, problem);
   if (!preferences) printError(problem);
   return preferences;
 }
@@ -107,10 +110,10 @@ int set(const DestinationArguments& arguments) {
   if (!preferences) return kFailure;
 
   const std::string specification = lastingSpecification(arguments, *path);
-  preferences->set("BackupAlias", PropertyValue::data(specification));
-  preferences->set("AutoBackup", 1);
-  if (!writePropertyFile(kEnginePreferenceFile, *preferences)) {
-    printError(std::string(kEnginePreferenceFile) + " could not be written");
+  preferences->set(keys::kBackupAlias, PropertyValue::data(specification));
+  preferences->set(keys::kAutoBackup, 1);
+  if (!writePropertyFile(paths::kEnginePreferenceFile, *preferences)) {
+    printError(std::string(paths::kEnginePreferenceFile) + " could not be written");
     return kFailure;
   }
   // The timer rests until there is somewhere to go.
@@ -123,7 +126,7 @@ int set(const DestinationArguments& arguments) {
 }
 
 std::string storedSpecification(const PropertyDictionary& preferences) {
-  const PropertyValue* alias = preferences.find("BackupAlias");
+  const PropertyValue* alias = preferences.find(keys::kBackupAlias);
   if (alias == nullptr) return {};
   if (const std::string* bytes = alias->asData()) return *bytes;
   if (const std::string* text = alias->asString()) return *text;
@@ -132,10 +135,10 @@ std::string storedSpecification(const PropertyDictionary& preferences) {
 
 int show(bool asJson) {
   std::string problem;
-  const auto preferences = readPropertyFile(kEnginePreferenceFile, problem);
+  const auto preferences = readPropertyFile(paths::kEnginePreferenceFile, problem);
   if (!problem.empty()) printError(problem);
   const std::string specification = preferences ? storedSpecification(*preferences) : "";
-  const auto session = defaultBackupSession(kEnginePreferenceFile);
+  const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
   int error = 0;
   const auto volume = session ? volumeOf(session->destination, error) : std::nullopt;
   if (asJson) {

@@ -10,10 +10,14 @@
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/settings/settings.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
+
+namespace keys = preference_keys;
 
 bool hasDescriptor(const std::string& service) {
   if (isShipped(service)) return true;
@@ -38,8 +42,8 @@ PropertyDictionary namesToChooseFrom(const PropertyDictionary& services) {
 // False when the switch cannot be thrown for this service.
 bool canSwitch(const std::string& service, ServiceSwitch position) {
   if (position == ServiceSwitch::on && !hasDescriptor(service)) {
-    printError(service + ": no descriptor with this ServiceName is installed in " + kConfigFolder +
-               " or " + kServiceFolder);
+    printError(service + ": no descriptor with this ServiceName is installed in " +
+               paths::kConfigurationFolder + " or " + kServiceFolder);
     return false;
   }
   // The flag of any other is not looked at; its link alone can be placed and removed.
@@ -92,12 +96,12 @@ std::optional<std::vector<std::string>> chosenServices(const std::vector<std::st
 int switchServices(const std::vector<std::string>& names, ServiceSwitch position) {
   if (repairSettings() != kSuccess) return kFailure;
   std::string problem;
-  auto preferences = readPropertyFile(kPreferenceFile, problem);
+  auto preferences = readPropertyFile(paths::kPreferenceFile, problem);
   if (!preferences) {
     printError(problem);
     return kFailure;
   }
-  const PropertyDictionary* present = preferences->dictionary("services");
+  const PropertyDictionary* present = preferences->dictionary(keys::kServices);
   PropertyDictionary flags = present == nullptr ? PropertyDictionary{} : *present;
   const auto services = chosenServices(names, namesToChooseFrom(flags), position);
   if (!services) return kFailure;
@@ -112,9 +116,9 @@ int switchServices(const std::vector<std::string>& names, ServiceSwitch position
   const bool flagsChanged = !changed.empty();
   // At every instant a service whose flag is on has its descriptor.
   if (position == ServiceSwitch::on && !moveLinks(*services, position, changed)) return kFailure;
-  preferences->set("services", std::move(flags));
-  if (flagsChanged && !writePropertyFile(kPreferenceFile, *preferences)) {
-    printError(std::string(kPreferenceFile) + " could not be written");
+  preferences->set(keys::kServices, std::move(flags));
+  if (flagsChanged && !writePropertyFile(paths::kPreferenceFile, *preferences)) {
+    printError(std::string(paths::kPreferenceFile) + " could not be written");
     return kFailure;
   }
   if (position == ServiceSwitch::off && !moveLinks(*services, position, changed)) return kFailure;

@@ -9,6 +9,7 @@
 #include "common/messages.h"
 #include "common/paths.h"
 #include "host/files/files.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -26,9 +27,9 @@ std::string parentOf(const std::string& path) {
 
 const std::vector<FixedFolder>& fixedFolders() {
   static const std::vector<FixedFolder> folders = {
-      {kConfigFolder, kNativeConfigFolder, kOpenFolder},
+      {paths::kConfigurationFolder, kNativeConfigFolder, kOpenFolder},
       {kPreferenceFolder, kNativePreferenceFolder, kOpenFolder},
-      {kLogFolder, kNativeLogFolder, kLogFolderMode},
+      {paths::kLogFolder, kNativeLogFolder, kLogFolderMode},
       {kRunFolder, kNativeRunFolder, kOpenFolder},
       {kDatabaseFolder, kStateFolder, kOpenFolder},
       {kVersionFolder, kNativeVersionFolder, kOpenFolder}};

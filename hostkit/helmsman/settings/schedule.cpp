@@ -7,16 +7,19 @@
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "common/property_file.h"
 #include "helmsman/settings/folders.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/timer.h"
 #include "host/files/files.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
+
+namespace keys = preference_keys;
 
 constexpr int kMinutesADay = 24 * 60;
 constexpr int kMostDays = 36500;
@@ -92,7 +95,7 @@ bool understand(const ScheduleArguments& arguments, Schedule& schedule) {
 
 int show(const PropertyDictionary& preferences, bool asJson) {
   const Schedule schedule = scheduleFrom(preferences);
-  const bool on = integerIn(preferences, "AutoBackup", INT32_MIN, INT32_MAX, 0) != 0;
+  const bool on = integerIn(preferences, keys::kAutoBackup, INT32_MIN, INT32_MAX, 0) != 0;
   if (asJson) {
     printJson({{"enabled", on},
                {"period", periodName(schedule.period)},
@@ -114,7 +117,7 @@ bool changesAnything(const ScheduleArguments& arguments) {
 
 // Automatic backups without a destination would fail every night.
 bool canSwitchOn(const PropertyDictionary& preferences) {
-  if (preferences.find("BackupAlias") != nullptr) return true;
+  if (preferences.find(keys::kBackupAlias) != nullptr) return true;
   printError("set a destination first (see: helmsman destination --list)");
   return false;
 }
@@ -123,23 +126,24 @@ bool canSwitchOn(const PropertyDictionary& preferences) {
 
 Schedule scheduleFrom(const PropertyDictionary& enginePreferences) {
   Schedule schedule;
-  const std::string period = enginePreferences.text("Period").value_or("");
+  const std::string period = enginePreferences.text(keys::kPeriod).value_or("");
   if (equalsIgnoringCase(period, kPeriods[1])) schedule.period = Schedule::Period::weekly;
   if (equalsIgnoringCase(period, kPeriods[2])) schedule.period = Schedule::Period::monthly;
-  schedule.day = parseDay(enginePreferences.text("Day").value_or("")).value_or(schedule.day);
-  schedule.week = integerIn(enginePreferences, "Week", 1, 4, schedule.week);
-  schedule.minutes = integerIn(enginePreferences, "Time", 0, kMinutesADay - 1, schedule.minutes);
+  schedule.day = parseDay(enginePreferences.text(keys::kDay).value_or("")).value_or(schedule.day);
+  schedule.week = integerIn(enginePreferences, keys::kWeek, 1, 4, schedule.week);
+  schedule.minutes =
+      integerIn(enginePreferences, keys::kTime, 0, kMinutesADay - 1, schedule.minutes);
   schedule.daysToRetain =
-      integerIn(enginePreferences, "DaysToRetain", 1, kMostDays, schedule.daysToRetain);
+      integerIn(enginePreferences, keys::kDaysToRetain, 1, kMostDays, schedule.daysToRetain);
   return schedule;
 }
 
 void storeSchedule(const Schedule& schedule, PropertyDictionary& enginePreferences) {
-  enginePreferences.set("Day", schedule.day);
-  enginePreferences.set("Period", periodName(schedule.period));
-  enginePreferences.set("DaysToRetain", schedule.daysToRetain);
-  enginePreferences.set("Time", schedule.minutes);
-  enginePreferences.set("Week", schedule.week);
+  enginePreferences.set(keys::kDay, schedule.day);
+  enginePreferences.set(keys::kPeriod, periodName(schedule.period));
+  enginePreferences.set(keys::kDaysToRetain, schedule.daysToRetain);
+  enginePreferences.set(keys::kTime, schedule.minutes);
+  enginePreferences.set(keys::kWeek, schedule.week);
 }
 
 std::string calendarExpression(const Schedule& schedule) {
@@ -194,7 +198,7 @@ std::optional<std::string> parseDay(std::string_view text) {
 int schedule(const ScheduleArguments& arguments) {
   if (repairSettings() != kSuccess) return kFailure;
   std::string problem;
-  auto preferences = readPropertyFile(kEnginePreferenceFile, problem);
+  auto preferences = readPropertyFile(paths::kEnginePreferenceFile, problem);
   if (!preferences) {
     printError(problem);
     return kFailure;
@@ -205,12 +209,12 @@ int schedule(const ScheduleArguments& arguments) {
   if (!understand(arguments, changed)) return kFailure;
   if (arguments.on && !canSwitchOn(*preferences)) return kFailure;
   storeSchedule(changed, *preferences);
-  if (arguments.on || arguments.off) preferences->set("AutoBackup", arguments.on ? 1 : 0);
-  if (!writePropertyFile(kEnginePreferenceFile, *preferences)) {
-    printError(std::string(kEnginePreferenceFile) + " could not be written");
+  if (arguments.on || arguments.off) preferences->set(keys::kAutoBackup, arguments.on ? 1 : 0);
+  if (!writePropertyFile(paths::kEnginePreferenceFile, *preferences)) {
+    printError(std::string(paths::kEnginePreferenceFile) + " could not be written");
     return kFailure;
   }
-  const bool on = integerIn(*preferences, "AutoBackup", INT32_MIN, INT32_MAX, 0) != 0;
+  const bool on = integerIn(*preferences, keys::kAutoBackup, INT32_MIN, INT32_MAX, 0) != 0;
   if (!setTimer(on ? TimerState::on : TimerState::off, calendarExpression(changed))) {
     return kFailure;
   }

@@ -11,6 +11,7 @@
 #include "helmsman/settings/services.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -26,15 +27,16 @@ bool hasInstalledDescriptor(std::string_view service) {
 // Empty, or why the link could not be made. One of this name that leads nowhere gives way.
 std::string link(const ShippedDescriptor& shipped) {
   const std::string target = joinPath(kServiceFolder, shipped.fileName);
-  const std::string path = joinPath(kConfigFolder, shipped.fileName);
+  const std::string path = joinPath(paths::kConfigurationFolder, shipped.fileName);
   if (host::isSymbolicLink(path) && !host::exists(path)) (void)::unlink(path.c_str());
   if (::symlink(target.c_str(), path.c_str()) == 0) return {};
   return path + ": " + errnoText(errno);
 }
 
 LinkChange settled(LinkChange change) {
-  if (change.changed && change.problem.empty() && !host::syncFileSystem(kConfigFolder)) {
-    change.problem = std::string(kConfigFolder) + " could not be written to the disk";
+  if (change.changed && change.problem.empty() &&
+      !host::syncFileSystem(paths::kConfigurationFolder)) {
+    change.problem = std::string(paths::kConfigurationFolder) + " could not be written to the disk";
   }
   return change;
 }
@@ -80,7 +82,7 @@ LinkChange placeLinks(std::string_view service) {
 LinkChange removeLinks(std::string_view service) {
   LinkChange change;
   for (const ShippedDescriptor& shipped : shippedDescriptors()) {
-    const std::string path = joinPath(kConfigFolder, shipped.fileName);
+    const std::string path = joinPath(paths::kConfigurationFolder, shipped.fileName);
     if (shipped.service != service || !host::isSymbolicLink(path) ||
         host::realPath(path) != host::realPath(joinPath(kServiceFolder, shipped.fileName))) {
       continue;

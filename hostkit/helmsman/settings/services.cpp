@@ -3,15 +3,13 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "common/paths.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
+#include "product/service_descriptor.h"
 
 namespace halyard::hostkit {
-
-bool isKnownService(std::string_view name) {
-  return std::find(kKnownServices.begin(), kKnownServices.end(), name) != kKnownServices.end();
-}
 
 std::string InstalledDescriptor::serviceName() const {
   return content.text("ServiceName").value_or("");
@@ -26,39 +24,27 @@ std::vector<std::string> InstalledDescriptor::files() const {
   return all;
 }
 
-bool isTakenAsDescriptor(std::string_view fileName, bool executable) {
-  if (characterCount(fileName) < characterCount(kPreferenceFileName)) return !executable;
-  return !fileName.starts_with(kPreferenceFileName);
-}
-
 std::vector<InstalledDescriptor> installedDescriptors() {
   std::vector<InstalledDescriptor> descriptors;
-  for (const std::string& name : host::listDirectory(kConfigFolder)) {
-    const std::string path = joinPath(kConfigFolder, name);
-    if (!isTakenAsDescriptor(name, host::isExecutableFile(path)) || !host::exists(path)) continue;
+  scanServiceDescriptors({.taken = [&descriptors](const std::string& path) {
+    if (!host::exists(path)) return;
     InstalledDescriptor descriptor;
-    descriptor.fileName = name;
+    descriptor.fileName = lastPathComponent(path);
     descriptor.path = path;
     if (auto content = host::readDictionary(path)) {
       descriptor.readable = true;
       descriptor.content = std::move(*content);
     }
     descriptors.push_back(std::move(descriptor));
-  }
+  }});
   return descriptors;
 }
 
 PropertyDictionary servicePreferences() {
-  const auto preferences = host::readDictionary(kPreferenceFile);
+  const auto preferences = host::readDictionary(paths::kPreferenceFile);
   if (!preferences) return {};
-  const PropertyDictionary* services = preferences->dictionary("services");
+  const PropertyDictionary* services = preferences->dictionary(preference_keys::kServices);
   return services == nullptr ? PropertyDictionary{} : *services;
-}
-
-bool isBackedUp(const PropertyDictionary& services, std::string_view serviceName) {
-  if (!isKnownService(serviceName)) return true;
-  const PropertyValue* flag = services.find(serviceName);
-  return flag != nullptr && flag->integerValue() != 0;
 }
 
 std::optional<std::string> completeServiceName(const PropertyDictionary& services,

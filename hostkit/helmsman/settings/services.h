@@ -1,7 +1,6 @@
 // The services of this host: what the preferences say of them and which descriptors are installed.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,14 +8,9 @@
 #include <vector>
 
 #include "base/property_list.h"
+#include "product/service_names.h"
 
 namespace halyard::hostkit {
-
-/// The services that take part in the enable tests, in the program's order.
-inline constexpr std::array<std::string_view, 7> kKnownServices = {
-    "agendaHost", "parleyHost", "rosterHost", "depotHost", "postHost", "hostProfile", "siteHost"};
-
-bool isKnownService(std::string_view name);
 
 /// A file of the configuration folder that the program takes for a descriptor.
 struct InstalledDescriptor {
@@ -31,18 +25,11 @@ struct InstalledDescriptor {
   std::vector<std::string> files() const;
 };
 
-/// Whether the program's scan takes an entry of the configuration folder, by its name and whether
-/// it is an executable file.
-bool isTakenAsDescriptor(std::string_view fileName, bool executable);
-
 /// In the order in which the program takes them.
 std::vector<InstalledDescriptor> installedDescriptors();
 
 /// The "services" dictionary of the preference file; empty when there is none.
 PropertyDictionary servicePreferences();
-
-/// Whether a backup takes the service with this name: the seven by their flag, others always.
-bool isBackedUp(const PropertyDictionary& services, std::string_view serviceName);
 
 /// Finds a service by what an administrator typed: its exact key in the preferences, else the one
 /// key that differs in letter case only or begins with the text in any case. Absent, with the

@@ -10,10 +10,14 @@
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "host/files/files.h"
+#include "product/paths.h"
+#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
+
+namespace keys = preference_keys;
 
 constexpr int kDaysToRetain = 30;
 constexpr int kMinutesAfterMidnight = 2 * 60;
@@ -44,36 +48,37 @@ PropertyDictionary defaultServicePreferences(const std::vector<std::string>& ins
     services.set(std::string(name), installed ? 1 : 0);
   }
   PropertyDictionary preferences;
-  preferences.set("services", std::move(services));
+  preferences.set(keys::kServices, std::move(services));
   return preferences;
 }
 
 PropertyDictionary defaultEnginePreferences() {
   PropertyDictionary preferences;
-  preferences.set("AutoBackup", 0);
-  preferences.set("Day", "Sunday");
-  preferences.set("Period", "Daily");
-  preferences.set("DaysToRetain", kDaysToRetain);
-  preferences.set("Time", kMinutesAfterMidnight);
-  preferences.set("Week", 1);
+  preferences.set(keys::kAutoBackup, 0);
+  preferences.set(keys::kDay, "Sunday");
+  preferences.set(keys::kPeriod, "Daily");
+  preferences.set(keys::kDaysToRetain, kDaysToRetain);
+  preferences.set(keys::kTime, kMinutesAfterMidnight);
+  preferences.set(keys::kWeek, 1);
   return preferences;
 }
 
 int repairSettings() {
   bool linked = true;
-  if (!host::exists(kPreferenceFile) && host::isDirectory(kServiceFolder)) {
+  if (!host::exists(paths::kPreferenceFile) && host::isDirectory(kServiceFolder)) {
     std::string problem;
-    linked = provideFolder(std::string(kConfigFolder), problem) != FolderOutcome::failed &&
-             placeFirstLinks();
+    linked =
+        provideFolder(std::string(paths::kConfigurationFolder), problem) != FolderOutcome::failed &&
+        placeFirstLinks();
   }
   std::vector<std::string> names;
   for (const InstalledDescriptor& descriptor : installedDescriptors()) {
     names.push_back(descriptor.serviceName());
   }
-  const bool services =
-      provideFile(kConfigFolder, kPreferenceFile, defaultServicePreferences(names));
+  const bool services = provideFile(paths::kConfigurationFolder, paths::kPreferenceFile,
+                                    defaultServicePreferences(names));
   const bool engine =
-      provideFile(kPreferenceFolder, kEnginePreferenceFile, defaultEnginePreferences());
+      provideFile(kPreferenceFolder, paths::kEnginePreferenceFile, defaultEnginePreferences());
   return linked && services && engine ? kSuccess : kFailure;
 }
 

@@ -7,14 +7,14 @@
 
 #include "base/text.h"
 #include "common/exit_status.h"
-#include "common/host_identity.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "common/property_file.h"
 #include "helmsman/settings/folders.h"
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/settings.h"
 #include "host/files/files.h"
+#include "product/computer_name.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -25,8 +25,8 @@ constexpr char kProductVersion[] = "10.7";
 
 // Each is run by Halyard or by the kit at exactly this path.
 constexpr std::array<const char*, 9> kPrograms = {
-    kHalyardProgram, kSnapwheelProgram, "/usr/sbin/drivectl", "/usr/bin/uuidgen", "/bin/mkdir",
-    "/bin/ls",       "/bin/df",         "/usr/bin/grep",      "/usr/bin/awk"};
+    paths::kProgram, paths::kSnapshotTool, paths::kVolumeTool, paths::kUuidTool, paths::kMkdir,
+    paths::kLs,      paths::kDf,           paths::kGrep,       paths::kAwk};
 
 bool provideFolders() {
   bool complete = true;
@@ -56,11 +56,11 @@ bool written(const char* path, const PropertyDictionary& content, const std::str
 }
 
 bool provideVersionFile() {
-  if (host::exists(kVersionFile)) return true;
+  if (host::exists(paths::kHostVersionFile)) return true;
   PropertyDictionary version;
   version.set("ProductName", "Halyard host kit");
   version.set("ProductVersion", kProductVersion);
-  return written(kVersionFile, version, std::string("host version ") + kProductVersion);
+  return written(paths::kHostVersionFile, version, std::string("host version ") + kProductVersion);
 }
 
 std::string hostName() {
@@ -73,32 +73,28 @@ std::string hostName() {
 bool provideComputerName() {
   if (computerName() != kUnknownComputer) return true;
   std::string problem;
-  auto configuration = readPropertyFile(kHostConfigFile, problem);
+  auto configuration = readPropertyFile(paths::kHostConfigurationFile, problem);
   if (!problem.empty()) {
     printError(problem);
     return false;
   }
   const std::string name = computerNameFromHostName(hostName());
-  if (!makeFolders(std::string(kHostConfigFile).substr(0, std::string(kHostConfigFile).rfind('/')),
+  if (!makeFolders(std::string(paths::kHostConfigurationFile)
+                       .substr(0, std::string(paths::kHostConfigurationFile).rfind('/')),
                    0755)) {
-    printError(std::string("the folder of ") + kHostConfigFile + " could not be made");
+    printError(std::string("the folder of ") + paths::kHostConfigurationFile +
+               " could not be made");
     return false;
   }
   PropertyDictionary whole = configuration.value_or(PropertyDictionary{});
-  const PropertyDictionary* present = whole.dictionary("System");
-  PropertyDictionary outer = present == nullptr ? PropertyDictionary{} : *present;
-  present = outer.dictionary("System");
-  PropertyDictionary inner = present == nullptr ? PropertyDictionary{} : *present;
-  inner.set("ComputerName", name);
-  outer.set("System", std::move(inner));
-  whole.set("System", std::move(outer));
-  return written(kHostConfigFile, whole, "computer name " + name);
+  setComputerName(whole, name);
+  return written(paths::kHostConfigurationFile, whole, "computer name " + name);
 }
 
 bool provideMarker() {
-  if (host::exists(kSetupMarker)) return true;
-  if (!host::writeFile(kSetupMarker, "", host::Durability::power)) {
-    printError(std::string(kSetupMarker) + " could not be written");
+  if (host::exists(paths::kSetupMarker)) return true;
+  if (!host::writeFile(paths::kSetupMarker, "", host::Durability::power)) {
+    printError(std::string(paths::kSetupMarker) + " could not be written");
     return false;
   }
   printNote("setup is complete");

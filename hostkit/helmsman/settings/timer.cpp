@@ -8,6 +8,7 @@
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -42,7 +43,7 @@ bool setTimer(TimerState state, const std::string& calendar) {
   }
   if (!systemdRuns()) {
     if (state == TimerState::on) {
-      printWarning(std::string("systemd does not run here: start ") + kHelmsmanProgram +
+      printWarning(std::string("systemd does not run here: start ") + paths::kAdministrationTool +
                    " backup by other means");
     }
     return true;

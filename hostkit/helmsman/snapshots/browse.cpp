@@ -11,6 +11,7 @@
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
+#include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
@@ -23,7 +24,8 @@ bool printAnswer(const std::string& output) {
   while (!rest.empty()) {
     const std::size_t end = rest.find('\n');
     const std::string_view line = rest.substr(0, end);
-    if (line.starts_with("WARNING") || line.starts_with("Service := ")) {
+    if (line.starts_with(texts::kWarning) ||
+        line.starts_with(texts::fixedPart(texts::kUnknownToBrowse, 0))) {
       printWarning(line);
     } else {
       answered = answered || !line.empty();

@@ -3,11 +3,11 @@
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "common/paths.h"
 #include "common/question.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -16,12 +16,12 @@ namespace {
 bool canBePurged(const Snapshot& snapshot, bool latestMayGo) {
   if (snapshot.inProgress) {
     printError(snapshot.name + " is not complete: it is being made, or was interrupted (see: " +
-               kSnapwheelProgram + " check)");
+               paths::kSnapshotTool + " check)");
     return false;
   }
   if (!snapshot.hasSignature) {
     printError(snapshot.name + " carries no backup of the services, so Halyard leaves it alone (" +
-               kSnapwheelProgram + " delete removes any snapshot)");
+               paths::kSnapshotTool + " delete removes any snapshot)");
     return false;
   }
   if (snapshot.isLatest && !latestMayGo) {

@@ -5,18 +5,18 @@
 
 #include "base/property_list.h"
 #include "base/text.h"
-#include "common/host_identity.h"
-#include "common/paths.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/computer_name.h"
+#include "product/metadata_folder.h"
 #include "product/paths.h"
+#include "product/preference_keys.h"
 #include "product/snapshot_engine.h"
+#include "product/snapshot_name.h"
 
 namespace halyard::hostkit {
 
 namespace {
-
-constexpr char kLatestName[] = "Latest";
 
 const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
   for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
@@ -28,32 +28,36 @@ const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
 }  // namespace
 
 std::optional<std::string> backupDestination(std::string& problem) {
-  const auto session = defaultBackupSession(kEnginePreferenceFile);
+  const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
   if (session) return session->destination;
-  const auto preferences = host::readDictionary(kEnginePreferenceFile);
-  problem = preferences && preferences->find("BackupAlias") != nullptr
+  const auto preferences = host::readDictionary(paths::kEnginePreferenceFile);
+  problem = preferences && preferences->find(preference_keys::kBackupAlias) != nullptr
                 ? "the backup destination is not there; is its volume connected? "
                   "(see: helmsman destination --show)"
                 : "no backup destination is set (see: helmsman destination --list)";
   return std::nullopt;
 }
 
+std::optional<std::int64_t> beginOf(const Snapshot& snapshot) {
+  const auto instant = snapshotInstant(snapshot.name);
+  if (!instant) return std::nullopt;
+  return instant->time_since_epoch().count();
+}
+
 std::string snapshotFolder(const std::string& destination) {
-  return joinPath(joinPath(destination, kRepositoryName), computerName());
+  return hostSnapshotFolder(destination, computerName());
 }
 
 Snapshot readSnapshot(const std::string& path) {
   Snapshot snapshot;
   snapshot.name = lastPathComponent(path);
   snapshot.path = path;
-  snapshot.inProgress = pathExtension(path) == kInProgressExtension;
-  // As in the program: the last volume that carries a metadata folder is the one that is used.
-  for (const std::string& volume : host::listDirectory(path)) {
-    const std::string folder = joinPath(joinPath(path, volume), kMetadataFolderName);
-    if (host::isDirectory(folder)) snapshot.metadataFolder = folder;
+  snapshot.inProgress = isInProgress(snapshot.name);
+  snapshot.metadataFolder = findSnapshotMetadataFolder(path, [&](const std::string& volume) {
+    const std::string folder = joinPath(path, volume) + paths::kMetadataFolder;
     snapshot.hasSignature =
         snapshot.hasSignature || host::exists(joinPath(folder, paths::kSignatureName));
-  }
+  });
   if (snapshot.metadataFolder.empty()) return snapshot;
   for (const std::string& entry : host::listDirectory(snapshot.metadataFolder)) {
     if (host::isDirectory(joinPath(snapshot.metadataFolder, entry))) {
@@ -65,10 +69,10 @@ Snapshot readSnapshot(const std::string& path) {
 
 std::vector<Snapshot> snapshotsIn(const std::string& folder) {
   std::vector<Snapshot> snapshots;
-  const std::string latest = host::realPath(joinPath(folder, kLatestName)).value_or("");
+  const std::string latest = host::realPath(joinPath(folder, paths::kLatestName)).value_or("");
   for (const std::string& name : host::listDirectory(folder)) {
     const std::string path = joinPath(folder, name);
-    if (name == kLatestName || name.starts_with('.') || !host::isDirectory(path)) continue;
+    if (name == paths::kLatestName || name.starts_with('.') || !host::isDirectory(path)) continue;
     Snapshot snapshot = readSnapshot(path);
     snapshot.isLatest = !latest.empty() && host::realPath(path) == latest;
     snapshots.push_back(std::move(snapshot));
@@ -78,7 +82,7 @@ std::vector<Snapshot> snapshotsIn(const std::string& folder) {
 
 std::optional<Snapshot> findSnapshot(const std::vector<Snapshot>& snapshots, std::string_view typed,
                                      std::string& problem) {
-  if (typed.empty() || equalsIgnoringCase(typed, kLatestName)) {
+  if (typed.empty() || equalsIgnoringCase(typed, paths::kLatestName)) {
     if (const Snapshot* newest = newestComplete(snapshots)) return *newest;
     problem = "there is no snapshot of this host yet";
     return std::nullopt;

@@ -1,6 +1,7 @@
 // This host's snapshots in the repository, as the program's commands see them.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +21,10 @@ struct Snapshot {
 
 /// Where automatic backups go; absent, with the reason, without a destination that resolves.
 std::optional<std::string> backupDestination(std::string& problem);
+
+/// When the snapshot was begun, in seconds since 1970; absent for a name that the engine does not
+/// give.
+std::optional<std::int64_t> beginOf(const Snapshot& snapshot);
 
 /// The folder of this host's snapshots at a destination.
 std::string snapshotFolder(const std::string& destination);

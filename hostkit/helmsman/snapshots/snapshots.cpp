@@ -34,7 +34,7 @@ nlohmann::json jsonOf(const Snapshot& snapshot) {
                              {"latest", snapshot.isLatest},
                              {"signature", snapshot.hasSignature},
                              {"services", snapshot.services}};
-  if (const auto time = parseSnapshotName(snapshot.name)) document["time"] = timeText(*time);
+  if (const auto time = beginOf(snapshot)) document["time"] = timeText(*time);
   return document;
 }
 
@@ -57,7 +57,7 @@ int listSnapshots(bool asJson) {
   } else {
     std::vector<std::vector<std::string>> rows = {{"SNAPSHOT", "TAKEN", "HOLDS", "SERVICES"}};
     for (const Snapshot& snapshot : snapshots) {
-      const auto time = parseSnapshotName(snapshot.name);
+      const auto time = beginOf(snapshot);
       rows.push_back({snapshot.name, time ? ageText(secondsNow() - *time) : "-", kindOf(snapshot),
                       joined(snapshot.services)});
     }

@@ -1,6 +1,7 @@
 // What the program says: standard output, debug and verbose lines, dumps, the platform log.
 //
 // A fixed text stands once, as a literal at its only call, so that a grep for it finds the code.
+// One that helmsman reads is a constant of product/run_texts.h.
 #pragma once
 
 #include <string>

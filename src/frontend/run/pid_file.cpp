@@ -8,6 +8,7 @@
 #include "host/process/process.h"
 #include "host/tree/move_item.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 
 namespace halyard {
 
@@ -15,7 +16,7 @@ void setPidForProcess() {
   const FunctionLog scope(__func__);
   removePidProcessFile();
   const std::string line =
-      std::to_string(host::processIdentifier()) + " :: " + orNull(option("-cmd")) + "\n";
+      std::to_string(host::processIdentifier()) + texts::kSeparator + orNull(option("-cmd")) + "\n";
   (void)host::writeFile(paths::kPidFile, line);  // A run without its marker is still a run.
 }
 

@@ -5,16 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string_view>
 
 #include "base/property_list.h"
 #include "base/text.h"
+#include "product/service_names.h"
 
 namespace halyard {
-
-/// The services that have an enable flag, in the order in which they are always tested.
-inline constexpr std::array<std::string_view, 7> kKnownServices = {
-    "agendaHost", "parleyHost", "rosterHost", "depotHost", "postHost", "hostProfile", "siteHost"};
 
 /// Every field starts absent; a reload overwrites the fields that it reads and leaves the others.
 struct PreferenceRecord {

@@ -5,6 +5,7 @@
 #include "frontend/run/run_state.h"
 #include "host/log/clock.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 
 namespace halyard {
 
@@ -25,15 +26,15 @@ ProgressLog ProgressLog::open() {
 }
 
 void ProgressLog::step(const std::string& message) const {
-  text(host::currentDateText() + "\n## PROGRESS :: Halyard :: " + message + "\n");
+  text(host::currentDateText() + "\n" + texts::kProgressStart + message + "\n");
 }
 
 void ProgressLog::step(const MaybeString& service, const std::string& message) const {
-  step(std::string(orNull(service)) + " :: " + message);
+  step(std::string(orNull(service)) + texts::kSeparator + message);
 }
 
 void ProgressLog::error(const std::string& message) const {
-  append(file_, host::currentDateText() + "\n## ERROR :: Halyard :: " + message + "\n");
+  append(file_, host::currentDateText() + "\n" + texts::kErrorStart + message + "\n");
 }
 
 void ProgressLog::text(const std::string& record) const {

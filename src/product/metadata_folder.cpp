@@ -1,16 +1,16 @@
-#include "browse/snapshot_metadata.h"
+#include "product/metadata_folder.h"
 
 #include "base/text.h"
-#include "frontend/run/log.h"
 #include "host/files/files.h"
 #include "product/paths.h"
 
 namespace halyard {
 
-std::string findSnapshotMetadataFolder(const std::string& folder, EntryLines lines) {
+std::string findSnapshotMetadataFolder(const std::string& folder,
+                                       const std::function<void(const std::string& entry)>& visit) {
   std::string found;
   for (const std::string& entry : host::listDirectory(folder)) {
-    if (lines == EntryLines::logged) debugPlatformLog("nextPath := %s", entry.c_str());
+    if (visit) visit(entry);
     const std::string candidate = joinPath(folder, entry) + paths::kMetadataFolder;
     if (host::isDirectory(candidate)) found = candidate;
   }

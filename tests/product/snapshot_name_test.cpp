@@ -1,8 +1,8 @@
+#include "product/snapshot_name.h"
+
 #include <gtest/gtest.h>
 
-#include "snapwheel/snapshot_name.h"
-
-namespace halyard::snapwheel {
+namespace halyard {
 namespace {
 
 using std::chrono::seconds;
@@ -52,4 +52,4 @@ TEST(NextInstant, FollowsTheNewestSnapshotWhenTheClockDoesNot) {
 }
 
 }  // namespace
-}  // namespace halyard::snapwheel
+}  // namespace halyard

@@ -1,11 +1,11 @@
-#include "snapwheel/snapshot_name.h"
+#include "product/snapshot_name.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdio>
 
-namespace halyard::snapwheel {
+namespace halyard {
 
 namespace {
 
@@ -63,4 +63,4 @@ Instant nextInstant(Instant now, std::optional<Instant> newest) {
   return *newest + std::chrono::seconds(1);
 }
 
-}  // namespace halyard::snapwheel
+}  // namespace halyard

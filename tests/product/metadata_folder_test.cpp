@@ -1,4 +1,4 @@
-#include "browse/snapshot_metadata.h"
+#include "product/metadata_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +11,7 @@ namespace {
 
 using test::Scratch;
 
-std::string found(const std::string& folder) {
-  return findSnapshotMetadataFolder(folder, EntryLines::none);
-}
+std::string found(const std::string& folder) { return findSnapshotMetadataFolder(folder); }
 
 TEST(FindSnapshotMetadataFolder, IsOneLevelDown) {
   const Scratch scratch;
@@ -43,6 +41,16 @@ TEST(FindSnapshotMetadataFolder, NeitherHigherNorDeeperCounts) {
   scratch.makeFolder(".Halyards");
   scratch.makeFolder("HD/deeper/.Halyards");
   EXPECT_EQ(found(scratch.path()), "");
+}
+
+TEST(FindSnapshotMetadataFolder, EachEntryIsShownBeforeItIsLookedAt) {
+  const Scratch scratch;
+  scratch.makeFolder("B/.Halyards");
+  scratch.write("A", "a file");
+  std::vector<std::string> seen;
+  findSnapshotMetadataFolder(scratch.path(),
+                             [&](const std::string& entry) { seen.push_back(entry); });
+  EXPECT_EQ(seen, (std::vector<std::string>{"A", "B"}));
 }
 
 TEST(FindSnapshotMetadataFolder, LinksToFoldersAreFollowed) {

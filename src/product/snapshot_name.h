@@ -6,12 +6,14 @@
 #include <string>
 #include <string_view>
 
-namespace halyard::snapwheel {
+namespace halyard {
 
 using Instant = std::chrono::sys_seconds;
 
-/// What a snapshot's name carries at its end until it is complete.
+/// What a snapshot's name carries at its end until it is complete, or for ever when it was
+/// interrupted; and the same as an extension.
 inline constexpr std::string_view kInProgress = ".inProgress";
+inline constexpr std::string_view kInProgressExtension = kInProgress.substr(1);
 
 /// "YYYY-MM-DD-HHMMSS".
 std::string snapshotName(Instant instant);
@@ -29,4 +31,4 @@ std::string_view completedName(std::string_view name);
 /// when the clock is not past that, so that a later snapshot always has the later name.
 Instant nextInstant(Instant now, std::optional<Instant> newest);
 
-}  // namespace halyard::snapwheel
+}  // namespace halyard
