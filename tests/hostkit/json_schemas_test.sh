@@ -1,0 +1,131 @@
+#!/bin/bash
+# What the kit prints with --json, held against the schemas of docs/json. Every subcommand that has --json has a schema,
+# and every schema is held against real output here.
+set -u
+source_dir=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd)
+binary_dir=${HALYARD_BINARY_DIR:-$source_dir/build/dev}
+# shellcheck source=tests/support/shell_test.sh
+. "$source_dir/tests/support/shell_test.sh"
+python3 -c 'import jsonschema' 2>/dev/null || { echo "python3-jsonschema is not installed"; exit 77; }
+
+work=$(mktemp -d)
+root=$work/root
+trap 'mountpoint -q "$root/disk" && umount "$root/disk"; rm -rf "$work"' EXIT
+
+prepareRoot() {
+  local program library descriptor
+  "$source_dir/tools/private-root" create "$root" --program "$binary_dir/Halyard" || exit 1
+  for program in drivectl helmsman snapwheel; do
+    rm -f "$root/usr/sbin/$program"
+    cp "$binary_dir/$program" "$root/usr/sbin/"
+    while read -r library; do
+      [[ -e $root$library ]] || install -D "$library" "$root$library"
+    done < <(ldd "$binary_dir/$program" | grep -oE '/[^ ]+')
+  done
+  mkdir -p "$root/usr/libexec" "$root/srv" "$root/etc/halyard-host" "$root/disk"
+  printf 'data\n' >"$root/srv/depot"
+  printf '/usr/*\n/lib*\n/bin/*\n/sbin/*\n/proc/*\n/disk/*\n' >"$root/etc/halyard-host/snapwheel.exclude"
+  cat >"$root/usr/libexec/plugin" <<'PLUGIN'
+#!/bin/sh
+case $2 in
+  size) echo 'total := 4096' ;;
+  backup) mkdir -p "$4/srv" ;;
+  verify) echo 'Number of failures to match := 2' ;;
+esac
+PLUGIN
+  printf '#!/bin/sh\nexit 7\n' >"$root/usr/libexec/broken"
+  chmod 755 "$root"/usr/libexec/*
+  descriptor='<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>ServiceName</key><string>%s</string>
+<key>BackupBinaryPath</key><string>/usr/libexec/%s</string><key>VerifyBinaryPath</key><string>/usr/libexec/plugin</string>
+<key>DataFiles</key><array><string>%s</string>
+<string>/srv/never</string></array></dict></plist>\n'
+  # shellcheck disable=SC2059  # The format is the one above.
+  {
+    printf "$descriptor" depotHost plugin /srv/depot >"$root/private/etc/halyard/30-depotHost.plist"
+    printf "$descriptor" postHost broken /srv/none >"$root/private/etc/halyard/40-postHost.plist"
+  }
+}
+
+# A second volume, where one can be mounted; the lists are empty without it.
+mountVolume() {
+  truncate -s 16M "$work/image"
+  mkfs.ext4 -q -L second "$work/image" && mount -o loop "$work/image" "$root/disk" 2>/dev/null || return 0
+  printf '2 1 %s / /disk rw,relatime - ext4 /dev/second rw\n' "$(mountpoint -d "$root/disk")" >>"$root/proc/self/mountinfo"
+}
+
+inRoot() { "$source_dir/tools/private-root" run "$root" -- "$@" 2>>"$work/errors"; }
+
+declare -A held=()
+
+# holds SCHEMA STATUS PROGRAM WORD...: what is printed with --json fits the schema, and the status is this one.
+holds() {
+  local schema=$1 expected=$2 lines=() status
+  shift 2
+  held[$schema]=1
+  [[ $schema == helmsman-backup ]] && lines=(--lines)
+  inRoot "$@" --json >"$work/output"
+  status=$?
+  checkEqual "$*: its status" "$expected" "$status"
+  check "$*: fits $schema" fits "$schema" "${lines[@]}"
+}
+fits() { "$source_dir/tests/support/json_schema.py" "$source_dir/docs/json/$1.schema.json" "${@:2}" <"$work/output"; }
+
+# Breaks the output of the last command; a schema that takes this takes anything.
+refuses() { # NAME SED-SCRIPT
+  sed -i "$2" "$work/output"
+  check "$1" not fits "$3"
+}
+
+subcommandsOf() { "$binary_dir/$1" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'; }
+schemasOfTheHelp() {
+  local program command
+  echo error
+  for program in drivectl helmsman snapwheel; do
+    for command in $(subcommandsOf "$program"); do
+      "$binary_dir/$program" "$command" --help | grep -q -- '--json' && echo "$program-$command"
+    done
+  done
+}
+
+prepareRoot
+mountVolume
+holds drivectl-info 0 drivectl info /
+refuses "a member that no schema names is refused" 's/"ReadOnly"/"Readonly"/' drivectl-info
+holds drivectl-list 0 drivectl list
+holds error 1 drivectl info /nowhere
+holds error 2 helmsman status --nonsense
+holds error 2 snapwheel lsit
+holds helmsman-status 0 helmsman status
+holds helmsman-destination 0 helmsman destination --show
+holds helmsman-destination 0 helmsman destination --list
+holds helmsman-schedule 0 helmsman schedule
+holds helmsman-backup 4 helmsman backup
+refuses "a run without its result is refused" 's/"result"/"Result"/' helmsman-backup
+holds helmsman-status 0 helmsman status --size
+holds helmsman-check 0 helmsman check
+rm "$root/usr/libexec/broken"
+holds helmsman-check 1 helmsman check
+holds helmsman-snapshots 0 helmsman snapshots
+holds helmsman-verify 1 helmsman verify depotHost
+holds snapwheel-snapshot 0 snapwheel snapshot
+holds snapwheel-list 0 snapwheel list
+holds snapwheel-prune 0 snapwheel prune --dry-run --keep-last 1 --days-to-retain 0
+holds snapwheel-prune 0 snapwheel prune --keep-last 1 --days-to-retain 0
+mkdir "$root/Volumes/Backup/Archives.snapdb/files1/2020-01-01-000000"
+holds snapwheel-list 0 snapwheel list
+holds snapwheel-check 1 snapwheel check --read-data
+rm -rf "$root/Volumes/Backup"
+holds helmsman-destination 1 helmsman destination
+holds helmsman-status 0 helmsman status
+holds error 1 helmsman snapshots
+holds error 1 snapwheel list
+
+sorted() { sort -u | paste -sd ' '; }
+checkEqual "every --json is held against its schema" "$(schemasOfTheHelp | sorted)" \
+  "$(printf '%s\n' "${!held[@]}" | sorted)"
+checkEqual "every schema is held against output" "$(printf '%s\n' "$source_dir"/docs/json/*.schema.json |
+  sed 's|.*/||; s|\.schema\.json$||' | sorted)" "$(printf '%s\n' "${!held[@]}" | sorted)"
+checkEqual "docs/interfaces.md lists every schema" "$(printf '%s\n' "${!held[@]}" | sorted)" \
+  "$(grep -oE 'json/[a-z-]+\.schema\.json' "$source_dir/docs/interfaces.md" | sed 's|json/||; s|\.schema.*||' | sorted)"
+[[ $testsFailed -eq 0 ]] || cat "$work/errors"
+finishTests
