@@ -1,10 +1,6 @@
 #include "common/property_file.h"
 
-#include <sys/stat.h>
-
-#include <climits>
-#include <cstdlib>
-#include <memory>
+#include <sys/types.h>
 
 #include "host/files/files.h"
 #include "host/files/property_file.h"
@@ -28,10 +24,8 @@ std::optional<PropertyDictionary> readPropertyFile(const std::string& path, std:
 bool writePropertyFile(const std::string& path, const PropertyDictionary& dictionary) {
   const std::string target = host::realPath(path).value_or(path);
   const auto before = host::readAttributes(target);
-  if (!host::writeFile(target, writePropertyList(dictionary), host::Durability::power)) {
-    return false;
-  }
-  return ::chmod(target.c_str(), before ? before->permissions : kNewFileMode) == 0;
+  return host::writeFile(target, writePropertyList(dictionary), host::Durability::power,
+                         before ? before->permissions : kNewFileMode);
 }
 
 }  // namespace halyard::hostkit

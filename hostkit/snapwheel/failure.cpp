@@ -8,4 +8,6 @@ std::string errorText(const std::string& what, int error) {
   return what + ": " + hostkit::errnoText(error);
 }
 
+Failure failureOf(const Error& error) { return Failure(errorText(error.tried, error.code)); }
+
 }  // namespace halyard::snapwheel

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "host/files/sync.h"
 #include "product/paths.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
@@ -24,9 +25,8 @@ void moveLatestFrom(const Repository& repository, const std::string& name) {
   if (repository.latest() != name) return;
   std::vector<std::string> snapshots = repository.list().snapshots;
   std::erase(snapshots, name);
-  if (!repository.setLatest(snapshots.empty() ? std::string() : snapshots.back())) {
-    throw Failure(errorText(repository.path(paths::kLatestName), errno));
-  }
+  const Status moved = repository.setLatest(snapshots.empty() ? std::string() : snapshots.back());
+  if (!moved) throw failureOf(moved.error());
 }
 
 void removeOne(const Repository& repository, const std::string& name) {
@@ -48,6 +48,9 @@ void removeOne(const Repository& repository, const std::string& name) {
 
 void removeSnapshots(const Repository& repository, const std::vector<std::string>& names) {
   for (const std::string& name : names) removeOne(repository, name);
+  // All of the file system: a subvolume goes by its next commit, not by a sync of the folder.
+  const Status synced = host::syncFileSystem(repository.hostFolder());
+  if (!synced) throw failureOf(synced.error());
 }
 
 std::vector<PlannedRemoval> planPrune(const Repository& repository, const RetentionRules& rules) {

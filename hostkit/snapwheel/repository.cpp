@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "product/computer_name.h"
 #include "product/paths.h"
 #include "snapwheel/failure.h"
@@ -36,12 +37,6 @@ void makeFolder(const std::string& path, mode_t mode) {
 bool isRealDirectory(const std::string& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-void syncFolder(const std::string& path) {
-  const host::Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Not every network file system syncs a folder; the link is then as safe as that one makes it.
-  if (folder) (void)::fsync(folder.get());
 }
 
 }  // namespace
@@ -119,21 +114,21 @@ std::optional<std::string> Repository::latest() const {
   return std::string(target.data(), static_cast<std::size_t>(length));
 }
 
-bool Repository::setLatest(const std::string& name) const {
+Status Repository::setLatest(const std::string& name) const {
   const std::string link = path(paths::kLatestName);
-  if (name.empty()) return ::unlink(link.c_str()) == 0 || errno == ENOENT;
-
+  if (name.empty()) {
+    if (::unlink(link.c_str()) != 0 && errno != ENOENT) return Error{errno, link};
+    return host::syncFolder(hostFolder_);
+  }
   const std::string fresh = link + std::string(kInProgress);
   (void)::unlink(fresh.c_str());  // Of a run that was cut off here.
-  if (::symlink(name.c_str(), fresh.c_str()) != 0) return false;
+  if (::symlink(name.c_str(), fresh.c_str()) != 0) return Error{errno, link};
   if (::rename(fresh.c_str(), link.c_str()) != 0) {
     const int error = errno;
     (void)::unlink(fresh.c_str());
-    errno = error;
-    return false;
+    return Error{error, link};
   }
-  syncFolder(hostFolder_);
-  return true;
+  return host::syncFolder(hostFolder_);
 }
 
 std::vector<std::string> Repository::computers() const {

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/result.h"
 #include "product/snapshot_name.h"
 
 namespace halyard::snapwheel {
@@ -56,8 +57,9 @@ class Repository {
   /// Where the link points; absent when there is no link.
   std::optional<std::string> latest() const;
   /// Moves the link to this snapshot, or removes it when the name is empty; at every instant there
-  /// is the old link or the new one. False, with errno set, when it could not be moved.
-  bool setLatest(const std::string& name) const;
+  /// is the old link or the new one. The link, and every name that was given or taken in the
+  /// host's folder before, is on disk when this is done.
+  Status setLatest(const std::string& name) const;
 
   /// The computer names with a folder in the repository, in ascending order.
   std::vector<std::string> computers() const;

@@ -9,7 +9,9 @@
 
 #include "base/text.h"
 #include "common/messages.h"
+#include "common/volumes.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "host/tree/tree_copy.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"
@@ -60,6 +62,17 @@ std::string settleTarget(const RestoreRequest& request) {
   return target;
 }
 
+/// The volume of the target and those that are mounted below it, which a restore writes to as well.
+void syncVolumesIn(const std::string& target) {
+  std::vector<std::string> volumes = {target};
+  for (const hostkit::Volume& volume : hostkit::mountedVolumes()) {
+    if (isInside(volume.mountPoint, target)) volumes.push_back(volume.mountPoint);
+  }
+  if (const Status synced = host::syncFileSystems(volumes); !synced) {
+    throw failureOf(synced.error());
+  }
+}
+
 }  // namespace
 
 RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
@@ -91,7 +104,7 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
     throw Failure(errorText(target, report.error) + "; the target is incomplete");
   }
   if (names) outcome.failed += mapOwners(source, target, *names);
-  if (!host::syncFileSystem(target)) throw Failure(errorText(target, errno));
+  syncVolumesIn(target);
   return outcome;
 }
 

@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "common/messages.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/subvolume.h"
 
@@ -126,12 +127,13 @@ int WorkFolder::fault(int error) const {
 
 void WorkFolder::publish(const Manifest& manifest) {
   if (!writeManifest(path_, manifest)) throw Failure(errorText(path_, errno));
-  if (!host::syncFileSystem(path_)) throw Failure(errorText(path_, errno));
+  if (const auto synced = host::syncFileSystem(path_); !synced) throw failureOf(synced.error());
   const std::string final = repository_.path(name_);
   if (::rename(path_.c_str(), final.c_str()) != 0) throw Failure(errorText(final, errno));
   if (isSubvolume(final)) (void)setReadOnly(final, true);  // A precaution; nothing rests on it.
-  if (!repository_.setLatest(name_)) {
-    throw Failure(errorText("the snapshot " + name_ + " is complete, but the link Latest", errno));
+  if (const Status moved = repository_.setLatest(name_); !moved) {
+    throw Failure(errorText("the snapshot " + name_ + " is complete, but the link Latest",
+                            moved.error().code));
   }
 }
 

@@ -15,6 +15,7 @@
 #include "frontend/run/progress_log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "host/process/task.h"
 #include "product/paths.h"
 #include "product/run_texts.h"

@@ -9,6 +9,7 @@
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "host/files/sync.h"
 #include "host/process/task.h"
 #include "host/tree/move_item.h"
 #include "product/paths.h"
@@ -43,8 +44,13 @@ MaybeString bootedVolume() {
 }  // namespace
 
 bool removeMetadataFolder(const std::string& path) {
-  if (!host::isSymbolicLink(path)) (void)host::removeItem(joinPath(path, paths::kSignatureName));
-  return host::removeItem(path);
+  if (!host::isSymbolicLink(path)) {
+    (void)host::removeItem(joinPath(path, paths::kSignatureName));
+    (void)host::syncFolder(path);  // Gone from the disk as well before anything else is.
+  }
+  const bool removed = host::removeItem(path);
+  (void)host::syncFolderOf(path);
+  return removed;
 }
 
 void PostBackupComplete() {

@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "host/files/sync.h"
 #include "host/volumes/alias.h"
 #include "host/volumes/subvolume.h"
 #include "product/paths.h"
@@ -73,7 +74,9 @@ bool isSnapshot(const BackupSession& session, const std::string& path) {
 std::int32_t DeleteSnapshot(const BackupSession& session, const std::string& path) {
   const auto place = placeOf(session, path);
   if (!place) return kNotASnapshot;
-  return host::removeWithSubvolumes(place->hostFolder, place->name);
+  const int error = host::removeWithSubvolumes(place->hostFolder, place->name);
+  // All of the file system: a subvolume goes by its next commit, not by a sync of the folder.
+  return error != 0 ? error : host::syncFileSystem(place->hostFolder).error().code;
 }
 
 }  // namespace halyard

@@ -29,7 +29,7 @@ std::string hostSnapshotFolder(const MaybeString& destination, const std::string
 bool isSnapshot(const BackupSession& session, const std::string& path);
 
 /// Deletes one snapshot with everything in it, following no link and entering no other mount.
-/// 0 after the whole tree is gone; kNotASnapshot; otherwise a positive errno value.
+/// 0 after the whole tree is gone, on disk too; kNotASnapshot; otherwise a positive errno value.
 std::int32_t DeleteSnapshot(const BackupSession& session, const std::string& path);
 
 }  // namespace halyard

@@ -12,6 +12,7 @@
 #include "frontend/run/progress_log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "host/process/task.h"
 #include "host/tree/move_item.h"
 #include "product/paths.h"
@@ -63,7 +64,7 @@ void runRestoreExecutable(const ServiceDescriptor& descriptor, const std::string
 }
 
 void restoreOneService(const std::string& path, const std::string& target,
-                       const ProgressLog& progress) {
+                       const ProgressLog& progress, std::vector<std::string>& restored) {
   debugLine("tStr", path);
   if (!host::exists(path)) return;
   const ServiceDescriptor descriptor = ServiceDescriptor::read(path);
@@ -73,7 +74,8 @@ void restoreOneService(const std::string& path, const std::string& target,
   debugLine("tRestoreLog", descriptor.text("RestoreLog"));
   debugLine("tRestoreBinaryPath", descriptor.text("RestoreBinaryPath"));
   debugLine("tDefaultRestoreAction", descriptor.defaultAction());
-  restoreServiceFiles(paths::kMetadataFolder, descriptor, progress);
+  const auto files = restoreServiceFiles(paths::kMetadataFolder, descriptor, progress);
+  restored.insert(restored.end(), files.begin(), files.end());
   progress.step(service, "Calling service restore binary...");
   runRestoreExecutable(descriptor, target);
   progress.step(service, "Service restore binary done.");
@@ -81,9 +83,9 @@ void restoreOneService(const std::string& path, const std::string& target,
 
 /// Moved away first, so that a recovery cannot run twice on a folder that is only partly there.
 void consumeMetadataFolder() {
-  host::syncAllFileSystems();  // What was restored is on disk before its source goes.
   if (host::exists(paths::kMetadataFolder)) {
     (void)host::moveItem(paths::kMetadataFolder, paths::kMetadataFolderAside);
+    (void)host::syncFolderOf(paths::kMetadataFolderAside);
   }
   if (!host::exists(paths::kMetadataFolderAside)) return;
   if (removeMetadataFolder(paths::kMetadataFolderAside)) {
@@ -117,11 +119,13 @@ Outcome restoreSystem() {
   debugPlatformLog("mountedImagePath := %s", orNull(image));
   debugPlatformLog("serverMetaDataPath := %s", paths::kMetadataFolder);
   const ProgressLog progress = ProgressLog::open();
+  std::vector<std::string> restored;
   const auto showName = [](const std::string& name) { debugText("%s\n", name.c_str()); };
   scanServiceDescriptors(
       {.shortName = showName, .longName = showName, .taken = [&](const std::string& path) {
-         restoreOneService(path, *target, progress);
+         restoreOneService(path, *target, progress, restored);
        }});
+  syncRestored(restored);  // On disk before its source goes.
   consumeMetadataFolder();
   return Outcome::returned;
 }

@@ -53,8 +53,10 @@ void runRestoreExecutable(const ServiceDescriptor& descriptor,
   debugDump(MaybeString(result.output));
 }
 
-void restoreFromDescriptor(const std::string& path, const std::string& metadataRoot,
-                           const ProgressLog& progress) {
+/// Returns the live paths that were handled.
+std::vector<std::string> restoreFromDescriptor(const std::string& path,
+                                               const std::string& metadataRoot,
+                                               const ProgressLog& progress) {
   const ServiceDescriptor descriptor = ServiceDescriptor::read(path);
   const MaybeString service = descriptor.serviceName();
   debugLine("tServiceName", service);
@@ -63,22 +65,27 @@ void restoreFromDescriptor(const std::string& path, const std::string& metadataR
   debugLine("tDefaultRestoreAction", descriptor.defaultAction());
   debugDump(descriptor.list("ConfigurationFiles"));
   debugDump(descriptor.list("DataFiles"));
-  restoreServiceFiles(metadataRoot, descriptor, progress);
+  auto restored = restoreServiceFiles(metadataRoot, descriptor, progress);
   progress.step(service, "Calling service restore binary...");
   runRestoreExecutable(descriptor, restoreArguments(descriptor, metadataRoot, option("-opt")));
   progress.step(service, "Service restore binary done.");
+  return restored;
 }
 
 /// Every entry of the configuration folder whose name contains the service text, the preference
 /// file and executables included.
 void restoreMatchingDescriptors(const MaybeString& service, const std::string& metadataRoot) {
   const ProgressLog progress = ProgressLog::open();
+  std::vector<std::string> restored;
   for (const std::string& name : host::listDirectory(paths::kConfigurationFolder)) {
     const bool matches = service && name.find(*service) != std::string::npos;
     const std::string path = matches ? joinPath(paths::kConfigurationFolder, name) : std::string();
     debugLine("tStr", path);
-    if (host::exists(path)) restoreFromDescriptor(path, metadataRoot, progress);
+    if (!host::exists(path)) continue;
+    const auto files = restoreFromDescriptor(path, metadataRoot, progress);
+    restored.insert(restored.end(), files.begin(), files.end());
   }
+  syncRestored(restored);
 }
 
 }  // namespace

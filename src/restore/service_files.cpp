@@ -5,8 +5,10 @@
 
 #include "frontend/run/log.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "host/tree/move_item.h"
 #include "host/tree/tree_copy.h"
+#include "host/volumes/volumes.h"
 
 namespace halyard {
 
@@ -72,9 +74,12 @@ std::string copyPath(const std::string& root, const MaybeString& service, const 
 
 }  // namespace
 
-void restoreServiceFiles(const std::string& metadataRoot, const MaybeString& service,
-                         const std::vector<std::string>& configurationFiles,
-                         const std::vector<std::string>& dataFiles, const ProgressLog& progress) {
+std::vector<std::string> restoreServiceFiles(const std::string& metadataRoot,
+                                             const MaybeString& service,
+                                             const std::vector<std::string>& configurationFiles,
+                                             const std::vector<std::string>& dataFiles,
+                                             const ProgressLog& progress) {
+  std::vector<std::string> restored;
   const auto restoreEach = [&](const std::vector<std::string>& files, const char* label,
                                void (*restoreFile)(const std::string&, const std::string&)) {
     for (std::size_t i = 0; i < files.size(); ++i) {
@@ -82,7 +87,10 @@ void restoreServiceFiles(const std::string& metadataRoot, const MaybeString& ser
       debugText("%s %d, := %s\n\t%s\n", label, static_cast<int>(i), files[i].c_str(), copy.c_str());
       if (!host::exists(copy)) continue;
       debugLine("dest file", files[i]);
-      if (isLivePath(files[i])) restoreFile(copy, files[i]);
+      if (isLivePath(files[i])) {
+        restoreFile(copy, files[i]);
+        restored.push_back(files[i]);
+      }
       showCopied(copy, files[i]);
     }
   };
@@ -92,12 +100,23 @@ void restoreServiceFiles(const std::string& metadataRoot, const MaybeString& ser
   progress.step(service, "Restoring data files...");
   restoreEach(dataFiles, "tDataFiles", restoreDataFile);
   progress.step(service, "Data file restore done.");
+  return restored;
 }
 
-void restoreServiceFiles(const std::string& metadataRoot, const ServiceDescriptor& descriptor,
-                         const ProgressLog& progress) {
-  restoreServiceFiles(metadataRoot, descriptor.serviceName(), descriptor.list("ConfigurationFiles"),
-                      descriptor.list("DataFiles"), progress);
+std::vector<std::string> restoreServiceFiles(const std::string& metadataRoot,
+                                             const ServiceDescriptor& descriptor,
+                                             const ProgressLog& progress) {
+  return restoreServiceFiles(metadataRoot, descriptor.serviceName(),
+                             descriptor.list("ConfigurationFiles"), descriptor.list("DataFiles"),
+                             progress);
+}
+
+void syncRestored(const std::vector<std::string>& restored) {
+  std::vector<std::string> volumes = {"/"};
+  for (const std::string& live : restored) volumes.push_back(folderOf(live));
+  // A restore executable writes where its server keeps its data, which it does not say.
+  for (std::string& volume : host::writableLocalVolumes()) volumes.push_back(std::move(volume));
+  (void)host::syncFileSystems(volumes);  // Kept: a failure does not change how a restore ends.
 }
 
 }  // namespace halyard

@@ -18,12 +18,21 @@ namespace halyard {
 /// executable. A data file is copied back from the root. A failure is ignored: at every instant the
 /// old content is under the live path or its ".previous" name, and the live path is never half
 /// written.
-void restoreServiceFiles(const std::string& metadataRoot, const MaybeString& service,
-                         const std::vector<std::string>& configurationFiles,
-                         const std::vector<std::string>& dataFiles, const ProgressLog& progress);
+/// Returns: the live paths that were handled, for syncRestored.
+std::vector<std::string> restoreServiceFiles(const std::string& metadataRoot,
+                                             const MaybeString& service,
+                                             const std::vector<std::string>& configurationFiles,
+                                             const std::vector<std::string>& dataFiles,
+                                             const ProgressLog& progress);
 
 /// The same with the name and the lists of a descriptor.
-void restoreServiceFiles(const std::string& metadataRoot, const ServiceDescriptor& descriptor,
-                         const ProgressLog& progress);
+std::vector<std::string> restoreServiceFiles(const std::string& metadataRoot,
+                                             const ServiceDescriptor& descriptor,
+                                             const ProgressLog& progress);
+
+/// What was restored is on disk when this returns: on "/", on the volumes of the handled paths, and
+/// on every volume of this host's own disks, for what restore executables wrote. No other volume is
+/// synced: a server that does not answer would hold up the restore.
+void syncRestored(const std::vector<std::string>& restored);
 
 }  // namespace halyard

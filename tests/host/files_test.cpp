@@ -318,14 +318,6 @@ TEST(CreateOrEmptyFile, NeverWaitsForAFifoAndLeavesOtherItemsAlone) {
   EXPECT_EQ(Scratch::contents(scratch / "folder/file"), "kept");
 }
 
-TEST(SyncFileSystem, KnowsFilesAndFolders) {
-  const Scratch scratch;
-  EXPECT_TRUE(syncFileSystem(scratch.path()));
-  EXPECT_TRUE(syncFileSystem(scratch.write("file")));
-  EXPECT_FALSE(syncFileSystem(scratch / "missing"));
-  EXPECT_FALSE(syncFileSystem(""));
-}
-
 TEST(AppendFile, WritesAtTheEndOfTheMoment) {
   const Scratch scratch;
   const std::string path = scratch.write("log", "one\n");

@@ -34,6 +34,7 @@ struct RunOptions {
   bool keepDescendants = false;     ///< Do not end what the command left running.
   bool mayThrow = false;            ///< The program uses exceptions: it sees its memory map.
   int timeoutSeconds = 60;          ///< The command is killed, and the test fails, after it.
+  std::string traceFile{};  ///< Of the host: strace(1) records there what changes or syncs files.
 };
 
 /// The text of a service descriptor. Keys keep the order in which they are set; setting one again

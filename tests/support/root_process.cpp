@@ -100,6 +100,36 @@ Input inputFor(const RunOptions& options) {
   return input;
 }
 
+// Every call that changes or syncs a file or a folder.
+constexpr const char* kTracedCalls =
+    "trace=openat,write,pwrite64,copy_file_range,ftruncate,fchmod,chmod,fchmodat,fchown,chown,"
+    "fchownat,"
+    "setxattr,fsetxattr,utimensat,mkdir,mkdirat,symlink,symlinkat,link,linkat,rename,renameat,"
+    "renameat2,unlink,unlinkat,rmdir,ioctl,fsync,fdatasync,syncfs,sync,exit_group";
+
+// In the child: the same start with a tracer around it. It reads the paths of descriptors outside
+// the root, so it is strace that enters the root, by chroot(8), with the program.
+void becomeTracedProgram(const RootProcess& process) {
+  std::vector<std::string> words = {"strace",
+                                    "-f",
+                                    "-qqq",
+                                    "--signal=none",
+                                    "-y",
+                                    "-s",
+                                    "64",
+                                    "-o",
+                                    process.options.traceFile,
+                                    "-e",
+                                    kTracedCalls,
+                                    "chroot",
+                                    process.folder,
+                                    process.program};
+  words.insert(words.end(), process.words.begin() + 1, process.words.end());
+  const std::vector<char*> pointers = pointersTo(words);
+  const std::vector<char*> environment = pointersTo(process.environment);
+  execve("/usr/bin/strace", pointers.data(), environment.data());
+}
+
 // Runs in the child; comes back only when the program could not be started.
 void becomeProgram(const RootProcess& process, const Streams& streams, uid_t user, gid_t group) {
   setpgid(0, 0);
@@ -108,6 +138,7 @@ void becomeProgram(const RootProcess& process, const Streams& streams, uid_t use
   dup2(streams.error, STDERR_FILENO);
   for (const int descriptor : process.options.closedDescriptors) close(descriptor);
   umask(process.options.umask);
+  if (!process.options.traceFile.empty()) return becomeTracedProgram(process);
   // Where no mount is possible, programs that throw make a sanitizer report what is not there.
   if (process.options.mayThrow && user == 0) (void)bindMapsPrivately(process.folder);
   if (!enterRoot(process.folder, user, group)) return;

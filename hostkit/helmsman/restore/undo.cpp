@@ -13,6 +13,7 @@
 #include "common/times.h"
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/settings/services.h"
+#include "host/files/sync.h"
 
 namespace halyard::hostkit {
 
@@ -76,6 +77,10 @@ int carryOut(RestoreRecord record) {
     } else if (!changePlaces(item->path)) {
       printError(item->path + ": " + errnoText(errno));
       complete = false;
+    } else if (const Status synced = host::syncFolderOf(item->path); !synced) {
+      printError(item->path + ": " + errnoText(synced.error().code));
+      moved = true;
+      complete = false;
     } else {
       moved = true;
       printNote("put back " + item->path);
@@ -84,7 +89,8 @@ int carryOut(RestoreRecord record) {
   if (moved) {
     record.undone = !record.undone;
     if (record.time != 0 && !keepRestoreRecord(record)) {
-      printWarning("the record of the restore could not be written");
+      printError("the record of the restore could not be written");
+      complete = false;
     }
     printNote(
         "the service may have to be restarted; the restored items stand beside, as .previous");

@@ -9,6 +9,7 @@
 #include "common/messages.h"
 #include "common/paths.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -42,7 +43,8 @@ bool makeFolders(const std::string& path, mode_t permissions) {
   if (parent != path && !makeFolders(parent, kOpenFolder)) return false;
   if (::mkdir(path.c_str(), permissions) != 0 && errno != EEXIST) return false;
   // The umask may have taken bits away.
-  return host::isDirectory(path) && ::chmod(path.c_str(), permissions) == 0;
+  return host::isDirectory(path) && ::chmod(path.c_str(), permissions) == 0 &&
+         host::syncFolder(path) && host::syncFolder(parent);
 }
 
 FolderOutcome provideFolder(const FixedFolder& folder, std::string& problem) {
@@ -56,6 +58,10 @@ FolderOutcome provideFolder(const FixedFolder& folder, std::string& problem) {
   if (host::isDirectory(folder.path)) return FolderOutcome::made;
   if (!makeFolders(parentOf(folder.path), kOpenFolder)) return failedAt(parentOf(folder.path));
   if (::symlink(folder.native, folder.path) != 0) return failedAt(folder.path);
+  if (const Status synced = host::syncFolderOf(folder.path); !synced) {
+    problem = std::string(folder.path) + ": " + errnoText(synced.error().code);
+    return FolderOutcome::failed;
+  }
   return FolderOutcome::made;
 }
 

@@ -11,6 +11,7 @@
 #include "helmsman/settings/services.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "host/files/sync.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {

@@ -5,6 +5,7 @@
 #include "frontend/run/function_log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "host/process/process.h"
 #include "host/tree/move_item.h"
 #include "product/paths.h"
@@ -17,12 +18,15 @@ void setPidForProcess() {
   removePidProcessFile();
   const std::string line =
       std::to_string(host::processIdentifier()) + texts::kSeparator + orNull(option("-cmd")) + "\n";
-  (void)host::writeFile(paths::kPidFile, line);  // A run without its marker is still a run.
+  // A run without its marker is still a run.
+  (void)host::writeFile(paths::kPidFile, line, host::Durability::power);
 }
 
 void removePidProcessFile() {
   const FunctionLog scope(__func__);
-  if (host::exists(paths::kPidFile)) (void)host::removeItem(paths::kPidFile);
+  if (!host::exists(paths::kPidFile)) return;
+  (void)host::removeItem(paths::kPidFile);
+  (void)host::syncFolderOf(paths::kPidFile);  // Back after a power cut, it would stop every run.
 }
 
 }  // namespace halyard

@@ -184,17 +184,6 @@ bool createOrEmptyFile(const std::string& path, mode_t mode) {
   return file && errorOf([&] { return ::ftruncate(file.get(), 0); }) == 0;
 }
 
-bool syncFileSystem(const std::string& path) {
-  Descriptor item = openRegularFile(path, O_RDONLY);
-  if (!item) {
-    item = Descriptor(
-        uninterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-  }
-  return item && errorOf([&] { return ::syncfs(item.get()); }) == 0;
-}
-
-void syncAllFileSystems() { ::sync(); }
-
 AppendFile::AppendFile(const std::string& path)
     : descriptor_(openRegularFile(path, O_WRONLY | O_APPEND)) {}
 

@@ -72,6 +72,8 @@ enum class Durability {
 /// unfinished file left behind.
 bool writeFile(const std::string& path, std::string_view bytes,
                Durability durability = Durability::processes);
+/// The same with exactly this mode, whatever the umask.
+bool writeFile(const std::string& path, std::string_view bytes, Durability durability, mode_t mode);
 
 /// Text that is handed over piece by piece, so that nobody needs the whole of it in memory.
 using PieceSink = std::function<void(std::string_view piece)>;
@@ -87,11 +89,6 @@ bool writeFileAndReadBack(const std::string& path, const PieceSource& produce,
 /// and leaves its mode alone. Only a regular file, or a link to one, is emptied: a FIFO is never
 /// waited for, a device or a folder left as it is (and the answer false).
 bool createOrEmptyFile(const std::string& path, mode_t mode);
-
-/// Everything written so far on the file system that holds `path` is on disk. False when unknown.
-bool syncFileSystem(const std::string& path);
-/// The same for every file system, without an answer.
-void syncAllFileSystems();
 
 /// A file opened for update without creating it; each append goes to the end of that moment.
 class AppendFile {

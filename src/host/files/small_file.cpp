@@ -1,9 +1,11 @@
 // Small files that are absent, old or complete at any instant.
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/files/files.h"
 #include "host/files/location.h"
+#include "host/files/sync.h"
 #include "host/files/system_call.h"
 #include "host/files/temporary_name.h"
 
@@ -31,12 +33,6 @@ Descriptor createTemporary(int folder, std::string& name) {
   return {};
 }
 
-/// The folder is O_PATH, which cannot be synced itself.
-bool syncFolder(int folder) {
-  const Descriptor readable(uninterrupted([&] { return ::openat(folder, ".", kFolderFlags); }));
-  return readable && errorOf([&] { return ::fsync(readable.get()); }) == 0;
-}
-
 /// False when a piece could not be written; the ones after it are then passed over.
 bool writePieces(int file, const PieceSource& produce) {
   bool written = true;
@@ -56,7 +52,8 @@ bool readBackPieces(int file, const PieceSink& readBack) {
 }
 
 /// The finished file, still open; none on any error.
-Descriptor replaceFile(const std::string& path, const PieceSource& produce, Durability durability) {
+Descriptor replaceFile(const std::string& path, const PieceSource& produce, Durability durability,
+                       std::optional<mode_t> mode = {}) {
   const Location place = locate(path);
   if (!place) return {};
   const int folder = place.folder.get();
@@ -66,6 +63,7 @@ Descriptor replaceFile(const std::string& path, const PieceSource& produce, Dura
   Descriptor file = createTemporary(folder, temporary);
   if (!file) return {};
   const bool renamed = writePieces(file.get(), produce) &&
+                       (!mode || errorOf([&] { return ::fchmod(file.get(), *mode); }) == 0) &&
                        (!syncs || errorOf([&] { return ::fsync(file.get()); }) == 0) &&
                        errorOf([&] {
                          return ::renameat(folder, temporary.c_str(), folder, place.name.c_str());
@@ -83,6 +81,12 @@ Descriptor replaceFile(const std::string& path, const PieceSource& produce, Dura
 bool writeFile(const std::string& path, std::string_view bytes, Durability durability) {
   const auto whole = [&](const PieceSink& sink) { sink(bytes); };
   return static_cast<bool>(replaceFile(path, whole, durability));
+}
+
+bool writeFile(const std::string& path, std::string_view bytes, Durability durability,
+               mode_t mode) {
+  const auto whole = [&](const PieceSink& sink) { sink(bytes); };
+  return static_cast<bool>(replaceFile(path, whole, durability, mode));
 }
 
 bool writeFileAndReadBack(const std::string& path, const PieceSource& produce,

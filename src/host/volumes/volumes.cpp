@@ -52,6 +52,20 @@ bool isSameOrBelow(const std::vector<std::string>& path, const std::vector<std::
   return path.size() >= folder.size() && std::equal(folder.begin(), folder.end(), path.begin());
 }
 
+/// Hands over the rows of a table in the form of fstab.
+template <typename Take>
+void forEachEntry(const char* path, Take take) {
+  const std::unique_ptr<std::FILE, decltype(&::endmntent)> table(::setmntent(path, "re"),
+                                                                 ::endmntent);
+  if (!table) return;
+  std::array<char, std::size_t{16} << 10> buffer{};
+  mntent entry{};
+  while (::getmntent_r(table.get(), &entry, buffer.data(), static_cast<int>(buffer.size())) !=
+         nullptr) {
+    take(entry);
+  }
+}
+
 MountTable parsedFstab(const MountLibrary& library) {
   MountTable table(library.newTable(), library.unrefTable);
   if (table && library.parseFstab(table.get(), kFstab) != 0) table.reset();
@@ -111,21 +125,15 @@ bool isMountPoint(const std::string& path) {
 }
 
 std::vector<std::string> listedMountPoints(const std::string& path) {
-  const std::unique_ptr<std::FILE, decltype(&::endmntent)> fstab(::setmntent(kFstab, "re"),
-                                                                 ::endmntent);
-  if (!fstab) return {};
   const auto names = normalNames(path);
   std::vector<std::vector<std::string>> found;
-  std::array<char, std::size_t{16} << 10> buffer{};
-  mntent entry{};
-  while (::getmntent_r(fstab.get(), &entry, buffer.data(), static_cast<int>(buffer.size())) !=
-         nullptr) {
+  forEachEntry(kFstab, [&](const mntent& entry) {
     const std::string_view target(entry.mnt_dir);
     auto folder = normalNames(target);
     if (target.starts_with('/') && !folder.empty() && isSameOrBelow(names, folder)) {
       found.push_back(std::move(folder));
     }
-  }
+  });
   std::ranges::sort(found, {}, &std::vector<std::string>::size);
   std::vector<std::string> mountPoints;
   mountPoints.reserve(found.size());
@@ -184,6 +192,17 @@ bool mountListed(const std::string& mountPoint) {
   }
   // A helper's status tells little; what counts is what is there now.
   return isMountPoint(mountPoint);
+}
+
+std::vector<std::string> writableLocalVolumes() {
+  std::vector<std::string> mountPoints;
+  forEachEntry("/proc/self/mounts", [&](const mntent& entry) {
+    const bool isLocal = std::string_view(entry.mnt_fsname).starts_with("/dev/");
+    if (isLocal && ::hasmntopt(&entry, MNTOPT_RO) == nullptr) {
+      mountPoints.emplace_back(entry.mnt_dir);
+    }
+  });
+  return mountPoints;
 }
 
 }  // namespace halyard::host

@@ -31,4 +31,8 @@ std::optional<std::string> listedMountPointOf(const VolumeTag& tag);
 /// finds no terminal, no input, and fails. True when something is mounted there afterwards.
 bool mountListed(const std::string& mountPoint);
 
+/// Where file systems on this host's own block devices are mounted to be written. None where the
+/// kernel's table cannot be read, as in a root without /proc.
+std::vector<std::string> writableLocalVolumes();
+
 }  // namespace halyard::host

@@ -1,0 +1,79 @@
+#include "host/files/sync.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "host/volumes/volumes.h"
+#include "support/mounted_volume.h"
+#include "support/mounts.h"
+#include "support/scratch.h"
+
+namespace halyard::host {
+namespace {
+
+using test::Scratch;
+
+TEST(SyncFileSystem, KnowsFilesAndFolders) {
+  const Scratch scratch;
+  EXPECT_TRUE(syncFileSystem(scratch.path()));
+  EXPECT_TRUE(syncFileSystem(scratch.write("file")));
+}
+
+TEST(SyncFileSystem, TellsWhatWasTriedAndWhyItFailed) {
+  const Scratch scratch;
+  const Status missing = syncFileSystem(scratch / "missing");
+  ASSERT_FALSE(missing);
+  EXPECT_EQ(missing.error().code, ENOENT);
+  EXPECT_EQ(missing.error().tried, scratch / "missing");
+  EXPECT_FALSE(syncFileSystem(""));
+}
+
+TEST(SyncFileSystem, NeverWaitsAtAFifo) {
+  const Scratch scratch;
+  ASSERT_EQ(::mkfifo((scratch / "fifo").c_str(), 0600), 0);
+  EXPECT_EQ(syncFileSystem(scratch / "fifo").error().code, EINVAL);
+}
+
+TEST(SyncFileSystems, PassesOverWhatIsNotThere) {
+  const Scratch scratch;
+  EXPECT_TRUE(syncFileSystems({scratch / "missing", scratch.path(), "/"}));
+}
+
+TEST(SyncFolder, TellsAMissingFolder) {
+  const Scratch scratch;
+  EXPECT_TRUE(syncFolder(scratch.path()));
+  EXPECT_EQ(syncFolder(scratch / "missing").error().code, ENOENT);
+  EXPECT_EQ(syncFolder(scratch.write("file")).error().code, ENOTDIR);
+}
+
+TEST(SyncFolderOf, NeedsTheFolderAndNotTheItem) {
+  const Scratch scratch;
+  EXPECT_TRUE(syncFolderOf(scratch / "missing"));
+  EXPECT_EQ(syncFolderOf(scratch / "missing/item").error().code, ENOENT);
+}
+
+bool holds(const std::vector<std::string>& paths, const std::string& path) {
+  return std::ranges::find(paths, path) != paths.end();
+}
+
+TEST(WritableLocalVolumes, AreThoseOnDevicesThatCanBeWritten) {
+  const Scratch scratch;
+  const test::MountedVolume disk(scratch, "ext4", 16);
+  if (!disk.reason().empty()) GTEST_SKIP() << disk.reason();
+  EXPECT_TRUE(holds(writableLocalVolumes(), disk.path()));
+  ASSERT_TRUE(disk.remount(true));
+  EXPECT_FALSE(holds(writableLocalVolumes(), disk.path()));
+}
+
+TEST(WritableLocalVolumes, LeaveOutWhatLiesInMemory) {
+  const Scratch scratch;
+  const auto memory = test::TestMount::memory(scratch / "memory", "size=64k");
+  if (!memory.isMounted()) GTEST_SKIP() << "no mounts can be had here";
+  EXPECT_FALSE(holds(writableLocalVolumes(), scratch / "memory"));
+}
+
+}  // namespace
+}  // namespace halyard::host

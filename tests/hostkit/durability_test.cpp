@@ -1,0 +1,182 @@
+// What the host kit promises to be on disk, by the order of its system calls.
+#include <gmock/gmock.h>
+
+#include "host_kit_root.h"
+#include "support/mounts.h"
+#include "support/system_calls.h"
+
+namespace halyard::hostkit {
+namespace {
+
+using test::descriptorOf;
+using test::inOrder;
+using test::isReplacedDurably;
+using test::SystemCalls;
+using test::TestMount;
+using test::TracedRun;
+using test::whyUntraceable;
+
+constexpr char kHelmsman[] = "/usr/sbin/helmsman";
+constexpr char kMetadata[] = "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System/";
+
+class HelmsmanOnDisk : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    HostKitTest::SetUp();
+    if (IsSkipped()) return;
+    if (const std::string reason = whyUntraceable(); !reason.empty()) GTEST_SKIP() << reason;
+  }
+
+  SystemCalls callsOf(const std::vector<std::string>& words) const {
+    const TracedRun run = test::traced(root, kHelmsman, words);
+    EXPECT_EQ(run.result.status, 0) << run.result.err;
+    return run.calls;
+  }
+};
+
+class UndoOnDisk : public HelmsmanOnDisk {
+ protected:
+  void SetUp() override {
+    HelmsmanOnDisk::SetUp();
+    if (IsSkipped()) return;
+    root.writePlugin("/opt/depot", "echo 'Number of failures to match := 0'");
+    root.writePreferences({{"depotHost", 1}});
+    root.writeDescriptor(
+        "30-depotHost.plist",
+        descriptorOf("depotHost", "/opt/depot").list("DataFiles", {"/srv/one", "/opt/two"}));
+    for (const char* item : {"/srv/one", "/opt/two"}) {
+      root.writeFile(std::string(kMetadata) + ".Halyards/depotHost" + item, "old");
+      root.writeFile(item, "new");
+    }
+    root.writeFile(std::string(kMetadata) + ".Halyards/.halyardSignature", "x");
+    root.makeLink("/Volumes/Backup/Archives.snapdb/files1/Latest", "2026-11-20-020000");
+    const auto restored = helmsman({"restore", "depotHost", "--yes"});
+    ASSERT_EQ(restored.status, 0) << restored.err;
+  }
+};
+
+TEST_F(UndoOnDisk, EachItemIsBackOnDiskBeforeTheRecordSaysSo) {
+  const SystemCalls calls = callsOf({"undo", "depotHost", "--yes"});
+  EXPECT_EQ(root.readFile("/srv/one"), "new");
+  const std::string recorded = "renameat*\"depotHost.json\"*";
+  EXPECT_TRUE(
+      inOrder(calls, {"renameat2(*/srv/one*RENAME_EXCHANGE*", "fsync(*</srv>) = 0", recorded}));
+  EXPECT_TRUE(
+      inOrder(calls, {"renameat2(*/opt/two*RENAME_EXCHANGE*", "fsync(*</opt>) = 0", recorded}));
+}
+
+TEST_F(UndoOnDisk, TheRecordIsReplacedDurably) {
+  EXPECT_TRUE(isReplacedDurably(callsOf({"undo", "depotHost", "--yes"}),
+                                "/var/lib/halyard/undo/depotHost.json"));
+}
+
+using SetupOnDisk = HelmsmanOnDisk;
+
+TEST_F(SetupOnDisk, TheMarkerComesAfterEveryFolderAndLink) {
+  forgetSetup();
+  root.remove("/etc/halyard-host");
+  const SystemCalls calls = callsOf({"setup"});
+  const std::string marked = "renameat*\".VantorSetupDone\"*";
+  EXPECT_TRUE(inOrder(calls, {"mkdir(\"/etc/halyard-host\"*", "chmod(\"/etc/halyard-host\"*",
+                              "fsync(*</etc/halyard-host>) = 0", "fsync(*</etc>) = 0", marked}));
+  EXPECT_TRUE(inOrder(calls, {"symlink(\"/etc/halyard\", \"/private/etc/halyard\"*",
+                              "fsync(*</private/etc>) = 0", marked}));
+}
+
+TEST_F(SetupOnDisk, EachFileIsReplacedDurably) {
+  forgetSetup();
+  const SystemCalls calls = callsOf({"setup"});
+  for (const char* path :
+       {"/var/lib/halyard/.VantorSetupDone", "/etc/halyard/com.vantor.Halyard.plist",
+        "/etc/halyard-host/com.vantor.Snapwheel.plist",
+        "/var/lib/halyard/BaseKit/SystemVersion.plist"}) {
+    EXPECT_TRUE(isReplacedDurably(calls, path));
+  }
+}
+
+constexpr char kSnapwheel[] = "/usr/sbin/snapwheel";
+constexpr char kHostFolder[] = "/backup/Archives.snapdb/files1";
+
+class SnapwheelOnDisk : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    PrivateRootTest::SetUp();
+    if (IsSkipped()) return;
+    if (const std::string reason = whyUntraceable(); !reason.empty()) GTEST_SKIP() << reason;
+    install("snapwheel", root);
+    root.makeFolder("/backup");
+    root.makeFolder("/run");
+    root.writeEnginePreferences(1, "/backup");
+    root.writeFile("/etc/halyard-host/snapwheel.exclude", "");
+    root.writeFile("/data/file", "data");
+  }
+
+  SystemCalls callsOf(std::vector<std::string> words) const {
+    words.insert(words.end(), {"--computer", "files1"});
+    const TracedRun run = test::traced(root, kSnapwheel, words);
+    EXPECT_EQ(run.result.status, 0) << run.result.err;
+    return run.calls;
+  }
+  SystemCalls take() const { return callsOf({"snapshot", "--source", "/data"}); }
+  std::vector<std::string> snapshots() const {
+    std::vector<std::string> names = root.list(kHostFolder);
+    std::erase_if(names, [](const std::string& name) { return !name.starts_with("2"); });
+    return names;
+  }
+  static std::string inHostFolder(const std::string& pattern) {
+    return std::string(kHostFolder) + "/" + pattern;
+  }
+};
+
+const std::string kHostFolderSynced = "fsync(*</backup/Archives.snapdb/files1>) = 0";
+const std::string kRepositorySynced = "syncfs(*</backup/Archives.snapdb/files1>) = 0";
+
+TEST_F(SnapwheelOnDisk, ASnapshotIsNamedOnlyAfterAllOfItIsOnDisk) {
+  EXPECT_TRUE(inOrder(take(), {"renameat*\"manifest.json\"*", "syncfs(*.inProgress>) = 0",
+                               "rename(\"*.inProgress\", *", "rename(*Latest.inProgress*/Latest\"*",
+                               kHostFolderSynced}));
+}
+
+TEST_F(SnapwheelOnDisk, ARestoreEndsAfterEachVolumeItWroteToIsSynced) {
+  take();
+  root.makeFolder("/target/System");
+  const TestMount kernel = TestMount::bind(root.path("/proc"), "/proc");
+  const TestMount volume = TestMount::memory(root.path("/target/below"), "size=1m");
+  if (!kernel.isMounted() || !volume.isMounted()) GTEST_SKIP() << "no mounts can be had here";
+  const SystemCalls calls = callsOf({"restore", "latest", "--to", "/target", "--force"});
+  const std::string written = "pwrite64(*</target/file>*";
+  EXPECT_TRUE(inOrder(calls, {written, "syncfs(*</target>) = 0"}));
+  EXPECT_TRUE(inOrder(calls, {written, "syncfs(*</target/below>) = 0"}));
+}
+
+TEST_F(SnapwheelOnDisk, ADeletedSnapshotIsGoneFromTheDisk) {
+  take();
+  const std::string name = snapshots().front();
+  const SystemCalls calls = callsOf({"delete", name});
+  EXPECT_TRUE(inOrder(
+      calls,
+      {"unlink(\"*/Latest\"*", kHostFolderSynced, "rename(\"*/" + name + "\", \"*/removed-*",
+       "unlinkat(*</backup/Archives.snapdb/files1>, \"removed-*AT_REMOVEDIR*", kRepositorySynced}));
+}
+
+TEST_F(SnapwheelOnDisk, LatestLeadsElsewhereOnDiskBeforeItsSnapshotGoes) {
+  take();
+  take();
+  const std::string name = snapshots().back();
+  EXPECT_TRUE(
+      inOrder(callsOf({"delete", name}), {"rename(*Latest.inProgress*/Latest\"*", kHostFolderSynced,
+                                          "rename(\"*/" + name + "\", \"*/removed-*"}));
+}
+
+TEST_F(SnapwheelOnDisk, APrunedSnapshotIsGoneFromTheDiskBeforeItIsTold) {
+  take();
+  take();
+  const std::string name = snapshots().front();
+  const SystemCalls calls = callsOf({"prune", "--keep-last", "1", "--days-to-retain", "0"});
+  EXPECT_EQ(snapshots().size(), 1U);
+  EXPECT_TRUE(inOrder(calls, {"unlinkat(*</backup/Archives.snapdb/files1>, \"removed-*",
+                              kRepositorySynced, "write(1*\"removed " + name + "*"}));
+}
+
+}  // namespace
+}  // namespace halyard::hostkit
