@@ -147,6 +147,24 @@ TEST_F(RestoreOnDisk, TheMarkerOfAnAttemptIsReplacedDurably) {
   EXPECT_TRUE(isReplacedDurably(restoreTraced("/srv"), kMarker));
 }
 
+TEST_F(RestoreOnDisk, AFileIsOpenedToOthersOnlyWhenItIsWhole) {
+  const std::string saved = root.path("/.Halyards/depotHost/srv/data");
+  ASSERT_EQ(::rename((saved + "/file").c_str(), (saved + "/tool").c_str()), 0);
+  root.writeFile("/.Halyards/depotHost/srv/data/plain", "plain");
+  ASSERT_EQ(::chown((saved + "/tool").c_str(), 12, 34), 0);
+  ASSERT_EQ(::chmod((saved + "/tool").c_str(), 04755), 0);
+  root.makeFolder("/srv/data");
+  root.writeDescriptor("30-depotHost.plist",
+                       descriptorOf("depotHost", "/opt/depot").list("DataFiles", {"/srv/data"}));
+  const SystemCalls calls = restoreTraced();
+  EXPECT_EQ(root.modeOf("/srv/data/tool"), 04755U);
+  EXPECT_TRUE(inOrder(calls, {"openat(*\"tool\", *O_CREAT*, 0600)*", "pwrite64(*/item/tool>, *",
+                              "fchown(*/item/tool>, 12, 34)*", "fchmod(*/item/tool>, 04755)*"}));
+  EXPECT_EQ(countOf(calls, "fchmod(*/item/tool>, *"), 1U);
+  EXPECT_TRUE(inOrder(calls, {"openat(*\"plain\", *O_CREAT*, 0600)*", "pwrite64(*/item/plain>, *",
+                              "fchmod(*/item/plain>, 0644)*"}));
+}
+
 class ServiceOnDisk : public SnapshotHost {
  protected:
   void SetUp() override {

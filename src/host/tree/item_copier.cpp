@@ -164,24 +164,18 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
 
 int ItemCopier::makeFile(FolderPair& folders, int from, const char* name,
                          const struct stat& status) {
-  const mode_t wanted = status.st_mode & kPermissionBits;
-  const bool isPlain = folders.firstMade && !folders.handsDown && attributes_.empty() &&
-                       folders.firstMade->st_uid == status.st_uid &&
-                       folders.firstMade->st_gid == status.st_gid && (wanted & ~0777U) == 0;
-  // A file that is to have another owner or a list is closed to others until it has them.
-  const mode_t mode = isPlain ? wanted : kPrivateMode;
+  // Closed to others until it is whole and has its owner and lists: nobody reads or runs a part.
   const Descriptor to(uninterrupted([&] {
     return ::openat(folders.target, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                    mode);
+                    kPrivateMode);
   }));
   if (!to) return errno;
-  const int error = fillFile(folders, from, to.get(), status, isPlain);
+  const int error = fillFile(folders, from, to.get(), status);
   if (error != 0) (void)errorOf([&] { return ::unlinkat(folders.target, name, 0); });
   return error;
 }
 
-int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct stat& status,
-                         bool isPlain) {
+int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct stat& status) {
   int error = 0;
   if (!folders.firstMade) {
     struct stat made = {};
@@ -192,7 +186,7 @@ int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct sta
   error = data_.copy(from, to, status, folders.firstMade->st_dev);
   if (error == 0 && folders.handsDown) error = removeInheritedLists(to);
   GivenAttributes given = givenBy(*folders.firstMade);
-  given.permissions = isPlain ? status.st_mode & kPermissionBits : kPrivateMode;
+  given.permissions = kPrivateMode;
   if (error == 0) error = giveAttributes(to, status, attributes_, given);
   return error;
 }

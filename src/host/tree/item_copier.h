@@ -51,7 +51,7 @@ class ItemCopier {
   template <typename Make>
   int place(FolderPair& folders, const char* name, Make make);
   int makeFile(FolderPair& folders, int from, const char* name, const struct stat& status);
-  int fillFile(FolderPair& folders, int from, int to, const struct stat& status, bool isPlain);
+  int fillFile(FolderPair& folders, int from, int to, const struct stat& status);
   int makeOther(FolderPair& folders, const char* fromName, const char* name,
                 const struct stat& status);
   bool isSame(int folder, const char* name, const struct stat& status, const struct stat& earlier);
