@@ -1,14 +1,20 @@
 #include "helmsman/program/pid_file_state.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <sstream>
 
 #include "base/text.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
 
@@ -17,22 +23,95 @@ namespace halyard::hostkit {
 namespace {
 
 constexpr std::size_t kPidFileLimit = 4096;
-constexpr std::string_view kProgramName = paths::nameIn(paths::kProgram);
+constexpr std::size_t kStatusLimit = 4096;
+constexpr std::size_t kCommandLineLimit = std::size_t{2} << 20;  // As long as the kernel allows.
 
 using Owner = PidFileState::Owner;
 
-Owner ownerOf(int process) {
-  if (::kill(process, 0) != 0 && errno == ESRCH) return Owner::gone;
+std::string processFile(int process, const char* name) {
+  return "/proc/" + std::to_string(process) + "/" + name;
+}
+
+// Empty for a process of the kernel, and when it cannot be known.
+std::string executableOf(int process) {
   std::array<char, PATH_MAX> target{};
-  const std::string link = "/proc/" + std::to_string(process) + "/exe";
-  const ssize_t length = ::readlink(link.c_str(), target.data(), target.size() - 1);
-  if (length <= 0) return Owner::unknown;
-  std::string name = lastPathComponent(std::string_view(target.data(), std::size_t(length)));
+  const ssize_t length =
+      ::readlink(processFile(process, "exe").c_str(), target.data(), target.size() - 1);
+  if (length <= 0) return {};
+  std::string path(target.data(), static_cast<std::size_t>(length));
   // The program was replaced while it runs.
-  if (const std::size_t mark = name.rfind(" (deleted)"); mark != std::string::npos) {
-    name.resize(mark);
+  if (const std::size_t mark = path.rfind(" (deleted)"); mark != std::string::npos) {
+    path.resize(mark);
   }
-  return name == kProgramName ? Owner::halyard : Owner::stranger;
+  return path;
+}
+
+bool isHalyard(int process) {
+  static const std::string program = host::realPath(paths::kProgram).value_or(paths::kProgram);
+  const std::string executable = executableOf(process);
+  return executable == program || executable == paths::kProgram;
+}
+
+double secondsOf(const timespec& time) {
+  constexpr double kNanosecond = 1e-9;
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * kNanosecond;
+}
+
+double secondsOn(clockid_t clock) {
+  timespec now{};
+  (void)::clock_gettime(clock, &now);  // These clocks are everywhere.
+  return secondsOf(now);
+}
+
+// For how long the process has been running; absent when it cannot be known.
+std::optional<double> secondsRun(int process) {
+  const auto text = host::readFile(processFile(process, "stat"), kStatusLimit);
+  // The name in parentheses may hold anything; the start is the 20th field behind it.
+  const std::size_t name = text ? text->rfind(')') : std::string::npos;
+  if (name == std::string::npos) return std::nullopt;
+  constexpr int kStartField = 20;
+  std::istringstream fields(text->substr(name + 1));
+  std::string field;
+  for (int count = 0; count < kStartField; ++count) fields >> field;
+  if (!fields || field.empty()) return std::nullopt;
+  const double ticks = std::strtod(field.c_str(), nullptr);
+  return secondsOn(CLOCK_BOOTTIME) - ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+// Whether the process is younger than the pid file, so that another one wrote it.
+bool startedAfterPidFile(int process) {
+  constexpr double kSlack = 2;  // A start is known by the tick, a file's time by its file system.
+  struct stat file {};
+  const auto run = secondsRun(process);
+  if (!run || ::stat(paths::kPidFile, &file) != 0) return false;
+  return *run + kSlack < secondsOn(CLOCK_REALTIME) - secondsOf(file.st_mtim);
+}
+
+bool runsCommand(int process, const std::string& command) {
+  const auto words = host::readFile(processFile(process, "cmdline"), kCommandLineLimit);
+  const std::string word = std::string(1, '\0') + "-cmd" + '\0' + command + '\0';
+  return words && words->find(word) != std::string::npos;
+}
+
+Owner ownerOf(const PidFileState& state) {
+  if (::kill(state.process, 0) != 0 && errno == ESRCH) return Owner::gone;
+  if (executableOf(state.process).empty()) return Owner::unknown;
+  if (!isHalyard(state.process)) return Owner::stranger;
+  if (!startedAfterPidFile(state.process)) return Owner::halyard;
+  // The same command younger than its file: more likely the clock was set than the number taken.
+  return runsCommand(state.process, state.command) ? Owner::unknown : Owner::stranger;
+}
+
+// Of a file that names no process: a leftover when no Halyard runs at all.
+Owner ownerOfNamelessFile() {
+  bool seesItself = false;  // Else this is not the host's table of processes.
+  for (const std::string& name : host::listDirectory("/proc")) {
+    const int process = leadingInteger(name);
+    if (process <= 0) continue;
+    if (isHalyard(process)) return Owner::unknown;
+    seesItself = seesItself || process == ::getpid();
+  }
+  return seesItself ? Owner::gone : Owner::unknown;
 }
 
 }  // namespace
@@ -56,14 +135,15 @@ PidFileState pidFileState() {
   if (!host::exists(paths::kPidFile)) return state;
   const auto text = host::readFile(paths::kPidFile, kPidFileLimit);
   state = parsePidFile(text.value_or(""));
-  if (state.process > 0) state.owner = ownerOf(state.process);
+  state.owner = state.process > 0 ? ownerOf(state) : ownerOfNamelessFile();
   return state;
 }
 
 bool removeLeftoverPidFile() {
   const PidFileState state = pidFileState();
   if (!state.isLeftover()) return true;
-  return ::unlink(paths::kPidFile) == 0 || errno == ENOENT;
+  if (::unlink(paths::kPidFile) != 0 && errno != ENOENT) return false;
+  return static_cast<bool>(host::syncFolderOf(paths::kPidFile));
 }
 
 std::string describe(const PidFileState& state) {
@@ -74,11 +154,13 @@ std::string describe(const PidFileState& state) {
     case Owner::halyard:
       return "Halyard is running (" + process + ", " + state.command + ")";
     case Owner::gone:
+      if (state.process == 0)
+        return "the pid file is a leftover: it names no process, and no Halyard runs";
       return "a run that has ended left the pid file behind (" + process + ", " + state.command +
              ")";
     case Owner::stranger:
-      return "the pid file is a leftover (" + process + " is another program by now, " +
-             state.command + ")";
+      return "the pid file is a leftover (" + process + " is another one by now, " + state.command +
+             ")";
     case Owner::unknown:
       break;
   }

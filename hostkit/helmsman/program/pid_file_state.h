@@ -9,10 +9,10 @@ namespace halyard::hostkit {
 struct PidFileState {
   enum class Owner {
     none,      ///< There is no pid file.
-    halyard,   ///< The process is a running Halyard.
-    gone,      ///< There is no such process.
-    stranger,  ///< The number belongs to another program by now.
-    unknown,   ///< The process runs and cannot be told apart, or the file cannot be read.
+    halyard,   ///< The process is a running Halyard, not younger than the file.
+    gone,      ///< There is no such process, or the file names none and no Halyard runs.
+    stranger,  ///< The number belongs to another program, or a later run of it, by now.
+    unknown,   ///< The process runs, or may run, and cannot be told apart.
   };
   Owner owner = Owner::none;
   int process = 0;      ///< 0 when the file does not say.

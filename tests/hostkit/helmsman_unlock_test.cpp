@@ -1,0 +1,117 @@
+// Whose pid file it is, told by the processes of a host.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+
+#include "host_kit_root.h"
+#include "support/mounts.h"
+
+namespace halyard::hostkit {
+namespace {
+
+using test::CommandResult;
+using testing::HasSubstr;
+
+constexpr char kPidFile[] = "/private/var/run/HalyardRunning.pid";
+
+// The root shows the host's processes; a program that only waits stands in for one that runs.
+class HelmsmanUnlocks : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    HostKitTest::SetUp();
+    if (IsSkipped()) return;
+    processes_.emplace(test::TestMount::bind(root.path("/proc"), "/proc"));
+    if (!processes_->isMounted()) GTEST_SKIP() << "no mounts can be had here";
+    std::filesystem::remove(root.path("/usr/sbin/Halyard"));
+    std::filesystem::copy_file("/bin/sh", root.path("/usr/sbin/Halyard"));
+    std::filesystem::create_directories(root.path("/opt"));
+    std::filesystem::copy_file("/bin/sh", root.path("/opt/Halyard"));
+  }
+
+  void TearDown() override {
+    if (process_ > 0) ::kill(process_, SIGKILL);
+  }
+
+  // Starts it with these words behind its name and gives its number.
+  std::string start(const std::string& program, const std::string& words) {
+    test::RunOptions options;
+    options.keepDescendants = true;
+    options.argv0 = "sh";
+    const std::string wait = "read line </opt/never";
+    EXPECT_EQ(::mkfifo(root.path("/opt/never").c_str(), 0600), 0);
+    const CommandResult result = root.runProgram(
+        "/bin/sh", {"-c", program + " -c '" + wait + "' " + words + " >/dev/null 2>&1 & echo $!"},
+        {}, options);
+    process_ = std::atoi(result.out.c_str());
+    EXPECT_GT(process_, 0) << result.err;
+    return std::to_string(process_);
+  }
+
+  void writePidFile(const std::string& text, int secondsAgo = 0) const {
+    root.writeFile(kPidFile, text);
+    const timespec then{std::time(nullptr) - secondsAgo, 0};
+    const timespec times[] = {then, then};
+    ASSERT_EQ(::utimensat(AT_FDCWD, root.path(kPidFile).c_str(), times, 0), 0);
+  }
+
+  void expectHealed(const std::string& told) const {
+    const CommandResult result = helmsman({"unlock"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, HasSubstr(told));
+    EXPECT_FALSE(root.exists(kPidFile));
+  }
+
+  void expectKept(int status, const std::string& told) const {
+    const CommandResult result = helmsman({"unlock"});
+    EXPECT_EQ(result.status, status);
+    EXPECT_THAT(result.err, HasSubstr(told));
+    EXPECT_TRUE(root.exists(kPidFile));
+  }
+
+ private:
+  std::optional<test::TestMount> processes_;
+  pid_t process_ = 0;
+};
+
+TEST_F(HelmsmanUnlocks, AnEmptyFileWhenNoHalyardRuns) {
+  writePidFile("");
+  expectHealed("it names no process, and no Halyard runs");
+}
+
+TEST_F(HelmsmanUnlocks, AFileOfSomethingElseWhenNoHalyardRuns) {
+  writePidFile("nonsense\n");
+  expectHealed("it names no process, and no Halyard runs");
+}
+
+TEST_F(HelmsmanUnlocks, NoEmptyFileWhileAHalyardRuns) {
+  start("/usr/sbin/Halyard", "-cmd backup");
+  writePidFile("");
+  expectKept(1, "is there and names no process");
+}
+
+TEST_F(HelmsmanUnlocks, NoFileOfARunThatIsAsOldAsIt) {
+  writePidFile(start("/usr/sbin/Halyard", "-cmd backup") + " :: backup\n");
+  expectKept(3, "Halyard is running");
+}
+
+TEST_F(HelmsmanUnlocks, TheFileOfAnotherProgramOfTheSameName) {
+  writePidFile(start("/opt/Halyard", "-cmd backup") + " :: backup\n");
+  expectHealed("is another one by now");
+}
+
+TEST_F(HelmsmanUnlocks, TheFileWhoseNumberALaterRunGot) {
+  writePidFile(start("/usr/sbin/Halyard", "-cmd list") + " :: backup\n", 3600);
+  expectHealed("is another one by now");
+}
+
+TEST_F(HelmsmanUnlocks, NoFileOfARunWhoseClockWasSet) {
+  writePidFile(start("/usr/sbin/Halyard", "-cmd backup") + " :: backup\n", 3600);
+  expectKept(1, "cannot be told apart");
+}
+
+}  // namespace
+}  // namespace halyard::hostkit
