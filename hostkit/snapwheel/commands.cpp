@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "base/property_list.h"
+#include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/sizes.h"
@@ -12,6 +13,7 @@
 #include "host/files/property_file.h"
 #include "product/computer_name.h"
 #include "product/paths.h"
+#include "snapwheel/backup_state.h"
 #include "snapwheel/exclusions.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/host_lock.h"
@@ -141,6 +143,12 @@ int runSnapshot(const CommandOptions& options) {
   }
   if (!manifest.complete) return hostkit::kPartial;
   if (!options.prune) return hostkit::kSuccess;
+  const auto problems = backupProblems(joinPath(repository.path(outcome.name), manifest.volume));
+  for (const std::string& problem : problems) hostkit::printWarning(outcome.name + ": " + problem);
+  if (!problems.empty()) {
+    hostkit::printWarning("nothing was pruned: earlier snapshots may hold what this one lacks");
+    return hostkit::kPartial;
+  }
   const HostLock lock(repository);
   return prune(repository, rulesFor(options), false, false);
 }

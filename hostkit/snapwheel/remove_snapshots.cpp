@@ -5,8 +5,10 @@
 #include <chrono>
 #include <cstdio>
 
+#include "base/text.h"
 #include "host/files/sync.h"
 #include "product/paths.h"
+#include "snapwheel/backup_state.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
 #include "snapwheel/subvolume.h"
@@ -44,6 +46,12 @@ void removeOne(const Repository& repository, const std::string& name) {
   if (const int error = removeSnapshotFolder(path)) throw Failure(errorText(path, error));
 }
 
+bool isGood(const std::string& snapshot) {
+  const auto manifest = readManifest(snapshot);
+  return manifest && manifest->complete &&
+         backupProblems(joinPath(snapshot, manifest->volume)).empty();
+}
+
 }  // namespace
 
 void removeSnapshots(const Repository& repository, const std::vector<std::string>& names) {
@@ -61,8 +69,7 @@ std::vector<PlannedRemoval> planPrune(const Repository& repository, const Retent
   const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
   const std::vector<Verdict> verdicts = judge(instants, rules, now);
 
-  const auto newest = names.empty() ? std::nullopt : readManifest(repository.path(names.back()));
-  const bool good = newest && newest->complete;
+  const bool good = !names.empty() && isGood(repository.path(names.back()));
   std::vector<PlannedRemoval> plan;
   for (std::size_t index = 0; index < names.size(); ++index) {
     plan.push_back({names[index], verdicts[index]});

@@ -22,7 +22,8 @@ struct PlannedRemoval {
 };
 
 /// Judges every complete snapshot of the host, oldest first. Nothing is to go unless the newest
-/// snapshot is a good one: complete, and nothing was left out of it.
+/// snapshot is a good one: nothing was left out of it, and the backup of the services that it
+/// carries is whole.
 std::vector<PlannedRemoval> planPrune(const Repository& repository, const RetentionRules& rules);
 
 }  // namespace halyard::snapwheel

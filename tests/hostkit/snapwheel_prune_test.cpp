@@ -1,0 +1,87 @@
+// Nothing is pruned after a snapshot whose backup of the services is not whole.
+#include <gmock/gmock.h>
+
+#include "host_kit_root.h"
+
+namespace halyard::snapwheel {
+namespace {
+
+using test::CommandResult;
+using testing::HasSubstr;
+using testing::Not;
+using testing::SizeIs;
+
+constexpr const char* kHostFolder = "/backup/Archives.snapdb/files1";
+
+class SnapshotPrune : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    PrivateRootTest::SetUp();
+    if (IsSkipped()) return;
+    install("snapwheel", root);
+    root.makeFolder("/backup");
+    root.makeFolder("/run");
+    root.writeEnginePreferences(1, "/backup");
+    root.writeFile("/etc/halyard-host/snapwheel.exclude", "");
+    root.writeFile("/data/.Halyards/.halyardSignature", "signature");
+    root.writeFile("/data/.Halyards/depotHost/srv/file", "data");
+    ASSERT_EQ(snapshot().status, 0);
+  }
+
+  CommandResult snapwheel(std::vector<std::string> words) const {
+    test::RunOptions options;
+    options.argv0 = "snapwheel";
+    options.mayThrow = true;
+    words.insert(words.end(),
+                 {"--computer", "files1", "--days-to-retain", "0", "--keep-last", "1"});
+    return root.runProgram("/usr/sbin/snapwheel", words, {}, options);
+  }
+  CommandResult snapshot() const { return snapwheel({"snapshot", "--source", "/data", "--prune"}); }
+  std::vector<std::string> snapshots() const {
+    std::vector<std::string> names = root.list(kHostFolder);
+    std::erase_if(names, [](const std::string& name) { return !name.starts_with("2"); });
+    return names;
+  }
+};
+
+TEST_F(SnapshotPrune, GoesAheadWhenTheBackupIsWhole) {
+  const CommandResult result = snapshot();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(snapshots(), SizeIs(1));
+}
+
+TEST_F(SnapshotPrune, GoesAheadOnAVolumeWithoutServices) {
+  root.remove("/data/.Halyards");
+  root.writeFile("/data/file", "data");
+  EXPECT_EQ(snapshot().status, 0);
+  EXPECT_THAT(snapshots(), SizeIs(1));
+}
+
+TEST_F(SnapshotPrune, IsLeftOutWhenAServiceIsMarkedIncomplete) {
+  root.writeFile("/data/.Halyards/depotHost/incomplete", "the plug-in failed\n");
+  const CommandResult result = snapshot();
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("depotHost is not whole"));
+  EXPECT_THAT(result.err, HasSubstr("nothing was pruned"));
+  EXPECT_THAT(snapshots(), SizeIs(2));
+}
+
+TEST_F(SnapshotPrune, IsLeftOutWhenTheBackupIsNotSigned) {
+  root.remove("/data/.Halyards/.halyardSignature");
+  const CommandResult result = snapshot();
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("the backup of the services is not signed"));
+  EXPECT_THAT(snapshots(), SizeIs(2));
+}
+
+TEST_F(SnapshotPrune, OnItsOwnKeepsEverythingWhileTheNewestIsNotWhole) {
+  root.makeLink("/data/.Halyards/depotHost/incomplete", "/nowhere");
+  ASSERT_EQ(snapshot().status, 4);
+  const CommandResult shown = snapwheel({"prune", "--dry-run"});
+  EXPECT_THAT(shown.out, HasSubstr("newest is not good"));
+  EXPECT_EQ(snapwheel({"prune"}).status, 0);
+  EXPECT_THAT(snapshots(), SizeIs(2));
+}
+
+}  // namespace
+}  // namespace halyard::snapwheel
