@@ -92,9 +92,9 @@ void writeSignature(const ProgressLog& progress) {
 }
 
 /// Whether this volume of this host can be backed up at all.
-bool isBackupSource(const MaybeString& source) {
-  const bool valid = isValidSystem() != 0;  // always asked, so that its lines are always there
-  return valid && source == "/";
+bool isBackupSource(const CommandLine& line) {
+  const bool valid = isValidSystem(line) != 0;  // always asked, so that its lines are always there
+  return valid && line.option("-source") == "/";
 }
 
 /// The part of the run that its gates protect.
@@ -119,10 +119,9 @@ void finishRun(ProgressLog progress) {
 
 }  // namespace
 
-void Backup() {
+void Backup(const CommandLine& line) {
   const FunctionLog scope(__func__);
-  get_Helmsman_Prefs();
-  if (!runState().preferences.hasAnyService()) {
+  if (!get_Helmsman_Prefs().hasAnyService()) {
     if (runState().debug) {
       printText("Backups are not enabled or no services are enabled for backup!\n");
       return;
@@ -133,9 +132,8 @@ void Backup() {
   ProgressLog progress = ProgressLog::open();
   debugText("Backups are enabled!\n");
   progress.step("Starting...");
-  const MaybeString source = option("-source");
-  debugLine("sourceVolume", source);
-  if (isBackupSource(source)) {
+  debugLine("sourceVolume", line.option("-source"));
+  if (isBackupSource(line)) {
     fillMetadataFolder(progress);
   } else {
     debugText("The target drive for backup is not the correct Server version.\n");

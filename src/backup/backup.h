@@ -1,6 +1,8 @@
 // The backup run over all enabled services.
 #pragma once
 
+#include "frontend/run/command_line.h"
+
 namespace halyard {
 
 /// Fills the metadata folder for the snapshot engine's next snapshot.
@@ -16,6 +18,6 @@ namespace halyard {
 ///
 /// Kept: without any service entry nothing is backed up; then only debug mode says so, and only
 /// the other mode rebuilds the catalogue.
-void Backup();
+void Backup(const CommandLine& line);
 
 }  // namespace halyard

@@ -1,12 +1,10 @@
 #include "backup/metadata_folder.h"
 
 #include <string_view>
-#include <vector>
 
 #include "base/property_list.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
-#include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "host/files/sync.h"

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "config/ancestor_mirror.h"
+#include "config/plugin_call.h"
 #include "frontend/run/log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
@@ -18,10 +18,10 @@ namespace halyard {
 namespace {
 
 /// A command line of a descriptor: split at every single blank, without quoting.
-struct CommandLine {
+struct ServiceCommand {
   std::vector<std::string> pieces;  ///< At least one; the first is the executable.
 
-  explicit CommandLine(const std::string& line) {
+  explicit ServiceCommand(const std::string& line) {
     for (const std::string_view piece : splitAt(line, ' ')) pieces.emplace_back(piece);
   }
   const std::string& executable() const { return pieces.front(); }
@@ -40,7 +40,7 @@ struct CommandLine {
 
 void runPreBackupCommands(const ServiceDescriptor& descriptor, const BackupPass& pass) {
   for (const std::string& line : descriptor.list("PreBackupServiceCommands")) {
-    const CommandLine command(line);
+    const ServiceCommand command(line);
     dump(command.executable());
     dump(command.pieces);
     dump(command.arguments());
@@ -55,28 +55,23 @@ void runPreBackupCommands(const ServiceDescriptor& descriptor, const BackupPass&
 
 void runBackupExecutable(const ServiceDescriptor& descriptor, const std::string& folder,
                          BackupPass& pass) {
-  const MaybeString executable = descriptor.text("BackupBinaryPath");
-  auto arguments = host::argumentsUpToAbsent(
-      {"-cmd", "backup", "-path", folder, "-log", descriptor.text("BackupLog")});
-  if (const MaybeString action = descriptor.defaultAction()) {
-    arguments.insert(arguments.end(), {"-opt", *action});
-  }
-  host::TaskOptions options{.output = host::dropOutput, .error = host::dropOutput};
-  if (runState().debug) options.output = nullptr;  // captured for the dump below
-  const host::TaskResult result = host::RunTask(executable, arguments, options);
+  PluginCall call(descriptor.text("BackupBinaryPath"),
+                  {"-cmd", "backup", "-path", folder, "-log", descriptor.text("BackupLog")});
+  call.addOption(descriptor.defaultAction());
+  const host::TaskResult result = call.runUnheard();
   pass.lastStatus = result.status;
   if (pass.lastStatus != 0) {
     platformLogText(texts::kBackupCallFailed, orNull(descriptor.serviceName()), pass.lastStatus);
   }
-  debugDump(executable);
-  debugDump(arguments);
+  debugDump(call.executable);
+  debugDump(call.arguments);
   debugDump(MaybeString(result.output));
-  debugText("ret of %s := %d\n", orNull(executable), pass.lastStatus);
+  debugText("ret of %s := %d\n", orNull(call.executable), pass.lastStatus);
 }
 
 void runPostBackupCommands(const ServiceDescriptor& descriptor, BackupPass& pass) {
   for (const std::string& line : descriptor.list("PostBackupServiceCommands")) {
-    const CommandLine command(line);
+    const ServiceCommand command(line);
     dump(command.executable());
     dump(command.pieces);
     pass.lastStatus = command.run();
@@ -114,6 +109,19 @@ void logFlags() {
 }
 
 }  // namespace
+
+void mirrorAncestorDirectories(const std::string& source, const std::string& copyRoot) {
+  const std::vector<std::string> components = pathComponents(source);
+  std::string above;  // the source folder whose attributes the next folder gets
+  for (std::size_t i = 0; i + 2 < components.size(); ++i) {
+    const auto attributes = host::readAttributes(above);
+    above = above.empty() ? components[i] : appendPath(above, components[i]);
+    const std::string target = appendPath(copyRoot, above);
+    if (host::exists(target)) continue;
+    (void)(attributes ? host::createDirectory(target, *attributes)
+                      : host::createDirectory(target));  // The copy that follows will tell.
+  }
+}
 
 bool isEnabledForBackup(const MaybeString& service) {
   if (!service) return true;

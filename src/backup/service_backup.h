@@ -24,4 +24,12 @@ bool isEnabledForBackup(const MaybeString& service);
 /// Runs the service's commands and copies its files into its folder in "/.Halyards".
 void backUpService(const ServiceDescriptor& descriptor, BackupPass& pass);
 
+/// Makes inside `copyRoot` the folders above `source`, a live path; failures are ignored.
+///
+/// Kept: the folder that directly holds the leaf is not made: /a/b/c/d gives <root>/a and
+/// <root>/a/b. Kept: each folder gets owner, group and permissions of the source folder one level
+/// above the one that it mirrors: <root>/a those of "/". A missing copy root is made first, with
+/// default attributes.
+void mirrorAncestorDirectories(const std::string& source, const std::string& copyRoot);
+
 }  // namespace halyard

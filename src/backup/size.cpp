@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "config/plugin_call.h"
 #include "config/preferences.h"
 #include "config/validation.h"
 #include "frontend/run/function_log.h"
@@ -33,9 +34,9 @@ bool isMeasured(const MaybeString& service) {
 
 SizeAnswer askForSize(const std::string& executable) {
   SizeAnswer answer(runState().debug ? SizeAnswer::Keep::everyValue : SizeAnswer::Keep::sum);
-  host::RunTask(
-      executable, {"-cmd", "size", "-opt", "all"},
-      {.output = [&](std::string_view piece) { answer.take(piece); }, .error = host::dropOutput});
+  PluginCall(executable, {"-cmd", "size", "-opt", "all"}).run([&](std::string_view piece) {
+    answer.take(piece);
+  });
   answer.finish();
   return answer;
 }
@@ -152,12 +153,12 @@ std::int64_t SizeRequired(bool print) {
   return estimate.total();
 }
 
-std::int32_t haveRoomForBackup() {
+std::int32_t haveRoomForBackup(const CommandLine& line) {
   const FunctionLog scope(__func__);
   SizeMeasurements& measured = sizeMeasurements();
   const std::int64_t size = SizeRequired(false);
   measured.totalRequired = size;
-  debugLine("sourceVolume", option("-source"));
+  debugLine("sourceVolume", line.option("-source"));
   debugLine("totalRequired", long{measured.totalRequired});
   measured.imagesVolumeSize = 0;
   get_Images_Volume_Size();
@@ -183,8 +184,7 @@ void get_Boot_Volume_Size() {
 
 void get_Destination_Volume_Size() {
   const FunctionLog scope(__func__);
-  get_Helmsman_Prefs();
-  measureIntoText(runState().preferences.backupDestination);
+  measureIntoText(get_Helmsman_Prefs().backupDestination);
 }
 
 }  // namespace halyard

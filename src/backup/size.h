@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "frontend/run/command_line.h"
 
 namespace halyard {
 
@@ -30,7 +31,7 @@ std::int64_t SizeRequired(bool print);
 
 /// Estimates and measures for the debug lines.
 /// Returns: 1. Kept: it never refuses a backup.
-std::int32_t haveRoomForBackup();
+std::int32_t haveRoomForBackup(const CommandLine& line);
 
 /// Measures "/" into SizeMeasurements::imagesVolumeSize; 0 when the pipeline fails.
 void get_Images_Volume_Size();

@@ -2,16 +2,14 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "base/property_list.h"
 #include "browse/master_browse.h"
+#include "config/plugin_call.h"
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
-#include "frontend/run/run_state.h"
 #include "host/files/files.h"
-#include "host/process/task.h"
 #include "host/tree/move_item.h"
 #include "product/metadata_folder.h"
 #include "product/paths.h"
@@ -42,9 +40,9 @@ void addAnswer(const std::string& descriptorPath, const std::string& metadataFol
   debugDump(descriptor.list("DataFiles"));
   const std::string folder = joinPath(metadataFolder, service);
   if (!hasServiceFolder(folder, service)) return;
-  const std::vector<std::string> arguments = {"-cmd", "browse", "-path", folder};
-  debugDump(arguments);
-  std::string answer = host::RunTask(executable, arguments, {.error = host::dropOutput}).output;
+  const PluginCall call(executable, {"-cmd", "browse", "-path", folder});
+  debugDump(call.arguments);
+  std::string answer = call.run().output;
   auto root = parsePropertyList(answer);
   answer = std::string();  // A huge answer is not kept twice.
   switch (listingRoot(root)) {
@@ -77,7 +75,8 @@ void browseAllServices(const std::string& metadataFolder) {
   printThroughTemporaryFile(answers);
 }
 
-void browseOneService(const std::string& service, const std::string& metadataFolder) {
+void browseOneService(const std::string& service, const std::string& metadataFolder,
+                      const MaybeString& requested) {
   const auto [path, descriptor] = findServiceDescriptor(service);
   const MaybeString executable = descriptor.text("RestoreBinaryPath");
   const MaybeString serviceName = descriptor.serviceName();
@@ -87,23 +86,21 @@ void browseOneService(const std::string& service, const std::string& metadataFol
   debugLine("ServiceName", serviceName);
   const std::string folder = joinPath(metadataFolder, serviceName);
   if (!hasServiceFolder(folder, serviceName)) return;
-  auto arguments = host::argumentsUpToAbsent(
-      {"-cmd", "browse", "-path", folder, "-log", descriptor.text("RestoreLog")});
-  if (const MaybeString requested = option("-opt")) {
-    arguments.insert(arguments.end(), {"-opt", *requested});
-  }
+  PluginCall call(executable,
+                  {"-cmd", "browse", "-path", folder, "-log", descriptor.text("RestoreLog")});
+  call.addOption(requested);
   // Every line with its line feed, the empty one after the last included: the answer as it stands
   // and one line feed more.
-  host::RunTask(executable, arguments, {.output = printBytes, .error = host::dropOutput});
+  call.run(printBytes);
   printText("\n");
 }
 
 }  // namespace
 
-void Browse() {
+void Browse(const CommandLine& line) {
   const FunctionLog scope(__func__);
-  const std::string image = option("-path").value_or("");
-  const MaybeString service = option("-service");
+  const std::string image = line.option("-path").value_or("");
+  const MaybeString service = line.option("-service");
   verboseLine("mountedImagePath", image);
   verboseLine("service", service);
   get_Helmsman_Prefs();
@@ -113,7 +110,7 @@ void Browse() {
   if (service && equalsIgnoringCase(*service, "all")) {
     browseAllServices(metadataFolder);
   } else if (known) {
-    browseOneService(*service, metadataFolder);
+    browseOneService(*service, metadataFolder, line.option("-opt"));
   } else {
     printText(texts::kUnknownToBrowse, orNull(service));
   }

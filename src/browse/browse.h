@@ -1,6 +1,8 @@
 // What a snapshot holds for one service, or for all.
 #pragma once
 
+#include "frontend/run/command_line.h"
+
 namespace halyard {
 
 /// Asks the restore executables of services what a snapshot holds for them, and prints it.
@@ -11,6 +13,6 @@ namespace halyard {
 /// Writes: the collected answers to "/tmp/.halyardTmpFile", for the moment of printing.
 /// Prints: one service's answer as it stands and a line feed; all answers as one property list
 ///         ("(null)" when it could not be written); warnings for missing folders and empty answers.
-void Browse();
+void Browse(const CommandLine& line);
 
 }  // namespace halyard

@@ -4,11 +4,10 @@
 #include <string>
 
 #include "base/text.h"
+#include "config/plugin_call.h"
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
-#include "frontend/run/run_state.h"
-#include "host/process/task.h"
 #include "product/run_texts.h"
 #include "product/service_descriptor.h"
 
@@ -30,9 +29,8 @@ std::int32_t runVerifyPlugin(const MaybeString& image, const MaybeString& servic
   debugLine("VerifyLog", log);
   // The folder is not tested: the plug-in runs, and reports, in any case.
   const std::string folder = joinPath(image, descriptor.serviceName());
-  const auto arguments =
-      host::argumentsUpToAbsent({"-cmd", "verify", "-path", folder, "-log", log});
-  return failuresReported(host::RunTask(executable, arguments, {.error = host::dropOutput}).output);
+  const PluginCall call(executable, {"-cmd", "verify", "-path", folder, "-log", log});
+  return failuresReported(call.run().output);
 }
 
 }  // namespace
@@ -49,10 +47,10 @@ std::int32_t failuresReported(std::string_view output) {
   return failures;
 }
 
-std::int32_t Verify() {
+std::int32_t Verify(const CommandLine& line) {
   const FunctionLog scope(__func__);
-  const MaybeString image = option("-path");
-  const MaybeString service = option("-service");
+  const MaybeString image = line.option("-path");
+  const MaybeString service = line.option("-service");
   verboseLine("IMAGE_PATH", image);
   verboseLine("SERVICE", service);
   get_Helmsman_Prefs();

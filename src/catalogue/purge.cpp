@@ -6,7 +6,6 @@
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
 #include "frontend/run/progress_log.h"
-#include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "product/paths.h"
 #include "product/snapshot_engine.h"
@@ -56,10 +55,10 @@ std::int32_t deleteSignedSnapshot(const std::string& path) {
 
 }  // namespace
 
-std::int32_t PurgeSnapShot() {
+std::int32_t PurgeSnapShot(const CommandLine& line) {
   FunctionLog scope(__func__);
   get_Helmsman_Prefs();
-  const MaybeString path = option("-path");
+  const MaybeString path = line.option("-path");
   debugPlatformLog("SS_PATH:nextPath =: %s", orNull(path));
   const MaybeString extension = path ? MaybeString(pathExtension(*path)) : std::nullopt;
   platformLogText("SS_PATH:pathExtension =: %s", orNull(extension));

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "frontend/run/command_line.h"
+
 namespace halyard {
 
 /// Deletes the snapshot "-path" through the snapshot engine, when one of its volume folders holds
@@ -12,6 +14,6 @@ namespace halyard {
 /// Prints:  what the engine answers when it refuses.
 /// Returns: the exit status: 74 when the purge ran to its end, whether or not anything was deleted,
 ///          or was refused; 1 when the engine refused.
-std::int32_t PurgeSnapShot();
+std::int32_t PurgeSnapShot(const CommandLine& line);
 
 }  // namespace halyard

@@ -3,7 +3,6 @@
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
-#include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "product/computer_name.h"
@@ -23,9 +22,8 @@ bool isListed(std::string_view line, Listing listing) {
 }
 
 void printSnapshots(Listing listing) {
-  get_Helmsman_Prefs();
   const std::string snapShotPath =
-      hostSnapshotFolder(runState().preferences.backupDestination, computerName());
+      hostSnapshotFolder(get_Helmsman_Prefs().backupDestination, computerName());
   debugPlatformLog("List:snapShotPath =: %s", snapShotPath.c_str());
   if (!host::isDirectory(snapShotPath)) {
     printText("Error: snapShotPath %s does not exist!\n", snapShotPath.c_str());

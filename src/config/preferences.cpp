@@ -107,21 +107,22 @@ void repairMissingPreferences() {
   if (isAnyPreferenceFileMissing()) runAdministrationTool();
 }
 
-void get_Helmsman_Prefs() {
+const PreferenceRecord& get_Helmsman_Prefs() {
   const FunctionLog scope(__func__);
   if (isAnyPreferenceFileMissing()) {
     printText("Fixing up default prefs by calling plugin...");
     runAdministrationTool();
     printText("done.\n");
   }
-  loadServices(runState().preferences);
-  loadEngine(runState().preferences);
+  PreferenceRecord& record = runState().preferences;
+  loadServices(record);
+  loadEngine(record);
+  return record;
 }
 
 std::int32_t willDoBackup() {
   const FunctionLog scope(__func__);
-  get_Helmsman_Prefs();
-  const PreferenceRecord& record = runState().preferences;
+  const PreferenceRecord& record = get_Helmsman_Prefs();
   return record.hasAnyService() && record.autoBackup == 1 ? 1 : 0;
 }
 

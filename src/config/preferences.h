@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/text.h"
+#include "frontend/run/preference_record.h"
 
 namespace halyard {
 
@@ -14,7 +15,8 @@ namespace halyard {
 /// Reads:  the two preference files; a missing or unreadable one leaves its fields as they were.
 /// Runs:   the administration tool with "settings" "backup" when either file is missing.
 /// Prints: the two repair messages, on one line, when it ran.
-void get_Helmsman_Prefs();
+/// Returns: that record.
+const PreferenceRecord& get_Helmsman_Prefs();
 
 /// Returns: 1 when at least one of the seven service entries is present, whatever its value, and
 ///          automatic backups are on; else 0.

@@ -6,7 +6,6 @@
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
-#include "frontend/run/run_state.h"
 #include "host/files/property_file.h"
 #include "host/log/system_log.h"
 #include "host/process/task.h"
@@ -51,10 +50,10 @@ std::string sanitizedVersion(std::string_view version) {
   return digits;
 }
 
-std::int32_t isValidSystem() {
+std::int32_t isValidSystem(const CommandLine& line) {
   FunctionLog scope(__func__);
-  MaybeString volume = option("-source");
-  if (!volume) volume = option("-target");
+  MaybeString volume = line.option("-source");
+  if (!volume) volume = line.option("-target");
   if (!volume) {
     scope.dropEnd();
     return 0;
@@ -67,9 +66,8 @@ std::int32_t isValidSystem() {
 
 void validate_FullPath(const std::string& /*path*/) {
   const FunctionLog scope(__func__);
-  get_Helmsman_Prefs();
   const std::string repository =
-      joinPath(runState().preferences.backupDestination, paths::kRepositoryName);
+      joinPath(get_Helmsman_Prefs().backupDestination, paths::kRepositoryName);
   if (host::isDirectory(repository)) {
     makeFolderWithMkdir(repository);
     return;

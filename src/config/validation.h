@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "frontend/run/command_line.h"
 #include "host/files/files.h"
 
 namespace halyard {
@@ -15,7 +16,7 @@ std::int32_t IsStandardServer();
 /// Reads:   the option "-source", else "-target"; the booted system's version file.
 /// Returns: 1 when that volume is an existing directory and the system's version number is greater
 ///          than 1059; else 0.
-std::int32_t isValidSystem();
+std::int32_t isValidSystem(const CommandLine& line);
 
 /// The version text as a digit string: without its dots; "0" is appended to one of two parts.
 /// Kept: 10.5.10 gives 10510 and passes, 11 gives 11 and fails.

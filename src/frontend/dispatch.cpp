@@ -40,8 +40,8 @@ constexpr std::int32_t kNoBrowseFolder = 2;
   endProcess(status);
 }
 
-std::int32_t runBackup() {
-  const MaybeString source = option("-source");
+std::int32_t runBackup(const CommandLine& line) {
+  const MaybeString source = line.option("-source");
   if (!source) return 0;
   if (!host::exists(*source)) {
     printText("Source volume %s for backup does not exist.\n", source->c_str());
@@ -52,18 +52,18 @@ std::int32_t runBackup() {
     removePidProcessFile();
     refuse("Backups are not enabled or no services are enabled for backup!");
   }
-  (void)haveRoomForBackup();  // Kept: the answer is always yes, and nobody looks at it.
-  Backup();
+  (void)haveRoomForBackup(line);  // Kept: the answer is always yes, and nobody looks at it.
+  Backup(line);
   return 0;
 }
 
-std::int32_t runBrowse() {
-  const MaybeString path = option("-path");
+std::int32_t runBrowse(const CommandLine& line) {
+  const MaybeString path = line.option("-path");
   if (!path) return 0;
   if (!host::isDirectory(*path)) {
     refuse("Snapshot path for browing does not exist.", kNoBrowseFolder);
   }
-  Browse();
+  Browse(line);
   return 0;
 }
 
@@ -73,8 +73,8 @@ void reportRestoreFailed() {
   host::systemLog(host::kErrorPriority, "Halyard :: Restore failed.\n");
 }
 
-std::int32_t runRestore() {
-  const MaybeString path = option("-path");
+std::int32_t runRestore(const CommandLine& line) {
+  const MaybeString path = line.option("-path");
   if (!path) return 0;
   // Kept: the restore commands share the browse message, misspelling included.
   if (!host::exists(*path)) refuse("Image path for browing does not exist.");
@@ -82,40 +82,41 @@ std::int32_t runRestore() {
     reportRestoreFailed();
     return 0;
   }
-  Restore();
+  Restore(line);
   // A restore that ran to its end has removed the folder; then no marker can be written.
   (void)host::writeFile(paths::kRestoreMarker, host::currentDateText(), host::Durability::power);
   return 0;
 }
 
-std::int32_t runRestoreService() {
-  const MaybeString path = option("-path");
+std::int32_t runRestoreService(const CommandLine& line) {
+  const MaybeString path = line.option("-path");
   if (!path) return 0;
   if (!host::exists(*path)) refuse("Image path for browing does not exist.");
-  const MaybeString service = option("-service");
+  const MaybeString service = line.option("-service");
   if (isValidService(service) == 0) {
     printText("Service supplied for restore (%s) is not recognized.\n", orNull(service));
     endProcess(kRefused);
   }
-  RestoreService();
+  RestoreService(line);
   return 0;
 }
 
-std::int32_t runVerify() {
-  const MaybeString path = option("-path");
+std::int32_t runVerify(const CommandLine& line) {
+  const MaybeString path = line.option("-path");
   if (!path) return 0;
   if (!host::exists(*path)) refuse("Image path for verifying does not exist.");
-  (void)Verify();  // Kept: the count never reaches the exit status.
+  (void)Verify(line);  // Kept: the count never reaches the exit status.
   return 0;
 }
 
-std::int32_t runSize() {
+std::int32_t runSize(const CommandLine& /*line*/) {
   (void)SizeRequired(true);
   return 0;
 }
 
+/// A command that reads nothing of the command line.
 template <auto command>
-std::int32_t run() {
+std::int32_t run(const CommandLine& /*line*/) {
   (void)command();
   return 0;
 }
@@ -125,7 +126,7 @@ enum class PidFile { none, whileRunning };
 struct Command {
   std::string_view word;  ///< Compared without regard to case.
   std::array<std::int32_t, 4> wordCounts;
-  std::int32_t (*run)();
+  std::int32_t (*run)(const CommandLine& line);
   PidFile pidFile = PidFile::none;
 };
 
@@ -154,33 +155,34 @@ const Command* findCommand(const MaybeString& word) {
   return found == kCommands.end() ? nullptr : found;
 }
 
-void printWrongCount(const Command& command, const MaybeString& word) {
+void printWrongCount(const Command& command, const CommandLine& line) {
+  const MaybeString word = line.option("-cmd");
   if (command.run == runRestoreService) {
-    printText("Wrong number of parameters for %s. %d\n", orNull(word), runState().wordCount);
+    printText("Wrong number of parameters for %s. %d\n", orNull(word), line.wordCount);
   } else {
     printText("Wrong number of parameters for %s.\n", orNull(word));
   }
   Usage();
 }
 
-std::int32_t runCommand(const Command* command, const MaybeString& word) {
+std::int32_t runCommand(const Command* command, const CommandLine& line) {
   if (command == nullptr) {
     printText("Legal options were not supplied!\n");
     Usage();
     return 0;
   }
-  if (std::ranges::find(command->wordCounts, runState().wordCount) == command->wordCounts.end()) {
-    printWrongCount(*command, word);
+  if (std::ranges::find(command->wordCounts, line.wordCount) == command->wordCounts.end()) {
+    printWrongCount(*command, line);
     return 0;
   }
-  return command->run();
+  return command->run(line);
 }
 
 }  // namespace
 
-std::int32_t validateOptionsAndDispatch() {
+std::int32_t validateOptionsAndDispatch(const CommandLine& line) {
   const FunctionLog scope(__func__);
-  const MaybeString word = option("-cmd");
+  const MaybeString word = line.option("-cmd");
   if (!host::exists(paths::kSetupMarker)) {
     refuse(
         "WARNING: The server is not setup so there are no actions to be performed until setup is "
@@ -188,8 +190,8 @@ std::int32_t validateOptionsAndDispatch() {
   }
   const Command* const command = findCommand(word);
   const bool marksRun = command != nullptr && command->pidFile == PidFile::whileRunning;
-  if (marksRun) setPidForProcess();
-  const std::int32_t status = runCommand(command, word);
+  if (marksRun) setPidForProcess(word);
+  const std::int32_t status = runCommand(command, line);
   if (marksRun) removePidProcessFile();
   return status;
 }

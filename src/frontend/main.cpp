@@ -9,6 +9,7 @@
 #include "config/validation.h"
 #include "frontend/dispatch.h"
 #include "frontend/options.h"
+#include "frontend/run/command_line.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
 #include "frontend/run/run_state.h"
@@ -36,10 +37,9 @@ void readRunFlags() {
 }
 
 /// From the fifth word, whatever option it belongs to.
-void setSnapshotRepository(const std::vector<std::string>& words) {
-  if (words.size() < 4) return;
-  runState().snapshotRepository =
-      joinComponents(pathComponents(joinPath(words[3], paths::kRepositoryName)));
+std::string snapshotRepositoryOf(const std::vector<std::string>& words) {
+  if (words.size() < 4) return {};
+  return joinComponents(pathComponents(joinPath(words[3], paths::kRepositoryName)));
 }
 
 std::int32_t runProgram(const std::vector<std::string>& words, int wordCount) {
@@ -47,10 +47,10 @@ std::int32_t runProgram(const std::vector<std::string>& words, int wordCount) {
   const FunctionLog scope("main()", FunctionLog::Blanks::one);
   readRunFlags();
   (void)IsStandardServer();
-  setSnapshotRepository(words);
+  CommandLine line{
+      .wordCount = wordCount, .options = {}, .snapshotRepository = snapshotRepositoryOf(words)};
   Prefs();
   if (runState().verbose) printText("Halyard was called.\n");
-  runState().wordCount = wordCount;
   if (!isAcceptableWordList(words)) {
     printText("Wrong number of parameters supplied.\n");
     debugDump(words);
@@ -61,8 +61,8 @@ std::int32_t runProgram(const std::vector<std::string>& words, int wordCount) {
     printText("Backup process is already running.\n");
     endProcess(kAlreadyRunning);
   }
-  ParseOptions(words);
-  return validateOptionsAndDispatch();
+  ParseOptions(words, line);
+  return validateOptionsAndDispatch(line);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <array>
 
 #include "frontend/run/function_log.h"
-#include "frontend/run/run_state.h"
 
 namespace halyard {
 
@@ -18,7 +17,7 @@ bool hasManyWordOption(const std::vector<std::string>& words) {
 
 }  // namespace
 
-void ParseOptions(const std::vector<std::string>& words) {
+void ParseOptions(const std::vector<std::string>& words, CommandLine& line) {
   const FunctionLog scope(__func__);
   std::string joined;
   std::size_t paired = words.size();
@@ -26,12 +25,11 @@ void ParseOptions(const std::vector<std::string>& words) {
     paired = kManyWordOptionIndex + 1;
     for (std::size_t i = paired; i < words.size(); ++i) joined += " " + words[i];
   }
-  auto& options = runState().options;
-  options.clear();
+  line.options.clear();
   for (std::size_t i = 0; i < paired && i + 1 < words.size(); i += 2) {
-    options[words[i]] = words[i + 1];
+    line.options[words[i]] = words[i + 1];
   }
-  if (paired < words.size()) options["-opt"] = joined;
+  if (paired < words.size()) line.options["-opt"] = joined;
 }
 
 bool isAcceptableWordList(const std::vector<std::string>& words) {

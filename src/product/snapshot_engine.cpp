@@ -1,7 +1,6 @@
 #include "product/snapshot_engine.h"
 
 #include <string_view>
-#include <vector>
 
 #include "base/property_list.h"
 #include "base/text.h"

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "backup/metadata_folder.h"
+#include "config/plugin_call.h"
 #include "config/preferences.h"
 #include "config/validation.h"
 #include "frontend/run/function_log.h"
@@ -13,7 +14,6 @@
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
-#include "host/process/task.h"
 #include "host/tree/move_item.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
@@ -47,18 +47,14 @@ void refuseBogusRestore() {
 }
 
 void runRestoreExecutable(const ServiceDescriptor& descriptor, const std::string& target) {
-  const MaybeString executable = descriptor.text("RestoreBinaryPath");
-  auto arguments = host::argumentsUpToAbsent(
+  PluginCall call(
+      descriptor.text("RestoreBinaryPath"),
       {"-cmd", "restore", "-path", joinPath(paths::kMetadataFolder, descriptor.serviceName()),
        "-log", descriptor.text("RestoreLog"), "-target", target});
-  if (const MaybeString action = descriptor.defaultAction()) {
-    arguments.insert(arguments.end(), {"-opt", *action});
-  }
-  host::TaskOptions options{.output = host::dropOutput, .error = host::dropOutput};
-  if (runState().debug) options.output = nullptr;  // captured for the line below
-  const host::TaskResult result = host::RunTask(executable, arguments, options);
-  debugPlatformLog("tRestoreBinaryPath =: %s", orNull(executable));
-  debugPlatformLog("args =: %s", listText(arguments).c_str());
+  call.addOption(descriptor.defaultAction());
+  const host::TaskResult result = call.runUnheard();
+  debugPlatformLog("tRestoreBinaryPath =: %s", orNull(call.executable));
+  debugPlatformLog("args =: %s", listText(call.arguments).c_str());
   debugPlatformLog("status =: %s", result.output.c_str());
   debugPlatformLog("error =: %d", 0);  // Kept: the number means nothing.
 }
@@ -101,10 +97,10 @@ void consumeMetadataFolder() {
 
 enum class Outcome { returned, bogus };
 
-Outcome restoreSystem() {
+Outcome restoreSystem(const CommandLine& line) {
   const FunctionLog scope("Restore");
-  const MaybeString image = option("-path");
-  const MaybeString target = option("-target");
+  const MaybeString image = line.option("-path");
+  const MaybeString target = line.option("-target");
   validate_LogPaths();
   debugLine("**IMG_PATH", image);
   debugLine("**DEST_VOL", target);
@@ -113,7 +109,7 @@ Outcome restoreSystem() {
     refuseBogusRestore();
     return Outcome::bogus;
   }
-  const bool valid = isValidSystem() != 0;
+  const bool valid = isValidSystem(line) != 0;
   if (!valid || target != "/") return Outcome::returned;
   get_Helmsman_Prefs();
   debugPlatformLog("mountedImagePath := %s", orNull(image));
@@ -132,8 +128,8 @@ Outcome restoreSystem() {
 
 }  // namespace
 
-void Restore() {
-  if (restoreSystem() == Outcome::bogus) endProcess(kBogusRestore);  // after its end line
+void Restore(const CommandLine& line) {
+  if (restoreSystem(line) == Outcome::bogus) endProcess(kBogusRestore);  // after its end line
 }
 
 }  // namespace halyard

@@ -1,6 +1,8 @@
 // The second half of a whole-system recovery.
 #pragma once
 
+#include "frontend/run/command_line.h"
+
 namespace halyard {
 
 /// Puts every service's files back from "/.Halyards", as it came back with the system volume, and
@@ -13,6 +15,6 @@ namespace halyard {
 ///         volume is the one that was backed up, or that is not known: then the metadata folder
 ///         and the pid file are removed first.
 /// Kept:   an unfit system, or a target that is not "/", returns without a word.
-void Restore();
+void Restore(const CommandLine& line);
 
 }  // namespace halyard

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "config/plugin_call.h"
 #include "config/preferences.h"
 #include "config/validation.h"
 #include "frontend/run/function_log.h"
@@ -10,7 +11,6 @@
 #include "frontend/run/progress_log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
-#include "host/process/task.h"
 #include "product/metadata_folder.h"
 #include "product/paths.h"
 #include "product/service_descriptor.h"
@@ -32,30 +32,22 @@ void endWithoutVolumes(const MaybeString& image, const MaybeString& target) {
 }
 
 /// Kept: without "-opt" the list has two such pairs, "all" first and the default action last.
-std::vector<std::string> restoreArguments(const ServiceDescriptor& descriptor,
-                                          const std::string& metadataRoot,
-                                          const MaybeString& requested) {
-  auto arguments = host::argumentsUpToAbsent(
+void runRestoreExecutable(const ServiceDescriptor& descriptor, const std::string& metadataRoot,
+                          const MaybeString& requested) {
+  PluginCall call(
+      descriptor.text("RestoreBinaryPath"),
       {"-cmd", "restore", "-opt", requested.value_or("all"), "-path",
        joinPath(metadataRoot, descriptor.serviceName()), "-log", descriptor.text("RestoreLog")});
-  const MaybeString action = descriptor.defaultAction();
-  if (action && !requested) arguments.insert(arguments.end(), {"-opt", *action});
-  return arguments;
-}
-
-void runRestoreExecutable(const ServiceDescriptor& descriptor,
-                          const std::vector<std::string>& arguments) {
-  host::TaskOptions options{.output = host::dropOutput, .error = host::dropOutput};
-  if (runState().debug) options.output = nullptr;  // captured for the dump below
-  const host::TaskResult result =
-      host::RunTask(descriptor.text("RestoreBinaryPath"), arguments, options);
-  debugDump(arguments);
+  if (!requested) call.addOption(descriptor.defaultAction());
+  const host::TaskResult result = call.runUnheard();
+  debugDump(call.arguments);
   debugDump(MaybeString(result.output));
 }
 
 /// Returns the live paths that were handled.
 std::vector<std::string> restoreFromDescriptor(const std::string& path,
                                                const std::string& metadataRoot,
+                                               const MaybeString& requested,
                                                const ProgressLog& progress) {
   const ServiceDescriptor descriptor = ServiceDescriptor::read(path);
   const MaybeString service = descriptor.serviceName();
@@ -67,14 +59,15 @@ std::vector<std::string> restoreFromDescriptor(const std::string& path,
   debugDump(descriptor.list("DataFiles"));
   auto restored = restoreServiceFiles(metadataRoot, descriptor, progress);
   progress.step(service, "Calling service restore binary...");
-  runRestoreExecutable(descriptor, restoreArguments(descriptor, metadataRoot, option("-opt")));
+  runRestoreExecutable(descriptor, metadataRoot, requested);
   progress.step(service, "Service restore binary done.");
   return restored;
 }
 
 /// Every entry of the configuration folder whose name contains the service text, the preference
 /// file and executables included.
-void restoreMatchingDescriptors(const MaybeString& service, const std::string& metadataRoot) {
+void restoreMatchingDescriptors(const CommandLine& line, const std::string& metadataRoot) {
+  const MaybeString service = line.option("-service");
   const ProgressLog progress = ProgressLog::open();
   std::vector<std::string> restored;
   for (const std::string& name : host::listDirectory(paths::kConfigurationFolder)) {
@@ -82,7 +75,7 @@ void restoreMatchingDescriptors(const MaybeString& service, const std::string& m
     const std::string path = matches ? joinPath(paths::kConfigurationFolder, name) : std::string();
     debugLine("tStr", path);
     if (!host::exists(path)) continue;
-    const auto files = restoreFromDescriptor(path, metadataRoot, progress);
+    const auto files = restoreFromDescriptor(path, metadataRoot, line.option("-opt"), progress);
     restored.insert(restored.end(), files.begin(), files.end());
   }
   syncRestored(restored);
@@ -90,16 +83,16 @@ void restoreMatchingDescriptors(const MaybeString& service, const std::string& m
 
 }  // namespace
 
-void RestoreService() {
+void RestoreService(const CommandLine& line) {
   const FunctionLog scope(__func__);
-  const MaybeString requestedImage = option("-path");
-  const MaybeString target = option("-target");
+  const MaybeString requestedImage = line.option("-path");
+  const MaybeString target = line.option("-target");
   validate_LogPaths();
   debugLine("IMG_PATH", requestedImage);
   debugLine("DEST_VOL", target);
   endWithoutVolumes(requestedImage, target);
   std::string image = *requestedImage;
-  const bool valid = isValidSystem() != 0;
+  const bool valid = isValidSystem(line) != 0;
   if (valid && target == "/") {
     get_Helmsman_Prefs();
   } else {
@@ -109,7 +102,7 @@ void RestoreService() {
   const std::string metadataRoot = findSnapshotMetadataFolder(
       image, [](const std::string& entry) { debugPlatformLog("nextPath := %s", entry.c_str()); });
   debugPlatformLog("serverMetaDataPath := %s", metadataRoot.c_str());
-  restoreMatchingDescriptors(option("-service"), metadataRoot);
+  restoreMatchingDescriptors(line, metadataRoot);
 }
 
 }  // namespace halyard

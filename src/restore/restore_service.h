@@ -1,6 +1,8 @@
 // Restore of one service from a snapshot, on the live system.
 #pragma once
 
+#include "frontend/run/command_line.h"
+
 namespace halyard {
 
 /// Puts one service's files back from a snapshot and runs its restore executable.
@@ -12,6 +14,6 @@ namespace halyard {
 /// Ends:   with 0 when target or snapshot is missing (the pid file stays).
 /// Kept:   an unfit system, or a target that is not "/", does not stop it: it goes on without a
 ///         metadata folder, and the executables still run, on "/<service>".
-void RestoreService();
+void RestoreService(const CommandLine& line);
 
 }  // namespace halyard

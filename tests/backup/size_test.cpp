@@ -125,7 +125,7 @@ TEST_F(VolumeSize, TheTotalIsReturnedInBytes) {
     runState().preferences.services[4] = PropertyValue(1);
     std::printf("%ld\n", static_cast<long>(SizeRequired(true)));
     std::printf("%ld\n", static_cast<long>(SizeRequired(false)));
-    return static_cast<int>(haveRoomForBackup());
+    return static_cast<int>(haveRoomForBackup(CommandLine()));
   });
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.out, "total := 1027\n1051648\n1051648\n");

@@ -98,7 +98,7 @@ TEST_F(Validation, WithoutSourceAndTargetTheSystemIsNotValidAndNoEndLineIsPrinte
   const auto result = runOperation(root, [] {
     runState().functionLog = true;
     runState().debug = true;
-    return static_cast<int>(isValidSystem());
+    return static_cast<int>(isValidSystem(CommandLine()));
   });
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "Start isValidSystem" + std::string(55, '-') + "+\n");
@@ -107,10 +107,11 @@ TEST_F(Validation, WithoutSourceAndTargetTheSystemIsNotValidAndNoEndLineIsPrinte
 TEST_F(Validation, ATargetThatIsAFileIsNotValid) {
   root.writeFile("/plain", "");
   const auto result = runOperation(root, [] {
-    runState().options["-target"] = "/plain";
-    const int file = isValidSystem();
-    runState().options["-target"] = "/";
-    return 10 * file + isValidSystem();
+    CommandLine line;
+    line.options["-target"] = "/plain";
+    const int file = isValidSystem(line);
+    line.options["-target"] = "/";
+    return 10 * file + isValidSystem(line);
   });
   EXPECT_EQ(result.status, 1);
 }

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "support/scoped_run_state.h"
-
 namespace halyard {
 namespace {
 
@@ -15,11 +13,12 @@ using Words = std::vector<std::string>;
 class ParseOptionsTest : public testing::Test {
  protected:
   const std::map<std::string, std::string>& parsed(const Words& words) {
-    ParseOptions(words);
-    return runState().options;
+    ParseOptions(words, line);
+    return line.options;
   }
+  MaybeString option(const std::string& word) const { return line.option(word); }
 
-  test::ScopedRunState state_;
+  CommandLine line;
 };
 
 TEST_F(ParseOptionsTest, PairsBecomeEntries) {
@@ -43,51 +42,54 @@ TEST_F(ParseOptionsTest, ALastWordWithoutPartnerIsLeftOut) {
 
 TEST_F(ParseOptionsTest, OptAsTheFifthPairTakesEveryWordAfterIt) {
   ParseOptions(
-      {"-cmd", "restoreService", "-path", "P", "-target", "/", "-service", "S", "-opt", "a", "b"});
+      {"-cmd", "restoreService", "-path", "P", "-target", "/", "-service", "S", "-opt", "a", "b"},
+      line);
   EXPECT_EQ(option("-opt"), " a b");
   EXPECT_EQ(option("-service"), "S");
-  EXPECT_EQ(runState().options.size(), 5U);
+  EXPECT_EQ(line.options.size(), 5U);
 }
 
 TEST_F(ParseOptionsTest, OptTakesWordsThatLookLikeOptions) {
   ParseOptions(
-      {"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-opt", "a", "-path", "Q"});
+      {"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-opt", "a", "-path", "Q"},
+      line);
   EXPECT_EQ(option("-opt"), " a -path Q");
   EXPECT_EQ(option("-path"), "P");
 }
 
 TEST_F(ParseOptionsTest, OptTakesEmptyWords) {
-  ParseOptions({"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-opt", "", ""});
+  ParseOptions({"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-opt", "", ""}, line);
   EXPECT_EQ(option("-opt"), "  ");
 }
 
 TEST_F(ParseOptionsTest, OptWithOneWordAsTheFifthPairIsAPlainPair) {
-  ParseOptions({"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-opt", "a"});
+  ParseOptions({"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-opt", "a"}, line);
   EXPECT_EQ(option("-opt"), "a");
 }
 
 TEST_F(ParseOptionsTest, OptElsewhereIsAPlainPair) {
-  ParseOptions(
-      {"-opt", "a", "-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-x", "y"});
+  ParseOptions({"-opt", "a", "-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-x", "y"},
+               line);
   EXPECT_EQ(option("-opt"), "a");
   EXPECT_EQ(option("-x"), "y");
 }
 
 TEST_F(ParseOptionsTest, AnEarlierOptIsReplacedByTheFifthPair) {
-  ParseOptions({"-opt", "first", "-path", "P", "-target", "/", "-service", "S", "-opt", "a", "b"});
+  ParseOptions({"-opt", "first", "-path", "P", "-target", "/", "-service", "S", "-opt", "a", "b"},
+               line);
   EXPECT_EQ(option("-opt"), " a b");
 }
 
 TEST_F(ParseOptionsTest, AnotherLetterCaseIsNotOpt) {
-  ParseOptions(
-      {"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-OPT", "a", "-b", "c"});
+  ParseOptions({"-cmd", "x", "-path", "P", "-target", "/", "-service", "S", "-OPT", "a", "-b", "c"},
+               line);
   EXPECT_EQ(option("-opt"), std::nullopt);
   EXPECT_EQ(option("-OPT"), "a");
   EXPECT_EQ(option("-b"), "c");
 }
 
 TEST_F(ParseOptionsTest, EachCallStartsAfresh) {
-  ParseOptions({"-cmd", "list"});
+  ParseOptions({"-cmd", "list"}, line);
   EXPECT_THAT(parsed({"-path", "/a"}), ElementsAre(Pair("-path", "/a")));
 }
 

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "frontend/run/function_log.h"
-#include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/process/process.h"
@@ -13,11 +12,11 @@
 
 namespace halyard {
 
-void setPidForProcess() {
+void setPidForProcess(const MaybeString& command) {
   const FunctionLog scope(__func__);
   removePidProcessFile();
   const std::string line =
-      std::to_string(host::processIdentifier()) + texts::kSeparator + orNull(option("-cmd")) + "\n";
+      std::to_string(host::processIdentifier()) + texts::kSeparator + orNull(command) + "\n";
   // A run without its marker is still a run.
   (void)host::writeFile(paths::kPidFile, line, host::Durability::power);
 }

@@ -19,13 +19,6 @@ RunState& runState() {
   return state;
 }
 
-MaybeString option(const std::string& word) {
-  const auto& options = runState().options;
-  const auto found = options.find(word);
-  if (found == options.end()) return std::nullopt;
-  return found->second;
-}
-
 void endProcess(std::int32_t status) { std::exit(status); }
 
 }  // namespace halyard

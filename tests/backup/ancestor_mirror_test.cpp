@@ -1,9 +1,8 @@
-#include "config/ancestor_mirror.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "backup/service_backup.h"
 #include "support/scratch.h"
 
 namespace halyard {
