@@ -5,6 +5,8 @@
 #include <system_error>
 #include <utility>
 
+#include "common/visible_text.h"
+
 namespace halyard::hostkit {
 
 namespace {
@@ -41,8 +43,13 @@ void rememberError(std::string_view text) {
 // One write a message, so that the lines of two processes do not run into each other.
 void writeMessage(std::string_view kind, std::string_view text) {
   std::string line = programName();
-  line.append(": ").append(kind).append(text).append("\n");
+  line.append(": ").append(kind).append(visibleText(text)).append("\n");
   (void)std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void writeLine(std::string_view line) {
+  (void)std::fwrite(line.data(), 1, line.size(), stdout);
+  (void)std::fputc('\n', stdout);
 }
 
 std::string dumped(nlohmann::json document, int indent) {
@@ -67,19 +74,16 @@ void printNote(std::string_view text) {
 
 void setQuiet(bool quiet) { notesAreOff() = quiet; }
 
-void printLine(std::string_view line) {
-  (void)std::fwrite(line.data(), 1, line.size(), stdout);
-  (void)std::fputc('\n', stdout);
-}
+void printLine(std::string_view line) { writeLine(visibleText(line)); }
 
 void printJson(const nlohmann::json& document) {
   jsonState().answered = true;
-  printLine(dumped(document, 2));
+  writeLine(dumped(document, 2));
 }
 
 void printJsonLine(const nlohmann::json& document, JsonLine line) {
   if (line == JsonLine::last) jsonState().answered = true;
-  printLine(dumped(document, -1));
+  writeLine(dumped(document, -1));
   (void)std::fflush(stdout);
 }
 

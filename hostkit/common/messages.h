@@ -1,5 +1,5 @@
 // Messages for people: standard error, with the program's name in front. Results go to standard
-// output; nothing else does.
+// output; nothing else does. What a terminal must not be given is escaped (see visibleText).
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "common/messages.h"
+#include "common/visible_text.h"
 
 namespace halyard::hostkit {
 
@@ -16,7 +17,7 @@ bool confirmed(const std::string& question) {
     return false;
   }
   (void)std::fflush(stdout);
-  (void)std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  (void)std::fprintf(stderr, "%s [y/N] ", visibleText(question).c_str());
   std::array<char, 64> line{};
   if (std::fgets(line.data(), line.size(), stdin) == nullptr) (void)std::fputc('\n', stderr);
   const std::string answer(trimLineFeeds(line.data()));

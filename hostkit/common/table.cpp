@@ -3,10 +3,15 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "common/visible_text.h"
 
 namespace halyard::hostkit {
 
-std::string tableText(const std::vector<std::vector<std::string>>& rows) {
+std::string tableText(const std::vector<std::vector<std::string>>& cells) {
+  std::vector<std::vector<std::string>> rows = cells;
+  for (auto& row : rows) {
+    for (std::string& cell : row) cell = visibleText(cell);
+  }
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {
     if (row.size() > widths.size()) widths.resize(row.size(), 0);

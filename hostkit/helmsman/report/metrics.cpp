@@ -1,13 +1,13 @@
 #include "helmsman/report/metrics.h"
 
-#include <sys/stat.h>
-
+#include <cerrno>
 #include <cstdio>
 
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
+#include "common/safe_folder.h"
 #include "common/times.h"
 #include "host/files/files.h"
 #include "host/log/system_log.h"
@@ -53,7 +53,10 @@ class Metrics {
 void addServices(const RunRecord& record, Metrics& metrics) {
   metrics.describe("halyard_service_result", "1 when the last backup of the service was good.");
   for (const ServiceResult& service : record.services) {
-    metrics.value("halyard_service_result", service.name, service.done ? 1 : 0);
+    // What is not on this host is neither good nor bad.
+    if (!service.absent) {
+      metrics.value("halyard_service_result", service.name, service.done ? 1 : 0);
+    }
   }
   metrics.describe("halyard_service_bytes", "Size of the service in the last backup.");
   for (const ServiceResult& service : record.services) {
@@ -68,10 +71,18 @@ void addServices(const RunRecord& record, Metrics& metrics) {
   }
 }
 
-bool writeTo(const std::string& folder) {
-  const std::string path = joinPath(folder, kMetricsFileName);
-  // Read by an account of its own, and never half written: the file is renamed into place.
-  return host::writeFile(path, metricsText(readLastRecord())) && ::chmod(path.c_str(), 0644) == 0;
+// The folder may be another account's, who must not lead root astray.
+bool writeTo(const std::string& path) {
+  // Read by an account of its own.
+  constexpr mode_t kMode = 0644;
+  const host::Descriptor folder = openFolderSafely(path);
+  if (folder && replaceFile(folder, kMetricsFileName, metricsText(readLastRecord()), kMode)) {
+    return true;
+  }
+  printError(joinPath(path, kMetricsFileName) + " could not be written: " +
+             (errno == ELOOP || errno == ENOTDIR ? "a part of the path is a link or no folder"
+                                                 : errnoText(errno)));
+  return false;
 }
 
 // A run that ended by itself has kept its own record, and not a good one; one that was killed has
@@ -125,15 +136,11 @@ int metrics(const MetricsArguments& arguments) {
     return finishOutput() ? kSuccess : kFailure;
   }
   const std::string folder = arguments.folder.empty() ? kMetricsFolder : arguments.folder;
-  if (writeTo(folder)) return kSuccess;
-  printError(joinPath(folder, kMetricsFileName) + " could not be written");
-  return kFailure;
+  return writeTo(folder) ? kSuccess : kFailure;
 }
 
 bool writeMetricsWhereWanted() {
-  if (!host::isDirectory(kMetricsFolder) || writeTo(kMetricsFolder)) return true;
-  printWarning(joinPath(kMetricsFolder, kMetricsFileName) + " could not be written");
-  return false;
+  return !host::isDirectory(kMetricsFolder) || writeTo(kMetricsFolder);
 }
 
 }  // namespace halyard::hostkit

@@ -22,7 +22,7 @@ struct MetricsArguments {
 /// Returns the exit status.
 int metrics(const MetricsArguments& arguments);
 
-/// Writes the file when its folder is there; false, and a warning, when it could not be written.
+/// Writes the file when its folder is there; false, and an error, when it could not be written.
 bool writeMetricsWhereWanted();
 
 }  // namespace halyard::hostkit

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "common/visible_text.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
@@ -29,7 +30,7 @@ bool printAnswer(const std::string& output) {
       printWarning(line);
     } else {
       answered = answered || !line.empty();
-      (void)std::fwrite(line.data(), 1, line.size(), stdout);
+      (void)std::fputs(visibleText(line).c_str(), stdout);
       if (end != std::string_view::npos) (void)std::fputc('\n', stdout);
     }
     rest = end == std::string_view::npos ? std::string_view{} : rest.substr(end + 1);
