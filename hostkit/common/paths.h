@@ -27,6 +27,9 @@ inline constexpr char kStateFolder[] = "/var/lib/halyard";
 inline constexpr char kLastBackupFile[] = "/var/lib/halyard/last-backup.json";
 inline constexpr char kResultFolder[] = "/var/lib/halyard/results";
 inline constexpr char kUndoFolder[] = "/var/lib/halyard/undo";
+inline constexpr char kMachineRecordName[] =
+    ".machine-id";  // In a host's folder of the repository.
+inline constexpr char kEngineConfigFile[] = "/etc/halyard-host/snapwheel.conf";
 inline constexpr char kExclusionFile[] = "/etc/halyard-host/snapwheel.exclude";
 inline constexpr char kMetricsFolder[] = "/var/lib/prometheus/node-exporter";
 inline constexpr char kMetricsFileName[] = "halyard.prom";

@@ -25,6 +25,9 @@ std::string commandName(const CLI::App& app) {
 // The parser names what is missing before what it does not know; the unknown word comes first here,
 // because it is usually the reason why something is missing.
 std::string refusalText(const CLI::App& app, const CLI::ParseError& problem) {
+  if (dynamic_cast<const CLI::ConfigError*>(&problem) != nullptr) {
+    return app.get_config_ptr()->as<std::string>() + ": " + problem.what();
+  }
   const std::vector<std::string> unknown = app.remaining(true);
   if (unknown.empty() && app.get_subcommands().empty() && problem.get_name() == "RequiredError") {
     return "a subcommand is missing";

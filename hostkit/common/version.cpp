@@ -4,4 +4,6 @@ namespace halyard::hostkit {
 
 const char* versionText() { return HOSTKIT_VERSION; }
 
+int buildYear() { return HOSTKIT_BUILD_YEAR; }
+
 }  // namespace halyard::hostkit

@@ -6,4 +6,7 @@ namespace halyard::hostkit {
 /// As in "1.0.0".
 const char* versionText();
 
+/// The year in which it was built.
+int buildYear();
+
 }  // namespace halyard::hostkit

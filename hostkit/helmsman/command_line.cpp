@@ -21,9 +21,11 @@
 #include "helmsman/settings/destination.h"
 #include "helmsman/settings/enable.h"
 #include "helmsman/settings/schedule.h"
+#include "helmsman/settings/servers.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/setup.h"
 #include "helmsman/snapshots/browse.h"
+#include "helmsman/snapshots/machine_record.h"
 #include "helmsman/snapshots/purge.h"
 #include "helmsman/snapshots/snapshots.h"
 
@@ -58,6 +60,7 @@ class CommandLine {
   Needs needs_ = Needs::nothing;
 
   bool json_ = false;
+  bool adopt_ = false;
   DestinationArguments destination_;
   ScheduleArguments schedule_;
   BackupArguments backup_;
@@ -77,6 +80,7 @@ CommandLine::CommandLine() {
   prepareCommandLine(app_);
   app_.add_flag("-q,--quiet", quiet_, "No notes, only results, warnings and errors");
   app_.fallthrough();
+  app_.footer("Plain words for services: " + plainWords() + ".\n" + app_.get_footer());
   addHostCommands();
   addServiceCommands();
   addSchedule();
@@ -106,15 +110,22 @@ void CommandLine::addHostCommands() {
       ->required()
       ->check(CLI::IsMember({"backup"}));
 
-  CLI::App* destination = add("destination", "Set, show or list where snapshots go", Needs::root,
-                              [this] { return hostkit::destination(destination_); });
+  CLI::App* destination =
+      add("destination", "Set, show or list where snapshots go", Needs::root,
+          [this] { return adopt_ ? adoptDestination() : hostkit::destination(destination_); });
   CLI::Option* where = destination->add_option("SPEC", destination_.specification,
                                                "A folder, or UUID=, LABEL=, PARTUUID=, PARTLABEL=");
   CLI::Option* show = destination->add_flag("--show", destination_.show, "Show the one that is set")
                           ->excludes(where);
-  destination->add_flag("--list", destination_.list, "List the volumes that could serve")
+  CLI::Option* list =
+      destination->add_flag("--list", destination_.list, "List the volumes that could serve")
+          ->excludes(where)
+          ->excludes(show);
+  destination
+      ->add_flag("--adopt", adopt_, "Record the folder of the snapshots there as this machine's")
       ->excludes(where)
-      ->excludes(show);
+      ->excludes(show)
+      ->excludes(list);
   destination->add_flag("--json", destination_.json, "Print JSON")->excludes(where);
   destination->add_flag("--same-volume", destination_.sameVolume,
                         "Accept a folder on the volume that is backed up");
@@ -131,7 +142,8 @@ void CommandLine::addServiceCommands() {
   CLI::App* disable = add("disable", "Switch services off for backup", Needs::root,
                           [this] { return switchServices(services_, ServiceSwitch::off); });
   for (CLI::App* command : {enable, disable}) {
-    command->add_option("SERVICE", services_, "Names, or beginnings of names")->required();
+    command->add_option("SERVICE", services_, "Names, plain words, or beginnings of names")
+        ->required();
   }
 }
 
@@ -177,13 +189,15 @@ void CommandLine::addSnapshotCommands() {
 
   CLI::App* browse = add("browse", "Show what a snapshot holds of a service", Needs::root,
                          [this] { return hostkit::browse(browse_); });
-  browse->add_option("SERVICE", browse_.service, "A name, the beginning of one, or all");
+  browse->add_option("SERVICE", browse_.service,
+                     "A name, a plain word, the beginning of a name, or all");
   addFrom(browse, browse_.snapshot);
   browse->add_option("--opt", browse_.option, "Hand TEXT to the service")->type_name("TEXT");
 
   CLI::App* verify = add("verify", "Compare live services with a snapshot", Needs::root,
                          [this] { return hostkit::verify(verify_); });
-  verify->add_option("SERVICE", verify_.services, "Names; none: all that the snapshot holds");
+  verify->add_option("SERVICE", verify_.services,
+                     "Names or plain words; none: all that the snapshot holds");
   addFrom(verify, verify_.snapshot);
   verify->add_flag("--json", verify_.json, "Print JSON");
 
@@ -198,7 +212,9 @@ void CommandLine::addSnapshotCommands() {
 void CommandLine::addRestoreCommands() {
   CLI::App* restore = add("restore", "Put one service back from a snapshot", Needs::root,
                           [this] { return hostkit::restore(restore_); });
-  restore->add_option("SERVICE", restore_.service, "A name, or the beginning of one")->required();
+  restore
+      ->add_option("SERVICE", restore_.service, "A name, a plain word, or the beginning of a name")
+      ->required();
   addFrom(restore, restore_.snapshot);
   restore->add_option("--opt", restore_.option, "Hand TEXT to the service")->type_name("TEXT");
   restore->add_flag("-n,--dry-run", restore_.dryRun, "Only show what would happen");
@@ -207,7 +223,8 @@ void CommandLine::addRestoreCommands() {
 
   CLI::App* undo = add("undo", "Take the last restore of a service back", Needs::root,
                        [this] { return hostkit::undo(undo_); });
-  undo->add_option("SERVICE", undo_.service, "A name, or the beginning of one")->required();
+  undo->add_option("SERVICE", undo_.service, "A name, a plain word, or the beginning of a name")
+      ->required();
   undo->add_flag("-y,--yes", undo_.yes, "Do not ask");
 }
 

@@ -19,7 +19,9 @@ using Command = std::function<int(const CommandOptions&)>;
 
 /// Options that every command takes, before or after its word and in the configuration file.
 void addCommonOptions(CLI::App& app, CommandOptions& options) {
-  app.set_config("--config", snapwheel::kConfigurationFile, "Read options from this file");
+  app.set_config("--config", hostkit::kEngineConfigFile, "Read options from this file");
+  // A rule that is misspelt must not be passed over: snapshots would go that it was to keep.
+  app.allow_config_extras(CLI::config_extras_mode::error);
   app.add_option("--destination", options.destination,
                  "The backup volume: a folder, UUID=..., LABEL=... (else as the preferences say)")
       ->type_name("SPEC");

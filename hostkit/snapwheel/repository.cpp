@@ -10,6 +10,7 @@
 #include <climits>
 
 #include "base/text.h"
+#include "common/paths.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
@@ -44,7 +45,8 @@ bool isRealDirectory(const std::string& path) {
 HostFolderListing sortNames(const std::vector<std::string>& names) {
   HostFolderListing listing;
   for (const std::string& name : names) {
-    if (name == paths::kLatestName || name == kLockFile) continue;
+    if (name == paths::kLatestName || name == kLockFile || name == hostkit::kMachineRecordName)
+      continue;
     if (isInProgress(name)) {
       listing.inProgress.push_back(name);
     } else if (snapshotInstant(name)) {

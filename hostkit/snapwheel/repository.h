@@ -7,6 +7,7 @@
 //     2026-11-22-020000.inProgress  one that is being made or removed, or was interrupted
 //     Latest -> 2026-11-21-055330
 //     .lock                         held while a snapshot is made or removed
+//     .machine-id                   whose folder it is, as helmsman recorded it
 #pragma once
 
 #include <optional>
@@ -29,7 +30,8 @@ struct HostFolderListing {
   std::vector<std::string> foreign;     ///< Anything that the engine did not make.
 };
 
-/// Sorts the names of a host's folder; the link and the lock file are in no list.
+/// Sorts the names of a host's folder; the link, the lock file and the record of the
+/// machine are in no list.
 HostFolderListing sortNames(const std::vector<std::string>& names);
 
 /// One host's part of a repository.

@@ -9,9 +9,6 @@
 
 namespace halyard::snapwheel {
 
-// Not in /etc/halyard: there every file counts as the descriptor of a service.
-inline constexpr const char* kConfigurationFile = "/etc/halyard-host/snapwheel.conf";
-
 /// The folder that receives snapshots: what the given alias record leads to, else the engine's
 /// preference "BackupAlias". Throws Failure with what an administrator can do when it leads
 /// nowhere.

@@ -61,6 +61,7 @@ for command in $(subcommandsOf snapwheel); do
 done
 
 offers "a service by its beginning" depotHost "$(completed helmsman restore dep)"
+offers "a plain word" mail "$(completed helmsman restore mai)"
 offers "a snapshot to restore from" $'2026-11-20-020000\n2026-11-21-020000\nlatest' \
   "$(completed helmsman restore depotHost --from '')"
 offers "the snapshots to purge" $'2026-11-20-020000\n2026-11-21-020000' "$(completed helmsman purge 2)"

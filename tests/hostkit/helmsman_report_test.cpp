@@ -179,14 +179,14 @@ TEST_F(HelmsmanCheck, FindsFaultsInThePreferences) {
                                               "<key>Day</key><string>Someday</string>"
                                               "<key>Colour</key><string>red</string></dict>"));
   const auto lines = findings();
-  EXPECT_THAT(lines, Contains("warning service: is no key that is read"));
+  EXPECT_THAT(lines, Contains("error service: is no key that is read"));
   EXPECT_THAT(lines, Contains(HasSubstr("warning depotHost: is 2: backed up, and left out")));
   EXPECT_THAT(lines, Contains(HasSubstr("warning postHost: is on, and no descriptor")));
   EXPECT_THAT(lines, Contains(HasSubstr("warning chessHost: is none of the seven")));
   EXPECT_THAT(lines, Contains("error BackupAlias: '/Volumes/Away' leads to no volume"));
   EXPECT_THAT(lines, Contains(HasSubstr("warning Day: ")));
   EXPECT_THAT(lines, Contains(HasSubstr("warning Time: is missing")));
-  EXPECT_THAT(lines, Contains("warning Colour: is no key that is read"));
+  EXPECT_THAT(lines, Contains("error Colour: is no key that is read"));
 }
 
 TEST_F(HelmsmanCheck, FindsPreferencesThatCannotBeRead) {

@@ -143,7 +143,8 @@ TEST_F(HelmsmanRestore, RefusesWhatTheSnapshotDoesNotHold) {
 
 TEST_F(HelmsmanRestore, RefusesAServiceOrASnapshotThatIsNotThere) {
   EXPECT_THAT(helmsman({"restore", "nothing", "--yes"}).err,
-              HasSubstr("there is no service 'nothing'; there are: depotHost, postHost"));
+              HasSubstr("there is no service 'nothing'; there are: depotHost (shares), "
+                        "postHost (mail)"));
   EXPECT_THAT(helmsman({"restore", "depot", "--yes", "--from", "2025"}).err,
               HasSubstr("'2025' is no snapshot of this host"));
   EXPECT_THAT(helmsman({"restore", "post", "--yes"}).err,

@@ -8,8 +8,11 @@
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "helmsman/lint/descriptor_lint.h"
+#include "helmsman/lint/engine_lint.h"
 #include "helmsman/lint/finding.h"
+#include "helmsman/lint/host_lint.h"
 #include "helmsman/lint/preference_lint.h"
+#include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
@@ -40,6 +43,12 @@ void askForSize(const InstalledDescriptor& descriptor, Findings& findings) {
   if (!program || !host::isExecutableFile(*program)) return;
   const host::TaskResult result = host::RunTask(*program, {"-cmd", "size", "-opt", "all"});
   lintSizeAnswer(descriptor, result.output, findings);
+}
+
+void noteWhatIsNotHere(const std::vector<InstalledDescriptor>& descriptors) {
+  for (const InstalledDescriptor& descriptor : descriptors) {
+    if (!isOnThisHost(descriptor)) printNote(descriptor.serviceName() + " is not on this host");
+  }
 }
 
 void print(const Findings& findings, bool asJson) {
@@ -75,6 +84,8 @@ int check(const CheckArguments& arguments) {
   lintTogether(descriptors, findings);
   lintServicePreferences(descriptors, findings);
   lintEnginePreferences(findings);
+  lintEngineConfiguration(findings);
+  lintHost(findings);
   print(findings, arguments.json);
 
   const auto errors = std::count_if(findings.begin(), findings.end(), [](const Finding& finding) {
@@ -82,6 +93,7 @@ int check(const CheckArguments& arguments) {
   });
   const auto warnings = static_cast<std::ptrdiff_t>(findings.size()) - errors;
   if (!arguments.json) {
+    noteWhatIsNotHere(descriptors);
     printNote(std::to_string(descriptors.size()) + " descriptors, " + std::to_string(errors) +
               " errors, " + std::to_string(warnings) + " warnings");
   }

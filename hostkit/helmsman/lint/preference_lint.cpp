@@ -116,7 +116,9 @@ void lintServicePreferences(const std::vector<InstalledDescriptor>& descriptors,
   const auto preferences = readOrFind(paths::kPreferenceFile, list);
   if (!preferences) return;
   for (const auto& [key, value] : *preferences) {
-    if (key != keys::kServices) list.warning(key, "is no key that is read", "check the spelling");
+    if (key != keys::kServices) {
+      list.error(key, "is no key that is read", "check the spelling, or remove it");
+    }
   }
   const PropertyDictionary* services = preferences->dictionary(keys::kServices);
   if (services == nullptr) {
@@ -143,7 +145,7 @@ void lintEnginePreferences(Findings& findings) {
   if (!preferences) return;
   for (const auto& [key, value] : *preferences) {
     if (std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end()) {
-      list.warning(key, "is no key that is read", "check the spelling");
+      list.error(key, "is no key that is read", "check the spelling, or remove it");
     }
   }
   lintDestination(*preferences, list);

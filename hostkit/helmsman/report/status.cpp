@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
@@ -18,6 +19,7 @@
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/settings/schedule.h"
+#include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
@@ -35,6 +37,7 @@ struct ServiceLine {
   std::string name;
   bool on = false;
   bool installed = false;
+  bool absent = false;  // Installed, and nothing of it is on this host.
   const ServiceResult* last = nullptr;
   std::optional<GoodBackup> good;
 };
@@ -53,6 +56,7 @@ struct HostStatus {
   std::optional<RunRecord> record;
   std::optional<std::uint64_t> estimate;
   std::vector<ServiceLine> services;
+  std::vector<UncoveredServer> uncovered;
 
   bool isWell() const {
     return setUp && destination && record && record->result == RunRecord::Result::good &&
@@ -62,18 +66,22 @@ struct HostStatus {
 
 std::vector<ServiceLine> serviceLines(const std::optional<RunRecord>& record) {
   const PropertyDictionary preferences = servicePreferences();
-  std::set<std::string> installed;
+  std::map<std::string, bool> onThisHost;  // Of each that is installed.
+  std::set<std::string> names;
   for (const InstalledDescriptor& descriptor : installedDescriptors()) {
-    if (!descriptor.serviceName().empty()) installed.insert(descriptor.serviceName());
+    const std::string name = descriptor.serviceName();
+    if (name.empty()) continue;
+    names.insert(name);
+    onThisHost[name] = onThisHost[name] || isOnThisHost(descriptor);
   }
-  std::set<std::string> names = installed;
   for (const auto& [key, value] : preferences) names.insert(key);
 
   std::vector<ServiceLine> lines;
   for (const std::string& name : names) {
     ServiceLine line;
     line.name = name;
-    line.installed = installed.contains(name);
+    line.installed = onThisHost.contains(name);
+    line.absent = line.installed && !onThisHost[name];
     line.on = isBackedUp(preferences, name);
     if (record) {
       for (const ServiceResult& result : record->services) {
@@ -112,14 +120,20 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
     status.estimate = sizeEstimate();
   }
   status.services = serviceLines(status.record);
+  status.uncovered = uncoveredServers();
 }
 
 nlohmann::json serviceJson(const ServiceLine& line) {
-  nlohmann::json document = {{"name", line.name},           {"on", line.on},
-                             {"installed", line.installed}, {"lastResult", nullptr},
-                             {"lastGood", nullptr},         {"problems", nlohmann::json::array()}};
+  nlohmann::json document = {
+      {"name", line.name},
+      {"on", line.on},
+      {"installed", line.installed},
+      {"onThisHost", line.installed ? nlohmann::json(!line.absent) : nlohmann::json()},
+      {"lastResult", nullptr},
+      {"lastGood", nullptr},
+      {"problems", nlohmann::json::array()}};
   if (line.last != nullptr) {
-    document["lastResult"] = line.last->done ? "good" : "failed";
+    document["lastResult"] = resultWord(*line.last);
     document["problems"] = line.last->problems;
   }
   if (line.good) {
@@ -143,7 +157,8 @@ nlohmann::json statusJson(const HostStatus& status) {
                                {"leftover", status.run.isLeftover()},
                                {"process", status.run.process},
                                {"command", status.run.command}}},
-                             {"services", nlohmann::json::array()}};
+                             {"services", nlohmann::json::array()},
+                             {"uncovered", nlohmann::json::array()}};
   if (status.destination) document["destination"] = {{"path", *status.destination}};
   if (status.volume) {
     document["destination"]["availableBytes"] = status.volume->availableBytes;
@@ -157,6 +172,11 @@ nlohmann::json statusJson(const HostStatus& status) {
   }
   if (status.estimate) document["estimateBytes"] = *status.estimate;
   for (const ServiceLine& line : status.services) document["services"].push_back(serviceJson(line));
+  for (const UncoveredServer& server : status.uncovered) {
+    document["uncovered"].push_back(
+        {{"server", server.name}, {"program", server.program}, {"service", nullptr}});
+    if (!server.service.empty()) document["uncovered"].back()["service"] = server.service;
+  }
   return document;
 }
 
@@ -210,11 +230,10 @@ void printText(const HostStatus& status) {
   for (const ServiceLine& line : status.services) {
     rows.push_back({line.name,
                     !line.installed ? "not installed"
+                    : line.absent   ? "not on this host"
                     : line.on       ? "on"
                                     : "off",
-                    line.last == nullptr ? "-"
-                    : line.last->done    ? "good"
-                                         : "failed",
+                    line.last == nullptr ? "-" : resultWord(*line.last),
                     line.good ? ageText(now - line.good->time) : "-",
                     line.good ? sizeText(line.good->bytes) : "-"});
   }
@@ -224,6 +243,9 @@ void printText(const HostStatus& status) {
     for (const std::string& problem : line.last->problems) {
       printLine("Problem: " + line.name + ": " + problem);
     }
+  }
+  for (const UncoveredServer& server : status.uncovered) {
+    printLine("Not covered: " + describe(server));
   }
 }
 

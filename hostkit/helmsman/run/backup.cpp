@@ -1,8 +1,11 @@
 #include "helmsman/run/backup.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,11 +15,13 @@
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
+#include "common/question.h"
 #include "common/sizes.h"
 #include "common/times.h"
 #include "common/volumes.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/program/size_estimate.h"
+#include "helmsman/run/clock_check.h"
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/incomplete_services.h"
 #include "helmsman/run/metadata_check.h"
@@ -26,8 +31,10 @@
 #include "helmsman/run/run_record.h"
 #include "helmsman/run/tree_size.h"
 #include "helmsman/settings/descriptor_conflicts.h"
+#include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/settings/settings.h"
+#include "helmsman/snapshots/machine_record.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
@@ -74,6 +81,7 @@ class BackupCycle {
 
  private:
   bool isPossible();
+  bool folderIsOurs();
   void judgeSnapshot(const Snapshot& snapshot);
   void estimate();
   void runHalyardBackup();
@@ -122,6 +130,9 @@ bool BackupCycle::isPossible() {
     return false;
   }
   destination_ = *destination;
+  if (!folderIsOurs()) return false;
+  const std::string clock = clockProblem(secondsNow(), knownPast());
+  if (!clock.empty()) printWarning(clock);
   if (!automaticBackupsAreOn()) {
     problem("automatic backups are off (see: helmsman schedule --on)");
     return false;
@@ -131,6 +142,23 @@ bool BackupCycle::isPossible() {
     previousMetadata_ = latest->metadataFolder;
   }
   return true;
+}
+
+// Asks where somebody can answer; a program that reads the output cannot.
+bool BackupCycle::folderIsOurs() {
+  const std::string refusal = folderRefusal(destination_);
+  if (refusal.empty()) return true;
+  if (arguments_.json || ::isatty(STDIN_FILENO) == 0) {
+    problem(refusal);
+    return false;
+  }
+  printWarning(refusal);
+  std::string reason = "the folder of the snapshots was not taken for this host's";
+  if (confirmed("Take " + snapshotFolder(destination_) + " for this host's folder?")) {
+    reason = adoptFolder(destination_);
+  }
+  if (!reason.empty()) problem(reason);
+  return reason.empty();
 }
 
 void BackupCycle::estimate() {
@@ -154,6 +182,10 @@ void BackupCycle::runHalyardBackup() {
   std::vector<std::string> names;
   names.reserve(expected.descriptors.size());
   for (const auto& descriptor : expected.descriptors) names.push_back(descriptor.serviceName());
+  std::set<std::string> absent;
+  for (const InstalledDescriptor& descriptor : expected.descriptors) {
+    if (!isOnThisHost(descriptor)) absent.insert(descriptor.serviceName());
+  }
   if (names.empty()) problem("no service is switched on (see: helmsman enable)");
   for (std::string& text : expected.problems) problem(std::move(text));
   const std::string signatureBefore = signatureIn(paths::kMetadataFolder);
@@ -189,6 +221,11 @@ void BackupCycle::runHalyardBackup() {
   });
   for (ServiceResult& service : record_.services) {
     service.bytes = treeBytes(joinPath(paths::kMetadataFolder, service.name));
+    service.absent = service.done && absent.contains(service.name);
+    // A snapshot must not be taken for one that holds the service.
+    if (service.absent && !markAbsent(paths::kMetadataFolder, service.name)) {
+      problem("the mark of " + service.name + ", which is not on this host, could not be written");
+    }
   }
   std::vector<std::string> problems = metadataProblems(paths::kMetadataFolder, signatureBefore);
   metadataIsWhole_ = result.status == 0 && judge.sawEnd() &&
@@ -249,6 +286,10 @@ bool BackupCycle::takeSnapshot() {
     return false;
   }
   record_.snapshot = path;
+  if (!machineIdentifier().empty()) {
+    const std::string reason = adoptFolder(destination_);
+    if (!reason.empty()) printWarning("the folder could not be recorded as this host's: " + reason);
+  }
   judgeSnapshot(snapshot);
   return true;
 }

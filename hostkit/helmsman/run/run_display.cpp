@@ -11,6 +11,7 @@
 #include "common/messages.h"
 #include "common/sizes.h"
 #include "common/table.h"
+#include "common/visible_text.h"
 #include "product/run_texts.h"
 
 namespace halyard::hostkit {
@@ -96,7 +97,7 @@ void RunDisplay::phase(const std::string& text) {
 void RunDisplay::drawBar(const std::string& text) {
   const double fraction = progressFraction(sized_.size(), ended_.size(), total_);
   std::string line = progressBar(fraction, kBarWidth) + " " + std::to_string(ended_.size()) + "/" +
-                     std::to_string(total_) + " " + text;
+                     std::to_string(total_) + " " + visibleText(text);
   // A line that wraps could not be taken away again.
   line.resize(std::min(line.size(), terminalWidth() - 1));
   // Back to the start of the line, and away with what stood there.
@@ -138,11 +139,10 @@ std::string summaryText(const RunRecord& record) {
     if (!service.missing.empty()) {
       copied += " (" + std::to_string(service.missing.size()) + " not on this host)";
     }
-    rows.push_back(
-        {service.name, service.done ? "good" : "failed", copied, sizeText(service.bytes)});
+    rows.push_back({service.name, resultWord(service), copied, sizeText(service.bytes)});
   }
   std::string text = tableText(rows);
-  if (!record.snapshot.empty()) text += "Snapshot: " + record.snapshot + "\n";
+  if (!record.snapshot.empty()) text += "Snapshot: " + visibleText(record.snapshot) + "\n";
   const std::size_t problems = problemLines(record).size();
   text += std::string("Result: ") + resultWord(record.result);
   if (problems > 0) {

@@ -16,9 +16,11 @@ namespace {
 constexpr std::size_t kRecordLimit = std::size_t{16} << 20;
 constexpr std::size_t kKeptResults = 30;
 constexpr mode_t kStateFolderMode = 0755;
+constexpr char kGoodWord[] = "good";
+constexpr char kAbsentWord[] = "not on this host";
 
 nlohmann::json serviceJson(const ServiceResult& service) {
-  return {{"name", service.name},       {"result", service.done ? "good" : "failed"},
+  return {{"name", service.name},       {"result", resultWord(service)},
           {"copied", service.copied},   {"bytes", service.bytes},
           {"missing", service.missing}, {"problems", service.problems}};
 }
@@ -53,7 +55,9 @@ std::int64_t timeOf(const nlohmann::json& document, const char* key) {
 ServiceResult serviceFrom(const nlohmann::json& document) {
   ServiceResult service;
   service.name = valueOr<std::string>(document, "name", "");
-  service.done = valueOr<std::string>(document, "result", "") == "good";
+  const auto word = valueOr<std::string>(document, "result", "");
+  service.absent = word == kAbsentWord;
+  service.done = service.absent || word == kGoodWord;
   service.copied = valueOr(document, "copied", 0);
   service.bytes = valueOr(document, "bytes", std::uint64_t{0});
   service.missing = textsOf(document, "missing");
@@ -76,6 +80,11 @@ void removeOldResults() {
 }
 
 }  // namespace
+
+const char* resultWord(const ServiceResult& service) {
+  if (!service.done) return "failed";
+  return service.absent ? kAbsentWord : kGoodWord;
+}
 
 const char* resultWord(RunRecord::Result result) {
   switch (result) {
@@ -151,7 +160,8 @@ void inheritGood(RunRecord& record, const std::optional<RunRecord>& before) {
   std::uint64_t all = 0;
   for (const ServiceResult& service : record.services) {
     all += service.bytes;
-    if (service.done) record.lastGood[service.name] = {record.finished, service.bytes};
+    if (service.done && !service.absent)
+      record.lastGood[service.name] = {record.finished, service.bytes};
   }
   if (record.result == RunRecord::Result::good) record.lastGood[""] = {record.finished, all};
 }

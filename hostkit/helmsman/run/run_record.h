@@ -18,7 +18,11 @@ struct ServiceResult {
   std::uint64_t bytes = 0;            ///< Of its folder in the backup.
   std::vector<std::string> missing;   ///< Listed files that this host does not have.
   std::vector<std::string> problems;  ///< One sentence each.
+  bool absent = false;  ///< Nothing of it is on this host, so there was nothing to save.
 };
+
+/// "good", "failed" or "not on this host".
+const char* resultWord(const ServiceResult& service);
 
 /// When a service, or the host as a whole, was last backed up without a problem.
 struct GoodBackup {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "helmsman/settings/servers.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/paths.h"
@@ -49,11 +50,16 @@ PropertyDictionary servicePreferences() {
 
 std::optional<std::string> completeServiceName(const PropertyDictionary& services,
                                                std::string_view typed, std::string& problem) {
+  if (const auto meant = serviceOfWord(typed); meant && services.find(*meant) != nullptr) {
+    // A key that is spelt like the word comes first.
+    return std::string(services.find(typed) == nullptr ? *meant : typed);
+  }
   std::vector<std::string> fitting;
   std::string known;
   for (const auto& [key, value] : services) {
     if (key == typed) return key;
     known += (known.empty() ? "" : ", ") + key;
+    if (const auto word = wordOfService(key); !word.empty()) known.append(" (").append(word) += ")";
     if (!typed.empty() && key.size() >= typed.size() &&
         equalsIgnoringCase(std::string_view(key).substr(0, typed.size()), typed)) {
       fitting.push_back(key);

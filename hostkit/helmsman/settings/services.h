@@ -31,9 +31,9 @@ std::vector<InstalledDescriptor> installedDescriptors();
 /// The "services" dictionary of the preference file; empty when there is none.
 PropertyDictionary servicePreferences();
 
-/// Finds a service by what an administrator typed: its exact key in the preferences, else the one
-/// key that differs in letter case only or begins with the text in any case. Absent, with the
-/// reason, when no key or more than one fits.
+/// Finds a service by what an administrator typed: its exact key in the preferences, else its plain
+/// word (see servers.h), else the one key that differs in letter case only or begins with the text
+/// in any case. Absent, with the reason, when no key or more than one fits.
 std::optional<std::string> completeServiceName(const PropertyDictionary& services,
                                                std::string_view typed, std::string& problem);
 

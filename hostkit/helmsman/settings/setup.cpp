@@ -10,6 +10,7 @@
 #include "common/messages.h"
 #include "common/property_file.h"
 #include "helmsman/settings/folders.h"
+#include "helmsman/settings/servers.h"
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/settings.h"
 #include "host/files/files.h"
@@ -118,6 +119,7 @@ int setUpHost() {
   ready = provideVersionFile() && ready;
   ready = provideComputerName() && ready;
   warnOfMissingPrograms();
+  for (const UncoveredServer& server : uncoveredServers()) printWarning(describe(server));
   if (!ready) {
     printError("setup is not complete; mend what is named above and run it again");
     return kFailure;

@@ -8,7 +8,8 @@ namespace halyard::hostkit {
 /// name, the setup marker (last, so that a host is only called ready when it is). Asks nothing and
 /// can be repeated at any time.
 ///
-/// Prints:  a note for each thing made; a warning for each program that is missing.
+/// Prints:  a note for each thing made; a warning for each program that is missing and
+///          for each server of this host that no service covers.
 /// Returns: the exit status; failure when anything could not be provided.
 int setUpHost();
 

@@ -5,6 +5,8 @@
 
 #include "base/property_list.h"
 #include "base/text.h"
+#include "common/paths.h"
+#include "common/safe_folder.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/computer_name.h"
@@ -17,6 +19,9 @@
 namespace halyard::hostkit {
 
 namespace {
+
+constexpr char kAbsentMark[] = "not-on-this-host";
+constexpr mode_t kMarkMode = 0644;
 
 const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
   for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
@@ -48,6 +53,11 @@ std::string snapshotFolder(const std::string& destination) {
   return hostSnapshotFolder(destination, computerName());
 }
 
+bool markAbsent(const std::string& metadataFolder, const std::string& service) {
+  const host::Descriptor folder = openFolderSafely(joinPath(metadataFolder, service));
+  return folder && replaceFile(folder, kAbsentMark, "", kMarkMode);
+}
+
 Snapshot readSnapshot(const std::string& path) {
   Snapshot snapshot;
   snapshot.name = lastPathComponent(path);
@@ -60,9 +70,10 @@ Snapshot readSnapshot(const std::string& path) {
   });
   if (snapshot.metadataFolder.empty()) return snapshot;
   for (const std::string& entry : host::listDirectory(snapshot.metadataFolder)) {
-    if (host::isDirectory(joinPath(snapshot.metadataFolder, entry))) {
-      snapshot.services.push_back(entry);
-    }
+    if (!host::isDirectory(joinPath(snapshot.metadataFolder, entry))) continue;
+    const bool absent =
+        host::exists(joinPath(joinPath(snapshot.metadataFolder, entry), kAbsentMark));
+    (absent ? snapshot.absent : snapshot.services).push_back(entry);
   }
   return snapshot;
 }

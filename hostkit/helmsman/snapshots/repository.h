@@ -17,6 +17,7 @@ struct Snapshot {
   std::string metadataFolder;         ///< <path>/<volume>/.Halyards; empty without one.
   bool hasSignature = false;          ///< The mark of a backup of the services: it can be purged.
   std::vector<std::string> services;  ///< Folders of the metadata folder.
+  std::vector<std::string> absent;    ///< Services that were not on this host: no data of theirs.
 };
 
 /// Where automatic backups go; absent, with the reason, without a destination that resolves.
@@ -28,6 +29,9 @@ std::optional<std::int64_t> beginOf(const Snapshot& snapshot);
 
 /// The folder of this host's snapshots at a destination.
 std::string snapshotFolder(const std::string& destination);
+
+/// Marks a service of a metadata folder as one that was not on this host. False when it failed.
+bool markAbsent(const std::string& metadataFolder, const std::string& service);
 
 /// The snapshot at a path: what is in it is read now.
 Snapshot readSnapshot(const std::string& path);

@@ -26,6 +26,12 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
+std::string servicesText(const Snapshot& snapshot) {
+  const std::string held = joined(snapshot.services);
+  if (snapshot.absent.empty()) return held;
+  return held + (held.empty() ? "" : " ") + "(not on this host: " + joined(snapshot.absent) + ")";
+}
+
 nlohmann::json jsonOf(const Snapshot& snapshot) {
   nlohmann::json document = {{"name", snapshot.name},
                              {"path", snapshot.path},
@@ -33,7 +39,8 @@ nlohmann::json jsonOf(const Snapshot& snapshot) {
                              {"inProgress", snapshot.inProgress},
                              {"latest", snapshot.isLatest},
                              {"signature", snapshot.hasSignature},
-                             {"services", snapshot.services}};
+                             {"services", snapshot.services},
+                             {"notOnThisHost", snapshot.absent}};
   if (const auto time = beginOf(snapshot)) document["time"] = timeText(*time);
   return document;
 }
@@ -59,7 +66,7 @@ int listSnapshots(bool asJson) {
     for (const Snapshot& snapshot : snapshots) {
       const auto time = beginOf(snapshot);
       rows.push_back({snapshot.name, time ? ageText(secondsNow() - *time) : "-", kindOf(snapshot),
-                      joined(snapshot.services)});
+                      servicesText(snapshot)});
     }
     std::fputs(tableText(rows).c_str(), stdout);
   }

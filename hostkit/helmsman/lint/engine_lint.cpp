@@ -1,0 +1,25 @@
+#include "helmsman/lint/engine_lint.h"
+
+#include <string>
+
+#include "base/text.h"
+#include "common/exit_status.h"
+#include "common/paths.h"
+#include "host/files/files.h"
+#include "host/process/task.h"
+#include "product/paths.h"
+
+namespace halyard::hostkit {
+
+void lintEngineConfiguration(Findings& findings) {
+  if (!host::exists(kEngineConfigFile) || !host::isExecutableFile(paths::kSnapshotTool)) return;
+  const host::TaskResult result =
+      host::RunTask(std::string(paths::kSnapshotTool), {"list", "--help"});
+  if (result.status == kSuccess) return;
+  const std::string_view reason = trimLineFeeds(result.error);
+  FindingList list(kEngineConfigFile, findings);
+  list.error("", "snapwheel does not take it: " + std::string(reason.substr(0, reason.find('\n'))),
+             "mend it; until then no snapshot is taken or removed");
+}
+
+}  // namespace halyard::hostkit
