@@ -23,6 +23,7 @@ namespace halyard::hostkit {
 namespace {
 
 constexpr std::size_t kPidFileLimit = 4096;
+constexpr std::string_view kProgramName = paths::nameIn(paths::kProgram);
 constexpr std::size_t kStatusLimit = 4096;
 constexpr std::size_t kCommandLineLimit = std::size_t{2} << 20;  // As long as the kernel allows.
 
@@ -46,9 +47,20 @@ std::string executableOf(int process) {
   return path;
 }
 
+// Where the executable of another process may not be read, as in the backup unit: a name, which
+// nobody but root could have given to a process of root's.
+bool isNamedAsHalyard(int process) {
+  struct stat status {};
+  if (::stat(processFile(process, "").c_str(), &status) != 0 || status.st_uid != 0) return false;
+  const auto name = host::readFile(processFile(process, "comm"), kStatusLimit);
+  return name && trimLineFeeds(*name) == kProgramName;
+}
+
 bool isHalyard(int process) {
   static const std::string program = host::realPath(paths::kProgram).value_or(paths::kProgram);
+  errno = 0;
   const std::string executable = executableOf(process);
+  if (executable.empty()) return errno == EACCES && isNamedAsHalyard(process);
   return executable == program || executable == paths::kProgram;
 }
 
@@ -95,8 +107,9 @@ bool runsCommand(int process, const std::string& command) {
 
 Owner ownerOf(const PidFileState& state) {
   if (::kill(state.process, 0) != 0 && errno == ESRCH) return Owner::gone;
-  if (executableOf(state.process).empty()) return Owner::unknown;
-  if (!isHalyard(state.process)) return Owner::stranger;
+  if (!isHalyard(state.process)) {
+    return executableOf(state.process).empty() ? Owner::unknown : Owner::stranger;
+  }
   if (!startedAfterPidFile(state.process)) return Owner::halyard;
   // The same command younger than its file: more likely the clock was set than the number taken.
   return runsCommand(state.process, state.command) ? Owner::unknown : Owner::stranger;
