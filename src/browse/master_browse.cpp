@@ -92,9 +92,7 @@ void addListing(const MaybeString& service, Catalogue& catalogue) {
 /// Kept: a nested metadata folder and keys that are empty are only looked for to be shown.
 void showSurroundings() {
   if (!runState().debug) return;
-  const std::string nested = findSnapshotMetadataFolder(
-      paths::kMetadataFolder,
-      [](const std::string& entry) { debugPlatformLog("nextPath := %s", entry.c_str()); });
+  const std::string nested = findSnapshotMetadataFolder(paths::kMetadataFolder, debugPlatformEntry);
   debugPlatformLog("serverMetaDataPath := %s", nested.c_str());
   forEachServiceKey([](const std::string& key) {
     if (key.empty()) debugText("%s\n", key.c_str());

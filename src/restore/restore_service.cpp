@@ -99,8 +99,7 @@ void RestoreService(const CommandLine& line) {
     image.clear();
   }
   debugPlatformLog("mountedImagePath := %s", image.c_str());
-  const std::string metadataRoot = findSnapshotMetadataFolder(
-      image, [](const std::string& entry) { debugPlatformLog("nextPath := %s", entry.c_str()); });
+  const std::string metadataRoot = findSnapshotMetadataFolder(image, debugPlatformEntry);
   debugPlatformLog("serverMetaDataPath := %s", metadataRoot.c_str());
   restoreMatchingDescriptors(line, metadataRoot);
 }

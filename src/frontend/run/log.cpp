@@ -75,6 +75,10 @@ void debugPlatformLog(const char* format, ...) {
   va_end(arguments);
 }
 
+void debugPlatformEntry(const std::string& name) {
+  debugPlatformLog("nextPath := %s", name.c_str());
+}
+
 std::string listText(const std::vector<std::string>& list) {
   std::string text = "(\n";
   for (const std::string& entry : list) text += "    " + entry + "\n";

@@ -35,6 +35,8 @@ void verboseLine(const char* label, const MaybeString& value);
 void platformLogText(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /// The same in debug mode only.
 void debugPlatformLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
+/// In debug mode only: "nextPath := <name>" to the platform log, for an entry that is looked at.
+void debugPlatformEntry(const std::string& name);
 
 /// The readable form of a list: its entries one a line, in parentheses.
 std::string listText(const std::vector<std::string>& list);
