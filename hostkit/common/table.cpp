@@ -1,36 +1,128 @@
 #include "common/table.h"
 
-#include <algorithm>
+#include <libsmartcols.h>
+#include <unistd.h>
 
-#include "base/text.h"
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "common/terminal.h"
 #include "common/visible_text.h"
 
 namespace halyard::hostkit {
 
-std::string tableText(const std::vector<std::vector<std::string>>& cells) {
-  std::vector<std::vector<std::string>> rows = cells;
-  for (auto& row : rows) {
-    for (std::string& cell : row) cell = visibleText(cell);
-  }
+namespace {
+
+// A column narrower than this is no reading.
+constexpr std::size_t kLeastFolded = 12;
+constexpr std::size_t kGap = 2;
+
+using Table = std::unique_ptr<libscols_table, decltype(&scols_unref_table)>;
+
+void check(bool done) {
+  if (!done) throw std::bad_alloc();  // The library fails for want of memory alone.
+}
+
+Table emptyTable(std::size_t width) {
+  Table table(scols_new_table(), scols_unref_table);
+  check(table != nullptr);
+  check(scols_table_enable_noheadings(table.get(), 1) == 0);
+  // The cells are made visible here, alike in every locale.
+  check(scols_table_enable_noencoding(table.get(), 1) == 0);
+  check(scols_table_set_column_separator(table.get(), "  ") == 0);
+  check(scols_table_set_termforce(
+            table.get(), width == 0 ? SCOLS_TERMFORCE_NEVER : SCOLS_TERMFORCE_ALWAYS) == 0);
+  if (width != 0) check(scols_table_set_termwidth(table.get(), width) == 0);
+  return table;
+}
+
+std::vector<std::size_t> columnWidths(const TableRows& rows) {
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {
     if (row.size() > widths.size()) widths.resize(row.size(), 0);
     for (std::size_t column = 0; column < row.size(); ++column) {
-      widths[column] = std::max(widths[column], characterCount(row[column]));
+      widths[column] = std::max(widths[column], columnsOf(visibleText(row[column])));
     }
   }
+  return widths;
+}
 
+bool fits(const std::vector<std::size_t>& widths, std::size_t width) {
+  std::size_t needed = std::min(widths.back(), kLeastFolded);
+  for (std::size_t column = 0; column + 1 < widths.size(); ++column) {
+    needed += widths[column] + kGap;
+  }
+  return needed <= width;
+}
+
+void addRow(libscols_table* table, const std::vector<std::string>& row) {
+  libscols_line* line = scols_table_new_line(table, nullptr);
+  check(line != nullptr);
+  for (std::size_t column = 0; column < row.size(); ++column) {
+    check(scols_line_set_data(line, column, visibleText(row[column]).c_str()) == 0);
+  }
+}
+
+std::string withoutTrailingBlanks(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    result.append(line.substr(0, line.find_last_not_of(' ') + 1)).append("\n");
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+  }
+  return result;
+}
+
+std::string render(const TableRows& rows, std::size_t columns, std::size_t width) {
+  const Utf8Scope scope;
+  const Table table = emptyTable(width);
+  for (std::size_t column = 1; column <= columns; ++column) {
+    const int flags = column == columns ? SCOLS_FL_WRAP : 0;
+    check(scols_table_new_column(table.get(), "", 0, flags) != nullptr);
+  }
+  for (const auto& row : rows) addRow(table.get(), row);
+  char* text = nullptr;
+  check(scols_print_table_to_string(table.get(), &text) == 0 && text != nullptr);
+  const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
+  return withoutTrailingBlanks(text);
+}
+
+// A block of headings and cells for each row, an empty line between.
+std::string blocksText(const TableRows& rows, std::size_t width) {
+  const std::vector<std::string>& headings = rows.front();
   std::string text;
-  for (const auto& row : rows) {
-    std::string line;
-    for (std::size_t column = 0; column < row.size(); ++column) {
-      line += row[column];
-      line.append(widths[column] - characterCount(row[column]) + 2, ' ');
+  for (std::size_t index = 1; index < rows.size(); ++index) {
+    TableRows block;
+    for (std::size_t column = 0; column < rows[index].size(); ++column) {
+      block.push_back({column < headings.size() ? headings[column] : "", rows[index][column]});
     }
-    line.erase(line.find_last_not_of(' ') + 1);
-    text += line + "\n";
+    text += (text.empty() ? "" : "\n") + factsText(block, width);
   }
   return text;
+}
+
+}  // namespace
+
+std::string tableText(const TableRows& rows) {
+  return tableText(rows, terminalWidth(STDOUT_FILENO));
+}
+
+std::string tableText(const TableRows& rows, std::size_t width) {
+  const std::vector<std::size_t> widths = columnWidths(rows);
+  if (widths.empty()) return {};
+  if (width != 0 && rows.size() > 1 && !fits(widths, width)) return blocksText(rows, width);
+  return render(rows, widths.size(), width);
+}
+
+std::string factsText(const TableRows& rows) {
+  return factsText(rows, terminalWidth(STDOUT_FILENO));
+}
+
+std::string factsText(const TableRows& rows, std::size_t width) {
+  const std::vector<std::size_t> widths = columnWidths(rows);
+  return widths.empty() ? std::string() : render(rows, widths.size(), width);
 }
 
 }  // namespace halyard::hostkit

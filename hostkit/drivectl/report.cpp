@@ -43,15 +43,14 @@ nlohmann::json volumeJson(const Volume& volume) {
 }
 
 std::string volumeText(const Volume& volume) {
-  std::vector<std::vector<std::string>> rows = {
-      {"Volume UUID:", volume.uuid + " (of the " + identityWord(volume) + ")"},
-      {"Device:", volume.device.empty() ? "unknown" : volume.device},
-      {"Type:", volume.type.empty() ? "unknown" : volume.type}};
+  TableRows rows = {{"Volume UUID:", volume.uuid + " (of the " + identityWord(volume) + ")"},
+                    {"Device:", volume.device.empty() ? "unknown" : volume.device},
+                    {"Type:", volume.type.empty() ? "unknown" : volume.type}};
   if (!volume.label.empty()) rows.push_back({"Label:", volume.label});
   rows.push_back({"Mounted at:", volume.mountPoint + (volume.readOnly ? " (read-only)" : "")});
   rows.push_back({"Size:", sizeText(volume.totalBytes)});
   rows.push_back({"Free:", sizeText(volume.freeBytes)});
-  return tableText(rows);
+  return factsText(rows);
 }
 
 std::string volumeTable(const std::vector<Volume>& volumes) {

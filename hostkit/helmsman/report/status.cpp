@@ -221,7 +221,7 @@ void printText(const HostStatus& status) {
       {"Last backup:", lastBackupText(status, now)},
       {"Activity:", describe(status.run)}};
   if (status.run.isLeftover()) rows.back().back() += " (see: helmsman unlock)";
-  (void)std::fputs(tableText(rows).c_str(), stdout);
+  (void)std::fputs(factsText(rows).c_str(), stdout);
   if (status.record) {
     for (const std::string& problem : status.record->problems) printLine("Problem: " + problem);
   }

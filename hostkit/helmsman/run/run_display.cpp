@@ -1,6 +1,5 @@
 #include "helmsman/run/run_display.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include "common/messages.h"
 #include "common/sizes.h"
 #include "common/table.h"
+#include "common/terminal.h"
 #include "common/visible_text.h"
 #include "product/run_texts.h"
 
@@ -23,13 +23,6 @@ constexpr std::size_t kBarWidth = 24;
 std::string withoutDots(std::string_view message) {
   while (message.ends_with('.')) message.remove_suffix(1);
   return std::string(message);
-}
-
-std::size_t terminalWidth() {
-  constexpr std::size_t kUsualWidth = 80;
-  winsize size{};
-  return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col
-                                                                           : kUsualWidth;
 }
 
 // Of no interest in a record that is read afterwards.
@@ -57,7 +50,7 @@ std::vector<std::string> problemLines(const RunRecord& record) {
 RunDisplay::RunDisplay(Form form, bool quiet)
     : json_(form == Form::json),
       quiet_(quiet),
-      bar_(form != Form::json && !quiet && ::isatty(STDERR_FILENO) == 1) {}
+      bar_(form != Form::json && !quiet && canRedraw(STDERR_FILENO)) {}
 
 void RunDisplay::started(const std::vector<std::string>& services) {
   total_ = services.size();
@@ -99,7 +92,7 @@ void RunDisplay::drawBar(const std::string& text) {
   std::string line = progressBar(fraction, kBarWidth) + " " + std::to_string(ended_.size()) + "/" +
                      std::to_string(total_) + " " + visibleText(text);
   // A line that wraps could not be taken away again.
-  line.resize(std::min(line.size(), terminalWidth() - 1));
+  line = cutToColumns(line, terminalWidth(STDERR_FILENO) - 1);
   // Back to the start of the line, and away with what stood there.
   (void)std::fprintf(stderr, "\r\033[K%s", line.c_str());
 }
