@@ -14,6 +14,7 @@
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/restore/verify.h"
+#include "helmsman/run/journal.h"
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
@@ -165,7 +166,11 @@ int restore(const RestoreArguments& arguments) {
       return kFailure;
     }
   }
-  return carryOut(*restoration, arguments);
+  status = carryOut(*restoration, arguments);
+  writeJournal(
+      {"restore", restoration->service, restoration->snapshot.path,
+       resultWord(status == kSuccess ? RunRecord::Result::good : RunRecord::Result::failed)});
+  return status;
 }
 
 }  // namespace halyard::hostkit

@@ -24,6 +24,7 @@
 #include "helmsman/run/clock_check.h"
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/incomplete_services.h"
+#include "helmsman/run/journal.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/progress_follower.h"
 #include "helmsman/run/run_display.h"
@@ -340,6 +341,7 @@ int BackupCycle::finish() {
     problem(std::string("the result could not be kept in ") + kStateFolder);
     if (record_.result == RunRecord::Result::good) record_.result = RunRecord::Result::partial;
   }
+  journalBackup(record_);
   display_.finished(record_);
   if (!finishOutput()) return kFailure;
   return exitStatusOf(record_.result);
