@@ -1,0 +1,2 @@
+# fish completion for drivectl(8)
+complete -c drivectl -f -a '(__halyard_complete)'
