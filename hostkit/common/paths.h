@@ -25,6 +25,12 @@ inline constexpr char kStateFolder[] = "/var/lib/halyard";
 // Files of the host kit itself. None of them lies in the configuration folder: there Halyard reads
 // every file as a descriptor.
 inline constexpr char kLastBackupFile[] = "/var/lib/halyard/last-backup.json";
+inline constexpr char kCurrentRunFile[] = "/var/lib/halyard/current-run.json";
+inline constexpr char kRunStateFolder[] = "/run/halyard";
+inline constexpr char kRunStateFile[] = "/run/halyard/backup.json";
+inline constexpr char kRunLock[] = "/run/halyard/backup.lock";
+inline constexpr char kHelmsmanConfiguration[] = "/etc/halyard-host/helmsman.conf";
+inline constexpr char kServiceConfigurationFolder[] = "/etc/halyard-host/services";
 inline constexpr char kResultFolder[] = "/var/lib/halyard/results";
 inline constexpr char kUndoFolder[] = "/var/lib/halyard/undo";
 inline constexpr char kMachineRecordName[] =

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/durations.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/program.h"
@@ -180,6 +181,21 @@ void CommandLine::addBackup() {
                     "Leave the backup in /.Halyards for another engine");
   command->add_flag("--no-estimate", backup_.noEstimate,
                     "Do not ask the services for their size first");
+  const auto takeLimit = [this](const std::string& text) {
+    backup_.stallLimit = parseDuration(text);
+    return backup_.stallLimit.has_value();
+  };
+  command
+      ->add_option_function<std::string>(
+          "--stall-limit",
+          [takeLimit](const std::string& text) {
+            if (!takeLimit(text)) {
+              throw CLI::ValidationError("--stall-limit: '" + text +
+                                         "' is no span of time such as 30s, 30min or 2h");
+            }
+          },
+          "End a service's program after this long without progress, as in 30min")
+      ->type_name("DURATION");
 }
 
 void CommandLine::addSnapshotCommands() {

@@ -135,11 +135,11 @@ void backUpService(const ServiceDescriptor& descriptor, BackupPass& pass) {
   const std::string folder = joinPath(paths::kMetadataFolder, service);
   if (!host::exists(folder)) (void)host::createDirectory(folder);  // The copies will tell.
   debugLine("pStr", folder);
-  pass.progress.step(service, "Calling service pre-backup items...");
+  pass.progress.step(service, texts::kPreBackupBegun);
   runPreBackupCommands(descriptor, pass);
   pass.progress.step(service, "Calling service backup binary...");
   runBackupExecutable(descriptor, folder, pass);
-  pass.progress.step(service, "Calling service post-backup items...");
+  pass.progress.step(service, texts::kPostBackupBegun);
   runPostBackupCommands(descriptor, pass);
   copyFiles(descriptor, folder);
   pass.progress.step(service, texts::kServiceDone);

@@ -25,6 +25,8 @@ inline constexpr char kErrorStart[] = "## ERROR :: Halyard :: ";
 inline constexpr char kSeparator[] = " :: ";  // after a service's name; in the pid file too
 inline constexpr char kSizeBegun[] = "Calculating size requirements for backup...";
 inline constexpr char kSizeDone[] = "Size requirements calculation for backup done.";
+inline constexpr char kPreBackupBegun[] = "Calling service pre-backup items...";
+inline constexpr char kPostBackupBegun[] = "Calling service post-backup items...";
 inline constexpr char kServiceDone[] = "Service backup binary done.";
 inline constexpr char kRunDone[] = "Done.";
 

@@ -10,9 +10,10 @@
 
 namespace halyard::hostkit {
 
-std::optional<std::uint64_t> sizeEstimate() {
+std::optional<std::uint64_t> sizeEstimate(const TaskRunner& runner) {
   static constexpr std::string_view kPrefix = texts::kSizeTotal;
-  const host::TaskResult result = runHalyard({"-cmd", "size"});
+  const auto start = [] { return runHalyard({"-cmd", "size"}); };
+  const host::TaskResult result = runner ? runner(start) : start();
   std::optional<std::uint64_t> bytes;
   for (const std::string_view line : splitAt(result.output, '\n')) {
     if (result.status != 0 || !line.starts_with(kPrefix)) continue;

@@ -9,6 +9,7 @@
 #include "common/paths.h"
 #include "common/safe_folder.h"
 #include "common/times.h"
+#include "helmsman/run/current_run.h"
 #include "host/files/files.h"
 #include "host/log/system_log.h"
 
@@ -76,7 +77,7 @@ bool writeTo(const std::string& path) {
   // Read by an account of its own.
   constexpr mode_t kMode = 0644;
   const host::Descriptor folder = openFolderSafely(path);
-  if (folder && replaceFile(folder, kMetricsFileName, metricsText(readLastRecord()), kMode)) {
+  if (folder && replaceFile(folder, kMetricsFileName, metricsText(latestRecord()), kMode)) {
     return true;
   }
   printError(joinPath(path, kMetricsFileName) + " could not be written: " +
@@ -86,9 +87,12 @@ bool writeTo(const std::string& path) {
 }
 
 // A run that ended by itself has kept its own record, and not a good one; one that was killed has
-// kept none.
+// left its mark; one that never came to its start has left nothing. What another run does now is
+// no matter of the unit that failed.
 bool recordFailedUnit(const std::string& unit) {
   host::systemLog(kDaemonError, "helmsman: the unit " + unit + " failed (see: helmsman status)");
+  if (runningBackup()) return true;
+  if (interruptedRun()) return settleInterruptedRun();
   const auto before = readLastRecord();
   if (before && before->result != RunRecord::Result::good &&
       secondsNow() - before->finished < kSameRun) {
@@ -113,6 +117,10 @@ std::string metricsText(const std::optional<RunRecord>& record) {
   if (!record) return metrics.take();
   metrics.describe("halyard_backup_result", "1 when the last backup was good.");
   metrics.value("halyard_backup_result", record->result == RunRecord::Result::good ? 1 : 0);
+  metrics.describe("halyard_backup_interrupted",
+                   "1 when the last backup was stopped or killed, crashed, or the power failed.");
+  metrics.value("halyard_backup_interrupted",
+                record->result == RunRecord::Result::interrupted ? 1 : 0);
   metrics.describe("halyard_backup_timestamp_seconds", "When the last backup ended.");
   metrics.value("halyard_backup_timestamp_seconds", record->finished);
   metrics.describe("halyard_backup_duration_seconds", "How long the last backup took.");
@@ -132,7 +140,7 @@ int metrics(const MetricsArguments& arguments) {
     return writeMetricsWhereWanted() && recorded ? kSuccess : kFailure;
   }
   if (!arguments.write) {
-    (void)std::fputs(metricsText(readLastRecord()).c_str(), stdout);
+    (void)std::fputs(metricsText(latestRecord()).c_str(), stdout);
     return finishOutput() ? kSuccess : kFailure;
   }
   const std::string folder = arguments.folder.empty() ? kMetricsFolder : arguments.folder;

@@ -17,6 +17,7 @@
 #include "common/volumes.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/size_estimate.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/settings/schedule.h"
 #include "helmsman/settings/servers.h"
@@ -53,6 +54,7 @@ struct HostStatus {
   std::optional<Snapshot> latest;
   std::size_t snapshots = 0;
   PidFileState run;
+  std::optional<RunningBackup> running;
   std::optional<RunRecord> record;
   std::optional<std::uint64_t> estimate;
   std::vector<ServiceLine> services;
@@ -113,10 +115,12 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
     status.latest = findSnapshot(snapshots, "", ignored);
   }
   status.run = pidFileState();
-  status.record = readLastRecord();
+  status.running = runningBackup();
+  status.record = latestRecord();
   if (status.record) status.estimate = status.record->estimateBytes;
   // Halyard refuses while a run is active, and its size command empties the progress log.
-  if (arguments.size && status.setUp && status.run.owner == PidFileState::Owner::none) {
+  if (arguments.size && status.setUp && !status.running &&
+      status.run.owner == PidFileState::Owner::none) {
     status.estimate = sizeEstimate();
   }
   status.services = serviceLines(status.record);
@@ -144,21 +148,29 @@ nlohmann::json serviceJson(const ServiceLine& line) {
 }
 
 nlohmann::json statusJson(const HostStatus& status) {
-  nlohmann::json document = {{"well", status.isWell()},
-                             {"setUp", status.setUp},
-                             {"automatic", status.automatic},
-                             {"schedule", describe(status.schedule)},
-                             {"destination", nullptr},
-                             {"latestSnapshot", nullptr},
-                             {"snapshots", status.snapshots},
-                             {"lastBackup", nullptr},
-                             {"run",
-                              {{"active", status.run.owner == PidFileState::Owner::halyard},
-                               {"leftover", status.run.isLeftover()},
-                               {"process", status.run.process},
-                               {"command", status.run.command}}},
-                             {"services", nlohmann::json::array()},
-                             {"uncovered", nlohmann::json::array()}};
+  nlohmann::json document = {
+      {"well", status.isWell()},
+      {"setUp", status.setUp},
+      {"automatic", status.automatic},
+      {"schedule", describe(status.schedule)},
+      {"destination", nullptr},
+      {"latestSnapshot", nullptr},
+      {"snapshots", status.snapshots},
+      {"lastBackup", nullptr},
+      {"run",
+       {{"active", status.running || status.run.owner == PidFileState::Owner::halyard},
+        {"leftover", status.run.isLeftover()},
+        {"process", status.run.process},
+        {"command", status.run.command}}},
+      {"services", nlohmann::json::array()},
+      {"uncovered", nlohmann::json::array()}};
+  if (status.running) {
+    document["run"]["process"] = status.running->process;
+    document["run"]["command"] = "backup";
+    document["run"]["phase"] = status.running->phase;
+    document["run"]["service"] = status.running->service;
+    document["run"]["started"] = timeText(status.running->started);
+  }
   if (status.destination) document["destination"] = {{"path", *status.destination}};
   if (status.volume) {
     document["destination"]["availableBytes"] = status.volume->availableBytes;
@@ -211,6 +223,18 @@ std::string lastBackupText(const HostStatus& status, std::int64_t now) {
   return text;
 }
 
+std::string activityText(const HostStatus& status, std::int64_t now) {
+  if (!status.running) {
+    return describe(status.run) + (status.run.isLeftover() ? " (see: helmsman unlock)" : "");
+  }
+  const RunningBackup& running = *status.running;
+  std::string text = "a backup is running (process " + std::to_string(running.process) +
+                     ", started " + ageText(now - running.started) + ")";
+  if (!running.phase.empty()) text += ": " + running.phase;
+  if (!running.service.empty()) text += ", " + running.service;
+  return text;
+}
+
 void printText(const HostStatus& status) {
   const std::int64_t now = secondsNow();
   std::vector<std::vector<std::string>> rows = {
@@ -219,8 +243,7 @@ void printText(const HostStatus& status) {
       {"Destination:", destinationText(status)},
       {"Latest snapshot:", latestText(status, now)},
       {"Last backup:", lastBackupText(status, now)},
-      {"Activity:", describe(status.run)}};
-  if (status.run.isLeftover()) rows.back().back() += " (see: helmsman unlock)";
+      {"Activity:", activityText(status, now)}};
   (void)std::fputs(factsText(rows).c_str(), stdout);
   if (status.record) {
     for (const std::string& problem : status.record->problems) printLine("Problem: " + problem);

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
@@ -20,20 +22,22 @@
 #include "common/times.h"
 #include "common/volumes.h"
 #include "helmsman/program/halyard_run.h"
+#include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/clock_check.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/run/expected_services.h"
+#include "helmsman/run/halyard_backup.h"
 #include "helmsman/run/incomplete_services.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/run/metadata_check.h"
-#include "helmsman/run/progress_follower.h"
 #include "helmsman/run/run_display.h"
-#include "helmsman/run/run_judge.h"
+#include "helmsman/run/run_guard.h"
 #include "helmsman/run/run_record.h"
-#include "helmsman/run/tree_size.h"
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
+#include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/snapshots/machine_record.h"
 #include "helmsman/snapshots/repository.h"
@@ -49,8 +53,7 @@ namespace {
 
 namespace keys = preference_keys;
 
-constexpr mode_t kProgressLogMode = 0770;
-constexpr std::size_t kProgressLogLimit = std::size_t{64} << 20;
+constexpr char kSizePhase[] = "asking the services for their size";
 
 int exitStatusOf(RunRecord::Result result) {
   switch (result) {
@@ -59,6 +62,7 @@ int exitStatusOf(RunRecord::Result result) {
     case RunRecord::Result::partial:
       return kPartial;
     case RunRecord::Result::failed:
+    case RunRecord::Result::interrupted:
       break;
   }
   return kFailure;
@@ -72,10 +76,15 @@ bool automaticBackupsAreOn() {
 
 class BackupCycle {
  public:
-  explicit BackupCycle(const BackupArguments& arguments)
+  BackupCycle(const BackupArguments& arguments, const HelmsmanConfiguration& configuration,
+              CurrentRun current)
       : arguments_(arguments),
         display_(arguments.json ? RunDisplay::Form::json : RunDisplay::Form::automatic,
-                 arguments.quiet) {
+                 arguments.quiet),
+        current_(std::move(current)),
+        guard_([configuration](const std::string& service) {
+          return configuration.stallLimitOf(service);
+        }) {
     record_.started = secondsNow();
   }
   int run();
@@ -83,20 +92,25 @@ class BackupCycle {
  private:
   bool isPossible();
   bool folderIsOurs();
-  void judgeSnapshot(const Snapshot& snapshot);
   void estimate();
-  void runHalyardBackup();
+  void warnOfSizes(const std::vector<Stall>& stalls);
+  void backUpServices();
   void markServices();
-  std::optional<std::string> copyFailure(const std::string& service, const std::string& file) const;
   bool takeSnapshot();
+  void judgeSnapshot(const Snapshot& snapshot);
   void complete();
   void prune();
+  host::TaskResult runEngine(const std::vector<std::string>& words);
+  void phase(const std::string& text);
+  bool isToStop() const { return guard_.signal() != 0; }
   RunRecord::Result result() const;
   int finish();
   void problem(std::string text) { record_.problems.push_back(std::move(text)); }
 
   BackupArguments arguments_;
   RunDisplay display_;
+  CurrentRun current_;
+  RunGuard guard_;
   RunRecord record_;
   std::string destination_;
   std::string previousMetadata_;  // Of the latest snapshot; empty without one.
@@ -111,19 +125,29 @@ int BackupCycle::run() {
     problem("the backup could not start");
     return finish();
   }
+  if (!current_.mark(record_.started)) {
+    problem(std::string("the mark of this run could not be written to ") + kStateFolder);
+  }
   if (!isPossible()) return finish();
   if (!arguments_.noEstimate) estimate();
-  runHalyardBackup();
-  if (metadataIsWhole_ && !arguments_.noSnapshot && takeSnapshot()) {
+  if (!isToStop()) backUpServices();
+  if (isToStop() || !metadataIsWhole_ || arguments_.noSnapshot) return finish();
+  if (takeSnapshot()) {
     complete();
     prune();
   }
   return finish();
 }
 
+void BackupCycle::phase(const std::string& text) {
+  current_.tell(text, "");
+  display_.phase(text);
+}
+
 bool BackupCycle::isPossible() {
-  for (std::string& text : descriptorProblems()) problem(std::move(text));
-  if (!record_.problems.empty()) return false;
+  std::vector<std::string> conflicts = descriptorProblems();
+  for (std::string& text : conflicts) problem(std::move(text));
+  if (!conflicts.empty()) return false;
   std::string reason;
   const auto destination = backupDestination(reason);
   if (!destination) {
@@ -163,8 +187,14 @@ bool BackupCycle::folderIsOurs() {
 }
 
 void BackupCycle::estimate() {
-  display_.phase("asking the services for their size");
-  record_.estimateBytes = sizeEstimate();
+  phase(kSizePhase);
+  record_.estimateBytes = sizeEstimate([this](const std::function<host::TaskResult()>& start) {
+    const auto tell = [this](const ProgressStep& step) { current_.tell(kSizePhase, step.service); };
+    return runFollowed(guard_, tell, start);
+  });
+  const std::vector<Stall> stalls = guard_.takeStalls();
+  warnOfSizes(stalls);
+  if (!stalls.empty()) record_.estimateBytes.reset();  // The others alone would say too little.
   if (!record_.estimateBytes) return;
   // Halyard copies onto the live volume first, then the engine to the destination.
   int error = 0;
@@ -178,7 +208,15 @@ void BackupCycle::estimate() {
   }
 }
 
-void BackupCycle::runHalyardBackup() {
+void BackupCycle::warnOfSizes(const std::vector<Stall>& stalls) {
+  for (const Stall& stall : stalls) {
+    if (!stall.wasAskedForSize) continue;
+    display_.clearBar();
+    printWarning(stall.service + ": " + stall.text());
+  }
+}
+
+void BackupCycle::backUpServices() {
   ExpectedServices expected = expectedServices();
   std::vector<std::string> names;
   names.reserve(expected.descriptors.size());
@@ -189,51 +227,26 @@ void BackupCycle::runHalyardBackup() {
   }
   if (names.empty()) problem("no service is switched on (see: helmsman enable)");
   for (std::string& text : expected.problems) problem(std::move(text));
-  const std::string signatureBefore = signatureIn(paths::kMetadataFolder);
-  RunJudge judge(std::move(expected.descriptors));
-  LineReader output([&judge](std::string_view line) { judge.outputLine(line); });
-  LineReader errors([&judge](std::string_view line) { judge.errorLine(line); });
-  host::TaskOptions options;
-  options.output = [&output](std::string_view piece) { output.take(piece); };
-  options.error = [&errors](std::string_view piece) { errors.take(piece); };
 
-  // Halyard empties it too, but not before the follower has read what another run left.
-  if (host::exists(paths::kProgressLog))
-    (void)host::createOrEmptyFile(paths::kProgressLog, kProgressLogMode);
+  current_.tell("backing up the services", "");
   display_.started(names);
-  host::TaskResult result;
-  {
-    const ProgressFollower follower(paths::kProgressLog,
-                                    [this](const ProgressStep& step) { display_.step(step); });
-    result = runHalyard({"-cmd", "backup", "-source", "/"}, options);
-  }
-  output.finish();
-  errors.finish();
-  const std::string log = host::readFile(paths::kProgressLog, kProgressLogLimit).value_or("");
-  for (const std::string_view line : splitAt(log, '\n')) judge.progressLine(line);
-
-  if (result.status != 0) {
-    problem("Halyard ended with status " + std::to_string(result.status));
-  } else if (!judge.sawEnd()) {
-    problem("Halyard's run did not come to its end");
-  }
-  record_.services = judge.results([this](const std::string& service, const std::string& file) {
-    return copyFailure(service, file);
-  });
+  HalyardBackup backup = runHalyardBackup(std::move(expected.descriptors), previousMetadata_,
+                                          guard_, [this](const ProgressStep& step) {
+                                            current_.tell("backing up the services", step.service);
+                                            display_.step(step);
+                                          });
+  if (arguments_.noEstimate) warnOfSizes(backup.stalls);  // Halyard asks once more by itself.
+  record_.services = std::move(backup.services);
+  metadataIsWhole_ = backup.isWhole;
+  for (std::string& text : backup.problems) problem(std::move(text));
   for (ServiceResult& service : record_.services) {
-    service.bytes = treeBytes(joinPath(paths::kMetadataFolder, service.name));
     service.absent = service.done && absent.contains(service.name);
     // A snapshot must not be taken for one that holds the service.
     if (service.absent && !markAbsent(paths::kMetadataFolder, service.name)) {
       problem("the mark of " + service.name + ", which is not on this host, could not be written");
     }
   }
-  std::vector<std::string> problems = metadataProblems(paths::kMetadataFolder, signatureBefore);
-  metadataIsWhole_ = result.status == 0 && judge.sawEnd() &&
-                     !signatureIn(paths::kMetadataFolder).empty() &&
-                     signatureIn(paths::kMetadataFolder) != signatureBefore;
   if (metadataIsWhole_) markServices();
-  for (std::string& text : problems) problem(std::move(text));
 }
 
 void BackupCycle::markServices() {
@@ -245,26 +258,20 @@ void BackupCycle::markServices() {
   }
 }
 
-std::optional<std::string> BackupCycle::copyFailure(const std::string& service,
-                                                    const std::string& file) const {
-  if (host::exists(file)) return "could not copy " + file;
-  if (!previousMetadata_.empty() &&
-      host::exists(appendPath(joinPath(previousMetadata_, service), file))) {
-    return file + " is gone; the latest snapshot has it";
-  }
-  return std::nullopt;
-}
-
 // The line of the engine that says what went wrong.
 std::string lastLineOf(std::string_view text) {
   text = trimLineFeeds(text);
   return std::string(text.substr(text.find_last_of('\n') + 1));
 }
 
+host::TaskResult BackupCycle::runEngine(const std::vector<std::string>& words) {
+  return guard_.run(paths::kSnapshotTool,
+                    [&words] { return host::RunTask(std::string(paths::kSnapshotTool), words); });
+}
+
 bool BackupCycle::takeSnapshot() {
-  display_.phase("taking the snapshot");
-  const host::TaskResult result =
-      host::RunTask(std::string(paths::kSnapshotTool), {"snapshot", "--json"});
+  phase("taking the snapshot");
+  const host::TaskResult result = runEngine({"snapshot", "--json"});
   const nlohmann::json answer = nlohmann::json::parse(result.output, nullptr, false);
   std::string path;
   if (answer.is_object() && answer.contains("path") && answer["path"].is_string()) {
@@ -307,7 +314,8 @@ void BackupCycle::judgeSnapshot(const Snapshot& snapshot) {
 }
 
 void BackupCycle::complete() {
-  (void)runHalyard({"-cmd", "postBackupComplete"});  // It always answers 0.
+  // It always answers 0.
+  (void)guard_.run(paths::kProgram, [] { return runHalyard({"-cmd", "postBackupComplete"}); });
   if (host::exists(paths::kMetadataFolder)) {
     problem(std::string(paths::kMetadataFolder) + " could not be removed after the snapshot");
   }
@@ -316,8 +324,8 @@ void BackupCycle::complete() {
 void BackupCycle::prune() {
   // A snapshot that lacks something is no reason to part with an older one.
   if (result() != RunRecord::Result::good) return;
-  display_.phase("removing snapshots that are out of date");
-  const host::TaskResult result = host::RunTask(std::string(paths::kSnapshotTool), {"prune"});
+  phase("removing snapshots that are out of date");
+  const host::TaskResult result = runEngine({"prune"});
   if (result.status != 0) {
     problem("old snapshots could not be removed: " + lastLineOf(result.error));
   }
@@ -325,6 +333,7 @@ void BackupCycle::prune() {
 
 // As far as the run has come.
 RunRecord::Result BackupCycle::result() const {
+  if (isToStop()) return RunRecord::Result::interrupted;
   const auto isDone = [](const ServiceResult& service) { return service.done; };
   const bool carried = arguments_.noSnapshot ? metadataIsWhole_ : !record_.snapshot.empty();
   if (!carried || std::ranges::none_of(record_.services, isDone)) return RunRecord::Result::failed;
@@ -336,8 +345,14 @@ RunRecord::Result BackupCycle::result() const {
 int BackupCycle::finish() {
   record_.finished = secondsNow();
   record_.result = result();
+  if (isToStop()) {
+    problem(std::string("the run was told to stop (SIG") + ::sigabbrev_np(guard_.signal()) + ")");
+    (void)removeLeftoverPidFile();  // Halyard had no time for it.
+  }
   inheritGood(record_, readLastRecord());
-  if (!keepRecord(record_)) {
+  if (keepRecord(record_)) {
+    CurrentRun::end();
+  } else {
     problem(std::string("the result could not be kept in ") + kStateFolder);
     if (record_.result == RunRecord::Result::good) record_.result = RunRecord::Result::partial;
   }
@@ -349,6 +364,27 @@ int BackupCycle::finish() {
 
 }  // namespace
 
-int backup(const BackupArguments& arguments) { return BackupCycle(arguments).run(); }
+int backup(const BackupArguments& arguments) {
+  std::string problem;
+  auto configuration = helmsmanConfiguration(problem);
+  if (!configuration) {
+    printError(problem);
+    return kUsageError;
+  }
+  if (arguments.stallLimit) {
+    configuration->stallLimit = arguments.stallLimit;
+    configuration->serviceStallLimits.clear();
+  }
+  if (!settleInterruptedRun()) {
+    printWarning(std::string("the record of an interrupted run could not be kept in ") +
+                 kStateFolder);
+  }
+  auto current = CurrentRun::begin(problem);
+  if (!current) {
+    printError(problem.empty() ? "another backup is running (see: helmsman status)" : problem);
+    return problem.empty() ? kBusy : kFailure;
+  }
+  return BackupCycle(arguments, *configuration, std::move(*current)).run();
+}
 
 }  // namespace halyard::hostkit

@@ -92,6 +92,8 @@ const char* resultWord(RunRecord::Result result) {
       return "good";
     case RunRecord::Result::partial:
       return "partial";
+    case RunRecord::Result::interrupted:
+      return "interrupted";
     case RunRecord::Result::failed:
       break;
   }
@@ -124,7 +126,8 @@ std::optional<RunRecord> recordFrom(const nlohmann::json& document) {
   record.started = timeOf(document, "started");
   record.finished = timeOf(document, "finished");
   const std::string word = valueOr<std::string>(document, "result", "failed");
-  for (const auto result : {RunRecord::Result::good, RunRecord::Result::partial}) {
+  for (const auto result :
+       {RunRecord::Result::good, RunRecord::Result::partial, RunRecord::Result::interrupted}) {
     if (word == resultWord(result)) record.result = result;
   }
   if (const auto services = document.find("services"); services != document.end()) {

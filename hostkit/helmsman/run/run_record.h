@@ -32,7 +32,12 @@ struct GoodBackup {
 
 /// One backup, from the call of Halyard to retention.
 struct RunRecord {
-  enum class Result { good, partial, failed };
+  enum class Result {
+    good,
+    partial,
+    failed,
+    interrupted,  ///< It was told to stop, killed, crashed, or cut off by power.
+  };
 
   std::int64_t started = 0;
   std::int64_t finished = 0;

@@ -1,0 +1,32 @@
+// The kit's own configuration files: lines "key = value".
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace halyard::hostkit {
+
+struct ConfigurationLine {
+  std::string key;
+  std::string value;  ///< Without the blanks around it.
+  std::size_t number = 0;
+};
+
+/// The lines of a file, in order; a key may stand several times. Empty lines and those that begin
+/// with "#" or ";" say nothing. None when the file is not there.
+///
+/// Absent, with the reason and the line's number, when the file cannot be read, or when a line is
+/// no "key = value" or its key is not among `keys`: a setting that is misspelt must not pass for
+/// one that is made.
+std::optional<std::vector<ConfigurationLine>> readConfiguration(
+    const std::string& path, const std::vector<std::string_view>& keys, std::string& problem);
+
+/// Adds a line "key = value" at the end, at once and for good. False when it cannot be written.
+bool addConfigurationLine(const std::string& path, std::string_view key, std::string_view value);
+
+/// Takes away every line of that key and value; everything else stays as it is, comments too.
+bool removeConfigurationLine(const std::string& path, std::string_view key, std::string_view value);
+
+}  // namespace halyard::hostkit

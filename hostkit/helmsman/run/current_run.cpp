@@ -1,0 +1,130 @@
+#include "helmsman/run/current_run.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <nlohmann/json.hpp>
+
+#include "base/text.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/times.h"
+#include "helmsman/settings/folders.h"
+#include "host/files/files.h"
+#include "host/files/sync.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr std::size_t kLimit = 65536;
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kLockMode = 0644;
+
+// Of the whole file; it belongs to the open file, so that the kernel lets go of it with the last
+// descriptor, and asking for it takes nothing.
+struct flock wholeFile() {
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return lock;
+}
+
+nlohmann::json documentIn(const char* path) {
+  return nlohmann::json::parse(host::readFile(path, kLimit).value_or(""), nullptr, false);
+}
+
+std::string textOf(const nlohmann::json& document, const char* key) {
+  const auto found = document.find(key);
+  return found != document.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+bool lockIsHeld() {
+  const host::Descriptor file(::open(kRunLock, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  struct flock lock = wholeFile();
+  return file && ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+}  // namespace
+
+std::optional<CurrentRun> CurrentRun::begin(std::string& problem) {
+  problem.clear();
+  if (!makeFolders(kRunStateFolder, kFolderMode)) {
+    problem = std::string(kRunStateFolder) + ": " + errnoText(errno);
+    return std::nullopt;
+  }
+  host::Descriptor file(::open(kRunLock, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode));
+  struct flock lock = wholeFile();
+  if (file && ::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) return CurrentRun(std::move(file));
+  if (!file || (errno != EAGAIN && errno != EACCES)) {
+    problem = std::string(kRunLock) + ": " + errnoText(errno);
+  }
+  return std::nullopt;
+}
+
+bool CurrentRun::mark(std::int64_t started) const {
+  const nlohmann::json document = {{"process", ::getpid()}, {"started", timeText(started)}};
+  return makeFolders(kStateFolder, kFolderMode) &&
+         host::writeFile(kRunStateFile, document.dump()) &&
+         host::writeFile(kCurrentRunFile, document.dump(2) + "\n", host::Durability::power);
+}
+
+void CurrentRun::tell(const std::string& phase, const std::string& service) const {
+  nlohmann::json document = documentIn(kRunStateFile);
+  if (!document.is_object()) return;
+  document["phase"] = phase;
+  document["service"] = service;
+  // Only shown: a run is no worse for it.
+  (void)host::writeFile(kRunStateFile,
+                        document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+void CurrentRun::end() {
+  (void)::unlink(kRunStateFile);
+  if (::unlink(kCurrentRunFile) == 0) (void)host::syncFolder(kStateFolder);
+}
+
+std::optional<RunningBackup> runningBackup() {
+  if (!lockIsHeld()) return std::nullopt;
+  const nlohmann::json document = documentIn(kRunStateFile);
+  RunningBackup running;
+  if (!document.is_object()) return running;
+  running.process = document.value("process", 0);
+  running.started = parseTime(textOf(document, "started")).value_or(0);
+  running.phase = textOf(document, "phase");
+  running.service = textOf(document, "service");
+  return running;
+}
+
+std::optional<RunRecord> interruptedRun() {
+  if (!host::exists(kCurrentRunFile) || lockIsHeld()) return std::nullopt;
+  RunRecord record;
+  record.started = parseTime(textOf(documentIn(kCurrentRunFile), "started")).value_or(secondsNow());
+  record.finished = record.started;
+  const auto before = readLastRecord();
+  // It was ended between its record and this mark.
+  if (before && before->started == record.started) return std::nullopt;
+  record.result = RunRecord::Result::interrupted;
+  record.problems.emplace_back(
+      "the run left no record: it was killed, it crashed, the power failed, or the record could "
+      "not "
+      "be written");
+  inheritGood(record, before);
+  return record;
+}
+
+std::optional<RunRecord> latestRecord() {
+  auto interrupted = interruptedRun();
+  return interrupted ? interrupted : readLastRecord();
+}
+
+bool settleInterruptedRun() {
+  const auto record = interruptedRun();
+  if (!record) return true;
+  if (!keepRecord(*record)) return false;
+  CurrentRun::end();
+  return true;
+}
+
+}  // namespace halyard::hostkit

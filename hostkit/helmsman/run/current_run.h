@@ -1,0 +1,57 @@
+// The backup that runs now, and the one that never came to its end.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "helmsman/run/run_record.h"
+#include "host/files/descriptor.h"
+
+namespace halyard::hostkit {
+
+/// Held from the start to the end of a backup: a lock, which no death of this process survives,
+/// what it does (below /run, for status), and a mark that survives a power cut.
+class CurrentRun {
+ public:
+  /// Absent when another backup is running, or, with the reason, when the files cannot be made.
+  static std::optional<CurrentRun> begin(std::string& problem);
+  CurrentRun(CurrentRun&&) noexcept = default;
+  CurrentRun& operator=(CurrentRun&&) = delete;
+  /// Without end() the mark stays, and the run counts as interrupted.
+  ~CurrentRun() = default;
+
+  /// Leaves the mark, from where on the run is one.
+  bool mark(std::int64_t started) const;
+  /// What it does now; a service is empty outside of one.
+  void tell(const std::string& phase, const std::string& service) const;
+  /// The record of this run is kept.
+  static void end();
+
+ private:
+  explicit CurrentRun(host::Descriptor lock) : lock_(std::move(lock)) {}
+  host::Descriptor lock_;
+};
+
+/// What a running backup tells of itself.
+struct RunningBackup {
+  int process = 0;
+  std::int64_t started = 0;
+  std::string phase;
+  std::string service;
+};
+
+/// Absent when none runs.
+std::optional<RunningBackup> runningBackup();
+
+/// The record of a backup that was killed, crashed or cut off by power; absent when the last one
+/// ended by itself or is still running.
+std::optional<RunRecord> interruptedRun();
+
+/// The latest record of this host, that of an interrupted run included.
+std::optional<RunRecord> latestRecord();
+
+/// Keeps the record of an interrupted run for good. False when it could not be written.
+bool settleInterruptedRun();
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,112 @@
+#include "helmsman/run/halyard_backup.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "base/text.h"
+#include "common/paths.h"
+#include "helmsman/program/halyard_run.h"
+#include "helmsman/run/metadata_check.h"
+#include "helmsman/run/progress_follower.h"
+#include "helmsman/run/tree_size.h"
+#include "host/files/files.h"
+#include "product/paths.h"
+#include "product/run_texts.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr mode_t kProgressLogMode = 0770;
+constexpr std::size_t kProgressLogLimit = std::size_t{64} << 20;
+
+// What Halyard runs after it has logged this step.
+const char* programAfter(const ProgressStep& step) {
+  if (step.message == texts::kPreBackupBegun) return "a pre-backup command";
+  if (step.message == texts::kPostBackupBegun) return "a post-backup command";
+  return "its backup program";
+}
+
+std::optional<std::string> copyFailure(const std::string& previousMetadata,
+                                       const std::string& service, const std::string& file) {
+  if (host::exists(file)) return "could not copy " + file;
+  if (!previousMetadata.empty() &&
+      host::exists(appendPath(joinPath(previousMetadata, service), file))) {
+    return file + " is gone; the latest snapshot has it";
+  }
+  return std::nullopt;
+}
+
+// Why it was ended says more than the status that it ended with.
+void addStalls(const std::vector<Stall>& stalls, std::vector<ServiceResult>& services) {
+  for (const Stall& stall : stalls) {
+    if (stall.wasAskedForSize) continue;
+    for (ServiceResult& service : services) {
+      if (service.name != stall.service) continue;
+      std::erase_if(service.problems, [&stall](const std::string& problem) {
+        return problem.starts_with(stall.program + " ended with status 1");
+      });
+      service.problems.insert(service.problems.begin(), stall.text());
+      service.done = false;
+    }
+  }
+}
+
+}  // namespace
+
+host::TaskResult runFollowed(RunGuard& guard, const std::function<void(const ProgressStep&)>& step,
+                             const std::function<host::TaskResult()>& start) {
+  // Halyard empties it too, but not before the follower has read what another run left.
+  if (host::exists(paths::kProgressLog))
+    (void)host::createOrEmptyFile(paths::kProgressLog, kProgressLogMode);
+  const ProgressFollower follower(paths::kProgressLog, [&](const ProgressStep& made) {
+    guard.enter({made.service, programAfter(made), made.message == texts::kSizeBegun, {}});
+    step(made);
+  });
+  return guard.run(paths::kProgram, start);
+}
+
+HalyardBackup runHalyardBackup(std::vector<InstalledDescriptor> descriptors,
+                               const std::string& previousMetadata, RunGuard& guard,
+                               const std::function<void(const ProgressStep&)>& step) {
+  const std::string signatureBefore = signatureIn(paths::kMetadataFolder);
+  RunJudge judge(std::move(descriptors));
+  LineReader output([&judge](std::string_view line) { judge.outputLine(line); });
+  LineReader errors([&judge](std::string_view line) { judge.errorLine(line); });
+  host::TaskOptions options;
+  options.output = [&output](std::string_view piece) { output.take(piece); };
+  options.error = [&errors](std::string_view piece) { errors.take(piece); };
+  const host::TaskResult result = runFollowed(guard, step, [&options] {
+    return runHalyard({"-cmd", "backup", "-source", "/"}, options);
+  });
+  output.finish();
+  errors.finish();
+  const std::string log = host::readFile(paths::kProgressLog, kProgressLogLimit).value_or("");
+  for (const std::string_view line : splitAt(log, '\n')) judge.progressLine(line);
+
+  HalyardBackup backup;
+  backup.services = judge.results([&](const std::string& service, const std::string& file) {
+    return copyFailure(previousMetadata, service, file);
+  });
+  backup.stalls = guard.takeStalls();
+  addStalls(backup.stalls, backup.services);
+  for (ServiceResult& service : backup.services) {
+    service.bytes = treeBytes(joinPath(paths::kMetadataFolder, service.name));
+  }
+  backup.isWhole = result.status == 0 && judge.sawEnd() &&
+                   !signatureIn(paths::kMetadataFolder).empty() &&
+                   signatureIn(paths::kMetadataFolder) != signatureBefore;
+  if (guard.signal() != 0) return backup;
+  if (result.status != 0) {
+    backup.problems.push_back("Halyard ended with status " + std::to_string(result.status));
+  } else if (!judge.sawEnd()) {
+    backup.problems.emplace_back("Halyard's run did not come to its end");
+  }
+  for (std::string& text : metadataProblems(paths::kMetadataFolder, signatureBefore)) {
+    backup.problems.push_back(std::move(text));
+  }
+  return backup;
+}
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,32 @@
+// Halyard's part of a backup: run, followed, and judged.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "helmsman/run/expected_services.h"
+#include "helmsman/run/run_guard.h"
+#include "helmsman/run/run_judge.h"
+
+namespace halyard::hostkit {
+
+struct HalyardBackup {
+  std::vector<ServiceResult> services;
+  std::vector<std::string> problems;  ///< Those of no single service.
+  std::vector<Stall> stalls;          ///< The services know those that matter to them.
+  bool isWhole = false;               ///< Halyard came to its end and left its signature.
+};
+
+/// Runs Halyard's backup onto "/.Halyards" under guard, hands out its steps, and judges it by what
+/// it printed and left behind. `previousMetadata`: the folder in the latest snapshot, empty without
+/// one; a listed file that this host does not have is no problem unless it is in there.
+HalyardBackup runHalyardBackup(std::vector<InstalledDescriptor> descriptors,
+                               const std::string& previousMetadata, RunGuard& guard,
+                               const std::function<void(const ProgressStep&)>& step);
+
+/// Runs Halyard under guard and hands out the steps of its progress log.
+host::TaskResult runFollowed(RunGuard& guard, const std::function<void(const ProgressStep&)>& step,
+                             const std::function<host::TaskResult()>& start);
+
+}  // namespace halyard::hostkit
