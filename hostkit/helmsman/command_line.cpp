@@ -21,6 +21,7 @@
 #include "helmsman/run/backup.h"
 #include "helmsman/settings/destination.h"
 #include "helmsman/settings/enable.h"
+#include "helmsman/settings/local_volumes.h"
 #include "helmsman/settings/schedule.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/settings.h"
@@ -50,6 +51,7 @@ class CommandLine {
   void addServiceCommands();
   void addSchedule();
   void addBackup();
+  void addVolumes();
   void addSnapshotCommands();
   void addRestoreCommands();
   void addReports();
@@ -71,10 +73,12 @@ class CommandLine {
   UndoArguments undo_;
   PurgeArguments purge_;
   StatusArguments status_;
+  VolumesArguments volumes_;
   CheckArguments check_;
   MetricsArguments metrics_;
   std::vector<std::string> services_;
   std::string settingsWord_;
+  std::string volumesWord_;
 };
 
 CommandLine::CommandLine() {
@@ -86,6 +90,7 @@ CommandLine::CommandLine() {
   addServiceCommands();
   addSchedule();
   addBackup();
+  addVolumes();
   addSnapshotCommands();
   addRestoreCommands();
   addReports();
@@ -196,6 +201,21 @@ void CommandLine::addBackup() {
           },
           "End a service's program after this long without progress, as in 30min")
       ->type_name("DURATION");
+}
+
+void CommandLine::addVolumes() {
+  CLI::App* command =
+      add("volumes", "Show which volumes a snapshot holds, or leave one out on purpose",
+          Needs::root, [this] {
+            using Action = VolumesArguments::Action;
+            if (volumesWord_ == "leave-out") volumes_.action = Action::leaveOut;
+            if (volumesWord_ == "include") volumes_.action = Action::include;
+            return hostkit::volumes(volumes_);
+          });
+  CLI::Option* word = command->add_option("WHAT", volumesWord_, "leave-out or include")
+                          ->check(CLI::IsMember({"leave-out", "include"}));
+  word->needs(command->add_option("PATH", volumes_.path, "Where it is mounted, or a listed file"));
+  command->add_flag("--json", volumes_.json, "Print JSON");
 }
 
 void CommandLine::addSnapshotCommands() {

@@ -14,7 +14,6 @@
 #include "product/computer_name.h"
 #include "product/paths.h"
 #include "snapwheel/backup_state.h"
-#include "snapwheel/exclusions.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/host_lock.h"
 #include "snapwheel/manifest.h"

@@ -3,12 +3,14 @@
 
 #include <string>
 
-#include "snapwheel/exclusions.h"
+#include "common/exclusions.h"
 #include "snapwheel/host_lock.h"
 #include "snapwheel/manifest.h"
 #include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {
+
+using hostkit::Exclusions;
 
 struct SnapshotRequest {
   std::string source = "/";       ///< The root of the volume.

@@ -106,6 +106,7 @@ holds helmsman-check 0 helmsman check
 rm "$root/usr/libexec/broken"
 holds helmsman-check 1 helmsman check
 holds helmsman-snapshots 0 helmsman snapshots
+holds helmsman-volumes 0 helmsman volumes
 holds helmsman-verify 1 helmsman verify depotHost
 holds snapwheel-snapshot 0 snapwheel snapshot
 holds snapwheel-list 0 snapwheel list

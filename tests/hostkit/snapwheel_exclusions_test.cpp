@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
-#include "snapwheel/exclusions.h"
+#include "common/exclusions.h"
 #include "support/build_paths.h"
 #include "support/scratch.h"
 
 namespace halyard::snapwheel {
 namespace {
+
+using hostkit::Exclusions;
+using hostkit::kDefaultExclusions;
 
 TEST(Exclusions, LeaveOutNothingWhenEmpty) {
   EXPECT_FALSE(Exclusions::parse("").match("etc/passwd"));

@@ -4,7 +4,7 @@
 
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
-#include "snapwheel/exclusions.h"
+#include "common/exclusions.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/restore_snapshot.h"

@@ -19,6 +19,7 @@
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/current_run.h"
 #include "helmsman/run/run_record.h"
+#include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/schedule.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
@@ -59,10 +60,13 @@ struct HostStatus {
   std::optional<std::uint64_t> estimate;
   std::vector<ServiceLine> services;
   std::vector<UncoveredServer> uncovered;
+  std::vector<std::string> leftOut;
+  std::string configurationProblem;
 
   bool isWell() const {
     return setUp && destination && record && record->result == RunRecord::Result::good &&
-           !run.isLeftover() && run.owner != PidFileState::Owner::unknown;
+           !run.isLeftover() && run.owner != PidFileState::Owner::unknown &&
+           configurationProblem.empty();
   }
 };
 
@@ -123,6 +127,9 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
       status.run.owner == PidFileState::Owner::none) {
     status.estimate = sizeEstimate();
   }
+  if (auto configuration = helmsmanConfiguration(status.configurationProblem)) {
+    status.leftOut = std::move(configuration->leftOut);
+  }
   status.services = serviceLines(status.record);
   status.uncovered = uncoveredServers();
 }
@@ -162,6 +169,7 @@ nlohmann::json statusJson(const HostStatus& status) {
         {"leftover", status.run.isLeftover()},
         {"process", status.run.process},
         {"command", status.run.command}}},
+      {"leftOut", status.leftOut},
       {"services", nlohmann::json::array()},
       {"uncovered", nlohmann::json::array()}};
   if (status.running) {
@@ -244,7 +252,9 @@ void printText(const HostStatus& status) {
       {"Latest snapshot:", latestText(status, now)},
       {"Last backup:", lastBackupText(status, now)},
       {"Activity:", activityText(status, now)}};
+  for (const std::string& path : status.leftOut) rows.push_back({"Left out:", path});
   (void)std::fputs(factsText(rows).c_str(), stdout);
+  if (!status.configurationProblem.empty()) printLine("Problem: " + status.configurationProblem);
   if (status.record) {
     for (const std::string& problem : status.record->problems) printLine("Problem: " + problem);
   }

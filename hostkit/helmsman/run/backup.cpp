@@ -31,13 +31,15 @@
 #include "helmsman/run/incomplete_services.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/run/metadata_check.h"
+#include "helmsman/run/room.h"
 #include "helmsman/run/run_display.h"
 #include "helmsman/run/run_guard.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/settings/descriptor_conflicts.h"
+#include "helmsman/settings/helmsman_configuration.h"
+#include "helmsman/settings/local_volumes.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
-#include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/snapshots/machine_record.h"
 #include "helmsman/snapshots/repository.h"
@@ -74,6 +76,33 @@ bool automaticBackupsAreOn() {
   return value != nullptr && value->integerValue() != 0;
 }
 
+std::uint64_t freeBytesOf(const std::string& path) {
+  int error = 0;
+  const auto volume = volumeOf(path, error);
+  return volume ? volume->freeBytes : 0;
+}
+
+// Of an answer of "prune --json"; none of any other text.
+std::vector<std::string> removedNames(const std::string& text) {
+  std::vector<std::string> names;
+  const nlohmann::json answer = nlohmann::json::parse(text, nullptr, false);
+  if (!answer.is_object() || !answer.contains("removed")) return names;
+  for (const auto& name : answer["removed"]) {
+    if (name.is_string()) names.push_back(name.get<std::string>());
+  }
+  return names;
+}
+
+void addLinks(const std::vector<ListedLink>& links, std::vector<ServiceResult>& services) {
+  for (const ListedLink& link : links) {
+    for (ServiceResult& service : services) {
+      if (service.name != link.service) continue;
+      service.problems.push_back(lackText(link));
+      service.done = false;
+    }
+  }
+}
+
 class BackupCycle {
  public:
   BackupCycle(const BackupArguments& arguments, const HelmsmanConfiguration& configuration,
@@ -82,6 +111,7 @@ class BackupCycle {
         display_(arguments.json ? RunDisplay::Form::json : RunDisplay::Form::automatic,
                  arguments.quiet),
         current_(std::move(current)),
+        leftOut_(configuration.leftOut),
         guard_([configuration](const std::string& service) {
           return configuration.stallLimitOf(service);
         }) {
@@ -92,6 +122,10 @@ class BackupCycle {
  private:
   bool isPossible();
   bool folderIsOurs();
+  void tellWhatIsLacking();
+  RoomFigures measureRoom();
+  bool hasRoom();
+  bool makeRoom();
   void estimate();
   void warnOfSizes(const std::vector<Stall>& stalls);
   void backUpServices();
@@ -110,10 +144,13 @@ class BackupCycle {
   BackupArguments arguments_;
   RunDisplay display_;
   CurrentRun current_;
+  std::vector<std::string> leftOut_;
   RunGuard guard_;
   RunRecord record_;
   std::string destination_;
   std::string previousMetadata_;  // Of the latest snapshot; empty without one.
+  bool isFirst_ = true;           // There is no snapshot yet.
+  std::vector<ListedLink> links_;
   bool metadataIsWhole_ = false;
 };
 
@@ -129,8 +166,10 @@ int BackupCycle::run() {
     problem(std::string("the mark of this run could not be written to ") + kStateFolder);
   }
   if (!isPossible()) return finish();
+  tellWhatIsLacking();
   if (!arguments_.noEstimate) estimate();
-  if (!isToStop()) backUpServices();
+  if (isToStop() || !hasRoom()) return finish();
+  backUpServices();
   if (isToStop() || !metadataIsWhole_ || arguments_.noSnapshot) return finish();
   if (takeSnapshot()) {
     complete();
@@ -165,7 +204,72 @@ bool BackupCycle::isPossible() {
   std::string ignored;
   if (const auto latest = findSnapshot(snapshotsIn(snapshotFolder(destination_)), "", ignored)) {
     previousMetadata_ = latest->metadataFolder;
+    isFirst_ = false;
   }
+  if (arguments_.noSnapshot) return true;
+  const auto unwritable = writeProblem(destination_);
+  if (unwritable) problem(*unwritable);
+  return !unwritable;
+}
+
+// Told before, so that nobody waits for a run to learn it, and again in the result.
+void BackupCycle::tellWhatIsLacking() {
+  links_ = listedLinks(leftOut_);
+  for (const ListedLink& link : links_) printWarning(link.service + ": " + lackText(link));
+  if (arguments_.noSnapshot) return;
+  for (const LocalVolume& volume : localVolumes(destination_, leftOut_)) {
+    if (volume.state != LocalVolume::State::notInSnapshot) continue;
+    printWarning(lackText(volume));
+    problem(lackText(volume));
+  }
+}
+
+RoomFigures BackupCycle::measureRoom() {
+  RoomFigures figures;
+  figures.destination = destination_;
+  figures.takesSnapshot = !arguments_.noSnapshot;
+  figures.sameVolume = isOnRootVolume(destination_);
+  figures.freeOnRoot = freeBytesOf("/");
+  figures.freeOnDestination = freeBytesOf(destination_);
+  // Halyard copies what is listed, whatever the services say.
+  figures.services = std::max(record_.estimateBytes.value_or(0), bytesOfListedFiles());
+  if (isFirst_ && figures.takesSnapshot) {
+    phase("measuring the volume for its first snapshot");
+    figures.volume = bytesOfVolume(joinPath(destination_, std::string(paths::kRepositoryName)));
+    figures.volumeIsMeasured = true;
+  } else if (const auto last = readLastRecord()) {
+    figures.volume = last->copiedBytes;
+  }
+  return figures;
+}
+
+bool BackupCycle::hasRoom() {
+  RoomFigures figures = measureRoom();
+  RoomVerdict verdict = judgeRoom(figures);
+  if (verdict.destinationIsShort && !isFirst_ && makeRoom()) {
+    figures.freeOnRoot = freeBytesOf("/");
+    figures.freeOnDestination = freeBytesOf(destination_);
+    verdict = judgeRoom(figures);
+  }
+  display_.clearBar();
+  for (const std::string& text : verdict.warnings) printWarning(text);
+  for (const std::string& text : verdict.refusals) problem("there is not enough room: " + text);
+  return verdict.refusals.empty();
+}
+
+// The engine knows the rules; this asks it twice, so that what goes is known before it goes.
+bool BackupCycle::makeRoom() {
+  const host::TaskResult plan = runEngine({"prune", "--dry-run", "--json"});
+  const std::vector<std::string> removable = removedNames(plan.output);
+  if (!mayMakeRoom(removable, snapshotsIn(snapshotFolder(destination_)), readLastRecord())) {
+    return false;
+  }
+  phase("removing snapshots that no rule keeps, to make room");
+  if (runEngine({"prune"}).status != 0) return false;
+  std::string names;
+  for (const std::string& name : removable) names += (names.empty() ? "" : ", ") + name;
+  display_.clearBar();
+  printNote("removed what no rule keeps, to make room: " + names);
   return true;
 }
 
@@ -195,17 +299,6 @@ void BackupCycle::estimate() {
   const std::vector<Stall> stalls = guard_.takeStalls();
   warnOfSizes(stalls);
   if (!stalls.empty()) record_.estimateBytes.reset();  // The others alone would say too little.
-  if (!record_.estimateBytes) return;
-  // Halyard copies onto the live volume first, then the engine to the destination.
-  int error = 0;
-  for (const std::string& path : {std::string("/"), destination_}) {
-    const auto volume = volumeOf(path, error);
-    if (volume && volume->freeBytes < *record_.estimateBytes) {
-      display_.clearBar();
-      printWarning("the services say that they need " + sizeText(*record_.estimateBytes) +
-                   ", and " + path + " has " + sizeText(volume->freeBytes) + " free");
-    }
-  }
 }
 
 void BackupCycle::warnOfSizes(const std::vector<Stall>& stalls) {
@@ -238,6 +331,7 @@ void BackupCycle::backUpServices() {
   if (arguments_.noEstimate) warnOfSizes(backup.stalls);  // Halyard asks once more by itself.
   record_.services = std::move(backup.services);
   metadataIsWhole_ = backup.isWhole;
+  addLinks(links_, record_.services);
   for (std::string& text : backup.problems) problem(std::move(text));
   for (ServiceResult& service : record_.services) {
     service.absent = service.done && absent.contains(service.name);
@@ -297,6 +391,9 @@ bool BackupCycle::takeSnapshot() {
   if (!machineIdentifier().empty()) {
     const std::string reason = adoptFolder(destination_);
     if (!reason.empty()) printWarning("the folder could not be recorded as this host's: " + reason);
+  }
+  if (!answer.value("reference", "").empty()) {
+    record_.copiedBytes = answer.value("copiedBytes", std::uint64_t{0});
   }
   judgeSnapshot(snapshot);
   return true;

@@ -113,6 +113,7 @@ nlohmann::json recordJson(const RunRecord& record) {
     document["services"].push_back(serviceJson(service));
   }
   if (!record.snapshot.empty()) document["snapshot"] = record.snapshot;
+  if (record.copiedBytes) document["copiedBytes"] = *record.copiedBytes;
   if (record.estimateBytes) document["estimateBytes"] = *record.estimateBytes;
   for (const auto& [name, good] : record.lastGood) {
     document["lastGood"][name] = {{"time", timeText(good.time)}, {"bytes", good.bytes}};
@@ -137,6 +138,9 @@ std::optional<RunRecord> recordFrom(const nlohmann::json& document) {
   }
   record.problems = textsOf(document, "problems");
   record.snapshot = valueOr<std::string>(document, "snapshot", "");
+  if (document.contains("copiedBytes")) {
+    record.copiedBytes = valueOr(document, "copiedBytes", std::uint64_t{0});
+  }
   if (document.contains("estimateBytes")) {
     record.estimateBytes = valueOr(document, "estimateBytes", std::uint64_t{0});
   }

@@ -45,6 +45,7 @@ struct RunRecord {
   std::vector<ServiceResult> services;
   std::vector<std::string> problems;           ///< Those of no single service.
   std::string snapshot;                        ///< Path; empty when none was taken.
+  std::optional<std::uint64_t> copiedBytes;    ///< By a snapshot that shares data with another.
   std::optional<std::uint64_t> estimateBytes;  ///< What the services said they need.
   /// By service, as of this record; the empty name stands for the whole host.
   std::map<std::string, GoodBackup> lastGood;

@@ -1,4 +1,4 @@
-#include "snapwheel/exclusions.h"
+#include "common/exclusions.h"
 
 #include <fnmatch.h>
 
@@ -8,7 +8,7 @@
 #include "host/files/files.h"
 #include "product/paths.h"
 
-namespace halyard::snapwheel {
+namespace halyard::hostkit {
 
 const std::string_view kDefaultExclusions =
     R"(# What snapwheel leaves out of a snapshot: one pattern a line.
@@ -135,4 +135,4 @@ bool Exclusions::match(std::string_view relativePath) const {
          });
 }
 
-}  // namespace halyard::snapwheel
+}  // namespace halyard::hostkit

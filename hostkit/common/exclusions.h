@@ -1,4 +1,4 @@
-// What a snapshot leaves out.
+// What the engine leaves out of a snapshot.
 #pragma once
 
 #include <functional>
@@ -8,7 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
-namespace halyard::snapwheel {
+namespace halyard::hostkit {
 
 /// Lets sets of strings be asked with a string_view, without a copy.
 struct TextHash {
@@ -60,4 +60,4 @@ class Exclusions {
 /// The text of the default list, as it is installed for administrators to edit.
 extern const std::string_view kDefaultExclusions;
 
-}  // namespace halyard::snapwheel
+}  // namespace halyard::hostkit
