@@ -129,12 +129,13 @@ class TerminalForErrors {
   TerminalForErrors(const TerminalForErrors&) = delete;
   TerminalForErrors& operator=(const TerminalForErrors&) = delete;
 
+  // What is shown comes through the kernel in pieces: the end is marked, and read up to.
   std::string shown() const {
+    constexpr char kEnd = '\a';
     (void)std::fflush(stderr);
-    (void)::fcntl(screen_, F_SETFL, O_NONBLOCK);
-    std::string text(4096, '\0');
-    const ssize_t size = ::read(screen_, text.data(), text.size());
-    text.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    (void)!::write(line_, &kEnd, 1);
+    std::string text;
+    for (char letter = 0; ::read(screen_, &letter, 1) == 1 && letter != kEnd;) text += letter;
     return text;
   }
 
