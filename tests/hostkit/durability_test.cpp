@@ -1,6 +1,9 @@
 // What the host kit promises to be on disk, by the order of its system calls.
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include "backup_test.h"
 #include "host_kit_root.h"
 #include "support/mounts.h"
 #include "support/system_calls.h"
@@ -92,6 +95,36 @@ TEST_F(SetupOnDisk, EachFileIsReplacedDurably) {
         "/var/lib/halyard/BaseKit/SystemVersion.plist"}) {
     EXPECT_TRUE(isReplacedDurably(calls, path));
   }
+}
+
+TEST_F(SetupOnDisk, TheTimerOfADestinationIsReplacedDurably) {
+  root.makeFolder("/Volumes/Spare");
+  const SystemCalls calls = callsOf({"destination", "/Volumes/Spare", "--same-volume"});
+  EXPECT_TRUE(isReplacedDurably(calls, "/etc/systemd/system/halyard-backup.timer.d/schedule.conf"));
+}
+
+TEST_F(SetupOnDisk, AnUnlockedPidFileIsGoneFromTheDisk) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  root.writeFile("/private/var/run/HalyardRunning.pid", std::to_string(child) + " :: backup\n");
+  EXPECT_TRUE(inOrder(callsOf({"unlock"}), {"unlink(\"/private/var/run/HalyardRunning.pid\")*",
+                                            "fsync(*</private/var/run>) = 0"}));
+}
+
+class RunOnDisk : public test::BackupTest {
+ protected:
+  void SetUp() override {
+    BackupTest::SetUp();
+    if (IsSkipped()) return;
+    if (const std::string reason = whyUntraceable(); !reason.empty()) GTEST_SKIP() << reason;
+  }
+};
+
+TEST_F(RunOnDisk, TheRecordOfARunIsReplacedDurably) {
+  const TracedRun run = test::traced(root, kHelmsman, {"backup"});
+  EXPECT_EQ(run.result.status, 0) << run.result.err;
+  EXPECT_TRUE(isReplacedDurably(run.calls, test::kRecord));
 }
 
 constexpr char kSnapwheel[] = "/usr/sbin/snapwheel";
