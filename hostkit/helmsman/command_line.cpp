@@ -15,6 +15,7 @@
 #include "helmsman/program/unlock.h"
 #include "helmsman/report/metrics.h"
 #include "helmsman/report/status.h"
+#include "helmsman/restore/recover.h"
 #include "helmsman/restore/restore.h"
 #include "helmsman/restore/undo.h"
 #include "helmsman/restore/verify.h"
@@ -70,6 +71,7 @@ class CommandLine {
   BrowseArguments browse_;
   VerifyArguments verify_;
   RestoreArguments restore_;
+  RecoverArguments recover_;
   UndoArguments undo_;
   PurgeArguments purge_;
   StatusArguments status_;
@@ -255,7 +257,18 @@ void CommandLine::addRestoreCommands() {
   restore->add_option("--opt", restore_.option, "Hand TEXT to the service")->type_name("TEXT");
   restore->add_flag("-n,--dry-run", restore_.dryRun, "Only show what would happen");
   restore->add_flag("-y,--yes", restore_.yes, "Do not ask");
+  restore->add_flag("--force", restore_.force,
+                    "Restore what there is of a service that the snapshot holds in part");
   restore->add_flag("--no-verify", restore_.noVerify, "Do not verify the service afterwards");
+
+  CLI::App* recover = add("recover", "Bring the services of a recovered host back", Needs::root,
+                          [this] { return hostkit::recover(recover_); });
+  recover->add_option("--from", recover_.snapshot, "The snapshot that the host came from")
+      ->type_name("SNAPSHOT");
+  recover->add_flag("--json", recover_.json, "Print JSON");
+  recover->add_flag("-n,--dry-run", recover_.dryRun, "Only show what would happen");
+  recover->add_flag("-y,--yes", recover_.yes, "Do not ask");
+  recover->add_flag("--no-verify", recover_.noVerify, "Do not verify the services afterwards");
 
   CLI::App* undo = add("undo", "Take the last restore of a service back", Needs::root,
                        [this] { return hostkit::undo(undo_); });

@@ -28,6 +28,7 @@ inline constexpr char kSizeDone[] = "Size requirements calculation for backup do
 inline constexpr char kPreBackupBegun[] = "Calling service pre-backup items...";
 inline constexpr char kPostBackupBegun[] = "Calling service post-backup items...";
 inline constexpr char kServiceDone[] = "Service backup binary done.";
+inline constexpr char kServiceRestored[] = "Service restore binary done.";
 inline constexpr char kRunDone[] = "Done.";
 
 // Sizes, of the program and of plug-ins.

@@ -74,7 +74,7 @@ void restoreOneService(const std::string& path, const std::string& target,
   restored.insert(restored.end(), files.begin(), files.end());
   progress.step(service, "Calling service restore binary...");
   runRestoreExecutable(descriptor, target);
-  progress.step(service, "Service restore binary done.");
+  progress.step(service, texts::kServiceRestored);
 }
 
 /// Moved away first, so that a recovery cannot run twice on a folder that is only partly there.

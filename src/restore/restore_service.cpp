@@ -13,6 +13,7 @@
 #include "host/files/files.h"
 #include "product/metadata_folder.h"
 #include "product/paths.h"
+#include "product/run_texts.h"
 #include "product/service_descriptor.h"
 #include "restore/service_files.h"
 
@@ -60,7 +61,7 @@ std::vector<std::string> restoreFromDescriptor(const std::string& path,
   auto restored = restoreServiceFiles(metadataRoot, descriptor, progress);
   progress.step(service, "Calling service restore binary...");
   runRestoreExecutable(descriptor, metadataRoot, requested);
-  progress.step(service, "Service restore binary done.");
+  progress.step(service, texts::kServiceRestored);
   return restored;
 }
 

@@ -69,7 +69,7 @@ offers "a destination" UUID=1815 "$(completed helmsman destination U)"
 offers "the only word after settings" backup "$(completed helmsman settings b)"
 offers "a day" $'Thursday\nTuesday' "$(completed helmsman schedule --weekly T)"
 offers "nothing where a text is free" "" "$(completed helmsman restore depotHost --opt '')"
-offers "a subcommand after an option" restore "$(completed helmsman --quiet re)"
+offers "a subcommand after an option" restore "$(completed helmsman --quiet res)"
 offers "a snapshot to delete" $'2026-11-20-020000\nlatest' "$(completed snapwheel delete '' | words)"
 offers "a snapshot of another computer" $'2026-01-01-000000\nlatest' \
   "$(completed snapwheel delete --computer files2 '' | words)"

@@ -53,6 +53,14 @@ mountVolume() {
   printf '2 1 %s / /disk rw,relatime - ext4 /dev/second rw\n' "$(mountpoint -d "$root/disk")" >>"$root/proc/self/mountinfo"
 }
 
+# As after the system volume was brought back from a snapshot of another one.
+bringHostBack() {
+  mkdir -p "$root/.Halyards/depotHost"
+  printf '4711\n' >"$root/.Halyards/.halyardSignature"
+  printf '<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>VolumeUUID</key>
+<string>0a0a0a0a-0000-4000-8000-000000000000</string></dict></plist>\n' >"$root/.Halyards/ServerSourceDiskInfo.plist"
+}
+
 inRoot() { "$source_dir/tools/private-root" run "$root" -- "$@" 2>>"$work/errors"; }
 
 declare -A held=()
@@ -108,6 +116,9 @@ holds helmsman-check 1 helmsman check
 holds helmsman-snapshots 0 helmsman snapshots
 holds helmsman-volumes 0 helmsman volumes
 holds helmsman-verify 1 helmsman verify depotHost
+bringHostBack
+holds helmsman-status 0 helmsman status
+holds helmsman-recover 1 helmsman recover --yes
 holds snapwheel-snapshot 0 snapwheel snapshot
 holds snapwheel-list 0 snapwheel list
 holds snapwheel-prune 0 snapwheel prune --dry-run --keep-last 1 --days-to-retain 0

@@ -18,6 +18,7 @@
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/current_run.h"
+#include "helmsman/run/recovered_host.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/schedule.h"
@@ -56,6 +57,7 @@ struct HostStatus {
   std::size_t snapshots = 0;
   PidFileState run;
   std::optional<RunningBackup> running;
+  HandOver handOver;
   std::optional<RunRecord> record;
   std::optional<std::uint64_t> estimate;
   std::vector<ServiceLine> services;
@@ -65,8 +67,8 @@ struct HostStatus {
 
   bool isWell() const {
     return setUp && destination && record && record->result == RunRecord::Result::good &&
-           !run.isLeftover() && run.owner != PidFileState::Owner::unknown &&
-           configurationProblem.empty();
+           !handOver.waitsForRecovery() && !run.isLeftover() &&
+           run.owner != PidFileState::Owner::unknown && configurationProblem.empty();
   }
 };
 
@@ -121,6 +123,7 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
   status.run = pidFileState();
   status.running = runningBackup();
   status.record = latestRecord();
+  status.handOver = handOver();
   if (status.record) status.estimate = status.record->estimateBytes;
   // Halyard refuses while a run is active, and its size command empties the progress log.
   if (arguments.size && status.setUp && !status.running &&
@@ -170,6 +173,10 @@ nlohmann::json statusJson(const HostStatus& status) {
         {"process", status.run.process},
         {"command", status.run.command}}},
       {"leftOut", status.leftOut},
+      {"recovery",
+       {{"waits", status.handOver.waitsForRecovery()},
+        {"recordedVolume", status.handOver.recorded},
+        {"bootedVolume", status.handOver.booted}}},
       {"services", nlohmann::json::array()},
       {"uncovered", nlohmann::json::array()}};
   if (status.running) {
@@ -253,6 +260,9 @@ void printText(const HostStatus& status) {
       {"Last backup:", lastBackupText(status, now)},
       {"Activity:", activityText(status, now)}};
   for (const std::string& path : status.leftOut) rows.push_back({"Left out:", path});
+  if (status.handOver.waitsForRecovery()) {
+    rows.push_back({"Recovery:", "recovered host, waits for: helmsman recover"});
+  }
   (void)std::fputs(factsText(rows).c_str(), stdout);
   if (!status.configurationProblem.empty()) printLine("Problem: " + status.configurationProblem);
   if (status.record) {

@@ -1,6 +1,5 @@
 #include "helmsman/restore/restore.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "common/times.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/restore_plan.h"
+#include "helmsman/restore/restore_source.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/settings/descriptor_conflicts.h"
@@ -31,33 +31,28 @@ struct Restoration {
   Snapshot snapshot;
   std::vector<PlannedItem> plan;
   bool canVerify = false;
+  bool inPart = false;  ///< The snapshot does not hold everything.
 };
 
 std::optional<Restoration> prepare(const RestoreArguments& arguments, std::string& problem) {
   const auto service = completeServiceName(servicePreferences(), arguments.service, problem);
   if (!service) return std::nullopt;
-  const auto snapshot = chooseSnapshot(arguments.snapshot, problem);
-  if (!snapshot) return std::nullopt;
-  if (snapshot->inProgress) {
-    problem = "the snapshot " + snapshot->name + " is not complete";
-    return std::nullopt;
-  }
   const auto descriptors = descriptorsOfService(*service);
   if (descriptors.empty()) {
     problem = "no descriptor of " + *service + " is installed" +
               (isShipped(*service) ? " (run: helmsman enable " + *service + ")" : "");
     return std::nullopt;
   }
+  std::vector<std::string> names;
   for (const InstalledDescriptor& descriptor : descriptors) {
-    const std::string name = descriptor.serviceName();
-    if (std::find(snapshot->services.begin(), snapshot->services.end(), name) ==
-        snapshot->services.end()) {
-      problem = "the snapshot " + snapshot->name + " does not hold " +
-                (name.empty() ? "what " + descriptor.fileName + " describes" : name);
-      return std::nullopt;
-    }
+    names.push_back(descriptor.serviceName());
   }
-  Restoration restoration{*service, *snapshot, planRestore(descriptors, *snapshot), false};
+  const auto snapshot = restoreSource(arguments, *service, names, problem);
+  if (!snapshot) return std::nullopt;
+  Restoration restoration{*service, *snapshot, planRestore(descriptors, *snapshot), false, false};
+  for (const std::string& name : names) {
+    restoration.inPart = restoration.inPart || snapshot->partOf(name) != nullptr;
+  }
   restoration.canVerify = descriptors.back().content.text("VerifyBinaryPath").has_value();
   return restoration;
 }
@@ -135,6 +130,11 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
     return kFailure;
   }
   if (!restored || !verified(restoration, !arguments.noVerify)) return kFailure;
+  if (restoration.inPart) {
+    printWarning("restored the part of " + restoration.service + " that " +
+                 restoration.snapshot.name + " holds");
+    return kPartial;
+  }
   printNote("restored " + restoration.service + " from " + restoration.snapshot.name);
   return kSuccess;
 }
@@ -149,7 +149,7 @@ int restore(const RestoreArguments& arguments) {
   std::string problem;
   const auto restoration = prepare(arguments, problem);
   if (!restoration) {
-    printError(problem);
+    if (!problem.empty()) printError(problem);  // Else the administrator was asked, and said no.
     return kFailure;
   }
   const std::vector<std::string> noRoom = roomProblems(restoration->plan);

@@ -12,6 +12,7 @@ struct RestoreArguments {
   bool dryRun = false;
   bool yes = false;
   bool noVerify = false;
+  bool force = false;  ///< Restore what there is of a service that the snapshot holds in part.
 };
 
 /// Checks first (does the snapshot hold the service, is there room), shows what will be replaced,
@@ -21,7 +22,8 @@ struct RestoreArguments {
 /// judged instead.
 ///
 /// Writes:  the record that undo reads.
-/// Returns: success when every item that the snapshot holds is back and verify finds no mismatch.
+/// Returns: success when every item that the snapshot holds is back and verify finds no mismatch;
+///          kPartial when all that is so of a service that the snapshot holds in part.
 int restore(const RestoreArguments& arguments);
 
 }  // namespace halyard::hostkit

@@ -1,6 +1,5 @@
 #include "helmsman/restore/verify.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -16,41 +15,43 @@ namespace halyard::hostkit {
 
 namespace {
 
-struct Verdict {
+// A service to verify, and what it is compared with.
+struct Subject {
   std::string service;
+  Snapshot snapshot;
+
+  const IncompleteService* part() const { return snapshot.partOf(service); }
+};
+
+struct Verdict {
+  Subject subject;
   std::optional<std::int32_t> mismatches;
   std::string log;
 };
 
-bool holds(const Snapshot& snapshot, const std::string& service) {
-  return std::find(snapshot.services.begin(), snapshot.services.end(), service) !=
-         snapshot.services.end();
-}
-
-// The services to verify; absent, with the reason, when a name does not fit.
-std::optional<std::vector<std::string>> chosenServices(const VerifyArguments& arguments,
-                                                       const Snapshot& snapshot,
-                                                       std::string& problem) {
+// Absent, with the reason, when a name does not fit.
+std::optional<std::vector<Subject>> subjectsOf(const VerifyArguments& arguments,
+                                               std::string& problem) {
   const PropertyDictionary preferences = servicePreferences();
-  std::vector<std::string> chosen;
+  std::vector<Subject> subjects;
   for (const std::string& typed : arguments.services) {
     const auto service = completeServiceName(preferences, typed, problem);
-    if (!service) return std::nullopt;
-    if (!holds(snapshot, *service)) {
-      problem = "the snapshot " + snapshot.name + " does not hold " + *service;
-      return std::nullopt;
-    }
-    chosen.push_back(*service);
+    auto snapshot =
+        service ? chooseSnapshotOf(*service, arguments.snapshot, problem) : std::nullopt;
+    if (!snapshot) return std::nullopt;
+    subjects.push_back({*service, std::move(*snapshot)});
   }
-  if (!arguments.services.empty()) return chosen;
+  if (!arguments.services.empty()) return subjects;
+  const auto newest = chooseSnapshot(arguments.snapshot, problem);
+  if (!newest) return std::nullopt;
   for (const auto& [key, value] : preferences) {
-    if (holds(snapshot, key) && !descriptorsOfService(key).empty()) chosen.push_back(key);
+    if (descriptorsOfService(key).empty()) continue;
+    auto snapshot = chooseSnapshotOf(key, arguments.snapshot, problem);
+    if (snapshot) subjects.push_back({key, std::move(*snapshot)});
   }
-  if (chosen.empty()) {
-    problem = "the snapshot " + snapshot.name + " holds no service that is installed here";
-    return std::nullopt;
-  }
-  return chosen;
+  if (!subjects.empty()) return subjects;
+  problem = "the snapshot " + newest->name + " holds no service that is installed here";
+  return std::nullopt;
 }
 
 // Halyard uses the last descriptor whose file name holds the service's name.
@@ -61,14 +62,20 @@ std::string verifyLogOf(const std::string& service) {
 
 void printVerdicts(const std::vector<Verdict>& verdicts, bool asJson) {
   nlohmann::json list = nlohmann::json::array();
-  std::vector<std::vector<std::string>> rows = {{"SERVICE", "MISMATCHES", "LOG"}};
+  std::vector<std::vector<std::string>> rows = {{"SERVICE", "MISMATCHES", "SNAPSHOT", "LOG"}};
   for (const Verdict& verdict : verdicts) {
-    list.push_back({{"service", verdict.service}, {"mismatches", nullptr}});
+    list.push_back({{"service", verdict.subject.service},
+                    {"snapshot", verdict.subject.snapshot.name},
+                    {"mismatches", nullptr},
+                    {"incomplete", nlohmann::json::array()}});
+    if (const IncompleteService* part = verdict.subject.part()) {
+      list.back()["incomplete"] = part->reasons;
+    }
     if (verdict.mismatches) list.back()["mismatches"] = *verdict.mismatches;
     if (!verdict.log.empty()) list.back()["log"] = verdict.log;
-    rows.push_back({verdict.service,
+    rows.push_back({verdict.subject.service,
                     verdict.mismatches ? std::to_string(*verdict.mismatches) : "no answer",
-                    verdict.log});
+                    verdict.subject.snapshot.name, verdict.log});
   }
   if (asJson) {
     printJson({{"services", std::move(list)}});
@@ -104,9 +111,8 @@ std::optional<std::int32_t> verifyService(const std::string& service, const Snap
 int verify(const VerifyArguments& arguments) {
   int status = kFailure;
   std::string problem;
-  const auto snapshot = chooseSnapshot(arguments.snapshot, problem);
-  const auto services = snapshot ? chosenServices(arguments, *snapshot, problem) : std::nullopt;
-  if (!services) {
+  const auto subjects = subjectsOf(arguments, problem);
+  if (!subjects) {
     printError(problem);
     return kFailure;
   }
@@ -114,13 +120,20 @@ int verify(const VerifyArguments& arguments) {
 
   std::vector<Verdict> verdicts;
   bool allMatch = true;
-  for (const std::string& service : *services) {
-    Verdict verdict{service, verifyService(service, *snapshot), verifyLogOf(service)};
+  bool allWhole = true;
+  for (const Subject& subject : *subjects) {
+    if (const IncompleteService* part = subject.part()) {
+      printWarning(incompleteText(*part, subject.snapshot));
+      allWhole = false;
+    }
+    Verdict verdict{subject, verifyService(subject.service, subject.snapshot),
+                    verifyLogOf(subject.service)};
     allMatch = allMatch && verdict.mismatches == 0;
     verdicts.push_back(std::move(verdict));
   }
   printVerdicts(verdicts, arguments.json);
-  return allMatch && finishOutput() ? kSuccess : kFailure;
+  if (!allMatch || !finishOutput()) return kFailure;
+  return allWhole ? kSuccess : kPartial;
 }
 
 }  // namespace halyard::hostkit

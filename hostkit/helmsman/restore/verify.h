@@ -26,8 +26,10 @@ std::optional<std::int32_t> verifyService(const std::string& service, const Snap
 
 /// Halyard's status is 0 whatever it finds, and it prints the count for diagnostics only: it is run
 /// with them, and the count is taken from there.
+/// Each service is compared with the newest snapshot that holds it whole, unless one is named.
 ///
-/// Returns: success when every service answered and no mismatch was found.
+/// Returns: success when every service answered and no mismatch was found; kPartial when that is
+///          so and a snapshot holds only a part of a service, which a warning names.
 int verify(const VerifyArguments& arguments);
 
 }  // namespace halyard::hostkit

@@ -31,6 +31,7 @@
 #include "helmsman/run/incomplete_services.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/run/metadata_check.h"
+#include "helmsman/run/recovered_host.h"
 #include "helmsman/run/room.h"
 #include "helmsman/run/run_display.h"
 #include "helmsman/run/run_guard.h"
@@ -184,6 +185,11 @@ void BackupCycle::phase(const std::string& text) {
 }
 
 bool BackupCycle::isPossible() {
+  if (const HandOver state = handOver(); state.waitsForRecovery()) {
+    problem(describe(state) + ". A backup would destroy it; finish the recovery first: " +
+            "helmsman recover [--from SNAPSHOT]");
+    return false;
+  }
   std::vector<std::string> conflicts = descriptorProblems();
   for (std::string& text : conflicts) problem(std::move(text));
   if (!conflicts.empty()) return false;

@@ -1,6 +1,5 @@
 #include "helmsman/snapshots/browse.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <vector>
@@ -46,15 +45,15 @@ int browse(const BrowseArguments& arguments) {
   const bool all = equalsIgnoringCase(arguments.service, "all");
   const auto service = all ? std::optional<std::string>("all")
                            : completeServiceName(servicePreferences(), arguments.service, problem);
-  const auto snapshot = service ? chooseSnapshot(arguments.snapshot, problem) : std::nullopt;
-  if (!service || !snapshot) {
+  const auto snapshot = !service ? std::nullopt
+                        : all    ? chooseSnapshot(arguments.snapshot, problem)
+                                 : chooseSnapshotOf(*service, arguments.snapshot, problem);
+  if (!snapshot) {
     printError(problem);
     return kFailure;
   }
-  if (!all && std::find(snapshot->services.begin(), snapshot->services.end(), *service) ==
-                  snapshot->services.end()) {
-    printError("the snapshot " + snapshot->name + " does not hold " + *service);
-    return kFailure;
+  for (const IncompleteService& part : snapshot->incomplete) {
+    if (all || part.name == *service) printWarning(incompleteText(part, *snapshot));
   }
   if (!halyardIsReady(status)) return status;
 

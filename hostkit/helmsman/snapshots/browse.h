@@ -11,7 +11,8 @@ struct BrowseArguments {
   std::string option;           ///< Handed to the service's plug-in.
 };
 
-/// Checks that the snapshot holds the service, then prints Halyard's answer.
+/// Checks that the snapshot holds the service, warns when it holds only a part of it, then prints
+/// Halyard's answer.
 ///
 /// Returns: success when there is an answer; failure when Halyard warns that there is none.
 int browse(const BrowseArguments& arguments);

@@ -1,12 +1,13 @@
 #include "helmsman/snapshots/repository.h"
 
-#include <cstdlib>
+#include <algorithm>
 #include <memory>
 
 #include "base/property_list.h"
 #include "base/text.h"
 #include "common/paths.h"
 #include "common/safe_folder.h"
+#include "helmsman/snapshots/incomplete_mark.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/computer_name.h"
@@ -22,6 +23,7 @@ namespace {
 
 constexpr char kAbsentMark[] = "not-on-this-host";
 constexpr mode_t kMarkMode = 0644;
+using Reasons = std::vector<std::string>;
 
 const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
   for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
@@ -30,7 +32,49 @@ const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
   return nullptr;
 }
 
+// Sorts the services of the metadata folder into those that are whole and the others.
+void readServices(Snapshot& snapshot) {
+  const bool isSigned = host::exists(joinPath(snapshot.metadataFolder, paths::kSignatureName));
+  for (const std::string& entry : host::listDirectory(snapshot.metadataFolder)) {
+    if (!host::isRealDirectory(joinPath(snapshot.metadataFolder, entry))) continue;
+    auto reasons = incompleteReasons(snapshot.metadataFolder, entry).value_or(Reasons());
+    if (!isSigned) reasons.emplace_back("the backup carries no signature: it was interrupted");
+    if (snapshot.inProgress) reasons.emplace_back("the snapshot is not complete");
+    const std::string absent = joinPath(joinPath(snapshot.metadataFolder, entry), kAbsentMark);
+    if (!reasons.empty()) {
+      snapshot.incomplete.push_back({entry, std::move(reasons)});
+    } else {
+      (host::exists(absent) ? snapshot.absent : snapshot.services).push_back(entry);
+    }
+  }
+}
+
+bool holdsAnything(const Snapshot& snapshot, const std::string& service) {
+  return snapshot.holdsWhole(service) || snapshot.partOf(service) != nullptr;
+}
+
 }  // namespace
+
+bool Snapshot::holdsWhole(const std::string& service) const {
+  return std::find(services.begin(), services.end(), service) != services.end();
+}
+
+const IncompleteService* Snapshot::partOf(const std::string& service) const {
+  const auto found =
+      std::find_if(incomplete.begin(), incomplete.end(),
+                   [&service](const IncompleteService& part) { return part.name == service; });
+  return found == incomplete.end() ? nullptr : &*found;
+}
+
+std::string incompleteText(const IncompleteService& service, const Snapshot& snapshot) {
+  std::string text = service.name + " is incomplete in " + snapshot.name;
+  const char* separator = ": ";
+  for (const std::string& reason : service.reasons) {
+    text += separator + reason;
+    separator = "; ";
+  }
+  return text;
+}
 
 std::optional<std::string> backupDestination(std::string& problem) {
   const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
@@ -68,13 +112,15 @@ Snapshot readSnapshot(const std::string& path) {
     snapshot.hasSignature =
         snapshot.hasSignature || host::exists(joinPath(folder, paths::kSignatureName));
   });
-  if (snapshot.metadataFolder.empty()) return snapshot;
-  for (const std::string& entry : host::listDirectory(snapshot.metadataFolder)) {
-    if (!host::isDirectory(joinPath(snapshot.metadataFolder, entry))) continue;
-    const bool absent =
-        host::exists(joinPath(joinPath(snapshot.metadataFolder, entry), kAbsentMark));
-    (absent ? snapshot.absent : snapshot.services).push_back(entry);
-  }
+  if (!snapshot.metadataFolder.empty()) readServices(snapshot);
+  return snapshot;
+}
+
+Snapshot readMetadataFolder(const std::string& folder) {
+  Snapshot snapshot;
+  snapshot.metadataFolder = folder;
+  snapshot.hasSignature = host::exists(joinPath(folder, paths::kSignatureName));
+  readServices(snapshot);
   return snapshot;
 }
 
@@ -118,6 +164,42 @@ std::optional<Snapshot> findSnapshot(const std::vector<Snapshot>& snapshots, std
                           : "is the beginning of " + std::to_string(fitting) + " snapshots") +
             " (see: helmsman snapshots)";
   return std::nullopt;
+}
+
+const Snapshot* newestWhole(const std::vector<Snapshot>& snapshots,
+                            const std::vector<std::string>& services) {
+  for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
+    if (!snapshot->inProgress &&
+        std::all_of(services.begin(), services.end(),
+                    [&](const std::string& service) { return snapshot->holdsWhole(service); })) {
+      return &*snapshot;
+    }
+  }
+  return nullptr;
+}
+
+std::optional<std::vector<Snapshot>> hostSnapshots(std::string& problem) {
+  const auto destination = backupDestination(problem);
+  if (!destination) return std::nullopt;
+  return snapshotsIn(snapshotFolder(*destination));
+}
+
+std::optional<Snapshot> chooseSnapshotOf(const std::string& service, std::string_view typed,
+                                         std::string& problem) {
+  if (typed.empty() || equalsIgnoringCase(typed, paths::kLatestName)) {
+    const auto snapshots = hostSnapshots(problem);
+    if (!snapshots) return std::nullopt;
+    if (const Snapshot* whole = newestWhole(*snapshots, {service})) return *whole;
+    for (auto snapshot = snapshots->rbegin(); snapshot != snapshots->rend(); ++snapshot) {
+      if (!snapshot->inProgress && holdsAnything(*snapshot, service)) return *snapshot;
+    }
+  }
+  auto snapshot = chooseSnapshot(typed, problem);
+  if (snapshot && !holdsAnything(*snapshot, service)) {
+    problem = "the snapshot " + snapshot->name + " does not hold " + service;
+    return std::nullopt;
+  }
+  return snapshot;
 }
 
 std::optional<Snapshot> chooseSnapshot(std::string_view typed, std::string& problem) {

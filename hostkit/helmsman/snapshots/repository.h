@@ -9,6 +9,12 @@
 
 namespace halyard::hostkit {
 
+/// A service that a snapshot holds in part.
+struct IncompleteService {
+  std::string name;
+  std::vector<std::string> reasons;  ///< One sentence each, never none.
+};
+
 struct Snapshot {
   std::string name;
   std::string path;
@@ -16,8 +22,13 @@ struct Snapshot {
   bool isLatest = false;              ///< What the link "Latest" leads to.
   std::string metadataFolder;         ///< <path>/<volume>/.Halyards; empty without one.
   bool hasSignature = false;          ///< The mark of a backup of the services: it can be purged.
-  std::vector<std::string> services;  ///< Folders of the metadata folder.
+  std::vector<std::string> services;  ///< Those that it holds whole, by their folders.
   std::vector<std::string> absent;    ///< Services that were not on this host: no data of theirs.
+  std::vector<IncompleteService> incomplete;  ///< Those that it holds in part.
+
+  bool holdsWhole(const std::string& service) const;
+  /// Absent for a service that is whole or not there at all.
+  const IncompleteService* partOf(const std::string& service) const;
 };
 
 /// Where automatic backups go; absent, with the reason, without a destination that resolves.
@@ -33,8 +44,13 @@ std::string snapshotFolder(const std::string& destination);
 /// Marks a service of a metadata folder as one that was not on this host. False when it failed.
 bool markAbsent(const std::string& metadataFolder, const std::string& service);
 
-/// The snapshot at a path: what is in it is read now.
+/// The snapshot at a path: what is in it is read now. A service counts as held when its folder is
+/// there without a mark and the folder of the backup is signed: its run came to its end. (Backups
+/// older than the marks have none.)
 Snapshot readSnapshot(const std::string& path);
+
+/// The services of a metadata folder that lies in no snapshot, as a snapshot without name and path.
+Snapshot readMetadataFolder(const std::string& folder);
 
 /// In ascending order of name, oldest first; "Latest" itself is none.
 std::vector<Snapshot> snapshotsIn(const std::string& folder);
@@ -43,6 +59,22 @@ std::vector<Snapshot> snapshotsIn(const std::string& folder);
 /// a path, a name, or the beginning of exactly one name. Absent with the reason otherwise.
 std::optional<Snapshot> findSnapshot(const std::vector<Snapshot>& snapshots, std::string_view typed,
                                      std::string& problem);
+
+/// The newest complete snapshot that holds all of these services whole; none when there is none.
+const Snapshot* newestWhole(const std::vector<Snapshot>& snapshots,
+                            const std::vector<std::string>& services);
+
+/// This host's snapshots at its destination, oldest first; absent, with the reason, without one.
+std::optional<std::vector<Snapshot>> hostSnapshots(std::string& problem);
+
+/// As chooseSnapshot, for a look at one service: nothing typed, or "latest", is the newest that
+/// holds it whole, else the newest that holds a part of it. Absent, with the reason, when the
+/// snapshot has nothing of it.
+std::optional<Snapshot> chooseSnapshotOf(const std::string& service, std::string_view typed,
+                                         std::string& problem);
+
+/// "postHost is incomplete in 2026-11-20-020000: no room; ...".
+std::string incompleteText(const IncompleteService& service, const Snapshot& snapshot);
 
 /// The destination's snapshots searched by findSnapshot, from preferences to answer.
 std::optional<Snapshot> chooseSnapshot(std::string_view typed, std::string& problem);

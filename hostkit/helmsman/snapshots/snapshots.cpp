@@ -28,8 +28,14 @@ std::string joined(const std::vector<std::string>& words) {
 
 std::string servicesText(const Snapshot& snapshot) {
   const std::string held = joined(snapshot.services);
-  if (snapshot.absent.empty()) return held;
+  if (snapshot.absent.empty()) return held.empty() ? "-" : held;
   return held + (held.empty() ? "" : " ") + "(not on this host: " + joined(snapshot.absent) + ")";
+}
+
+std::string namesOf(const std::vector<IncompleteService>& services) {
+  std::vector<std::string> names;
+  for (const IncompleteService& service : services) names.push_back(service.name);
+  return joined(names);
 }
 
 nlohmann::json jsonOf(const Snapshot& snapshot) {
@@ -40,7 +46,11 @@ nlohmann::json jsonOf(const Snapshot& snapshot) {
                              {"latest", snapshot.isLatest},
                              {"signature", snapshot.hasSignature},
                              {"services", snapshot.services},
-                             {"notOnThisHost", snapshot.absent}};
+                             {"notOnThisHost", snapshot.absent},
+                             {"incomplete", nlohmann::json::array()}};
+  for (const IncompleteService& service : snapshot.incomplete) {
+    document["incomplete"].push_back({{"name", service.name}, {"reasons", service.reasons}});
+  }
   if (const auto time = beginOf(snapshot)) document["time"] = timeText(*time);
   return document;
 }
@@ -62,11 +72,13 @@ int listSnapshots(bool asJson) {
   } else if (snapshots.empty()) {
     printNote("there is no snapshot of this host in " + snapshotFolder(*destination));
   } else {
-    std::vector<std::vector<std::string>> rows = {{"SNAPSHOT", "TAKEN", "HOLDS", "SERVICES"}};
+    std::vector<std::vector<std::string>> rows = {
+        {"SNAPSHOT", "TAKEN", "HOLDS", "SERVICES", "INCOMPLETE"}};
     for (const Snapshot& snapshot : snapshots) {
       const auto time = beginOf(snapshot);
       rows.push_back({snapshot.name, time ? ageText(secondsNow() - *time) : "-", kindOf(snapshot),
-                      servicesText(snapshot)});
+                      servicesText(snapshot),
+                      snapshot.incomplete.empty() ? "-" : namesOf(snapshot.incomplete)});
     }
     std::fputs(tableText(rows).c_str(), stdout);
   }

@@ -1,0 +1,31 @@
+// Whether this host was brought back from a snapshot and still waits for its services.
+#pragma once
+
+#include <string>
+
+namespace halyard::hostkit {
+
+/// What the "/.Halyards" that stands now is.
+struct HandOver {
+  enum class Kind {
+    none,         ///< There is no such folder.
+    interrupted,  ///< It carries no signature: the backup run did not come to its end.
+    own,          ///< An ordinary backup left it: it is of the volume that is booted.
+    unknown,      ///< The identifier of one of the two volumes is missing.
+    recovered,    ///< It came with a snapshot: it is of another volume.
+  };
+  Kind kind = Kind::none;
+  std::string recorded;  ///< The volume that was backed up.
+  std::string booted;    ///< The volume at "/".
+
+  /// The next backup would destroy what the recovery needs.
+  bool waitsForRecovery() const { return kind == Kind::recovered; }
+};
+
+/// Compares the two volumes exactly as Halyard does before a whole-system restore, with drivectl.
+HandOver handOver();
+
+/// A sentence about it, for messages.
+std::string describe(const HandOver& handOver);
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,181 @@
+// A host that was brought back from a snapshot: what waits for it, and recover.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host_kit_root.h"
+
+namespace halyard::hostkit {
+namespace {
+
+using test::descriptorOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kPlugin[] = "/usr/libexec/plugin";
+constexpr char kSnapshot[] = "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000";
+constexpr char kOtherVolume[] = "0a0a0a0a-0000-4000-8000-000000000000";
+
+// Two services in "/.Halyards", as it came back, and in the snapshot that it came from.
+class HelmsmanRecover : public test::HostKitTest {
+ protected:
+  void SetUp() override {
+    HostKitTest::SetUp();
+    if (IsSkipped()) return;
+    root.writePlugin(kPlugin,
+                     "case $2 in\nrestore) cp \"$4/etc/app.conf\" /etc/app.conf ;;\n"
+                     "verify) echo 'Number of failures to match := 0' ;;\nesac\nexit 0");
+    root.writePreferences({{"depotHost", 1}, {"postHost", 1}});
+    root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", kPlugin)
+                                                   .list("DataFiles", {"/srv/depot"})
+                                                   .list("ConfigurationFiles", {"/etc/app.conf"}));
+    root.writeDescriptor("40-postHost.plist",
+                         descriptorOf("postHost", "/usr/libexec/post").list("DataFiles", {kPost}));
+    root.writePlugin("/usr/libexec/post",
+                     "[ $2 = verify ] && echo 'Number of failures to match := 0'; exit 0");
+    for (const std::string& folder : {std::string("/.Halyards"), inSnapshot()}) {
+      root.writeFile(folder + "/depotHost/srv/depot", "saved data");
+      root.writeFile(folder + "/depotHost/etc/app.conf", "saved settings");
+      root.writeFile(folder + "/postHost" + kPost, "saved mail");
+      root.writeFile(folder + "/.halyardSignature", "4711\n");
+      recordVolume(folder, kOtherVolume);
+    }
+    root.writeFile("/srv/depot", "came with the volume");
+    root.writeFile("/etc/app.conf", "came with the volume");
+    root.writeFile(kPost, "came with the volume");
+  }
+  static constexpr char kPost[] = "/srv/post";
+  static std::string inSnapshot() { return std::string(kSnapshot) + "/System/.Halyards"; }
+  void recordVolume(const std::string& folder, const std::string& identifier) const {
+    root.writeFile(folder + "/ServerSourceDiskInfo.plist",
+                   test::plistDocument("<dict><key>VolumeUUID</key><string>" + identifier +
+                                       "</string></dict>"));
+  }
+  std::string bootedVolume() const {
+    const std::string report = drivectl({"info", "-plist", "/"}).out;
+    const std::size_t key = report.find("VolumeUUID");
+    const std::size_t start = report.find("<string>", key) + 8;
+    return report.substr(start, report.find('<', start) - start);
+  }
+};
+
+TEST_F(HelmsmanRecover, ABackupRefusesToDestroyWhatTheRecoveryNeeds) {
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("this host was brought back from a snapshot"));
+  EXPECT_THAT(result.err, HasSubstr("helmsman recover [--from SNAPSHOT]"));
+  EXPECT_EQ(root.readFile("/.Halyards/depotHost/srv/depot"), "saved data");
+  EXPECT_THAT(root.calls(), IsEmpty());
+  EXPECT_THAT(root.readFile("/var/lib/halyard/last-backup.json"), HasSubstr("\"failed\""));
+}
+
+TEST_F(HelmsmanRecover, StatusSaysWhatTheHostWaitsFor) {
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("recovered host, waits for: helmsman recover"));
+  auto json = helmsmanJson({"status", "--json"});
+  EXPECT_EQ(json["recovery"]["waits"], true);
+  EXPECT_EQ(json["well"], false);
+  recordVolume("/.Halyards", bootedVolume());
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["recovery"]["waits"], false);
+}
+
+TEST_F(HelmsmanRecover, BringsEveryServiceBack) {
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(root.readFile("/srv/depot"), "saved data");
+  EXPECT_EQ(root.readFile("/etc/app.conf"), "saved settings");
+  EXPECT_EQ(root.readFile(kPost), "saved mail");
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "came with the volume");
+  EXPECT_FALSE(root.exists("/.Halyards"));
+  EXPECT_THAT(result.out, HasSubstr("depotHost  restored\n"));
+  EXPECT_THAT(result.out, HasSubstr("postHost   restored\n"));
+  EXPECT_THAT(root.readFile("/var/lib/halyard/recovery.json"), HasSubstr("\"result\": \"good\""));
+}
+
+TEST_F(HelmsmanRecover, AFailedServiceIsNamedWithWhatToDo) {
+  root.writePlugin(kPlugin, "[ $2 = verify ] && echo 'Number of failures to match := 0'; exit 0");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.out, HasSubstr("depotHost  failed\n"));
+  EXPECT_THAT(result.out, HasSubstr("postHost   restored\n"));
+  EXPECT_THAT(result.err, HasSubstr("depotHost: /etc/app.conf was not put back"));
+  EXPECT_THAT(result.err, HasSubstr("helmsman restore depotHost --from 2026-11-20-020000"));
+}
+
+TEST_F(HelmsmanRecover, AServiceThatVerifiesBadlyHasFailed) {
+  root.writePlugin("/usr/libexec/post",
+                   "[ $2 = verify ] && echo 'Number of failures to match := 2'; exit 0");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("postHost: verify reports 2 mismatches"));
+}
+
+TEST_F(HelmsmanRecover, AMarkedServiceIsBackInPartOnly) {
+  for (const std::string& folder : {std::string("/.Halyards"), inSnapshot()}) {
+    root.writeFile(folder + "/postHost/incomplete", "one mailbox is locked\n");
+  }
+  auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.out, HasSubstr("postHost   in part\n"));
+  EXPECT_THAT(result.err,
+              HasSubstr("postHost was incomplete in the backup: one mailbox is locked"));
+  EXPECT_THAT(result.err, HasSubstr("no snapshot in reach holds postHost whole"));
+}
+
+TEST_F(HelmsmanRecover, NothingBackIsAFailure) {
+  root.remove("/private/etc/halyard/40-postHost.plist");
+  root.remove("/private/etc/halyard/30-depotHost.plist");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("postHost: no descriptor of it is installed on this host"));
+}
+
+TEST_F(HelmsmanRecover, AHostThatWasNeverLostIsRefusedAndLeftAlone) {
+  recordVolume("/.Halyards", bootedVolume());
+  auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("an ordinary backup left it, and nothing was lost"));
+  EXPECT_EQ(root.readFile("/.Halyards/depotHost/srv/depot"), "saved data");
+
+  recordVolume("/.Halyards", "");
+  result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("the identifier of the volume in /.Halyards is missing"));
+
+  root.remove("/.Halyards/.halyardSignature");
+  EXPECT_THAT(helmsman({"recover", "--yes"}).err, HasSubstr("carries no signature"));
+  EXPECT_TRUE(root.exists("/.Halyards/depotHost"));
+  root.remove("/.Halyards");
+  EXPECT_THAT(helmsman({"recover", "--yes"}).err, HasSubstr("there is no /.Halyards"));
+  EXPECT_THAT(root.calls(), IsEmpty());
+}
+
+TEST_F(HelmsmanRecover, RefusesTheWrongSnapshotAndWhatIsInTheWay) {
+  root.writeFile(inSnapshot() + "/.halyardSignature", "another\n");
+  EXPECT_THAT(helmsman({"recover", "--yes", "--from", "2026-11-20"}).err,
+              HasSubstr("did not come from 2026-11-20-020000: their signatures differ"));
+  root.writeFile("/Halyards", "somebody's");
+  EXPECT_THAT(helmsman({"recover", "--yes"}).err, HasSubstr("/Halyards is in the way"));
+  EXPECT_EQ(root.readFile("/Halyards"), "somebody's");
+  EXPECT_TRUE(root.exists("/.Halyards"));
+}
+
+TEST_F(HelmsmanRecover, WithoutTheRepositoryItSaysThatNothingWasVerified) {
+  root.remove("/Volumes/Backup");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("no service was verified"));
+  EXPECT_EQ(root.readFile("/srv/depot"), "saved data");
+}
+
+TEST_F(HelmsmanRecover, AsksFirstAndADryRunTouchesNothing) {
+  EXPECT_EQ(helmsman({"recover"}).status, 1);
+  const auto result = helmsman({"recover", "--dry-run"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("depotHost  whole"));
+  EXPECT_TRUE(root.exists("/.Halyards/depotHost"));
+  EXPECT_THAT(root.calls(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace halyard::hostkit
