@@ -38,6 +38,14 @@ note() {
 problem() {
   failures=$((failures + 1))
   note "ERROR: $*"
+  tell problem "$*"
+}
+
+# tell aside|made|problem TEXT: for helmsman, which asks for it during a restore only. With "aside" the path was replaced
+# and the old item stands beside it, as PATH.previous.
+tell() {
+  [ -n "${HALYARD_RESTORE_JOURNAL-}" ] || return 0
+  printf '%s %s\n' "$1" "$2" >>"$HALYARD_RESTORE_JOURNAL" 2>/dev/null || :
 }
 
 # Option pairs in any order; an option may come twice, and the last one may lack its value.
@@ -185,7 +193,9 @@ putBack() {
   makeParents "$1" '' "$2" || return 1
   rm -rf -- "$staged"
   cp -a -- "$1$2" "$staged" || { rm -rf -- "$staged"; return 1; }
+  kept=made
   if exists "$2"; then
+    kept=aside
     rm -rf -- "$2.previous"
     if [ -d "$2" ] && [ ! -L "$2" ]; then
       mv -T -- "$2" "$2.previous" || return 1
@@ -193,7 +203,8 @@ putBack() {
       cp -a -- "$2" "$2.previous" || return 1
     fi
   fi
-  mv -T -- "$staged" "$2"
+  mv -T -- "$staged" "$2" || return 1
+  tell "$kept" "$2"
 }
 
 restartUnits() {

@@ -17,6 +17,7 @@
 #include "helmsman/report/status.h"
 #include "helmsman/restore/recover.h"
 #include "helmsman/restore/restore.h"
+#include "helmsman/restore/tidy.h"
 #include "helmsman/restore/undo.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/run/backup.h"
@@ -72,6 +73,7 @@ class CommandLine {
   VerifyArguments verify_;
   RestoreArguments restore_;
   RecoverArguments recover_;
+  TidyArguments tidy_;
   UndoArguments undo_;
   PurgeArguments purge_;
   StatusArguments status_;
@@ -275,6 +277,14 @@ void CommandLine::addRestoreCommands() {
   undo->add_option("SERVICE", undo_.service, "A name, a plain word, or the beginning of a name")
       ->required();
   undo->add_flag("-y,--yes", undo_.yes, "Do not ask");
+
+  CLI::App* tidy = add("tidy", "Remove what restores have set aside", Needs::root,
+                       [this] { return hostkit::tidy(tidy_); });
+  tidy->add_option("--older-than", tidy_.olderThan, "Only of restores that are older")
+      ->type_name("AGE");
+  tidy->add_flag("--json", tidy_.json, "Print JSON");
+  tidy->add_flag("-n,--dry-run", tidy_.dryRun, "Only show what would happen");
+  tidy->add_flag("-y,--yes", tidy_.yes, "Do not ask");
 }
 
 void CommandLine::addReports() {

@@ -67,7 +67,7 @@ TEST_F(HelmsmanRestore, PutsTheServiceBackAndKeepsWhatWasThere) {
   EXPECT_EQ(root.readFile("/etc/depot.conf"), "old settings");
   EXPECT_EQ(root.readFile("/etc/depot.conf.previous"), "new settings");
   EXPECT_THAT(result.err, HasSubstr("set aside /srv/depot.previous\n"));
-  EXPECT_THAT(result.err, HasSubstr("to take it all back: helmsman undo depotHost\n"));
+  EXPECT_THAT(result.err, HasSubstr("to take it back: helmsman undo depotHost;"));
 }
 
 TEST_F(HelmsmanRestore, ADryRunTouchesNothing) {

@@ -119,6 +119,10 @@ holds helmsman-verify 1 helmsman verify depotHost
 bringHostBack
 holds helmsman-status 0 helmsman status
 holds helmsman-recover 1 helmsman recover --yes
+printf 'old\n' >"$root/srv/depot.previous"
+printf '{"service": "depotHost", "time": "2026-01-01T00:00:00Z", "items": [{"path": "/srv/depot", "wasLive": true}]}\n' \
+  >"$root/var/lib/halyard/undo/depotHost.json"
+holds helmsman-tidy 0 helmsman tidy --yes
 holds snapwheel-snapshot 0 snapwheel snapshot
 holds snapwheel-list 0 snapwheel list
 holds snapwheel-prune 0 snapwheel prune --dry-run --keep-last 1 --days-to-retain 0

@@ -19,6 +19,7 @@
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/current_run.h"
 #include "helmsman/run/recovered_host.h"
+#include "helmsman/run/restore_record.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/schedule.h"
@@ -58,6 +59,7 @@ struct HostStatus {
   PidFileState run;
   std::optional<RunningBackup> running;
   HandOver handOver;
+  std::size_t setAside = 0;
   std::optional<RunRecord> record;
   std::optional<std::uint64_t> estimate;
   std::vector<ServiceLine> services;
@@ -124,6 +126,7 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
   status.running = runningBackup();
   status.record = latestRecord();
   status.handOver = handOver();
+  status.setAside = itemsSetAside().size();
   if (status.record) status.estimate = status.record->estimateBytes;
   // Halyard refuses while a run is active, and its size command empties the progress log.
   if (arguments.size && status.setUp && !status.running &&
@@ -173,6 +176,7 @@ nlohmann::json statusJson(const HostStatus& status) {
         {"process", status.run.process},
         {"command", status.run.command}}},
       {"leftOut", status.leftOut},
+      {"setAside", status.setAside},
       {"recovery",
        {{"waits", status.handOver.waitsForRecovery()},
         {"recordedVolume", status.handOver.recorded},
@@ -262,6 +266,10 @@ void printText(const HostStatus& status) {
   for (const std::string& path : status.leftOut) rows.push_back({"Left out:", path});
   if (status.handOver.waitsForRecovery()) {
     rows.push_back({"Recovery:", "recovered host, waits for: helmsman recover"});
+  }
+  if (status.setAside > 0) {
+    rows.push_back({"Set aside:", std::to_string(status.setAside) +
+                                      " items by restores (see: helmsman tidy --dry-run)"});
   }
   (void)std::fputs(factsText(rows).c_str(), stdout);
   if (!status.configurationProblem.empty()) printLine("Problem: " + status.configurationProblem);

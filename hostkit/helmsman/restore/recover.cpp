@@ -17,6 +17,7 @@
 #include "helmsman/restore/verify.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/recovered_host.h"
+#include "helmsman/run/restore_record.h"
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
@@ -92,8 +93,9 @@ bool keepRecords(const Recovery& recovery, const std::optional<Snapshot>& origin
     record.snapshot = origin ? origin->path : paths::kMetadataFolder;
     record.time = secondsNow();
     for (const PlannedItem& item : service.plan) {
-      if (item.inSnapshot) record.items.push_back({item.path, item.live});
+      if (item.inSnapshot) record.items.push_back({item.path, item.live, 0});
     }
+    record.older = leftOf(readRestoreRecord(service.name), record.items);
     if (!record.items.empty() && !keepRestoreRecord(record)) return false;
   }
   return true;

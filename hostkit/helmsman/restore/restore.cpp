@@ -9,17 +9,16 @@
 #include "common/question.h"
 #include "common/sizes.h"
 #include "common/table.h"
-#include "common/times.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/restore/restore_source.h"
 #include "helmsman/restore/verify.h"
+#include "helmsman/restore/watched_restore.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
-#include "host/files/files.h"
 
 namespace halyard::hostkit {
 
@@ -75,30 +74,26 @@ void showPlan(const Restoration& restoration) {
             restoration.snapshot.name + " holds.");
 }
 
-// Written before Halyard is called, so that undo knows its way whatever ends this process.
-bool keepRecord(const Restoration& restoration) {
-  RestoreRecord record;
-  record.service = restoration.service;
-  record.snapshot = restoration.snapshot.path;
-  record.time = secondsNow();
-  for (const PlannedItem& item : restoration.plan) {
-    if (item.inSnapshot) record.items.push_back({item.path, item.live});
+// What undo can take back, and what it cannot.
+void tellRecord(const RestoreRecord& record) {
+  for (const auto& item : record.items) {
+    printNote(item.wasLive ? "set aside " + asidePath(item.path) : "made " + item.path);
   }
-  return keepRestoreRecord(record);
+  for (const auto& lost : record.lost) {
+    printWarning(lost.path + " " + lost.why + ": undo cannot take that back");
+  }
+  if (!record.items.empty()) {
+    printNote("to take " + std::string(record.lost.empty() ? "it" : "the rest") +
+              " back: helmsman undo " + record.service +
+              "; to remove what is set aside: helmsman tidy");
+  }
 }
 
-bool tellOutcome(const Restoration& restoration) {
-  const std::vector<std::string> problems = restoreProblems(restoration.plan);
+bool tellOutcome(const Restoration& restoration, const WatchedRestore& run) {
+  std::vector<std::string> problems = restoreProblems(restoration.plan);
+  for (const std::string& problem : run.problems()) problems.push_back(problem);
   for (const std::string& problem : problems) printError(problem);
-  bool anyAside = false;
-  for (const PlannedItem& item : restoration.plan) {
-    if (!item.inSnapshot || !item.live || !host::exists(asidePath(item.path))) continue;
-    printNote("set aside " + asidePath(item.path));
-    anyAside = true;
-  }
-  if (anyAside) {
-    printNote("to take it all back: helmsman undo " + restoration.service);
-  }
+  tellRecord(run.record());
   return problems.empty();
 }
 
@@ -115,7 +110,8 @@ bool verified(const Restoration& restoration, bool wanted) {
 }
 
 int carryOut(const Restoration& restoration, const RestoreArguments& arguments) {
-  if (!keepRecord(restoration)) {
+  WatchedRestore run(restoration.service, restoration.snapshot.path, restoration.plan);
+  if (!run.canStart()) {
     printError("nothing was done: the record for undo could not be written");
     return kFailure;
   }
@@ -123,8 +119,8 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
       "-cmd",     "restoreService",   "-path", restoration.snapshot.path, "-target", "/",
       "-service", restoration.service};
   if (!arguments.option.empty()) words.insert(words.end(), {"-opt", arguments.option});
-  const host::TaskResult result = runHalyard(words);
-  const bool restored = tellOutcome(restoration);
+  const host::TaskResult result = run.run(words);
+  const bool restored = tellOutcome(restoration, run);
   if (result.status != 0) {
     printError("Halyard ended with status " + std::to_string(result.status));
     return kFailure;

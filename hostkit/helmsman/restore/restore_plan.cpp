@@ -1,30 +1,18 @@
 #include "helmsman/restore/restore_plan.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "base/text.h"
-#include "common/paths.h"
 #include "common/sizes.h"
-#include "common/times.h"
 #include "common/volumes.h"
 #include "helmsman/run/tree_size.h"
-#include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 
 namespace halyard::hostkit {
 
 namespace {
-
-constexpr std::size_t kRecordLimit = std::size_t{16} << 20;
-
-std::uint64_t inodeOf(const std::string& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
-}
 
 PlannedItem plannedItem(const std::string& path, bool configuration, const std::string& saved) {
   PlannedItem item;
@@ -49,8 +37,6 @@ std::string standingFolder(std::string path) {
 }
 
 }  // namespace
-
-std::string asidePath(const std::string& path) { return path + ".previous"; }
 
 std::vector<PlannedItem> planRestore(const std::vector<InstalledDescriptor>& descriptors,
                                      const Snapshot& snapshot) {
@@ -105,58 +91,6 @@ std::vector<std::string> restoreProblems(const std::vector<PlannedItem>& plan) {
     }
   }
   return problems;
-}
-
-nlohmann::json restoreRecordJson(const RestoreRecord& record) {
-  nlohmann::json items = nlohmann::json::array();
-  for (const auto& item : record.items) {
-    items.push_back({{"path", item.path}, {"wasLive", item.wasLive}});
-  }
-  return {{"service", record.service},
-          {"snapshot", record.snapshot},
-          {"time", timeText(record.time)},
-          {"undone", record.undone},
-          {"items", items}};
-}
-
-std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document) {
-  const auto text = [](const nlohmann::json& object, const char* key) {
-    const auto found = object.find(key);
-    return found != object.end() && found->is_string() ? found->get<std::string>() : "";
-  };
-  const auto flag = [](const nlohmann::json& object, const char* key) {
-    const auto found = object.find(key);
-    return found != object.end() && found->is_boolean() && found->get<bool>();
-  };
-  if (!document.is_object() || !document.contains("items") || !document["items"].is_array()) {
-    return std::nullopt;
-  }
-  RestoreRecord record;
-  record.service = text(document, "service");
-  record.snapshot = text(document, "snapshot");
-  record.time = parseTime(text(document, "time")).value_or(0);
-  record.undone = flag(document, "undone");
-  for (const auto& item : document["items"]) {
-    // Only what a restore can have named: undo moves nothing else.
-    if (!item.is_object() || !text(item, "path").starts_with('/')) return std::nullopt;
-    record.items.push_back({text(item, "path"), flag(item, "wasLive")});
-  }
-  return record;
-}
-
-std::optional<RestoreRecord> readRestoreRecord(const std::string& service) {
-  const auto bytes = host::readFile(joinPath(kUndoFolder, service + ".json"), kRecordLimit);
-  if (!bytes) return std::nullopt;
-  return restoreRecordFrom(nlohmann::json::parse(*bytes, nullptr, false));
-}
-
-bool keepRestoreRecord(const RestoreRecord& record) {
-  return makeFolders(kUndoFolder, 0700) &&
-         host::writeFile(joinPath(kUndoFolder, record.service + ".json"),
-                         restoreRecordJson(record).dump(2, ' ', false,
-                                                        nlohmann::json::error_handler_t::replace) +
-                             "\n",
-                         host::Durability::power);
 }
 
 }  // namespace halyard::hostkit

@@ -2,12 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
 
@@ -24,9 +22,6 @@ struct PlannedItem {
   std::uint64_t inode = 0;     ///< Of the live item, to see whether it was replaced.
 };
 
-/// ".previous", as Halyard names what it sets aside.
-std::string asidePath(const std::string& path);
-
 /// The plan for the descriptors that the restore acts on, in their order.
 std::vector<PlannedItem> planRestore(const std::vector<InstalledDescriptor>& descriptors,
                                      const Snapshot& snapshot);
@@ -36,25 +31,5 @@ std::vector<std::string> roomProblems(const std::vector<PlannedItem>& plan);
 
 /// What went wrong, judged by what stands at the paths now; none when all is well.
 std::vector<std::string> restoreProblems(const std::vector<PlannedItem>& plan);
-
-/// A finished restore, for undo.
-struct RestoreRecord {
-  std::string service;
-  std::string snapshot;
-  std::int64_t time = 0;
-  bool undone = false;
-  struct Item {
-    std::string path;
-    bool wasLive = false;  ///< Something was set aside; otherwise the restore made it.
-  };
-  std::vector<Item> items;
-};
-
-nlohmann::json restoreRecordJson(const RestoreRecord& record);
-std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document);
-
-/// One record a service is kept: the latest.
-std::optional<RestoreRecord> readRestoreRecord(const std::string& service);
-bool keepRestoreRecord(const RestoreRecord& record);
 
 }  // namespace halyard::hostkit

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <optional>
@@ -11,7 +12,9 @@
 #include "common/messages.h"
 #include "common/question.h"
 #include "common/times.h"
-#include "helmsman/restore/restore_plan.h"
+#include "helmsman/restore/server_units.h"
+#include "helmsman/restore/trusted_folder.h"
+#include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"
 #include "host/files/sync.h"
 
@@ -19,27 +22,40 @@ namespace halyard::hostkit {
 
 namespace {
 
-bool stands(const std::string& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0;
+bool stands(const std::string& path) { return inodeOf(path) != 0; }
+
+// What stands in the way of an item; empty when it can be moved.
+std::string obstacle(const RestoreRecord::Item& item, bool undone) {
+  // What the restore made is beside after an undo, as if it had been set aside.
+  if (!item.wasLive && !undone) {
+    if (!stands(item.path)) return "is gone by now";
+    return stands(asidePath(item.path)) ? asidePath(item.path) + " is in its place" : "";
+  }
+  if (!stands(asidePath(item.path))) return "nothing is set aside any more";
+  return standsAside(item) ? "" : asidePath(item.path) + " is not what the restore set aside";
 }
 
-bool renamed(const std::string& from, const std::string& to, unsigned flags) {
-  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0;
-}
-
-// Whether there is anything to move for an item.
-bool canMove(const RestoreRecord::Item& item) {
-  return item.wasLive ? stands(asidePath(item.path))
-                      : stands(item.path) != stands(asidePath(item.path));
-}
-
-// True when the item and what was set aside have changed places.
+// True when the item and what was set aside have changed places, on disk.
 bool changePlaces(const std::string& path) {
-  const std::string aside = asidePath(path);
-  if (stands(path) && stands(aside)) return renamed(path, aside, RENAME_EXCHANGE);
-  return stands(aside) ? renamed(aside, path, RENAME_NOREPLACE)
-                       : renamed(path, aside, RENAME_NOREPLACE);
+  const TrustedPlace place = trustedPlace(path);
+  if (!place.folder) return false;
+  const std::string aside = asidePath(place.name);
+  const auto renamed = [&](const std::string& from, const std::string& to, unsigned flags) {
+    return ::renameat2(place.folder.get(), from.c_str(), place.folder.get(), to.c_str(), flags) ==
+           0;
+  };
+  const auto isThere = [&](const std::string& name) {
+    struct stat status {};
+    return ::fstatat(place.folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  };
+  const bool moved = isThere(place.name) && isThere(aside)
+                         ? renamed(place.name, aside, RENAME_EXCHANGE)
+                     : isThere(aside) ? renamed(aside, place.name, RENAME_NOREPLACE)
+                                      : renamed(place.name, aside, RENAME_NOREPLACE);
+  if (!moved) return false;
+  const Status synced = host::syncFolder(place.folder.get());
+  if (!synced) errno = synced.error().code;
+  return static_cast<bool>(synced);
 }
 
 // Without a record, as after a restore that was not started from here: everything that has a
@@ -48,7 +64,7 @@ RestoreRecord recordFromFiles(const std::string& service) {
   RestoreRecord record;
   record.service = service;
   for (const std::string& file : filesOfService(service)) {
-    if (stands(asidePath(file))) record.items.push_back({file, true});
+    if (stands(asidePath(file))) record.items.push_back({file, true, 0});
   }
   return record;
 }
@@ -62,40 +78,74 @@ void showPlan(const RestoreRecord& record) {
     printLine("There is no record of a restore; these have a .previous beside them:");
   }
   for (const auto& item : record.items) {
-    if (canMove(item)) printLine("  " + item.path);
+    if (obstacle(item, record.undone).empty()) printLine("  " + item.path);
+  }
+  bool any = false;
+  const auto tellLoss = [&any](const std::string& path, const std::string& why) {
+    if (!any) printLine("It cannot take back:");
+    any = true;
+    printLine("  " + path + ": " + why);
+  };
+  for (const auto& item : record.items) {
+    const std::string why = obstacle(item, record.undone);
+    if (!why.empty()) tellLoss(item.path, why);
+  }
+  for (const auto& lost : record.lost) tellLoss(lost.path, lost.why);
+  if (!record.finished) {
+    printLine("What the restore did beside this is not known: it was not watched to its end.");
+  } else {
+    printLine("What its restore program did elsewhere (accounts, databases) stays as it is.");
   }
 }
 
-int carryOut(RestoreRecord record) {
-  bool complete = true;
-  bool moved = false;
-  // Last things first: an item may lie inside one that was restored before it.
-  for (auto item = record.items.rbegin(); item != record.items.rend(); ++item) {
-    if (!canMove(*item)) {
-      printWarning(item->path + ": nothing was set aside");
-      complete = false;
-    } else if (!changePlaces(item->path)) {
-      printError(item->path + ": " + errnoText(errno));
-      complete = false;
-    } else if (const Status synced = host::syncFolderOf(item->path); !synced) {
-      printError(item->path + ": " + errnoText(synced.error().code));
-      moved = true;
-      complete = false;
+struct Moved {
+  std::size_t done = 0;
+  std::size_t failed = 0;
+};
+
+Moved moveItems(RestoreRecord& record) {
+  Moved moved;
+  // Last things first: an item may lie inside one that was restored before it. And the other way
+  // round when the restore is brought back.
+  if (!record.undone) std::ranges::reverse(record.items);
+  for (auto& item : record.items) {
+    const std::string why = obstacle(item, record.undone);
+    if (!why.empty()) {
+      printWarning(item.path + ": " + why);
+      ++moved.failed;
+    } else if (!changePlaces(item.path)) {
+      printError(item.path + ": " + errnoText(errno));
+      ++moved.failed;
     } else {
-      moved = true;
-      printNote("put back " + item->path);
+      ++moved.done;
+      printNote("put back " + item.path);
     }
+    item.aside = inodeOf(asidePath(item.path));
   }
-  if (moved) {
+  if (!record.undone) std::ranges::reverse(record.items);
+  return moved;
+}
+
+int carryOut(RestoreRecord record) {
+  const ServerUnits server(record.service);
+  if (!server.stop()) {
+    printError("nothing was taken back");
+    (void)server.start();
+    return kFailure;
+  }
+  const Moved moved = moveItems(record);
+  bool kept = true;
+  if (moved.done > 0) {
     record.undone = !record.undone;
-    if (record.time != 0 && !keepRestoreRecord(record)) {
-      printError("the record of the restore could not be written");
-      complete = false;
-    }
-    printNote(
-        "the service may have to be restarted; the restored items stand beside, as .previous");
+    kept = record.time == 0 || keepRestoreRecord(record);
+    if (!kept) printError("the record of the restore could not be written");
+    printNote("the restored items stand beside, as .previous (see: helmsman tidy)");
   }
-  return complete ? kSuccess : kFailure;
+  const bool running = server.start();
+  if (!server.advice().empty()) printWarning(server.advice());
+  for (const auto& lost : record.lost) printWarning(lost.path + " " + lost.why + ": it stays so");
+  if (moved.done == 0 || !running || !kept) return kFailure;
+  return moved.failed == 0 && record.lost.empty() ? kSuccess : kPartial;
 }
 
 }  // namespace
@@ -108,16 +158,17 @@ int undo(const UndoArguments& arguments) {
     return kFailure;
   }
   const auto kept = readRestoreRecord(*service);
-  RestoreRecord record = kept ? *kept : recordFromFiles(*service);
+  const RestoreRecord record = kept ? *kept : recordFromFiles(*service);
   if (record.items.empty()) {
     printError("there is nothing to take back for " + *service);
+    for (const auto& lost : record.lost) printError(lost.path + " " + lost.why);
     return kFailure;
   }
   if (!arguments.yes) {
     showPlan(record);
     if (!confirmed("Go ahead?")) return kFailure;
   }
-  return carryOut(std::move(record));
+  return carryOut(record);
 }
 
 }  // namespace halyard::hostkit

@@ -32,6 +32,7 @@
 #include "helmsman/run/journal.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/recovered_host.h"
+#include "helmsman/run/restore_record.h"
 #include "helmsman/run/room.h"
 #include "helmsman/run/run_display.h"
 #include "helmsman/run/run_guard.h"
@@ -371,7 +372,14 @@ host::TaskResult BackupCycle::runEngine(const std::vector<std::string>& words) {
 
 bool BackupCycle::takeSnapshot() {
   phase("taking the snapshot");
-  const host::TaskResult result = runEngine({"snapshot", "--json"});
+  std::vector<std::string> words = {"snapshot", "--json"};
+  for (const std::string& path : itemsSetAside()) {
+    // Where a letter means something in a pattern, the item stays in the snapshot.
+    if (path.find_first_of("*?[\\") == std::string::npos) {
+      words.insert(words.end(), {"--exclude", path});
+    }
+  }
+  const host::TaskResult result = runEngine(words);
   const nlohmann::json answer = nlohmann::json::parse(result.output, nullptr, false);
   std::string path;
   if (answer.is_object() && answer.contains("path") && answer["path"].is_string()) {

@@ -1,0 +1,109 @@
+#include "helmsman/restore/restore_trace.h"
+
+#include <fts.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "base/text.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+bool isAfter(const std::timespec& time, const std::timespec& other) {
+  return time.tv_sec != other.tv_sec ? time.tv_sec > other.tv_sec : time.tv_nsec > other.tv_nsec;
+}
+
+// Whether anything at or below the path has changed since; links are not followed.
+bool changedSince(const std::string& path, const std::timespec& started) {
+  std::string root = path;
+  std::array<char*, 2> roots = {root.data(), nullptr};
+  const std::unique_ptr<FTS, decltype(&::fts_close)> walk(
+      ::fts_open(roots.data(), FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr), &::fts_close);
+  while (const FTSENT* entry = walk ? ::fts_read(walk.get()) : nullptr) {
+    if (entry->fts_info == FTS_DP || entry->fts_info == FTS_NS) continue;
+    if (isAfter(entry->fts_statp->st_ctim, started)) return true;
+  }
+  return false;
+}
+
+void tracePath(const PathBefore& before, const std::timespec& started, RestoreRecord& record) {
+  const std::uint64_t live = inodeOf(before.path);
+  const std::uint64_t aside = inodeOf(asidePath(before.path));
+  const auto lose = [&](const char* why) { record.lost.push_back({before.path, why}); };
+  if (aside != 0 && aside != before.aside) {
+    record.items.push_back({before.path, true, aside});
+  } else if (before.live == 0 && live != 0) {
+    record.items.push_back({before.path, false, 0});
+  } else if (before.live != 0 && live == 0) {
+    lose("was removed, and nothing was kept of it");
+  } else if (live != before.live) {
+    lose("was replaced, and nothing was kept of it");
+  } else if (live != 0 && changedSince(before.path, started)) {
+    lose("was changed in place, by the restore or by its server");
+  }
+}
+
+}  // namespace
+
+std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths) {
+  std::vector<PathBefore> before;
+  for (const std::string& path : paths) {
+    before.push_back({path, inodeOf(path), inodeOf(asidePath(path))});
+  }
+  return before;
+}
+
+PlugInJournal parseJournal(std::string_view text) {
+  PlugInJournal journal;
+  for (const std::string_view line : splitAt(text, '\n')) {
+    const std::size_t blank = line.find(' ');
+    if (blank == std::string_view::npos) continue;
+    const std::string_view word = line.substr(0, blank);
+    const std::string rest(line.substr(blank + 1));
+    if (word == "problem") journal.problems.push_back(rest);
+    if (!rest.starts_with('/')) continue;
+    if (word == "aside") journal.aside.push_back(rest);
+    if (word == "made") journal.made.push_back(rest);
+  }
+  return journal;
+}
+
+void traceRestore(const std::vector<PathBefore>& before, const PlugInJournal& journal,
+                  const std::timespec& started, RestoreRecord& record) {
+  record.items.clear();
+  record.lost.clear();
+  const auto told = [](const std::vector<std::string>& paths, const std::string& path) {
+    return std::ranges::find(paths, path) != paths.end();
+  };
+  for (const PathBefore& path : before) {
+    // An inode may be used again: what the plug-in says of its own doing comes first.
+    if (told(journal.aside, path.path) && inodeOf(asidePath(path.path)) != 0) {
+      record.items.push_back({path.path, true, inodeOf(asidePath(path.path))});
+    } else {
+      tracePath(path, started, record);
+    }
+  }
+  const auto isListed = [&before](const std::string& path) {
+    return std::ranges::any_of(before,
+                               [&path](const PathBefore& other) { return other.path == path; });
+  };
+  for (const std::string& path : journal.aside) {
+    if (isListed(path)) continue;
+    const std::uint64_t aside = inodeOf(asidePath(path));
+    if (aside != 0) {
+      record.items.push_back({path, true, aside});
+    } else {
+      record.lost.push_back({path, "was replaced, and what was set aside is gone"});
+    }
+  }
+  for (const std::string& path : journal.made) {
+    if (!isListed(path) && !told(journal.aside, path)) record.items.push_back({path, false, 0});
+  }
+  record.finished = true;
+}
+
+}  // namespace halyard::hostkit

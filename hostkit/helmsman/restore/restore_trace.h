@@ -1,0 +1,41 @@
+// What a restore did to the host, by comparing it before and after.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "helmsman/run/restore_record.h"
+
+namespace halyard::hostkit {
+
+/// A path as it was before a restore.
+struct PathBefore {
+  std::string path;
+  std::uint64_t live = 0;   ///< The inode; 0 when nothing stood there.
+  std::uint64_t aside = 0;  ///< Of its ".previous".
+};
+
+std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths);
+
+/// What plug-ins wrote into the journal that kJournalVariable names, a line each: "aside PATH"
+/// (replaced, the old one beside as PATH.previous), "made PATH", "problem TEXT".
+struct PlugInJournal {
+  std::vector<std::string> aside;
+  std::vector<std::string> made;
+  std::vector<std::string> problems;
+};
+
+inline constexpr char kJournalVariable[] = "HALYARD_RESTORE_JOURNAL";
+
+PlugInJournal parseJournal(std::string_view text);
+
+/// Fills items and lost of the record: what was set aside by Halyard or by the plug-in, what was
+/// made, and what was changed after `started` with nothing kept. An item that nobody touched is in
+/// neither.
+void traceRestore(const std::vector<PathBefore>& before, const PlugInJournal& journal,
+                  const std::timespec& started, RestoreRecord& record);
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,171 @@
+#include "helmsman/restore/tidy.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/question.h"
+#include "common/sizes.h"
+#include "common/table.h"
+#include "common/times.h"
+#include "helmsman/restore/trusted_folder.h"
+#include "helmsman/run/restore_record.h"
+#include "helmsman/run/tree_size.h"
+#include "host/files/sync.h"
+#include "host/tree/remove_tree.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+struct SetAside {
+  std::string service;
+  RestoreRecord::Item item;
+  std::int64_t time = 0;
+  std::uint64_t bytes = 0;
+  std::string problem;  // Why it is still there; empty when it is gone.
+};
+
+std::vector<SetAside> findItems(std::int64_t before) {
+  std::vector<SetAside> found;
+  for (const RestoreRecord& record : readRestoreRecords()) {
+    if (record.time > before) continue;
+    for (const auto* list : {&record.items, &record.older}) {
+      for (const RestoreRecord::Item& item : *list) {
+        if (!standsAside(item)) continue;
+        found.push_back({record.service, item, record.time, treeBytes(asidePath(item.path)), ""});
+      }
+    }
+  }
+  return found;
+}
+
+// By the open folder: nothing that others plant on the way is removed in its place.
+std::string removed(const RestoreRecord::Item& item) {
+  const TrustedPlace place = trustedPlace(asidePath(item.path));
+  if (!place.folder) return errnoText(errno);
+  struct stat status {};
+  if (::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errnoText(errno);
+  }
+  if (item.aside != 0 && status.st_ino != item.aside) return "it is not what was set aside";
+  if (const int error = host::removeTreeAt(place.folder.get(), place.name)) {
+    return errnoText(error);
+  }
+  const Status synced = host::syncFolder(place.folder.get());
+  return synced ? "" : errnoText(synced.error().code);
+}
+
+// What is gone is nothing that undo can put back.
+bool keepInRecords(const std::vector<SetAside>& found) {
+  bool kept = true;
+  for (RestoreRecord record : readRestoreRecords()) {
+    bool changed = false;
+    for (const SetAside& gone : found) {
+      if (gone.service != record.service || !gone.problem.empty()) continue;
+      const auto isIt = [&gone](const RestoreRecord::Item& item) {
+        return item.path == gone.item.path;
+      };
+      if (std::erase_if(record.items, isIt) > 0) {
+        record.lost.push_back({gone.item.path, "was set aside, which helmsman tidy removed"});
+      }
+      (void)std::erase_if(record.older, isIt);
+      changed = true;
+    }
+    kept = (!changed || keepRestoreRecord(record)) && kept;
+  }
+  return kept;
+}
+
+void show(const std::vector<SetAside>& found) {
+  std::vector<std::vector<std::string>> rows = {{"SET ASIDE", "SIZE", "SERVICE", "RESTORED"}};
+  for (const SetAside& item : found) {
+    rows.push_back({asidePath(item.item.path), sizeText(item.bytes), item.service,
+                    ageText(secondsNow() - item.time)});
+  }
+  (void)std::fputs(tableText(rows).c_str(), stdout);
+}
+
+void printAnswer(const std::vector<SetAside>& found, bool removedThem) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const SetAside& item : found) {
+    list.push_back({{"path", asidePath(item.item.path)},
+                    {"service", item.service},
+                    {"bytes", item.bytes},
+                    {"restored", timeText(item.time)},
+                    {"removed", removedThem && item.problem.empty()}});
+  }
+  printJson({{"items", std::move(list)}});
+}
+
+int carryOut(std::vector<SetAside>& found, bool asJson) {
+  std::size_t gone = 0;
+  for (SetAside& item : found) {
+    item.problem = removed(item.item);
+    if (item.problem.empty()) {
+      ++gone;
+      printNote("removed " + asidePath(item.item.path));
+    } else {
+      printError(asidePath(item.item.path) + ": " + item.problem);
+    }
+  }
+  const bool kept = keepInRecords(found);
+  if (!kept) printError("a record of a restore could not be written");
+  if (asJson) printAnswer(found, true);
+  if (!finishOutput() || (gone == 0 && !found.empty())) return kFailure;
+  return gone == found.size() && kept ? kSuccess : kPartial;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> parseAge(std::string_view text) {
+  static constexpr std::array<std::pair<std::string_view, std::int64_t>, 5> kUnits = {
+      {{"s", 1}, {"min", 60}, {"h", 3600}, {"d", 86400}, {"w", 604800}}};
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || number < 0 || number > 100'000) return std::nullopt;
+  const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
+  for (const auto& [name, seconds] : kUnits) {
+    if (unit == name) return number * seconds;
+  }
+  return std::nullopt;
+}
+
+int tidy(const TidyArguments& arguments) {
+  std::int64_t before = secondsNow();
+  if (!arguments.olderThan.empty()) {
+    const auto age = parseAge(arguments.olderThan);
+    if (!age) {
+      printError("'" + arguments.olderThan + "' is no age: say 90s, 10min, 12h, 30d or 2w");
+      return kUsageError;
+    }
+    before -= *age;
+  }
+  std::vector<SetAside> found = findItems(before);
+  if (found.empty() || arguments.dryRun) {
+    if (arguments.json) {
+      printAnswer(found, false);
+    } else if (found.empty()) {
+      printNote("no restore has set anything aside that is to be removed");
+    } else {
+      show(found);
+    }
+    return finishOutput() ? kSuccess : kFailure;
+  }
+  if (!arguments.yes) {
+    show(found);
+    if (!confirmed("Remove them for good? undo cannot bring them back.")) return kFailure;
+  }
+  return carryOut(found, arguments.json);
+}
+
+}  // namespace halyard::hostkit

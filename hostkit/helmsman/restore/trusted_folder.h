@@ -1,0 +1,21 @@
+// A folder on the way to which nobody but root can have planted a link.
+#pragma once
+
+#include <string>
+
+#include "host/files/descriptor.h"
+
+namespace halyard::hostkit {
+
+/// The folder that holds the item at an absolute path, and the item's name in it.
+struct TrustedPlace {
+  host::Descriptor folder;
+  std::string name;
+};
+
+/// Opens the folder above an item, component by component. A link on the way is followed only when
+/// it and the folder that it stands in are root's and nobody else may write there; otherwise there
+/// is no folder in the answer and errno is ELOOP, as for any other error of the way.
+TrustedPlace trustedPlace(const std::string& path);
+
+}  // namespace halyard::hostkit

@@ -1,0 +1,83 @@
+#include "helmsman/restore/watched_restore.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "base/text.h"
+#include "common/messages.h"
+#include "common/paths.h"
+#include "common/times.h"
+#include "helmsman/program/halyard_run.h"
+#include "host/files/files.h"
+#include "host/files/sync.h"
+#include "host/tree/move_item.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr std::size_t kJournalLimit = std::size_t{16} << 20;
+constexpr mode_t kJournalMode = 0600;
+
+// As the kernel stamps changes.
+std::timespec coarseNow() {
+  std::timespec now{};
+  (void)::clock_gettime(CLOCK_REALTIME_COARSE, &now);  // Cannot fail for this clock.
+  return now;
+}
+
+}  // namespace
+
+WatchedRestore::WatchedRestore(const std::string& service, const std::string& snapshot,
+                               const std::vector<PlannedItem>& plan)
+    : journal_(joinPath(kUndoFolder, service + ".journal")) {
+  std::vector<std::string> paths;
+  record_.service = service;
+  record_.snapshot = snapshot;
+  record_.time = secondsNow();
+  for (const PlannedItem& item : plan) {
+    paths.push_back(item.path);
+    if (item.inSnapshot) record_.items.push_back({item.path, item.live, 0});
+  }
+  before_ = lookBefore(paths);
+  // What earlier restores set aside elsewhere is still theirs.
+  record_.older = leftOf(readRestoreRecord(service), record_.items);
+  kept_ = keepRestoreRecord(record_);
+}
+
+host::TaskResult WatchedRestore::run(const std::vector<std::string>& words) {
+  (void)host::removeItem(journal_);  // One of a run that was cut off.
+  if (host::createOrEmptyFile(journal_, kJournalMode)) {
+    ::setenv(kJournalVariable, journal_.c_str(), 1);
+  }
+  const std::timespec started = coarseNow();
+  const host::TaskResult result = runHalyard(words);
+  ::unsetenv(kJournalVariable);
+  PlugInJournal journal = parseJournal(host::readFile(journal_, kJournalLimit).value_or(""));
+  (void)host::removeItem(journal_);  // What it says is in the record from here on.
+  problems_ = std::move(journal.problems);
+
+  const auto older = leftOf(readRestoreRecord(record_.service), {});
+  traceRestore(before_, journal, started, record_);
+  record_.older.clear();
+  for (const RestoreRecord::Item& item : older) {
+    const auto isIt = [&item](const RestoreRecord::Item& now) { return now.path == item.path; };
+    if (std::ranges::none_of(record_.items, isIt)) record_.older.push_back(item);
+  }
+  bringToDisk();
+  if (!keepRestoreRecord(record_)) {
+    problems_.emplace_back("the record for undo could not be written");
+  }
+  return result;
+}
+
+void WatchedRestore::bringToDisk() {
+  std::vector<std::string> paths;
+  for (const PathBefore& path : before_) paths.push_back(path.path);
+  for (const RestoreRecord::Item& item : record_.items) paths.push_back(item.path);
+  if (const Status synced = host::syncFileSystems(paths); !synced) {
+    problems_.push_back("what was restored may not be on disk: " + errnoText(synced.error().code));
+  }
+}
+
+}  // namespace halyard::hostkit

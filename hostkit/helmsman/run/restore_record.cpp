@@ -1,0 +1,153 @@
+#include "helmsman/run/restore_record.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "base/text.h"
+#include "common/paths.h"
+#include "common/times.h"
+#include "helmsman/settings/folders.h"
+#include "host/files/files.h"
+
+namespace halyard::hostkit {
+
+namespace {
+
+constexpr std::size_t kRecordLimit = std::size_t{16} << 20;
+constexpr std::string_view kRecordEnd = ".json";
+
+std::string textOf(const nlohmann::json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+bool flagOf(const nlohmann::json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_boolean() && found->get<bool>();
+}
+
+nlohmann::json itemsJson(const std::vector<RestoreRecord::Item>& items) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const auto& item : items) {
+    list.push_back({{"path", item.path}, {"wasLive", item.wasLive}, {"aside", item.aside}});
+  }
+  return list;
+}
+
+// False when the list is none of a record: only what a restore can have named is ever moved.
+bool readItems(const nlohmann::json& document, const char* key,
+               std::vector<RestoreRecord::Item>& items) {
+  const auto list = document.find(key);
+  if (list == document.end() || !list->is_array()) return false;
+  for (const auto& entry : *list) {
+    if (!entry.is_object() || !textOf(entry, "path").starts_with('/')) return false;
+    RestoreRecord::Item item{textOf(entry, "path"), flagOf(entry, "wasLive"), 0};
+    const auto aside = entry.find("aside");
+    if (aside != entry.end() && aside->is_number_unsigned()) {
+      item.aside = aside->get<std::uint64_t>();
+    }
+    items.push_back(std::move(item));
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string asidePath(const std::string& path) { return path + ".previous"; }
+
+std::uint64_t inodeOf(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+bool standsAside(const RestoreRecord::Item& item) {
+  const std::uint64_t there = inodeOf(asidePath(item.path));
+  return there != 0 && (item.aside == 0 || item.aside == there);
+}
+
+nlohmann::json restoreRecordJson(const RestoreRecord& record) {
+  nlohmann::json lost = nlohmann::json::array();
+  for (const auto& item : record.lost) lost.push_back({{"path", item.path}, {"why", item.why}});
+  return {{"service", record.service},     {"snapshot", record.snapshot},
+          {"time", timeText(record.time)}, {"finished", record.finished},
+          {"undone", record.undone},       {"items", itemsJson(record.items)},
+          {"lost", std::move(lost)},       {"older", itemsJson(record.older)}};
+}
+
+std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document) {
+  RestoreRecord record;
+  if (!document.is_object() || !readItems(document, "items", record.items)) return std::nullopt;
+  record.service = textOf(document, "service");
+  record.snapshot = textOf(document, "snapshot");
+  record.time = parseTime(textOf(document, "time")).value_or(0);
+  record.finished = flagOf(document, "finished");
+  record.undone = flagOf(document, "undone");
+  // Records of earlier versions have neither of these.
+  if (document.contains("older") && !readItems(document, "older", record.older)) {
+    return std::nullopt;
+  }
+  if (const auto lost = document.find("lost"); lost != document.end() && lost->is_array()) {
+    for (const auto& entry : *lost) {
+      if (entry.is_object()) record.lost.push_back({textOf(entry, "path"), textOf(entry, "why")});
+    }
+  }
+  return record;
+}
+
+std::optional<RestoreRecord> readRestoreRecord(const std::string& service) {
+  const auto bytes =
+      host::readFile(joinPath(kUndoFolder, service + std::string(kRecordEnd)), kRecordLimit);
+  if (!bytes) return std::nullopt;
+  return restoreRecordFrom(nlohmann::json::parse(*bytes, nullptr, false));
+}
+
+std::vector<RestoreRecord> readRestoreRecords() {
+  std::vector<RestoreRecord> records;
+  for (const std::string& name : host::listDirectory(kUndoFolder)) {
+    if (!name.ends_with(kRecordEnd)) continue;
+    auto record = readRestoreRecord(name.substr(0, name.size() - kRecordEnd.size()));
+    if (record) records.push_back(std::move(*record));
+  }
+  return records;
+}
+
+bool keepRestoreRecord(const RestoreRecord& record) {
+  return makeFolders(kUndoFolder, 0700) &&
+         host::writeFile(joinPath(kUndoFolder, record.service + std::string(kRecordEnd)),
+                         restoreRecordJson(record).dump(2, ' ', false,
+                                                        nlohmann::json::error_handler_t::replace) +
+                             "\n",
+                         host::Durability::power);
+}
+
+std::vector<RestoreRecord::Item> leftOf(const std::optional<RestoreRecord>& before,
+                                        const std::vector<RestoreRecord::Item>& items) {
+  std::vector<RestoreRecord::Item> left;
+  if (!before) return left;
+  for (const auto* list : {&before->items, &before->older}) {
+    for (const RestoreRecord::Item& item : *list) {
+      const auto hasItsPath = [&item](const RestoreRecord::Item& other) {
+        return other.path == item.path;
+      };
+      if (standsAside(item) && std::ranges::none_of(items, hasItsPath)) left.push_back(item);
+    }
+  }
+  return left;
+}
+
+std::vector<std::string> itemsSetAside() {
+  std::set<std::string> paths;
+  for (const RestoreRecord& record : readRestoreRecords()) {
+    for (const auto* list : {&record.items, &record.older}) {
+      for (const RestoreRecord::Item& item : *list) {
+        if (standsAside(item)) paths.insert(asidePath(item.path));
+      }
+    }
+  }
+  return {paths.begin(), paths.end()};
+}
+
+}  // namespace halyard::hostkit

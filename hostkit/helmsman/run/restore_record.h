@@ -1,0 +1,61 @@
+// What restores set aside and made, as it is kept for undo, tidy, status and backup.
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace halyard::hostkit {
+
+/// ".previous", as Halyard names what it sets aside.
+std::string asidePath(const std::string& path);
+
+/// The inode number of what stands at a path itself; 0 when nothing does.
+std::uint64_t inodeOf(const std::string& path);
+
+/// The latest restore of one service, and what is left of those before it.
+struct RestoreRecord {
+  std::string service;
+  std::string snapshot;
+  std::int64_t time = 0;
+  bool finished = false;  ///< The host was compared afterwards; else it is only what was planned.
+  bool undone = false;
+  struct Item {
+    std::string path;
+    bool wasLive = false;     ///< Something was set aside; otherwise the restore made it.
+    std::uint64_t aside = 0;  ///< The inode at its ".previous"; 0 when unknown.
+  };
+  std::vector<Item> items;  ///< In the order in which the restore took them.
+  struct Lost {
+    std::string path;
+    std::string why;  ///< "was changed in place".
+  };
+  std::vector<Lost> lost;   ///< What undo cannot take back.
+  std::vector<Item> older;  ///< What earlier restores set aside elsewhere.
+};
+
+/// Whether what a record set aside still stands there.
+bool standsAside(const RestoreRecord::Item& item);
+
+nlohmann::json restoreRecordJson(const RestoreRecord& record);
+std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document);
+
+/// One record a service is kept.
+std::optional<RestoreRecord> readRestoreRecord(const std::string& service);
+/// Every record that can be read, by service.
+std::vector<RestoreRecord> readRestoreRecords();
+
+/// Keeps the record in place of the one before; on disk when it returns true.
+bool keepRestoreRecord(const RestoreRecord& record);
+
+/// What the record of another restore leaves to a new one: all that still stands aside and that the
+/// new one does not set aside itself.
+std::vector<RestoreRecord::Item> leftOf(const std::optional<RestoreRecord>& before,
+                                        const std::vector<RestoreRecord::Item>& items);
+
+/// Every ".previous" that the records name and that stands there, in order of name.
+std::vector<std::string> itemsSetAside();
+
+}  // namespace halyard::hostkit
