@@ -119,6 +119,7 @@ holds helmsman-verify 1 helmsman verify depotHost
 bringHostBack
 holds helmsman-status 0 helmsman status
 holds helmsman-recover 1 helmsman recover --yes
+mkdir -p "$root/var/lib/halyard/undo"
 printf 'old\n' >"$root/srv/depot.previous"
 printf '{"service": "depotHost", "time": "2026-01-01T00:00:00Z", "items": [{"path": "/srv/depot", "wasLive": true}]}\n' \
   >"$root/var/lib/halyard/undo/depotHost.json"
