@@ -92,6 +92,16 @@ TEST_F(HelmsmanRecover, BringsEveryServiceBack) {
   EXPECT_THAT(root.readFile("/var/lib/halyard/recovery.json"), HasSubstr("\"result\": \"good\""));
 }
 
+TEST_F(HelmsmanRecover, ASecondDescriptorOfAServiceRefusesTheRecovery) {
+  root.writeDescriptor("30-depotHost.plist.dpkg-dist",
+                       descriptorOf("depotHost", kPlugin).list("DataFiles", {"/srv/depot"}));
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("mv /private/etc/halyard/30-depotHost.plist.dpkg-dist /root/"));
+  EXPECT_EQ(root.readFile("/srv/depot"), "came with the volume");
+  EXPECT_EQ(root.readFile("/.Halyards/depotHost/srv/depot"), "saved data");
+}
+
 TEST_F(HelmsmanRecover, AFailedServiceIsNamedWithWhatToDo) {
   root.writePlugin(kPlugin, "[ $2 = verify ] && echo 'Number of failures to match := 0'; exit 0");
   const auto result = helmsman({"recover", "--yes"});

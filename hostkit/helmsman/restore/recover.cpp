@@ -18,6 +18,7 @@
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/recovered_host.h"
 #include "helmsman/run/restore_record.h"
+#include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
@@ -199,7 +200,9 @@ int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
 
 int recover(const RecoverArguments& arguments) {
   int status = kFailure;
-  if (!halyardIsReady(status)) return status;
+  const std::vector<std::string> conflicts = descriptorProblems();
+  for (const std::string& text : conflicts) printError(text);
+  if (!conflicts.empty() || !halyardIsReady(status)) return status;
   std::string problem = obstacle();
   std::optional<Snapshot> origin;
   if (!problem.empty() || !findOrigin(arguments.snapshot, origin, problem)) {
