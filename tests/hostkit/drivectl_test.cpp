@@ -65,10 +65,8 @@ TEST_F(DriveCtl, AMissingPathIsToldOnStandardErrorAlone) {
 }
 
 TEST_F(DriveCtl, ACommandLineWithoutSenseHasAStatusOfItsOwn) {
-  for (const std::vector<std::string>& words : {std::vector<std::string>{},
-                                                {"info"},
-                                                {"info", "--no-such", "/"},
-                                                {"format", "/"}}) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{}, {"info"}, {"info", "--no-such", "/"}, {"format", "/"}}) {
     const auto result = refused("drivectl", words);
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");

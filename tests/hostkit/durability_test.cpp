@@ -62,10 +62,10 @@ TEST_F(UndoOnDisk, EachItemIsBackOnDiskBeforeTheRecordSaysSo) {
   const SystemCalls calls = callsOf({"undo", "depotHost", "--yes"});
   EXPECT_EQ(root.readFile("/srv/one"), "new");
   const std::string recorded = "renameat*\"depotHost.json\"*";
-  EXPECT_TRUE(
-      inOrder(calls, {"renameat2(*/srv/one*RENAME_EXCHANGE*", "fsync(*</srv>) = 0", recorded}));
-  EXPECT_TRUE(
-      inOrder(calls, {"renameat2(*/opt/two*RENAME_EXCHANGE*", "fsync(*</opt>) = 0", recorded}));
+  EXPECT_TRUE(inOrder(
+      calls, {"renameat2(*</srv>, \"one\"*RENAME_EXCHANGE*", "fsync(*</srv>) = 0", recorded}));
+  EXPECT_TRUE(inOrder(
+      calls, {"renameat2(*</opt>, \"two\"*RENAME_EXCHANGE*", "fsync(*</opt>) = 0", recorded}));
 }
 
 TEST_F(UndoOnDisk, TheRecordIsReplacedDurably) {

@@ -2,9 +2,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/exclusions.h"
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
-#include "common/exclusions.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/restore_snapshot.h"

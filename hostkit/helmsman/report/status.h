@@ -10,8 +10,8 @@ struct StatusArguments {
 };
 
 /// Services with their last good backup, the last run, the latest snapshot, the destination with
-/// its space against the estimate, what a backup that runs is doing, whether a dead run left its pid
-/// file. A backup that was killed, crashed or was cut off by power shows as "interrupted".
+/// its space against the estimate, what a backup that runs is doing, whether a dead run left its
+/// pid file. A backup that was killed, crashed or was cut off by power shows as "interrupted".
 ///
 /// Returns: success; with `check` failure unless the host is set up, has a destination, its last
 ///          backup was good and no dead run is in the way.
