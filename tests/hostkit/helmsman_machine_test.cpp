@@ -133,6 +133,16 @@ TEST_F(HelmsmanConfiguration, AKeyThatTheEngineDoesNotKnowIsRefusedByName) {
   EXPECT_EQ(refused("snapwheel", {"list"}).status, 2);
 }
 
+TEST_F(HelmsmanConfiguration, AnUnknownKeyOfHelmsmansOwnFilesIsAnErrorOfCheck) {
+  root.writeFile("/etc/halyard-host/helmsman.conf", "stall-limt = 4s\n");
+  const auto result = helmsman({"check"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("/etc/halyard-host/helmsman.conf"));
+  EXPECT_THAT(result.out, HasSubstr("stall-limt"));
+  root.writeFile("/etc/halyard-host/helmsman.conf", "stall-limit = 4s\n");
+  EXPECT_THAT(helmsman({"check"}).out, Not(HasSubstr("helmsman.conf")));
+}
+
 TEST_F(HelmsmanConfiguration, KeysOfTheEngineAreTaken) {
   root.writeFile("/etc/halyard-host/snapwheel.conf", "keep-daily=7\n[snapshot]\nvolume=Disk\n");
   EXPECT_EQ(refused("snapwheel", {"list"}).status, 0);

@@ -7,8 +7,8 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "helmsman/lint/configuration_lint.h"
 #include "helmsman/lint/descriptor_lint.h"
-#include "helmsman/lint/engine_lint.h"
 #include "helmsman/lint/finding.h"
 #include "helmsman/lint/host_lint.h"
 #include "helmsman/lint/preference_lint.h"
@@ -85,6 +85,7 @@ int check(const CheckArguments& arguments) {
   lintServicePreferences(descriptors, findings);
   lintEnginePreferences(findings);
   lintEngineConfiguration(findings);
+  lintHelmsmanConfiguration(findings);
   lintHost(findings);
   print(findings, arguments.json);
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -18,14 +17,13 @@
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/question.h"
-#include "common/sizes.h"
 #include "common/times.h"
-#include "common/volumes.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/clock_check.h"
 #include "helmsman/run/current_run.h"
+#include "helmsman/run/engine.h"
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/halyard_backup.h"
 #include "helmsman/run/incomplete_services.h"
@@ -59,40 +57,10 @@ namespace keys = preference_keys;
 
 constexpr char kSizePhase[] = "asking the services for their size";
 
-int exitStatusOf(RunRecord::Result result) {
-  switch (result) {
-    case RunRecord::Result::good:
-      return kSuccess;
-    case RunRecord::Result::partial:
-      return kPartial;
-    case RunRecord::Result::failed:
-    case RunRecord::Result::interrupted:
-      break;
-  }
-  return kFailure;
-}
-
 bool automaticBackupsAreOn() {
   const auto preferences = host::readDictionary(paths::kEnginePreferenceFile);
   const PropertyValue* value = preferences ? preferences->find(keys::kAutoBackup) : nullptr;
   return value != nullptr && value->integerValue() != 0;
-}
-
-std::uint64_t freeBytesOf(const std::string& path) {
-  int error = 0;
-  const auto volume = volumeOf(path, error);
-  return volume ? volume->freeBytes : 0;
-}
-
-// Of an answer of "prune --json"; none of any other text.
-std::vector<std::string> removedNames(const std::string& text) {
-  std::vector<std::string> names;
-  const nlohmann::json answer = nlohmann::json::parse(text, nullptr, false);
-  if (!answer.is_object() || !answer.contains("removed")) return names;
-  for (const auto& name : answer["removed"]) {
-    if (name.is_string()) names.push_back(name.get<std::string>());
-  }
-  return names;
 }
 
 void addLinks(const std::vector<ListedLink>& links, std::vector<ServiceResult>& services) {
@@ -125,7 +93,6 @@ class BackupCycle {
   bool isPossible();
   bool folderIsOurs();
   void tellWhatIsLacking();
-  RoomFigures measureRoom();
   bool hasRoom();
   bool makeRoom();
   void estimate();
@@ -136,7 +103,6 @@ class BackupCycle {
   void judgeSnapshot(const Snapshot& snapshot);
   void complete();
   void prune();
-  host::TaskResult runEngine(const std::vector<std::string>& words);
   void phase(const std::string& text);
   bool isToStop() const { return guard_.signal() != 0; }
   RunRecord::Result result() const;
@@ -148,6 +114,10 @@ class BackupCycle {
   CurrentRun current_;
   std::vector<std::string> leftOut_;
   RunGuard guard_;
+  RunEngine runEngine_ = [this](const std::vector<std::string>& words) {
+    return guard_.run(paths::kSnapshotTool,
+                      [&words] { return host::RunTask(std::string(paths::kSnapshotTool), words); });
+  };
   RunRecord record_;
   std::string destination_;
   std::string previousMetadata_;  // Of the latest snapshot; empty without one.
@@ -231,31 +201,13 @@ void BackupCycle::tellWhatIsLacking() {
   }
 }
 
-RoomFigures BackupCycle::measureRoom() {
-  RoomFigures figures;
-  figures.destination = destination_;
-  figures.takesSnapshot = !arguments_.noSnapshot;
-  figures.sameVolume = isOnRootVolume(destination_);
-  figures.freeOnRoot = freeBytesOf("/");
-  figures.freeOnDestination = freeBytesOf(destination_);
-  // Halyard copies what is listed, whatever the services say.
-  figures.services = std::max(record_.estimateBytes.value_or(0), bytesOfListedFiles());
-  if (isFirst_ && figures.takesSnapshot) {
-    phase("measuring the volume for its first snapshot");
-    figures.volume = bytesOfVolume(joinPath(destination_, std::string(paths::kRepositoryName)));
-    figures.volumeIsMeasured = true;
-  } else if (const auto last = readLastRecord()) {
-    figures.volume = last->copiedBytes;
-  }
-  return figures;
-}
-
 bool BackupCycle::hasRoom() {
-  RoomFigures figures = measureRoom();
+  if (isFirst_ && !arguments_.noSnapshot) phase("measuring the volume for its first snapshot");
+  RoomFigures figures = measureRoom(
+      {destination_, record_.estimateBytes.value_or(0), isFirst_, !arguments_.noSnapshot});
   RoomVerdict verdict = judgeRoom(figures);
   if (verdict.destinationIsShort && !isFirst_ && makeRoom()) {
-    figures.freeOnRoot = freeBytesOf("/");
-    figures.freeOnDestination = freeBytesOf(destination_);
+    measureFree(figures);
     verdict = judgeRoom(figures);
   }
   display_.clearBar();
@@ -266,13 +218,12 @@ bool BackupCycle::hasRoom() {
 
 // The engine knows the rules; this asks it twice, so that what goes is known before it goes.
 bool BackupCycle::makeRoom() {
-  const host::TaskResult plan = runEngine({"prune", "--dry-run", "--json"});
-  const std::vector<std::string> removable = removedNames(plan.output);
+  const std::vector<std::string> removable = snapshotsToPrune(runEngine_);
   if (!mayMakeRoom(removable, snapshotsIn(snapshotFolder(destination_)), readLastRecord())) {
     return false;
   }
   phase("removing snapshots that no rule keeps, to make room");
-  if (runEngine({"prune"}).status != 0) return false;
+  if (!pruneSnapshots(runEngine_).empty()) return false;
   std::string names;
   for (const std::string& name : removable) names += (names.empty() ? "" : ", ") + name;
   display_.clearBar();
@@ -359,56 +310,23 @@ void BackupCycle::markServices() {
   }
 }
 
-// The line of the engine that says what went wrong.
-std::string lastLineOf(std::string_view text) {
-  text = trimLineFeeds(text);
-  return std::string(text.substr(text.find_last_of('\n') + 1));
-}
-
-host::TaskResult BackupCycle::runEngine(const std::vector<std::string>& words) {
-  return guard_.run(paths::kSnapshotTool,
-                    [&words] { return host::RunTask(std::string(paths::kSnapshotTool), words); });
-}
-
 bool BackupCycle::takeSnapshot() {
   phase("taking the snapshot");
-  std::vector<std::string> words = {"snapshot", "--json"};
-  for (const std::string& path : itemsSetAside()) {
-    // Where a letter means something in a pattern, the item stays in the snapshot.
-    if (path.find_first_of("*?[\\") == std::string::npos) {
-      words.insert(words.end(), {"--exclude", path});
-    }
-  }
-  const host::TaskResult result = runEngine(words);
-  const nlohmann::json answer = nlohmann::json::parse(result.output, nullptr, false);
-  std::string path;
-  if (answer.is_object() && answer.contains("path") && answer["path"].is_string()) {
-    path = answer["path"].get<std::string>();
-  }
-  if (result.status != 0) {
-    const std::string reason = lastLineOf(result.error);
-    problem((path.empty() ? "no snapshot was taken" : "the snapshot is not complete") +
-            (reason.empty() ? ": the engine ended with status " + std::to_string(result.status)
-                            : ": " + reason));
-  }
-  if (path.empty()) {
-    if (result.status == 0) problem("the engine did not name its snapshot");
-    return false;
-  }
-  const Snapshot snapshot = readSnapshot(path);
+  const EngineSnapshot taken = hostkit::takeSnapshot(runEngine_, itemsSetAside());
+  if (!taken.problem.empty()) problem(taken.problem);
+  if (taken.path.empty()) return false;
+  const Snapshot snapshot = readSnapshot(taken.path);
   if (snapshot.metadataFolder.empty() ||
       signatureIn(snapshot.metadataFolder) != signatureIn(paths::kMetadataFolder)) {
-    problem("the snapshot " + path + " does not carry this backup");
+    problem("the snapshot " + taken.path + " does not carry this backup");
     return false;
   }
-  record_.snapshot = path;
+  record_.snapshot = taken.path;
   if (!machineIdentifier().empty()) {
     const std::string reason = adoptFolder(destination_);
     if (!reason.empty()) printWarning("the folder could not be recorded as this host's: " + reason);
   }
-  if (!answer.value("reference", "").empty()) {
-    record_.copiedBytes = answer.value("copiedBytes", std::uint64_t{0});
-  }
+  if (taken.hasReference) record_.copiedBytes = taken.copiedBytes;
   judgeSnapshot(snapshot);
   return true;
 }
@@ -436,10 +354,8 @@ void BackupCycle::prune() {
   // A snapshot that lacks something is no reason to part with an older one.
   if (result() != RunRecord::Result::good) return;
   phase("removing snapshots that are out of date");
-  const host::TaskResult result = runEngine({"prune"});
-  if (result.status != 0) {
-    problem("old snapshots could not be removed: " + lastLineOf(result.error));
-  }
+  const std::string reason = pruneSnapshots(runEngine_);
+  if (!reason.empty()) problem("old snapshots could not be removed: " + reason);
 }
 
 // As far as the run has come.

@@ -16,6 +16,7 @@
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/sizes.h"
+#include "common/volumes.h"
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/tree_size.h"
 #include "host/files/descriptor.h"
@@ -150,6 +151,34 @@ std::optional<std::string> writeProblem(const std::string& destination) {
     return std::nullopt;
   }
   return folder + " cannot be written: " + errnoText(errno == 0 ? ENOSPC : errno);
+}
+
+RoomFigures measureRoom(const RoomQuestion& question) {
+  RoomFigures figures;
+  figures.destination = question.destination;
+  figures.takesSnapshot = question.takesSnapshot;
+  figures.sameVolume = isOnRootVolume(question.destination);
+  measureFree(figures);
+  // Halyard copies what is listed, whatever the services say.
+  figures.services = std::max(question.estimateBytes, bytesOfListedFiles());
+  if (question.isFirst && question.takesSnapshot) {
+    figures.volume =
+        bytesOfVolume(joinPath(question.destination, std::string(paths::kRepositoryName)));
+    figures.volumeIsMeasured = true;
+  } else if (const auto last = readLastRecord()) {
+    figures.volume = last->copiedBytes;
+  }
+  return figures;
+}
+
+void measureFree(RoomFigures& figures) {
+  const auto freeBytesOf = [](const std::string& path) {
+    int error = 0;
+    const auto volume = volumeOf(path, error);
+    return volume ? volume->freeBytes : 0;
+  };
+  figures.freeOnRoot = freeBytesOf("/");
+  figures.freeOnDestination = freeBytesOf(figures.destination);
 }
 
 }  // namespace halyard::hostkit

@@ -33,6 +33,19 @@ struct RoomVerdict {
 /// copies the volume too; on one volume all of it adds up.
 RoomVerdict judgeRoom(const RoomFigures& figures);
 
+struct RoomQuestion {
+  std::string destination;
+  std::uint64_t estimateBytes = 0;  ///< What the services say; 0 when they were not asked.
+  bool isFirst = false;             ///< There is no snapshot yet.
+  bool takesSnapshot = true;
+};
+
+/// Measures what judgeRoom wants to know. Walks the whole volume for a first snapshot.
+RoomFigures measureRoom(const RoomQuestion& question);
+
+/// Asks again for the free room, after some was made.
+void measureFree(RoomFigures& figures);
+
 /// What a first snapshot copies of "/": the room that everything on its file system takes, without
 /// "/.Halyards", what the engine's exclusions leave out, and the repository.
 std::uint64_t bytesOfVolume(const std::string& repository);

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
+#include "common/exit_status.h"
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/settings/folders.h"
@@ -181,6 +182,19 @@ bool keepRecord(const RunRecord& record) {
   const bool latest = host::writeFile(kLastBackupFile, text, host::Durability::power);
   removeOldResults();
   return dated && latest;
+}
+
+int exitStatusOf(RunRecord::Result result) {
+  switch (result) {
+    case RunRecord::Result::good:
+      return kSuccess;
+    case RunRecord::Result::partial:
+      return kPartial;
+    case RunRecord::Result::failed:
+    case RunRecord::Result::interrupted:
+      break;
+  }
+  return kFailure;
 }
 
 }  // namespace halyard::hostkit

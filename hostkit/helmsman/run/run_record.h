@@ -67,4 +67,7 @@ void inheritGood(RunRecord& record, const std::optional<RunRecord>& before);
 /// could not be written.
 bool keepRecord(const RunRecord& record);
 
+/// The status that a backup of this result ends with.
+int exitStatusOf(RunRecord::Result result);
+
 }  // namespace halyard::hostkit

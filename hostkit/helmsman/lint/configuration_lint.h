@@ -1,4 +1,4 @@
-// Lints the configuration file of the snapshot engine.
+// Lints the configuration files of the engine and of helmsman itself.
 #pragma once
 
 #include "helmsman/lint/finding.h"
@@ -9,5 +9,8 @@ namespace halyard::hostkit {
 ///
 /// Runs: snapwheel --help, when the file is there.
 void lintEngineConfiguration(Findings& findings);
+
+/// Reads /etc/halyard-host/helmsman.conf and the files of its folder "services", as a backup does.
+void lintHelmsmanConfiguration(Findings& findings);
 
 }  // namespace halyard::hostkit

@@ -1,10 +1,11 @@
-#include "helmsman/lint/engine_lint.h"
+#include "helmsman/lint/configuration_lint.h"
 
 #include <string>
 
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/paths.h"
+#include "helmsman/settings/helmsman_configuration.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "product/paths.h"
@@ -20,6 +21,13 @@ void lintEngineConfiguration(Findings& findings) {
   FindingList list(kEngineConfigFile, findings);
   list.error("", "snapwheel does not take it: " + std::string(reason.substr(0, reason.find('\n'))),
              "mend it; until then no snapshot is taken or removed");
+}
+
+void lintHelmsmanConfiguration(Findings& findings) {
+  std::string problem;
+  if (helmsmanConfiguration(problem)) return;
+  FindingList list(kNativePreferenceFolder, findings);
+  list.error("", problem, "mend it; until then nothing is backed up");
 }
 
 }  // namespace halyard::hostkit
