@@ -110,8 +110,7 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
   status.setUp = host::exists(paths::kSetupMarker);
   if (const auto engine = host::readDictionary(paths::kEnginePreferenceFile)) {
     status.schedule = scheduleFrom(*engine);
-    const PropertyValue* automatic = engine->find(keys::kAutoBackup);
-    status.automatic = automatic != nullptr && automatic->integerValue() != 0;
+    status.automatic = isAutomatic(*engine);
   }
   status.destination = backupDestination(status.destinationProblem);
   if (status.destination) {

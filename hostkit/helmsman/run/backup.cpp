@@ -11,12 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "base/property_list.h"
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
-#include "common/question.h"
 #include "common/times.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/program/pid_file_state.h"
@@ -38,6 +36,7 @@
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/local_volumes.h"
+#include "helmsman/settings/schedule.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/settings/settings.h"
@@ -47,21 +46,12 @@
 #include "host/files/property_file.h"
 #include "host/process/task.h"
 #include "product/paths.h"
-#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
-namespace keys = preference_keys;
-
 constexpr char kSizePhase[] = "asking the services for their size";
-
-bool automaticBackupsAreOn() {
-  const auto preferences = host::readDictionary(paths::kEnginePreferenceFile);
-  const PropertyValue* value = preferences ? preferences->find(keys::kAutoBackup) : nullptr;
-  return value != nullptr && value->integerValue() != 0;
-}
 
 void addLinks(const std::vector<ListedLink>& links, std::vector<ServiceResult>& services) {
   for (const ListedLink& link : links) {
@@ -174,7 +164,8 @@ bool BackupCycle::isPossible() {
   if (!folderIsOurs()) return false;
   const std::string clock = clockProblem(secondsNow(), knownPast());
   if (!clock.empty()) printWarning(clock);
-  if (!automaticBackupsAreOn()) {
+  const auto engine = host::readDictionary(paths::kEnginePreferenceFile);
+  if (!engine || !isAutomatic(*engine)) {
     problem("automatic backups are off (see: helmsman schedule --on)");
     return false;
   }
@@ -231,19 +222,12 @@ bool BackupCycle::makeRoom() {
   return true;
 }
 
-// Asks where somebody can answer; a program that reads the output cannot.
 bool BackupCycle::folderIsOurs() {
-  const std::string refusal = folderRefusal(destination_);
-  if (refusal.empty()) return true;
-  if (arguments_.json || ::isatty(STDIN_FILENO) == 0) {
-    problem(refusal);
-    return false;
-  }
-  printWarning(refusal);
-  std::string reason = "the folder of the snapshots was not taken for this host's";
-  if (confirmed("Take " + snapshotFolder(destination_) + " for this host's folder?")) {
-    reason = adoptFolder(destination_);
-  }
+  std::string reason = folderRefusal(destination_);
+  if (reason.empty()) return true;
+  // Asks where somebody can answer; a program that reads the output cannot.
+  const bool canAsk = !arguments_.json && ::isatty(STDIN_FILENO) != 0;
+  if (canAsk) reason = askToAdopt(destination_, reason);
   if (!reason.empty()) problem(reason);
   return reason.empty();
 }
@@ -358,7 +342,6 @@ void BackupCycle::prune() {
   if (!reason.empty()) problem("old snapshots could not be removed: " + reason);
 }
 
-// As far as the run has come.
 RunRecord::Result BackupCycle::result() const {
   if (isToStop()) return RunRecord::Result::interrupted;
   const auto isDone = [](const ServiceResult& service) { return service.done; };

@@ -222,4 +222,9 @@ int schedule(const ScheduleArguments& arguments) {
   return kSuccess;
 }
 
+bool isAutomatic(const PropertyDictionary& enginePreferences) {
+  const PropertyValue* value = enginePreferences.find(keys::kAutoBackup);
+  return value != nullptr && value->integerValue() != 0;
+}
+
 }  // namespace halyard::hostkit

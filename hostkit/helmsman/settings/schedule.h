@@ -57,4 +57,7 @@ struct ScheduleArguments {
 /// Returns: the exit status.
 int schedule(const ScheduleArguments& arguments);
 
+/// Whether the engine's preferences switch automatic backups on.
+bool isAutomatic(const PropertyDictionary& enginePreferences);
+
 }  // namespace halyard::hostkit

@@ -10,6 +10,7 @@
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
+#include "common/question.h"
 #include "common/safe_folder.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
@@ -99,6 +100,14 @@ std::string adoptFolder(const std::string& destination) {
     return path + ": " + errnoText(errno);
   }
   return {};
+}
+
+std::string askToAdopt(const std::string& destination, const std::string& refusal) {
+  printWarning(refusal);
+  if (!confirmed("Take " + snapshotFolder(destination) + " for this host's folder?")) {
+    return "the folder of the snapshots was not taken for this host's";
+  }
+  return adoptFolder(destination);
 }
 
 int adoptDestination() {
