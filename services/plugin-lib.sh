@@ -210,6 +210,8 @@ putBack() {
 restartUnits() {
   [ -d /run/systemd/system ] || return 0
   for unit in ${units-}; do
+    # A server that is not on this host has no unit.
+    systemctl cat "$unit" >/dev/null 2>&1 || continue
     systemctl try-restart "$unit" >>"$log" 2>&1 || problem "cannot restart $unit"
   done
 }

@@ -33,6 +33,7 @@ inline constexpr char kHelmsmanConfiguration[] = "/etc/halyard-host/helmsman.con
 inline constexpr char kServiceConfigurationFolder[] = "/etc/halyard-host/services";
 inline constexpr char kResultFolder[] = "/var/lib/halyard/results";
 inline constexpr char kRecoveryFile[] = "/var/lib/halyard/recovery.json";
+inline constexpr char kRecoveryJournal[] = "/var/lib/halyard/undo/recovery.journal";
 inline constexpr char kUndoFolder[] = "/var/lib/halyard/undo";
 inline constexpr char kMachineRecordName[] =
     ".machine-id";  // In a host's folder of the repository.

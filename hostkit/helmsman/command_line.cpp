@@ -260,7 +260,7 @@ void CommandLine::addRestoreCommands() {
   restore->add_flag("-n,--dry-run", restore_.dryRun, "Only show what would happen");
   restore->add_flag("-y,--yes", restore_.yes, "Do not ask");
   restore->add_flag("--force", restore_.force,
-                    "Restore what there is of a service that the snapshot holds in part");
+                    "Restore also a part of a service, and lose what an earlier restore set aside");
   restore->add_flag("--no-verify", restore_.noVerify, "Do not verify the service afterwards");
 
   CLI::App* recover = add("recover", "Bring the services of a recovered host back", Needs::root,

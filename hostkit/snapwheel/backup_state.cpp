@@ -28,4 +28,9 @@ std::vector<std::string> backupProblems(const std::string& volumePath) {
   return problems;
 }
 
+bool carriesBackup(const std::string& volumePath) {
+  const std::string folder = volumePath + paths::kMetadataFolder;
+  return host::isRealDirectory(folder) && stands(joinPath(folder, paths::kSignatureName));
+}
+
 }  // namespace halyard::snapwheel

@@ -12,4 +12,7 @@ namespace halyard::snapwheel {
 /// all: then it is no host that Halyard backs up.
 std::vector<std::string> backupProblems(const std::string& volumePath);
 
+/// Whether the volume carries a signed backup of the services, whole or not.
+bool carriesBackup(const std::string& volumePath);
+
 }  // namespace halyard::snapwheel

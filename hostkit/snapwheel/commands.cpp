@@ -73,7 +73,12 @@ int prune(const Repository& repository, const RetentionRules& rules, bool dryRun
   if (json) {
     hostkit::printJson({{"dryRun", dryRun}, {"removed", removed}, {"kept", kept}});
   }
-  return hostkit::kSuccess;
+  const bool held = std::ranges::any_of(
+      plan, [](const PlannedRemoval& item) { return item.verdict.reason == kNewestIsNotGood; });
+  if (!held) return hostkit::kSuccess;
+  hostkit::printWarning(
+      "nothing was pruned: the newest snapshot does not hold, whole, what older ones hold");
+  return dryRun ? hostkit::kSuccess : hostkit::kPartial;
 }
 
 nlohmann::json listEntry(const Repository& repository, const std::string& name) {

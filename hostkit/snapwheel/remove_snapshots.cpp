@@ -46,10 +46,22 @@ void removeOne(const Repository& repository, const std::string& name) {
   if (const int error = removeSnapshotFolder(path)) throw Failure(errorText(path, error));
 }
 
-bool isGood(const std::string& snapshot) {
+bool holdsServices(const std::string& snapshot) {
   const auto manifest = readManifest(snapshot);
-  return manifest && manifest->complete &&
-         backupProblems(joinPath(snapshot, manifest->volume)).empty();
+  return manifest && carriesBackup(joinPath(snapshot, manifest->volume));
+}
+
+/// Whether older snapshots may go for it: it is complete, and when any of them holds the services,
+/// it does so too, and whole.
+bool mayReplace(const Repository& repository, const std::vector<std::string>& names) {
+  if (names.empty()) return false;
+  const std::string newest = repository.path(names.back());
+  const auto manifest = readManifest(newest);
+  if (!manifest || !manifest->complete) return false;
+  if (!backupProblems(joinPath(newest, manifest->volume)).empty()) return false;
+  return holdsServices(newest) || std::ranges::none_of(names, [&](const std::string& name) {
+           return holdsServices(repository.path(name));
+         });
 }
 
 }  // namespace
@@ -69,11 +81,11 @@ std::vector<PlannedRemoval> planPrune(const Repository& repository, const Retent
   const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
   const std::vector<Verdict> verdicts = judge(instants, rules, now);
 
-  const bool good = !names.empty() && isGood(repository.path(names.back()));
+  const bool good = mayReplace(repository, names);
   std::vector<PlannedRemoval> plan;
   for (std::size_t index = 0; index < names.size(); ++index) {
     plan.push_back({names[index], verdicts[index]});
-    if (!good && !plan.back().verdict.keep) plan.back().verdict = {true, "newest is not good"};
+    if (!good && !plan.back().verdict.keep) plan.back().verdict = {true, kNewestIsNotGood};
   }
   return plan;
 }

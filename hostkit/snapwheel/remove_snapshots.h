@@ -9,6 +9,9 @@
 
 namespace halyard::snapwheel {
 
+/// The reason to keep what the rules would let go.
+inline constexpr char kNewestIsNotGood[] = "newest is not good";
+
 /// Removes complete snapshots by name, and moves "Latest" to the newest that stays when its own
 /// goes. Each is first renamed to one in progress, so that a half-removed one never passes for a
 /// good one. Names of snapshots in progress are taken too. Needs HostLock.

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "backup_test.h"
@@ -101,8 +102,34 @@ TEST_F(HelmsmanBackup, AFileThatTheLatestSnapshotHasAndTheHostLostIsAProblem) {
   root.remove("/srv/depot");
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 4);
-  EXPECT_THAT(result.err, HasSubstr("depotHost: /srv/depot is gone; the latest snapshot has it"));
+  EXPECT_THAT(result.err, HasSubstr("depotHost: /srv/depot is gone, and "));
   EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json", "prune", "snapshot --json"));
+}
+
+TEST_F(HelmsmanBackup, AFileThatIsLostIsAProblemEveryNightUntilItIsLeftOut) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  root.remove("/srv/depot");
+  EXPECT_EQ(helmsman({"backup"}).status, 4);
+  const auto second = helmsman({"backup"});
+  EXPECT_EQ(second.status, 4);
+  EXPECT_THAT(second.err, HasSubstr("/srv/depot is gone, and 2026-11-20-020000 has it (if it is "
+                                    "meant to be gone: helmsman volumes leave-out /srv/depot)"));
+  EXPECT_EQ(helmsman({"volumes", "leave-out", "/srv/depot"}).status, 0);
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+}
+
+TEST_F(HelmsmanBackup, ADescriptorThatLeadsNowhereIsAProblem) {
+  root.makeLink("/private/etc/halyard/60-shopHost.plist", "/opt/shop.plist");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("60-shopHost.plist"));
+}
+
+TEST_F(HelmsmanBackup, ItsLockCannotBeTakenByOthers) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  struct stat status {};
+  ASSERT_EQ(::stat(root.path("/run/halyard/backup.lock").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600U);
 }
 
 TEST_F(HelmsmanBackup, AFailedSnapshotLeavesTheBackupAndPrunesNothing) {

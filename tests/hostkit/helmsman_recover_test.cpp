@@ -112,6 +112,16 @@ TEST_F(HelmsmanRecover, AFailedServiceIsNamedWithWhatToDo) {
   EXPECT_THAT(result.err, HasSubstr("helmsman restore depotHost --from 2026-11-20-020000"));
 }
 
+TEST_F(HelmsmanRecover, AProblemThatARestoreProgramTellsIsHeard) {
+  root.writePlugin("/usr/libexec/post",
+                   "[ $2 = restore ] && echo 'problem the dump could not be loaded' "
+                   ">>\"$HALYARD_RESTORE_JOURNAL\"\n"
+                   "[ $2 = verify ] && echo 'Number of failures to match := 0'; exit 0");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("a restore program says: the dump could not be loaded"));
+}
+
 TEST_F(HelmsmanRecover, AServiceThatVerifiesBadlyHasFailed) {
   root.writePlugin("/usr/libexec/post",
                    "[ $2 = verify ] && echo 'Number of failures to match := 2'; exit 0");

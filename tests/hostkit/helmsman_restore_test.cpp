@@ -124,7 +124,7 @@ TEST_F(HelmsmanRestore, MismatchesAfterwardsAreAFailure) {
   const auto result = helmsman({"restore", "depotHost", "--yes"});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.err, HasSubstr("verify reports 3 mismatches"));
-  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes", "--no-verify"}).status, 0);
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes", "--no-verify", "--force"}).status, 0);
 }
 
 TEST_F(HelmsmanRestore, HandsTheOptionToTheService) {

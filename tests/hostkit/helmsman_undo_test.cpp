@@ -54,6 +54,44 @@ class UndoTest : public test::HostKitTest {
 using HelmsmanUndoes = UndoTest;
 using HelmsmanTidy = UndoTest;
 
+// ---- what a restore must not lose or claim
+
+TEST_F(HelmsmanUndoes, ASecondRestoreDoesNotReplaceWhatTheFirstSetAside) {
+  restored();
+  const auto second = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.err, HasSubstr("/srv/depot.previous is what the restore of"));
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "new data");
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+  restored();
+}
+
+TEST_F(HelmsmanUndoes, ARestoreProgramThatIsMissingIsToldBefore) {
+  root.remove(kPlugin);
+  const auto result = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("the restore program of depotHost cannot be run"));
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+}
+
+TEST_F(HelmsmanTidy, LeavesAPreviousThatNoRestoreSetAside) {
+  root.remove("/srv/depot");
+  root.writeFile("/srv/depot.previous", "somebody's own");
+  restored();
+  EXPECT_EQ(helmsman({"tidy", "--yes"}).status, 0);
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "somebody's own");
+}
+
+TEST_F(HelmsmanTidy, LeavesWhatAnUndoRefusedToMove) {
+  restored();
+  root.writeFile("/srv/own", "somebody's own");
+  ASSERT_EQ(::rename(root.path("/srv/own").c_str(), root.path("/srv/depot.previous").c_str()), 0);
+  EXPECT_NE(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  (void)helmsman({"tidy", "--yes"});
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "somebody's own");
+}
+
 // ---- undo
 
 TEST_F(HelmsmanUndoes, AnItemInsideAnotherBeforeTheOuterOne) {

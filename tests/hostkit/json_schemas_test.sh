@@ -124,6 +124,9 @@ printf 'old\n' >"$root/srv/depot.previous"
 printf '{"service": "depotHost", "time": "2026-01-01T00:00:00Z", "items": [{"path": "/srv/depot", "wasLive": true}]}\n' \
   >"$root/var/lib/halyard/undo/depotHost.json"
 holds helmsman-tidy 0 helmsman tidy --yes
+# The newest snapshot carries a backup of the services, as older ones do, so that some may go.
+mkdir -p "$root/.Halyards"
+printf 'signed\n' >"$root/.Halyards/.halyardSignature"
 holds snapwheel-snapshot 0 snapwheel snapshot
 holds snapwheel-list 0 snapwheel list
 holds snapwheel-prune 0 snapwheel prune --dry-run --keep-last 1 --days-to-retain 0

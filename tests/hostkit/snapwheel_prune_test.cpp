@@ -50,9 +50,20 @@ TEST_F(SnapshotPrune, GoesAheadWhenTheBackupIsWhole) {
   EXPECT_THAT(snapshots(), SizeIs(1));
 }
 
-TEST_F(SnapshotPrune, GoesAheadOnAVolumeWithoutServices) {
+TEST_F(SnapshotPrune, KeepsWhatHoldsTheServicesWhenTheNewestHoldsNone) {
   root.remove("/data/.Halyards");
   root.writeFile("/data/file", "data");
+  const CommandResult result = snapshot();
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("nothing was pruned"));
+  EXPECT_THAT(snapshots(), SizeIs(2));
+}
+
+TEST_F(SnapshotPrune, GoesAheadWhereNoSnapshotHoldsServices) {
+  root.remove("/data/.Halyards");
+  root.writeFile("/data/file", "data");
+  ASSERT_EQ(snapwheel({"delete", "latest"}).status, 0);
+  EXPECT_EQ(snapshot().status, 0);
   EXPECT_EQ(snapshot().status, 0);
   EXPECT_THAT(snapshots(), SizeIs(1));
 }
@@ -79,7 +90,7 @@ TEST_F(SnapshotPrune, OnItsOwnKeepsEverythingWhileTheNewestIsNotWhole) {
   ASSERT_EQ(snapshot().status, 4);
   const CommandResult shown = snapwheel({"prune", "--dry-run"});
   EXPECT_THAT(shown.out, HasSubstr("newest is not good"));
-  EXPECT_EQ(snapwheel({"prune"}).status, 0);
+  EXPECT_EQ(snapwheel({"prune"}).status, 4);
   EXPECT_THAT(snapshots(), SizeIs(2));
 }
 

@@ -15,6 +15,8 @@
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/recovery.h"
 #include "helmsman/restore/verify.h"
+#include "helmsman/restore/watched_restore.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/recovered_host.h"
 #include "helmsman/run/restore_record.h"
@@ -174,7 +176,12 @@ int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
   }
   // Halyard wants a path that exists and uses it for nothing else.
   const std::string image = origin ? origin->path : paths::kMetadataFolder;
-  const host::TaskResult result = runHalyard({"-cmd", "restore", "-path", image, "-target", "/"});
+  PlugInJournal plugIns;
+  const host::TaskResult result = runWithJournal(
+      {"-cmd", "restore", "-path", image, "-target", "/"}, kRecoveryJournal, plugIns);
+  for (const std::string& problem : plugIns.problems) {
+    recovery.problems.push_back("a restore program says: " + problem);
+  }
   if (result.status != 0) {
     recovery.problems.push_back("Halyard ended with status " + std::to_string(result.status));
   }
@@ -199,6 +206,7 @@ int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
 }  // namespace
 
 int recover(const RecoverArguments& arguments) {
+  if (!arguments.dryRun && isRefusedDuringBackup()) return kBusy;
   int status = kFailure;
   const std::vector<std::string> conflicts = descriptorProblems();
   for (const std::string& text : conflicts) printError(text);

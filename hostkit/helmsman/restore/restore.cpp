@@ -1,5 +1,6 @@
 #include "helmsman/restore/restore.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <vector>
@@ -9,16 +10,19 @@
 #include "common/question.h"
 #include "common/sizes.h"
 #include "common/table.h"
+#include "common/times.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/restore/restore_source.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/restore/watched_restore.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
+#include "host/files/files.h"
 
 namespace halyard::hostkit {
 
@@ -45,6 +49,11 @@ std::optional<Restoration> prepare(const RestoreArguments& arguments, std::strin
   std::vector<std::string> names;
   for (const InstalledDescriptor& descriptor : descriptors) {
     names.push_back(descriptor.serviceName());
+    const auto program = descriptor.content.text("RestoreBinaryPath");
+    if (program && host::isExecutableFile(*program)) continue;
+    problem = "the restore program of " + names.back() +
+              " cannot be run: " + program.value_or("its descriptor names none");
+    return std::nullopt;
   }
   const auto snapshot = restoreSource(arguments, *service, names, problem);
   if (!snapshot) return std::nullopt;
@@ -54,6 +63,24 @@ std::optional<Restoration> prepare(const RestoreArguments& arguments, std::strin
   }
   restoration.canVerify = descriptors.back().content.text("VerifyBinaryPath").has_value();
   return restoration;
+}
+
+// A restore replaces what the one before it set aside. Empty when that loses nothing: after an undo
+// it is the content of a snapshot.
+std::string lossOfEarlier(const Restoration& restoration) {
+  const auto earlier = readRestoreRecord(restoration.service);
+  if (!earlier || earlier->undone) return "";
+  for (const PlannedItem& item : restoration.plan) {
+    const auto isIt = [&item](const RestoreRecord::Item& kept) {
+      return kept.path == item.path && kept.wasLive && standsAside(kept);
+    };
+    if (!item.inSnapshot || !item.live || std::ranges::none_of(earlier->items, isIt)) continue;
+    return asidePath(item.path) + " is what the restore of " +
+           ageText(secondsNow() - earlier->time) +
+           " set aside, and would be lost; first run helmsman undo " + restoration.service +
+           " or helmsman tidy, or give --force";
+  }
+  return "";
 }
 
 std::string actionText(const PlannedItem& item) {
@@ -126,6 +153,13 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
     return kFailure;
   }
   if (!restored || !verified(restoration, !arguments.noVerify)) return kFailure;
+  const auto isHeld = [](const PlannedItem& item) { return item.inSnapshot; };
+  if (!restoration.plan.empty() && std::ranges::none_of(restoration.plan, isHeld)) {
+    printWarning("the restore program of " + restoration.service + " was run; of the " +
+                 std::to_string(restoration.plan.size()) + " items that the service lists, " +
+                 restoration.snapshot.name + " holds none");
+    return kPartial;
+  }
   if (restoration.inPart) {
     printWarning("restored the part of " + restoration.service + " that " +
                  restoration.snapshot.name + " holds");
@@ -138,6 +172,7 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
 }  // namespace
 
 int restore(const RestoreArguments& arguments) {
+  if (!arguments.dryRun && isRefusedDuringBackup()) return kBusy;
   int status = kFailure;
   const std::vector<std::string> conflicts = descriptorProblems();
   for (const std::string& text : conflicts) printError(text);
@@ -146,6 +181,11 @@ int restore(const RestoreArguments& arguments) {
   const auto restoration = prepare(arguments, problem);
   if (!restoration) {
     if (!problem.empty()) printError(problem);  // Else the administrator was asked, and said no.
+    return kFailure;
+  }
+  const std::string loss = arguments.force ? std::string() : lossOfEarlier(*restoration);
+  if (!loss.empty()) {
+    printError(loss);
     return kFailure;
   }
   const std::vector<std::string> noRoom = roomProblems(restoration->plan);
@@ -163,9 +203,10 @@ int restore(const RestoreArguments& arguments) {
     }
   }
   status = carryOut(*restoration, arguments);
-  writeJournal(
-      {"restore", restoration->service, restoration->snapshot.path,
-       resultWord(status == kSuccess ? RunRecord::Result::good : RunRecord::Result::failed)});
+  writeJournal({"restore", restoration->service, restoration->snapshot.path,
+                resultWord(status == kSuccess   ? RunRecord::Result::good
+                           : status == kPartial ? RunRecord::Result::partial
+                                                : RunRecord::Result::failed)});
   return status;
 }
 

@@ -12,7 +12,9 @@ struct RestoreArguments {
   bool dryRun = false;
   bool yes = false;
   bool noVerify = false;
-  bool force = false;  ///< Restore what there is of a service that the snapshot holds in part.
+  /// Restore what there is of a service that the snapshot holds in part, and lose what an earlier
+  /// restore set aside.
+  bool force = false;
 };
 
 /// Checks first (does the snapshot hold the service, is there room), shows what will be replaced,

@@ -18,6 +18,7 @@
 #include "common/table.h"
 #include "common/times.h"
 #include "helmsman/restore/trusted_folder.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/run/restore_record.h"
 #include "helmsman/run/tree_size.h"
 #include "host/files/sync.h"
@@ -141,6 +142,7 @@ std::optional<std::int64_t> parseAge(std::string_view text) {
 }
 
 int tidy(const TidyArguments& arguments) {
+  if (!arguments.dryRun && isRefusedDuringBackup()) return kBusy;
   std::int64_t before = secondsNow();
   if (!arguments.olderThan.empty()) {
     const auto age = parseAge(arguments.olderThan);

@@ -14,6 +14,7 @@
 #include "common/times.h"
 #include "helmsman/restore/server_units.h"
 #include "helmsman/restore/trusted_folder.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"
 #include "host/files/sync.h"
@@ -119,8 +120,8 @@ Moved moveItems(RestoreRecord& record) {
     } else {
       ++moved.done;
       printNote("put back " + item.path);
+      item.aside = inodeOf(asidePath(item.path));
     }
-    item.aside = inodeOf(asidePath(item.path));
   }
   if (!record.undone) std::ranges::reverse(record.items);
   return moved;
@@ -151,6 +152,7 @@ int carryOut(RestoreRecord record) {
 }  // namespace
 
 int undo(const UndoArguments& arguments) {
+  if (isRefusedDuringBackup()) return kBusy;
   std::string problem;
   const auto service = completeServiceName(servicePreferences(), arguments.service, problem);
   if (!service) {

@@ -8,6 +8,7 @@
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/program/halyard_run.h"
+#include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/tree/move_item.h"
@@ -18,6 +19,7 @@ namespace {
 
 constexpr std::size_t kJournalLimit = std::size_t{16} << 20;
 constexpr mode_t kJournalMode = 0600;
+constexpr mode_t kUndoFolderMode = 0700;
 
 // As the kernel stamps changes.
 std::timespec coarseNow() {
@@ -45,16 +47,23 @@ WatchedRestore::WatchedRestore(const std::string& service, const std::string& sn
   kept_ = keepRestoreRecord(record_);
 }
 
-host::TaskResult WatchedRestore::run(const std::vector<std::string>& words) {
-  (void)host::removeItem(journal_);  // One of a run that was cut off.
-  if (host::createOrEmptyFile(journal_, kJournalMode)) {
-    ::setenv(kJournalVariable, journal_.c_str(), 1);
+host::TaskResult runWithJournal(const std::vector<std::string>& words, const std::string& path,
+                                PlugInJournal& journal) {
+  (void)host::removeItem(path);  // One of a run that was cut off.
+  if (makeFolders(kUndoFolder, kUndoFolderMode) && host::createOrEmptyFile(path, kJournalMode)) {
+    ::setenv(kJournalVariable, path.c_str(), 1);
   }
-  const std::timespec started = coarseNow();
   const host::TaskResult result = runHalyard(words);
   ::unsetenv(kJournalVariable);
-  PlugInJournal journal = parseJournal(host::readFile(journal_, kJournalLimit).value_or(""));
-  (void)host::removeItem(journal_);  // What it says is in the record from here on.
+  journal = parseJournal(host::readFile(path, kJournalLimit).value_or(""));
+  (void)host::removeItem(path);  // What it says is in a record from here on.
+  return result;
+}
+
+host::TaskResult WatchedRestore::run(const std::vector<std::string>& words) {
+  PlugInJournal journal;
+  const std::timespec started = coarseNow();
+  const host::TaskResult result = runWithJournal(words, journal_, journal);
   problems_ = std::move(journal.problems);
 
   const auto older = leftOf(readRestoreRecord(record_.service), {});

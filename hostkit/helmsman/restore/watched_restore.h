@@ -11,6 +11,11 @@
 
 namespace halyard::hostkit {
 
+/// Runs Halyard with these words; `journal` is what its restore programs wrote into the file at
+/// `path`, which they find by kJournalVariable and which is gone afterwards.
+host::TaskResult runWithJournal(const std::vector<std::string>& words, const std::string& path,
+                                PlugInJournal& journal);
+
 class WatchedRestore {
  public:
   /// Looks at every planned path, and keeps what is planned as the record of the service, so that

@@ -110,8 +110,8 @@ class BackupCycle {
   };
   RunRecord record_;
   std::string destination_;
-  std::string previousMetadata_;  // Of the latest snapshot; empty without one.
-  bool isFirst_ = true;           // There is no snapshot yet.
+  std::vector<Snapshot> snapshots_;
+  bool isFirst_ = true;  // There is no snapshot yet.
   std::vector<ListedLink> links_;
   bool metadataIsWhole_ = false;
 };
@@ -170,10 +170,8 @@ bool BackupCycle::isPossible() {
     return false;
   }
   std::string ignored;
-  if (const auto latest = findSnapshot(snapshotsIn(snapshotFolder(destination_)), "", ignored)) {
-    previousMetadata_ = latest->metadataFolder;
-    isFirst_ = false;
-  }
+  snapshots_ = snapshotsIn(snapshotFolder(destination_));
+  isFirst_ = !findSnapshot(snapshots_, "", ignored);
   if (arguments_.noSnapshot) return true;
   const auto unwritable = writeProblem(destination_);
   if (unwritable) problem(*unwritable);
@@ -265,7 +263,7 @@ void BackupCycle::backUpServices() {
 
   current_.tell("backing up the services", "");
   display_.started(names);
-  HalyardBackup backup = runHalyardBackup(std::move(expected.descriptors), previousMetadata_,
+  HalyardBackup backup = runHalyardBackup(std::move(expected.descriptors), {snapshots_, leftOut_},
                                           guard_, [this](const ProgressStep& step) {
                                             current_.tell("backing up the services", step.service);
                                             display_.step(step);

@@ -1,6 +1,7 @@
 #include "helmsman/run/current_run.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,7 +21,8 @@ namespace {
 
 constexpr std::size_t kLimit = 65536;
 constexpr mode_t kFolderMode = 0755;
-constexpr mode_t kLockMode = 0644;
+// Whoever may open it may lock it.
+constexpr mode_t kLockMode = 0600;
 
 // Of the whole file; it belongs to the open file, so that the kernel lets go of it with the last
 // descriptor, and asking for it takes nothing.
@@ -55,6 +57,7 @@ std::optional<CurrentRun> CurrentRun::begin(std::string& problem) {
     return std::nullopt;
   }
   host::Descriptor file(::open(kRunLock, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode));
+  if (file) (void)::fchmod(file.get(), kLockMode);  // One of an earlier version.
   struct flock lock = wholeFile();
   if (file && ::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) return CurrentRun(std::move(file));
   if (!file || (errno != EAGAIN && errno != EACCES)) {
@@ -124,6 +127,12 @@ bool settleInterruptedRun() {
   if (!record) return true;
   if (!keepRecord(*record)) return false;
   CurrentRun::end();
+  return true;
+}
+
+bool isRefusedDuringBackup() {
+  if (!runningBackup()) return false;
+  printError("a backup is running (see: helmsman status)");
   return true;
 }
 

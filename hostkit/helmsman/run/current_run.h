@@ -54,4 +54,8 @@ std::optional<RunRecord> latestRecord();
 /// Keeps the record of an interrupted run for good. False when it could not be written.
 bool settleInterruptedRun();
 
+/// Says so, and is true, while a backup of helmsman is running: its snapshot must not show half of
+/// a restore, nor a restore what the backup is about to remove.
+bool isRefusedDuringBackup();
+
 }  // namespace halyard::hostkit

@@ -28,12 +28,16 @@ const char* programAfter(const ProgressStep& step) {
   return "its backup program";
 }
 
-std::optional<std::string> copyFailure(const std::string& previousMetadata,
-                                       const std::string& service, const std::string& file) {
+std::optional<std::string> copyFailure(const EarlierBackups& earlier, const std::string& service,
+                                       const std::string& file) {
   if (host::exists(file)) return "could not copy " + file;
-  if (!previousMetadata.empty() &&
-      host::exists(appendPath(joinPath(previousMetadata, service), file))) {
-    return file + " is gone; the latest snapshot has it";
+  if (std::ranges::find(earlier.leftOut, file) != earlier.leftOut.end()) return std::nullopt;
+  // Not the latest: that one may be the first that lacks it.
+  const Snapshot* whole = newestWhole(earlier.snapshots, {service});
+  if (whole != nullptr &&
+      host::exists(appendPath(joinPath(whole->metadataFolder, service), file))) {
+    return file + " is gone, and " + whole->name +
+           " has it (if it is meant to be gone: helmsman volumes leave-out " + file + ")";
   }
   return std::nullopt;
 }
@@ -68,7 +72,7 @@ host::TaskResult runFollowed(RunGuard& guard, const std::function<void(const Pro
 }
 
 HalyardBackup runHalyardBackup(std::vector<InstalledDescriptor> descriptors,
-                               const std::string& previousMetadata, RunGuard& guard,
+                               const EarlierBackups& earlier, RunGuard& guard,
                                const std::function<void(const ProgressStep&)>& step) {
   const std::string signatureBefore = signatureIn(paths::kMetadataFolder);
   RunJudge judge(std::move(descriptors));
@@ -87,7 +91,7 @@ HalyardBackup runHalyardBackup(std::vector<InstalledDescriptor> descriptors,
 
   HalyardBackup backup;
   backup.services = judge.results([&](const std::string& service, const std::string& file) {
-    return copyFailure(previousMetadata, service, file);
+    return copyFailure(earlier, service, file);
   });
   backup.stalls = guard.takeStalls();
   addStalls(backup.stalls, backup.services);

@@ -8,6 +8,7 @@
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/run_guard.h"
 #include "helmsman/run/run_judge.h"
+#include "helmsman/snapshots/repository.h"
 
 namespace halyard::hostkit {
 
@@ -18,11 +19,17 @@ struct HalyardBackup {
   bool isWhole = false;               ///< Halyard came to its end and left its signature.
 };
 
+/// What tells a listed file that was never here from one that is lost.
+struct EarlierBackups {
+  std::vector<Snapshot> snapshots;   ///< Of this host, oldest first.
+  std::vector<std::string> leftOut;  ///< What may be missing on purpose.
+};
+
 /// Runs Halyard's backup onto "/.Halyards" under guard, hands out its steps, and judges it by what
-/// it printed and left behind. `previousMetadata`: the folder in the latest snapshot, empty without
-/// one; a listed file that this host does not have is no problem unless it is in there.
+/// it printed and left behind. A listed file that this host does not have is no problem unless the
+/// newest snapshot that holds its service whole has it.
 HalyardBackup runHalyardBackup(std::vector<InstalledDescriptor> descriptors,
-                               const std::string& previousMetadata, RunGuard& guard,
+                               const EarlierBackups& earlier, RunGuard& guard,
                                const std::function<void(const ProgressStep&)>& step);
 
 /// Runs Halyard under guard and hands out the steps of its progress log.

@@ -65,7 +65,9 @@ std::uint64_t inodeOf(const std::string& path) {
 
 bool standsAside(const RestoreRecord::Item& item) {
   const std::uint64_t there = inodeOf(asidePath(item.path));
-  return there != 0 && (item.aside == 0 || item.aside == there);
+  if (there == 0) return false;
+  // Of something that the restore made nothing was set aside: what stands there is somebody's own.
+  return item.aside == 0 ? item.wasLive : item.aside == there;
 }
 
 nlohmann::json restoreRecordJson(const RestoreRecord& record) {

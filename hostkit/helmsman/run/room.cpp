@@ -132,7 +132,9 @@ bool mayMakeRoom(const std::vector<std::string>& removable, const std::vector<Sn
   std::string newest;
   for (const Snapshot& snapshot : snapshots) {
     const auto taken = beginOf(snapshot);
-    if (snapshot.hasSignature && taken && *taken <= good->second.time) newest = snapshot.name;
+    if (snapshot.hasSignature && snapshot.incomplete.empty() && taken &&
+        *taken <= good->second.time)
+      newest = snapshot.name;
   }
   return std::ranges::all_of(removable,
                              [&newest](const std::string& name) { return name < newest; });

@@ -28,7 +28,8 @@ std::vector<std::string> InstalledDescriptor::files() const {
 std::vector<InstalledDescriptor> installedDescriptors() {
   std::vector<InstalledDescriptor> descriptors;
   scanServiceDescriptors({.taken = [&descriptors](const std::string& path) {
-    if (!host::exists(path)) return;
+    // A link that leads nowhere was a service once; it must not go unnoticed.
+    if (!host::exists(path) && !host::isSymbolicLink(path)) return;
     InstalledDescriptor descriptor;
     descriptor.fileName = lastPathComponent(path);
     descriptor.path = path;
