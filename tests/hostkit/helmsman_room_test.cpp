@@ -1,12 +1,15 @@
 // Room, destinations that cannot be written, and data that no snapshot holds.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/statvfs.h>
 
 #include <cstdlib>
 
 #include "backup_test.h"
 #include "common/configuration.h"
 #include "helmsman/run/room.h"
+#include "host/files/descriptor.h"
 #include "support/mounts.h"
 #include "support/scratch.h"
 
@@ -32,6 +35,17 @@ class HelmsmanRoom : public test::BackupTest {
   void servicesNeed(const std::string& bytes) const {
     root.writePlugin(kPlugin, "[ \"$2\" = size ] && echo 'total := " + bytes + "'\n" +
                                   "[ \"$2\" = backup ] && mkdir -p \"$4/srv\"\nexit 0\n");
+  }
+  // Leaves so many bytes free on the volume of a file that is made for it.
+  void fillUpTo(const std::string& file, std::uint64_t free) const {
+    root.writeFile(file, "");
+    const std::string path = root.path(file);
+    struct statvfs status {};
+    ASSERT_EQ(::statvfs(path.c_str(), &status), 0);
+    const std::uint64_t now = status.f_bavail * status.f_frsize;
+    const host::Descriptor filler(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    ASSERT_GT(now, free);
+    ASSERT_EQ(::posix_fallocate(filler.get(), 0, static_cast<off_t>(now - free)), 0);
   }
   bool servicesWereBackedUp() const {
     for (const std::string& call : root.calls()) {
@@ -76,12 +90,12 @@ TEST_F(HelmsmanRoom, AReadOnlyDestinationIsFoundBeforeTheServicesAreAsked) {
 }
 
 TEST_F(HelmsmanRoom, SnapshotsThatNoRuleKeepsGoFirst) {
-  const test::TestMount volume = destination("64m");
+  const test::TestMount volume = destination("1g");
   if (!volume.isMounted()) GTEST_SKIP() << "nothing can be mounted here";
   EXPECT_EQ(helmsman({"backup"}).status, 0);
   const std::string host = "/Volumes/Backup/Archives.snapdb/files1/";
   root.makeFolder(host + "2025-01-01-020000/System/.Halyards");
-  root.writeFile(host + "2025-01-01-020000/big", std::string(40 * kMiB, 'x'));
+  fillUpTo(host + "2025-01-01-020000/big", 24 * kMiB);
   installEngine(std::string(kCopyMetadata) + "\n;; prune) case $2 in\n" +
                 "--dry-run) [ -d $host/2025-01-01-020000 ] && echo '{\"removed\": "
                 "[\"2025-01-01-020000\"]}' ;;\n*) rm -rf $host/2025-01-01-020000 ;; esac");

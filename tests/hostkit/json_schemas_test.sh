@@ -22,6 +22,7 @@ prepareRoot() {
       [[ -e $root$library ]] || install -D "$library" "$root$library"
     done < <(ldd "$binary_dir/$program" | grep -oE '/[^ ]+')
   done
+  : >"$root/proc/self/maps"
   mkdir -p "$root/usr/libexec" "$root/srv" "$root/etc/halyard-host" "$root/disk"
   printf 'data\n' >"$root/srv/depot"
   printf '/usr/*\n/lib*\n/bin/*\n/sbin/*\n/proc/*\n/disk/*\n' >"$root/etc/halyard-host/snapwheel.exclude"
@@ -61,7 +62,14 @@ bringHostBack() {
 <string>0a0a0a0a-0000-4000-8000-000000000000</string></dict></plist>\n' >"$root/.Halyards/ServerSourceDiskInfo.plist"
 }
 
-inRoot() { "$source_dir/tools/private-root" run "$root" -- "$@" 2>>"$work/errors"; }
+# A program that throws exceptions sees its own memory map, which the address sanitizer reads then.
+inRoot() {
+  local words=("$source_dir/tools/private-root" run "$root" -- "$@")
+  # shellcheck disable=SC2016  # The inner shell expands it.
+  unshare --mount true 2>/dev/null && words=(unshare --mount --propagation private sh -c \
+    'mount --bind "/proc/$$/maps" "$0/proc/self/maps"; exec "$@"' "$root" "${words[@]}")
+  "${words[@]}" 2>>"$work/errors"
+}
 
 declare -A held=()
 
