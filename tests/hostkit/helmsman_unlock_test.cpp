@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <csignal>
 #include <ctime>
 #include <filesystem>
+#include <thread>
 
 #include "host_kit_root.h"
 #include "support/mounts.h"
@@ -48,6 +50,7 @@ class HelmsmanUnlocks : public test::HostKitTest {
         {}, options);
     process_ = std::atoi(result.out.c_str());
     EXPECT_GT(process_, 0) << result.err;
+    EXPECT_TRUE(runs(program)) << program;
     return std::to_string(process_);
   }
 
@@ -73,6 +76,17 @@ class HelmsmanUnlocks : public test::HostKitTest {
   }
 
  private:
+  // The process is a copy of the shell until it has become the program.
+  bool runs(const std::string& program) const {
+    const std::string link = "/proc/" + std::to_string(process_) + "/exe";
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+      std::error_code ignored;
+      if (std::filesystem::read_symlink(link, ignored).string().ends_with(program)) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  }
+
   std::optional<test::TestMount> processes_;
   pid_t process_ = 0;
 };
