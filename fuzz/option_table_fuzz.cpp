@@ -5,7 +5,6 @@
 
 #include "expect.h"
 #include "frontend/options.h"
-#include "frontend/run/run_state.h"
 
 using halyard::fuzz::expect;
 
@@ -32,8 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   const std::string_view text(reinterpret_cast<const char*>(bytes), size);
   std::vector<std::string> words;
   for (const std::string_view word : halyard::splitAt(text, '\0')) words.emplace_back(word);
-  halyard::ParseOptions(words);
-  expect(halyard::runState().options == expectedTable(words), "the table holds the last pairs");
+  halyard::CommandLine line;
+  halyard::ParseOptions(words, line);
+  expect(line.options == expectedTable(words), "the table holds the last pairs");
   if (halyard::isAcceptableWordList(words)) {
     expect(words.size() >= 2 && words.size() <= 12, "a command has two to twelve words");
     expect(words.size() % 2 == 0 || words[8] == "-opt", "every word has its partner");

@@ -5,7 +5,7 @@
 #include "expect.h"
 
 using halyard::fuzz::expect;
-using namespace halyard::host;
+using namespace halyard;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(bytes), size);

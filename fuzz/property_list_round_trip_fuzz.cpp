@@ -9,7 +9,7 @@
 #include "expect.h"
 
 using halyard::fuzz::expect;
-using namespace halyard::host;
+using namespace halyard;
 
 namespace {
 
