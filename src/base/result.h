@@ -40,9 +40,8 @@ template <>
 class [[nodiscard]] Result<void> {
  public:
   Result() = default;
-  Result(Error error) : error_(std::move(error)) {
-    assert(error_.code != 0);
-  }  // NOLINT(*explicit*)
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  Result(Error error) : error_(std::move(error)) { assert(error_.code != 0); }
 
   explicit operator bool() const { return error_.code == 0; }
   const Error& error() const { return error_; }

@@ -18,14 +18,16 @@ ExpectedServices expectedServices() {
       expected.descriptors.push_back(std::move(descriptor));
     }
   }
-  for (const auto& [name, flag] : preferences) {
+  for (const auto& preference : preferences) {
+    const std::string& name = preference.first;
     const bool described =
         std::ranges::any_of(expected.descriptors, [&name](const InstalledDescriptor& descriptor) {
           return descriptor.serviceName() == name;
         });
-    if (flag.integerValue() == 0 || described) continue;
-    expected.problems.push_back(name + " is switched on and has no descriptor (see: helmsman " +
-                                "disable " + name + ")");
+    if (preference.second.integerValue() == 0 || described) continue;
+    std::string problem = name;
+    problem.append(" is switched on and has no descriptor (see: helmsman disable ");
+    expected.problems.push_back(problem.append(name).append(")"));
   }
   return expected;
 }
