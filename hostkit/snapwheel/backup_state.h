@@ -1,6 +1,8 @@
 // Whether a snapshot carries a good backup of the host's services.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,19 @@ namespace halyard::snapwheel {
 /// marked as incomplete. Empty when all is well, and when the volume carries no metadata folder at
 /// all: then it is no host that Halyard backs up.
 std::vector<std::string> backupProblems(const std::string& volumePath);
+
+/// What the copy of a volume lacks of a service's backup in its source: a sentence, or absent when
+/// both hold the same number of items and bytes.
+std::optional<std::string> lackOfService(const std::string& source, const std::string& volumePath,
+                                         const std::string& service);
+
+/// Marks every service whose backup the copy does not hold as its source does, reasons that are
+/// there already included. Nothing is done where the copy has no metadata folder: nobody takes it
+/// for a backup of the services.
+///
+/// Prints:  a warning for each.
+/// Returns: the items that were made. Throws Failure when a mark could not be written.
+std::uint64_t markLackingServices(const std::string& source, const std::string& volumePath);
 
 /// Whether the volume carries a signed backup of the services, whole or not.
 bool carriesBackup(const std::string& volumePath);

@@ -13,6 +13,7 @@
 #include "common/messages.h"
 #include "host/files/files.h"
 #include "host/tree/tree_copy.h"
+#include "snapwheel/backup_state.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/subvolume.h"
@@ -154,6 +155,8 @@ SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest reque
   try {
     work.begin(outcome.manifest);
     Walk(request, work, outcome.manifest).run();
+    // Before it has its name: no reader ever sees it without its marks.
+    outcome.manifest.items += markLackingServices(request.source, work.volumePath());
     outcome.manifest.finished = snapshotName(now());
     work.publish(outcome.manifest);
   } catch (const Failure& failure) {

@@ -170,6 +170,18 @@ TEST_F(SnapwheelOnDisk, ASnapshotIsNamedOnlyAfterAllOfItIsOnDisk) {
                                kHostFolderSynced}));
 }
 
+TEST_F(SnapwheelOnDisk, AMarkOfWhatIsLackingIsOnDiskBeforeTheSnapshotIsNamed) {
+  root.writeFile("/data/.Halyards/depotHost/long", std::string(1 << 20, 'x'));
+  root.writeScript("/limited", "ulimit -f 1024; trap '' XFSZ; exec " + std::string(kSnapwheel) +
+                                   " snapshot --source /data --computer files1");
+  const TracedRun run = test::traced(root, "/limited", {});
+  EXPECT_EQ(run.result.status, 4) << run.result.err;
+  EXPECT_TRUE(inOrder(
+      run.calls, {"fsync(*.inProgress/System/.Halyards/depotHost/.*>) = 0",
+                  "renameat*\"incomplete\"*", "fsync(*.inProgress/System/.Halyards/depotHost>) = 0",
+                  "fsync(*.inProgress/System/.Halyards>) = 0", "rename(\"*.inProgress\", *"}));
+}
+
 TEST_F(SnapwheelOnDisk, ARestoreEndsAfterEachVolumeItWroteToIsSynced) {
   take();
   root.makeFolder("/target/System");

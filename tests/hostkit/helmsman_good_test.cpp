@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "backup_test.h"
-#include "helmsman/run/metadata_check.h"
-#include "helmsman/run/tree_size.h"
-#include "support/scratch.h"
 
 namespace halyard::hostkit {
 namespace {
@@ -29,9 +26,14 @@ TEST_F(GoodBackup, NeedsADescriptorOfEveryServiceThatIsOn) {
   root.writePreferences({{"depotHost", 1}, {"postHost", 1}, {"siteHost", 1}});
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 4);
-  EXPECT_THAT(result.err, HasSubstr("siteHost is switched on and has no descriptor (see: helmsman "
-                                    "disable siteHost)\n"));
+  EXPECT_THAT(result.err, HasSubstr("siteHost: it is switched on and has no descriptor (see: "
+                                    "helmsman disable siteHost)\n"));
   EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_EQ(root.readFile("/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System/"
+                          ".Halyards/siteHost/incomplete"),
+            "it is switched on and has no descriptor (see: helmsman disable siteHost)\n");
+  EXPECT_THAT(helmsmanJson({"snapshots", "--json"})["snapshots"][0]["incomplete"].dump(),
+              HasSubstr("siteHost"));
 }
 
 TEST_F(GoodBackup, NeedsEveryDescriptorToBeReadable) {
@@ -44,11 +46,11 @@ TEST_F(GoodBackup, NeedsEveryDescriptorToBeReadable) {
 }
 
 TEST_F(GoodBackup, NeedsEveryServiceToBeWholeInTheSnapshot) {
-  installEngine(std::string("rm -r /.Halyards/postHost/srv/post\n") + kCopyMetadata +
-                "\nmkdir -p /.Halyards/postHost/srv && cp /srv/post /.Halyards/postHost/srv/post");
+  installEngine(std::string(kCopyMetadata) +
+                "\necho 'an item is missing' >$host/$name/System/.Halyards/postHost/incomplete");
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 4);
-  EXPECT_THAT(result.err, HasSubstr("postHost: the snapshot holds 2 of its 3 items, 0 B of 4 B\n"));
+  EXPECT_THAT(result.err, HasSubstr("postHost: an item is missing\n"));
   auto kept = record();
   EXPECT_EQ(kept["services"][0]["result"], "good");
   EXPECT_EQ(kept["services"][1]["result"], "failed");
@@ -69,18 +71,6 @@ TEST_F(GoodBackup, OldSnapshotsThatCannotBeRemovedAreAPartOfTheRun) {
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 4);
   EXPECT_THAT(result.err, HasSubstr("old snapshots could not be removed: snapwheel: busy disk"));
-}
-
-TEST(LackOfService, CountsItemsThatHoldNothing) {
-  const test::Scratch scratch;
-  scratch.write("live/a/full", "text");
-  scratch.write("live/a/empty");
-  scratch.write("saved/a/full", "text");
-  EXPECT_EQ(treeCount(scratch / "live/a"), (TreeCount{3, 4}));
-  EXPECT_EQ(lackOfService(scratch / "live", scratch / "saved", "a"),
-            "the snapshot holds 2 of its 3 items, 4 B of 4 B");
-  scratch.write("saved/a/empty");
-  EXPECT_EQ(lackOfService(scratch / "live", scratch / "saved", "a"), std::nullopt);
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/incomplete_mark.h"
 #include "helmsman/run/incomplete_services.h"
-#include "helmsman/snapshots/incomplete_mark.h"
 #include "host_kit_root.h"
 #include "support/scratch.h"
 

@@ -6,8 +6,8 @@
 
 #include "base/text.h"
 #include "common/sizes.h"
+#include "common/tree_size.h"
 #include "common/volumes.h"
-#include "helmsman/run/tree_size.h"
 #include "host/files/files.h"
 
 namespace halyard::hostkit {

@@ -17,10 +17,10 @@
 #include "common/sizes.h"
 #include "common/table.h"
 #include "common/times.h"
+#include "common/tree_size.h"
 #include "helmsman/restore/trusted_folder.h"
 #include "helmsman/run/current_run.h"
 #include "helmsman/run/restore_record.h"
-#include "helmsman/run/tree_size.h"
 #include "host/files/sync.h"
 #include "host/tree/remove_tree.h"
 

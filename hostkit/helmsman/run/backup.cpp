@@ -53,16 +53,6 @@ namespace {
 
 constexpr char kSizePhase[] = "asking the services for their size";
 
-void addLinks(const std::vector<ListedLink>& links, std::vector<ServiceResult>& services) {
-  for (const ListedLink& link : links) {
-    for (ServiceResult& service : services) {
-      if (service.name != link.service) continue;
-      service.problems.push_back(lackText(link));
-      service.done = false;
-    }
-  }
-}
-
 class BackupCycle {
  public:
   BackupCycle(const BackupArguments& arguments, const HelmsmanConfiguration& configuration,
@@ -90,7 +80,6 @@ class BackupCycle {
   void backUpServices();
   void markServices();
   bool takeSnapshot();
-  void judgeSnapshot(const Snapshot& snapshot);
   void complete();
   void prune();
   void phase(const std::string& text);
@@ -258,7 +247,9 @@ void BackupCycle::backUpServices() {
   for (const InstalledDescriptor& descriptor : expected.descriptors) {
     if (!isOnThisHost(descriptor)) absent.insert(descriptor.serviceName());
   }
-  if (names.empty()) problem("no service is switched on (see: helmsman enable)");
+  if (names.empty() && expected.undescribed.empty()) {
+    problem("no service is switched on (see: helmsman enable)");
+  }
   for (std::string& text : expected.problems) problem(std::move(text));
 
   current_.tell("backing up the services", "");
@@ -271,7 +262,7 @@ void BackupCycle::backUpServices() {
   if (arguments_.noEstimate) warnOfSizes(backup.stalls);  // Halyard asks once more by itself.
   record_.services = std::move(backup.services);
   metadataIsWhole_ = backup.isWhole;
-  addLinks(links_, record_.services);
+  addLacks(links_, expected.undescribed, record_.services);
   for (std::string& text : backup.problems) problem(std::move(text));
   for (ServiceResult& service : record_.services) {
     service.absent = service.done && absent.contains(service.name);
@@ -309,19 +300,8 @@ bool BackupCycle::takeSnapshot() {
     if (!reason.empty()) printWarning("the folder could not be recorded as this host's: " + reason);
   }
   if (taken.hasReference) record_.copiedBytes = taken.copiedBytes;
-  judgeSnapshot(snapshot);
+  addLacksOf(snapshot, record_.services);
   return true;
-}
-
-// The signature tells that it is this run's backup, not that all of it arrived.
-void BackupCycle::judgeSnapshot(const Snapshot& snapshot) {
-  for (ServiceResult& service : record_.services) {
-    if (const auto lack =
-            lackOfService(paths::kMetadataFolder, snapshot.metadataFolder, service.name)) {
-      service.problems.push_back(*lack);
-      service.done = false;
-    }
-  }
 }
 
 void BackupCycle::complete() {

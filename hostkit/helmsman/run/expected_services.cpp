@@ -24,12 +24,13 @@ ExpectedServices expectedServices() {
         std::ranges::any_of(expected.descriptors, [&name](const InstalledDescriptor& descriptor) {
           return descriptor.serviceName() == name;
         });
-    if (preference.second.integerValue() == 0 || described) continue;
-    std::string problem = name;
-    problem.append(" is switched on and has no descriptor (see: helmsman disable ");
-    expected.problems.push_back(problem.append(name).append(")"));
+    if (preference.second.integerValue() != 0 && !described) expected.undescribed.push_back(name);
   }
   return expected;
+}
+
+std::string undescribedText(const std::string& service) {
+  return "it is switched on and has no descriptor (see: helmsman disable " + service + ")";
 }
 
 }  // namespace halyard::hostkit

@@ -6,10 +6,10 @@
 
 #include "base/text.h"
 #include "common/paths.h"
+#include "common/tree_size.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/progress_follower.h"
-#include "helmsman/run/tree_size.h"
 #include "host/files/files.h"
 #include "product/paths.h"
 #include "product/run_texts.h"

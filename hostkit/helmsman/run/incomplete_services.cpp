@@ -1,17 +1,35 @@
 #include "helmsman/run/incomplete_services.h"
 
+#include <algorithm>
 #include <map>
 
-#include "helmsman/snapshots/incomplete_mark.h"
+#include "common/incomplete_mark.h"
+#include "helmsman/run/expected_services.h"
 
 namespace halyard::hostkit {
+
+void addLacks(const std::vector<ListedLink>& links, const std::vector<std::string>& undescribed,
+              std::vector<ServiceResult>& services) {
+  for (const ListedLink& link : links) {
+    for (ServiceResult& service : services) {
+      if (service.name != link.service) continue;
+      service.problems.push_back(lackText(link));
+      service.done = false;
+    }
+  }
+  for (const std::string& name : undescribed) {
+    ServiceResult& service = services.emplace_back();
+    service.name = name;
+    service.problems.push_back(undescribedText(name));
+  }
+}
 
 std::vector<std::string> settleIncompleteServices(const std::string& metadataFolder,
                                                   std::vector<ServiceResult>& services) {
   // Two descriptors may share one service, and so one folder.
   std::map<std::string, std::vector<std::string>> reasonsOf;
   for (ServiceResult& service : services) {
-    if (service.name.empty()) continue;  // Nobody can ask for it by name.
+    if (!isFolderName(service.name)) continue;  // Nobody can ask a snapshot for it by name.
     if (const auto marked = incompleteReasons(metadataFolder, service.name)) {
       for (const std::string& reason : *marked) {
         service.problems.push_back("its backup is incomplete: " + reason);
@@ -27,6 +45,18 @@ std::vector<std::string> settleIncompleteServices(const std::string& metadataFol
     if (!markIncomplete(metadataFolder, service, reasons)) unmarked.push_back(service);
   }
   return unmarked;
+}
+
+void addLacksOf(const Snapshot& snapshot, std::vector<ServiceResult>& services) {
+  for (ServiceResult& service : services) {
+    const IncompleteService* part = snapshot.partOf(service.name);
+    if (part == nullptr) continue;
+    for (const std::string& reason : part->reasons) {
+      if (std::ranges::find(service.problems, reason) != service.problems.end()) continue;
+      service.problems.push_back(reason);
+    }
+    service.done = false;
+  }
 }
 
 }  // namespace halyard::hostkit

@@ -2,8 +2,6 @@
 
 #include "base/property_list.h"
 #include "base/text.h"
-#include "common/sizes.h"
-#include "helmsman/run/tree_size.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/paths.h"
@@ -40,17 +38,6 @@ std::vector<std::string> metadataProblems(const std::string& metadataFolder,
     problems.emplace_back("the browse catalogue was not written");
   }
   return problems;
-}
-
-std::optional<std::string> lackOfService(const std::string& liveFolder,
-                                         const std::string& savedFolder,
-                                         const std::string& service) {
-  const TreeCount live = treeCount(joinPath(liveFolder, service));
-  const TreeCount saved = treeCount(joinPath(savedFolder, service));
-  if (live == saved) return std::nullopt;
-  return "the snapshot holds " + std::to_string(saved.items) + " of its " +
-         std::to_string(live.items) + " items, " + sizeText(saved.bytes) + " of " +
-         sizeText(live.bytes);
 }
 
 }  // namespace halyard::hostkit

@@ -1,7 +1,6 @@
 // Checks of the metadata folder that a backup leaves on the live system.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,11 +13,5 @@ std::string signatureIn(const std::string& metadataFolder);
 /// well. `signatureBefore`: the signature of the run before, which must not be there any more.
 std::vector<std::string> metadataProblems(const std::string& metadataFolder,
                                           const std::string& signatureBefore);
-
-/// What a snapshot's metadata folder lacks of a service's folder in the live one: a sentence, or
-/// absent when both hold the same number of items and bytes.
-std::optional<std::string> lackOfService(const std::string& liveFolder,
-                                         const std::string& savedFolder,
-                                         const std::string& service);
 
 }  // namespace halyard::hostkit

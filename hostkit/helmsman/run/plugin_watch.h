@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "helmsman/run/tree_size.h"
+#include "common/tree_size.h"
 
 namespace halyard::hostkit {
 

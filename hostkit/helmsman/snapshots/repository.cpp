@@ -5,9 +5,9 @@
 
 #include "base/property_list.h"
 #include "base/text.h"
+#include "common/incomplete_mark.h"
 #include "common/paths.h"
 #include "common/safe_folder.h"
-#include "helmsman/snapshots/incomplete_mark.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/computer_name.h"

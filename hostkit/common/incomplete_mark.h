@@ -3,9 +3,14 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace halyard::hostkit {
+
+/// Whether a service of this name can have a folder in a metadata folder, and nothing above or
+/// below it.
+bool isFolderName(std::string_view name);
 
 /// Writes the mark, one reason a line, in place of one that is there, and makes the service's
 /// folder when it is missing. On disk when this returns.

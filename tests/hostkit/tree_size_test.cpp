@@ -1,7 +1,8 @@
+#include "common/tree_size.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "helmsman/run/tree_size.h"
 #include "support/scratch.h"
 
 namespace halyard::hostkit {

@@ -1,4 +1,4 @@
-#include "helmsman/snapshots/incomplete_mark.h"
+#include "common/incomplete_mark.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -46,12 +46,11 @@ bool syncFolder(const std::string& folder) {
   return opened && ::fsync(opened.get()) == 0;
 }
 
-// A service's name that is the name of a folder, and of nothing above or below it.
+}  // namespace
+
 bool isFolderName(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
 }
-
-}  // namespace
 
 bool markIncomplete(const std::string& metadataFolder, const std::string& service,
                     const std::vector<std::string>& reasons) {

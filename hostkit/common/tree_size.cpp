@@ -1,4 +1,4 @@
-#include "helmsman/run/tree_size.h"
+#include "common/tree_size.h"
 
 #include <ftw.h>
 #include <sys/stat.h>
