@@ -7,6 +7,7 @@
 namespace halyard::hostkit {
 
 inline constexpr char kSystemctlProgram[] = "/usr/bin/systemctl";
+inline constexpr char kSetprivProgram[] = "/usr/bin/setpriv";
 
 // Where Halyard looks beside the folders of product/paths.h, and where the files really live.
 inline constexpr char kNativeConfigFolder[] = "/etc/halyard";

@@ -1,7 +1,9 @@
 // Plug-ins that make no progress, runs that are told to stop, and runs that never came to their
 // end.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,7 +13,10 @@
 
 #include "backup_test.h"
 #include "common/durations.h"
+#include "common/times.h"
+#include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/process_tree.h"
+#include "host/files/descriptor.h"
 #include "support/mounts.h"
 
 namespace halyard::hostkit {
@@ -166,6 +171,33 @@ TEST_F(HelmsmanStall, ASignalEndsTheRunInOrderAndNothingIsOrphaned) {
   EXPECT_THAT(helmsman({"metrics"}).out, HasSubstr("\nhalyard_backup_interrupted 1\n"));
 }
 
+// A plug-in that does not heed SIGTERM keeps Halyard stopped for some seconds. A shell stands
+// around them: the kernel itself wakes a group of processes that loses its last tie to the session.
+TEST_F(HelmsmanStall, AHelmsmanThatIsKilledLeavesNoStoppedHalyardBehind) {
+  for (const char* pipe : {"/go", "/stay"}) {
+    ASSERT_EQ(::mkfifo(root.path(pipe).c_str(), 0600), 0);
+  }
+  depotDoes("trap '' TERM\necho $PPID >/halyard\nread line </go");
+  std::thread run([this] {
+    (void)root.runProgram(
+        "/bin/sh", {"-c", "/usr/sbin/helmsman backup --stall-limit 1s & wait; read line </stay"});
+  });
+  const int halyard = processIn("/halyard");
+  const auto becomes = [halyard](bool stopped) {
+    for (int look = 0; look < 300; ++look) {
+      const auto entry = processEntry(halyard);
+      if (!entry || entry->isStopped == stopped) return entry && !entry->hasEnded;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+  };
+  EXPECT_TRUE(becomes(true));
+  EXPECT_EQ(::kill(processEntry(halyard)->parent, SIGKILL), 0);
+  EXPECT_TRUE(becomes(false));
+  EXPECT_GE(host::Descriptor(::open(root.path("/stay").c_str(), O_RDWR | O_CLOEXEC)).get(), 0);
+  run.join();
+}
+
 // ---- runs that never came to their end
 
 using HelmsmanInterrupted = test::BackupTest;
@@ -197,6 +229,61 @@ TEST_F(HelmsmanInterrupted, TheHookOfTheUnitKeepsItToo) {
   EXPECT_EQ(helmsman({"metrics", "--unit-failed", "halyard-backup.service"}).status, 0);
   EXPECT_EQ(record()["result"], "interrupted");
   EXPECT_FALSE(root.exists(kMark));
+}
+
+// ---- runs that never end
+
+// Holds the lock of a running backup that says since when it runs.
+class HelmsmanOverdue : public test::BackupTest {
+ protected:
+  void runningSince(std::int64_t started) {
+    root.writeFile("/run/halyard/backup.json",
+                   R"({"process": 4711, "started": ")" + timeText(started) + "\"}");
+    root.writeFile("/run/halyard/backup.lock", "", 0600);
+    lock_ =
+        host::Descriptor(::open(root.path("/run/halyard/backup.lock").c_str(), O_RDWR | O_CLOEXEC));
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    ASSERT_EQ(::fcntl(lock_.get(), F_OFD_SETLK, &whole), 0);
+  }
+
+ private:
+  host::Descriptor lock_;
+};
+
+TEST_F(HelmsmanOverdue, ABackupBesideOneOfTodayIsBusyAndNoFault) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  runningSince(secondsNow() - 3600);
+  EXPECT_EQ(helmsman({"backup"}).status, 3);
+  EXPECT_EQ(helmsman({"status", "--check"}).status, 0);
+  EXPECT_THAT(helmsman({"check"}).out, Not(HasSubstr("has been running")));
+}
+
+TEST_F(HelmsmanOverdue, ABackupBesideOneOfYesterdayFails) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  runningSince(secondsNow() - 25 * 3600);
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("another backup has been running for longer than a day"));
+  const auto status = helmsmanJson({"status", "--json", "--check"});
+  EXPECT_EQ(status["well"], false);
+  EXPECT_EQ(status["run"]["overdue"], true);
+  EXPECT_THAT(helmsman({"check"}).out, HasSubstr("error: this host: a backup has been running for "
+                                                 "longer than a day (process 4711)\n"));
+}
+
+TEST(PidFileState, AHalyardThatRunsForADayIsStuck) {
+  PidFileState state;
+  state.owner = PidFileState::Owner::halyard;
+  state.process = 4711;
+  state.command = "backup";
+  state.runsFor = std::chrono::hours(23);
+  EXPECT_FALSE(state.isStuck());
+  EXPECT_EQ(describe(state), "Halyard is running (process 4711, backup)");
+  state.runsFor = std::chrono::hours(24);
+  EXPECT_TRUE(state.isStuck());
+  EXPECT_EQ(describe(state), "Halyard is running (process 4711, backup, started 24 hours ago)");
 }
 
 // ---- the configuration

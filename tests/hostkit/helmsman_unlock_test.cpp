@@ -1,6 +1,7 @@
 // Whose pid file it is, told by the processes of a host.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -9,6 +10,8 @@
 #include <filesystem>
 #include <thread>
 
+#include "helmsman/program/process_tree.h"
+#include "host/files/descriptor.h"
 #include "host_kit_root.h"
 #include "support/mounts.h"
 
@@ -75,6 +78,17 @@ class HelmsmanUnlocks : public test::HostKitTest {
     EXPECT_TRUE(root.exists(kPidFile));
   }
 
+  void stop() const {
+    ::kill(process_, SIGSTOP);
+    for (int look = 0; look < 500 && !isStopped(); ++look) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+  bool isStopped() const {
+    const auto entry = processEntry(process_);
+    return entry && entry->isStopped;
+  }
+
  private:
   // The process is a copy of the shell until it has become the program.
   bool runs(const std::string& program) const {
@@ -125,6 +139,42 @@ TEST_F(HelmsmanUnlocks, TheFileWhoseNumberALaterRunGot) {
 TEST_F(HelmsmanUnlocks, NoFileOfARunWhoseClockWasSet) {
   writePidFile(start("/usr/sbin/Halyard", "-cmd backup") + " :: backup\n", 3600);
   expectKept(1, "cannot be told apart");
+}
+
+TEST_F(HelmsmanUnlocks, AHalyardThatWasStoppedGoesOn) {
+  writePidFile(start("/usr/sbin/Halyard", "-cmd backup") + " :: backup\n");
+  stop();
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("Halyard was stopped by a signal (process "));
+  const auto status = helmsmanJson({"status", "--json"});
+  EXPECT_EQ(status["run"]["stopped"], true);
+  EXPECT_EQ(status["well"], false);
+  EXPECT_THAT(helmsman({"check"}).out, HasSubstr("run helmsman unlock, which lets it go on"));
+  // Not busy: it would be so for ever.
+  const CommandResult backup = helmsman({"backup"});
+  EXPECT_EQ(backup.status, 1);
+  EXPECT_THAT(backup.err, HasSubstr("Halyard was stopped by a signal (process "));
+  expectKept(3, "it goes on now");
+  EXPECT_FALSE(isStopped());
+  expectKept(3, "Halyard is running");
+}
+
+// Of two that find the same leftover, the second must not take the file of a run that began after
+// the first had removed it.
+TEST_F(HelmsmanUnlocks, NoFileOfARunThatBeganMeanwhile) {
+  writePidFile("nonsense\n");
+  const host::Descriptor first(::open(root.path(kPidFile).c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(first.get(), LOCK_EX), 0);
+  CommandResult second;
+  std::thread run([this, &second] { second = helmsman({"unlock"}); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_TRUE(root.exists(kPidFile)) << "it did not wait";
+  root.remove(kPidFile);
+  writePidFile(start("/usr/sbin/Halyard", "-cmd backup") + " :: backup\n");
+  ASSERT_EQ(::flock(first.get(), LOCK_UN), 0);
+  run.join();
+  EXPECT_EQ(second.status, 3);
+  EXPECT_THAT(second.err, HasSubstr("Halyard is running"));
+  EXPECT_TRUE(root.exists(kPidFile));
 }
 
 }  // namespace

@@ -33,14 +33,18 @@ constexpr const char* kCallsFile = "/plugin-calls";
   std::abort();
 }
 
-// Programs of this test build, hard-linked into every root; named after the program's own state, so
-// that a new build makes a new one.
+std::string layOutTool() { return sourceFolder() + "/tools/private-root"; }
+
+// Programs of this test build, hard-linked into every root; named after the state of the program
+// and of the tool, so that a new build makes a new one.
 std::string templateFolder() {
   struct stat status {};
   if (stat(builtProgram().c_str(), &status) != 0) stop("no program at " + builtProgram());
+  struct stat tool {};
+  if (stat(layOutTool().c_str(), &tool) != 0) stop("no program at " + layOutTool());
   std::ostringstream name;
   name << buildFolder() << "/private-roots/template-" << status.st_ino << '-'
-       << status.st_mtim.tv_sec << '-' << status.st_mtim.tv_nsec;
+       << status.st_mtim.tv_sec << '-' << status.st_mtim.tv_nsec << '-' << tool.st_mtim.tv_sec;
   return name.str();
 }
 
@@ -66,7 +70,7 @@ int waitFor(pid_t child) {
 void layOut(const std::string& folder) {
   const std::string shared = templateFolder();
   removeStaleTemplates(shared);
-  const std::string tool = sourceFolder() + "/tools/private-root";
+  const std::string tool = layOutTool();
   const pid_t child = fork();
   if (child < 0) stop("fork");
   if (child == 0) {

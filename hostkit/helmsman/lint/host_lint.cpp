@@ -3,7 +3,9 @@
 #include <string>
 
 #include "common/times.h"
+#include "helmsman/program/pid_file_state.h"
 #include "helmsman/run/clock_check.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/snapshots/machine_record.h"
 #include "helmsman/snapshots/repository.h"
@@ -19,6 +21,23 @@ void lintServers(Findings& findings) {
                  server.service.empty() ? "save what it holds with its own tool into a folder of "
                                           "the volume, or give it a descriptor and a plug-in"
                                         : "run helmsman enable " + server.service);
+  }
+}
+
+// Until it ends, every backup is refused.
+void lintRun(Findings& findings) {
+  const PidFileState run = pidFileState();
+  const auto running = runningBackup();
+  FindingList list("this host", findings);
+  if (running && isOverdue(*running)) {
+    list.error("",
+               "a backup has been running for longer than a day (process " +
+                   std::to_string(running->process) + ")",
+               "look what it waits for (helmsman status); SIGTERM ends it in order");
+  } else if (run.isStuck()) {
+    list.error("", describe(run),
+               run.isStopped ? "run helmsman unlock, which lets it go on"
+                             : "look what it waits for, and end that");
   }
 }
 
@@ -42,6 +61,7 @@ void lintSnapshotFolder(Findings& findings) {
 
 void lintHost(Findings& findings) {
   lintServers(findings);
+  lintRun(findings);
   lintClock(findings);
   lintSnapshotFolder(findings);
 }

@@ -5,6 +5,7 @@
 
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "common/paths.h"
 #include "helmsman/program/pid_file_state.h"
 #include "host/files/files.h"
 #include "product/paths.h"
@@ -25,12 +26,20 @@ void LineReader::finish() {
   rest_.clear();
 }
 
+host::TaskResult runStoppable(const std::string& program, const std::vector<std::string>& words,
+                              const host::TaskOptions& options) {
+  // The signal of a parent's death outlives exec(2), for no program with privileges of its own.
+  std::vector<std::string> all = {"--pdeathsig", "CONT", program};
+  all.insert(all.end(), words.begin(), words.end());
+  return host::RunTask(std::string(kSetprivProgram), all, options);
+}
+
 host::TaskResult runHalyard(const std::vector<std::string>& words, const host::TaskOptions& options,
                             Diagnostics diagnostics) {
   static constexpr std::array<const char*, 4> kFlags = {"DEBUG", "VERBOSE", "FUNCLOG", "PROGRESS"};
   for (const char* flag : kFlags) ::unsetenv(flag);
   if (diagnostics == Diagnostics::on) ::setenv("DEBUG", "1", 1);
-  host::TaskResult result = host::RunTask(std::string(paths::kProgram), words, options);
+  host::TaskResult result = runStoppable(paths::kProgram, words, options);
   ::unsetenv("DEBUG");
   return result;
 }
@@ -45,14 +54,14 @@ bool halyardIsReady(int& status) {
     printError("this host is not set up yet (see: helmsman setup)");
     return false;
   }
-  const PidFileState state = pidFileState();
-  if (state.isLeftover() && removeLeftoverPidFile()) {
-    printNote(describe(state) + "; removed it");
-    return true;
+  PidFileState state = pidFileState();
+  if (state.isLeftover()) {
+    if (removeLeftoverPidFile()) printNote(describe(state) + "; removed it");
+    state = pidFileState();
   }
   if (state.owner == PidFileState::Owner::none) return true;
   printError(describe(state));
-  if (state.owner == PidFileState::Owner::halyard) status = kBusy;
+  if (state.owner == PidFileState::Owner::halyard && !state.isStuck()) status = kBusy;
   return false;
 }
 

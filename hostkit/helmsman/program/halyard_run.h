@@ -27,6 +27,11 @@ class LineReader {
 
 inline constexpr int kHalyardIsBusy = 37;  ///< Its exit status while the pid file exists.
 
+/// Runs a program as host::RunTask does. Should this process be killed while it has stopped the
+/// program (SIGSTOP), the kernel lets the program go on.
+host::TaskResult runStoppable(const std::string& program, const std::vector<std::string>& words,
+                              const host::TaskOptions& options = {});
+
 /// Whether the run flags are set that make Halyard tell more than an administrator reads.
 enum class Diagnostics { off, on };
 
@@ -38,7 +43,8 @@ host::TaskResult runHalyard(const std::vector<std::string>& words,
 
 /// Whether Halyard can be run for a command now: setup is done, the program is there, no other
 /// run is active. A leftover pid file is removed, with a note. Otherwise the reason is printed and
-/// the exit status for it is in `status`.
+/// the exit status for it is in `status`: kBusy for a run that will end, kFailure for one that is
+/// stuck.
 bool halyardIsReady(int& status);
 
 }  // namespace halyard::hostkit

@@ -1,18 +1,24 @@
 #include "helmsman/program/pid_file_state.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
-#include <sstream>
 
 #include "base/text.h"
+#include "common/times.h"
+#include "helmsman/program/process_tree.h"
+#include "host/files/descriptor.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "product/paths.h"
@@ -77,26 +83,25 @@ double secondsOn(clockid_t clock) {
 
 // For how long the process has been running; absent when it cannot be known.
 std::optional<double> secondsRun(int process) {
-  const auto text = host::readFile(processFile(process, "stat"), kStatusLimit);
-  // The name in parentheses may hold anything; the start is the 20th field behind it.
-  const std::size_t name = text ? text->rfind(')') : std::string::npos;
-  if (name == std::string::npos) return std::nullopt;
-  constexpr int kStartField = 20;
-  std::istringstream fields(text->substr(name + 1));
-  std::string field;
-  for (int count = 0; count < kStartField; ++count) fields >> field;
-  if (!fields || field.empty()) return std::nullopt;
-  const double ticks = std::strtod(field.c_str(), nullptr);
-  return secondsOn(CLOCK_BOOTTIME) - ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
+  const auto entry = processEntry(process);
+  if (!entry) return std::nullopt;
+  return secondsOn(CLOCK_BOOTTIME) -
+         static_cast<double>(entry->startTime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
-// Whether the process is younger than the pid file, so that another one wrote it.
-bool startedAfterPidFile(int process) {
+// A helmsman stops its Halyard for some seconds while it ends a plug-in.
+bool standsStopped(int process) {
+  const auto entry = processEntry(process);
+  return entry && entry->isStopped &&
+         paths::nameIn(programOf(entry->parent).c_str()) !=
+             std::string_view(paths::nameIn(paths::kAdministrationTool));
+}
+
+// Whether the process is younger than its pid file, so that another one wrote that.
+bool startedAfter(int process, const timespec& written) {
   constexpr double kSlack = 2;  // A start is known by the tick, a file's time by its file system.
-  struct stat file {};
   const auto run = secondsRun(process);
-  if (!run || ::stat(paths::kPidFile, &file) != 0) return false;
-  return *run + kSlack < secondsOn(CLOCK_REALTIME) - secondsOf(file.st_mtim);
+  return run && *run + kSlack < secondsOn(CLOCK_REALTIME) - secondsOf(written);
 }
 
 bool runsCommand(int process, const std::string& command) {
@@ -105,12 +110,12 @@ bool runsCommand(int process, const std::string& command) {
   return words && words->find(word) != std::string::npos;
 }
 
-Owner ownerOf(const PidFileState& state) {
+Owner ownerOf(const PidFileState& state, const timespec& written) {
   if (::kill(state.process, 0) != 0 && errno == ESRCH) return Owner::gone;
   if (!isHalyard(state.process)) {
     return executableOf(state.process).empty() ? Owner::unknown : Owner::stranger;
   }
-  if (!startedAfterPidFile(state.process)) return Owner::halyard;
+  if (!startedAfter(state.process, written)) return Owner::halyard;
   // The same command younger than its file: more likely the clock was set than the number taken.
   return runsCommand(state.process, state.command) ? Owner::unknown : Owner::stranger;
 }
@@ -125,6 +130,40 @@ Owner ownerOfNamelessFile() {
     seesItself = seesItself || process == ::getpid();
   }
   return seesItself ? Owner::gone : Owner::unknown;
+}
+
+host::Descriptor openPidFile() {
+  return host::Descriptor(::open(paths::kPidFile, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+}
+
+// Of the open file, whatever its path names by now.
+PidFileState stateOf(const host::Descriptor& file) {
+  std::array<char, kPidFileLimit> text{};
+  const ssize_t length = ::pread(file.get(), text.data(), text.size(), 0);
+  PidFileState state =
+      parsePidFile({text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))});
+  struct stat status {};
+  if (length < 0 || ::fstat(file.get(), &status) != 0) return state;
+  state.owner = state.process > 0 ? ownerOf(state, status.st_mtim) : ownerOfNamelessFile();
+  if (state.owner == Owner::halyard) {
+    state.isStopped = standsStopped(state.process);
+    state.runsFor = std::chrono::seconds(std::llround(secondsRun(state.process).value_or(0)));
+  }
+  return state;
+}
+
+bool standsAtItsPath(const host::Descriptor& file) {
+  struct stat opened {};
+  struct stat there {};
+  return ::fstat(file.get(), &opened) == 0 && ::lstat(paths::kPidFile, &there) == 0 &&
+         opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
+}
+
+std::string describeRun(const PidFileState& state, const std::string& who) {
+  const std::string started = ", started " + ageText(state.runsFor.count());
+  return std::string(state.isStopped ? "Halyard was stopped by a signal ("
+                                     : "Halyard is running (") +
+         who + (state.isStuck() ? started : "") + ")";
 }
 
 }  // namespace
@@ -144,19 +183,23 @@ PidFileState parsePidFile(std::string_view text) {
 }
 
 PidFileState pidFileState() {
+  const host::Descriptor file = openPidFile();
+  if (file) return stateOf(file);
   PidFileState state;
-  if (!host::exists(paths::kPidFile)) return state;
-  const auto text = host::readFile(paths::kPidFile, kPidFileLimit);
-  state = parsePidFile(text.value_or(""));
-  state.owner = state.process > 0 ? ownerOf(state) : ownerOfNamelessFile();
+  if (host::exists(paths::kPidFile)) state.owner = Owner::unknown;
   return state;
 }
 
 bool removeLeftoverPidFile() {
-  const PidFileState state = pidFileState();
-  if (!state.isLeftover()) return true;
-  if (::unlink(paths::kPidFile) != 0 && errno != ENOENT) return false;
-  return static_cast<bool>(host::syncFolderOf(paths::kPidFile));
+  while (const host::Descriptor file = openPidFile()) {
+    // Of two that remove it one waits here, and by then a run may have begun with a file of its
+    // own.
+    if (::flock(file.get(), LOCK_EX) != 0) return false;
+    if (!standsAtItsPath(file)) continue;
+    return stateOf(file).isLeftover() && ::unlink(paths::kPidFile) == 0 &&
+           host::syncFolderOf(paths::kPidFile);
+  }
+  return false;
 }
 
 std::string describe(const PidFileState& state) {
@@ -165,7 +208,7 @@ std::string describe(const PidFileState& state) {
     case Owner::none:
       return "no run is active";
     case Owner::halyard:
-      return "Halyard is running (" + process + ", " + state.command + ")";
+      return describeRun(state, process + ", " + state.command);
     case Owner::gone:
       if (state.process == 0)
         return "the pid file is a leftover: it names no process, and no Halyard runs";

@@ -1,10 +1,14 @@
 // Who holds the pid file that keeps two runs of Halyard apart.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
 namespace halyard::hostkit {
+
+/// A run that takes longer is told as a fault: more likely it waits for something for ever.
+inline constexpr std::chrono::hours kLongestRun{24};
 
 struct PidFileState {
   enum class Owner {
@@ -17,7 +21,12 @@ struct PidFileState {
   Owner owner = Owner::none;
   int process = 0;      ///< 0 when the file does not say.
   std::string command;  ///< The command word of that run.
+  /// Of a Halyard that runs: a signal has stopped it, and no helmsman is at work on it.
+  bool isStopped = false;
+  std::chrono::seconds runsFor{};  ///< Of a Halyard that runs.
 
+  /// A Halyard that will not end by itself, as far as anybody can tell.
+  bool isStuck() const { return owner == Owner::halyard && (isStopped || runsFor >= kLongestRun); }
   bool isLeftover() const { return owner == Owner::gone || owner == Owner::stranger; }
 };
 
@@ -26,8 +35,9 @@ PidFileState parsePidFile(std::string_view text);
 
 PidFileState pidFileState();
 
-/// Removes the pid file when it is a leftover, and never another one: the state is read again
-/// right before. True when no leftover is there afterwards.
+/// Removes the pid file when it is a leftover, and never another one: the state is read again,
+/// under a lock, and what is removed is the file that was read. True when this call removed it, on
+/// disk.
 bool removeLeftoverPidFile();
 
 /// A sentence about the state, for messages.

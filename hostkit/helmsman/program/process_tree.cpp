@@ -46,6 +46,7 @@ std::optional<ProcessEntry> parseProcessEntry(std::string_view text) {
     return std::nullopt;
   }
   entry.hasEnded = fields[kState] == "Z" || fields[kState] == "X";
+  entry.isStopped = fields[kState] == "T";
   for (std::size_t field = kUserTicks; field <= kChildTicksEnd; ++field) {
     std::int64_t ticks = 0;
     if (!toNumber(fields[field], ticks)) return std::nullopt;
@@ -54,11 +55,15 @@ std::optional<ProcessEntry> parseProcessEntry(std::string_view text) {
   return entry;
 }
 
+std::optional<ProcessEntry> processEntry(int process) {
+  return parseProcessEntry(procFile(process, "stat"));
+}
+
 std::vector<ProcessEntry> allProcesses() {
   std::vector<ProcessEntry> all;
   for (const std::string& name : host::listDirectory("/proc")) {
     if (!isNumber(name)) continue;
-    if (const auto entry = parseProcessEntry(procFile(leadingInteger(name), "stat"))) {
+    if (const auto entry = processEntry(leadingInteger(name))) {
       all.push_back(*entry);
     }
   }

@@ -16,10 +16,14 @@ struct ProcessEntry {
   bool hasEnded = false;        ///< It only waits for its parent to take its status.
   std::uint64_t ticks = 0;      ///< Processor time, that of children it has waited for included.
   std::uint64_t startTime = 0;  ///< In ticks since the host was started.
+  bool isStopped = false;       ///< By a signal, until another one lets it go on.
 };
 
 /// The text of /proc/PID/stat; absent when it has another form.
 std::optional<ProcessEntry> parseProcessEntry(std::string_view text);
+
+/// One process; absent when it is gone or cannot be seen.
+std::optional<ProcessEntry> processEntry(int process);
 
 /// All processes that can be seen; none where /proc is not mounted.
 std::vector<ProcessEntry> allProcesses();

@@ -1,5 +1,6 @@
 #include "helmsman/program/unlock.h"
 
+#include <csignal>
 #include <string>
 
 #include "common/exit_status.h"
@@ -10,13 +11,24 @@
 namespace halyard::hostkit {
 
 int unlock() {
-  const PidFileState state = pidFileState();
+  PidFileState state = pidFileState();
+  if (state.isLeftover()) {
+    if (removeLeftoverPidFile()) {
+      printNote(describe(state) + "; removed it");
+      return kSuccess;
+    }
+    state = pidFileState();  // Another one removed it, and a run may have begun.
+  }
   switch (state.owner) {
     case PidFileState::Owner::none:
       printNote("nothing to unlock: no run is active");
       return kSuccess;
     case PidFileState::Owner::halyard:
-      printError(describe(state) + "; it keeps its pid file");
+      if (state.isStopped && ::kill(state.process, SIGCONT) == 0) {
+        printNote(describe(state) + "; it goes on now, and keeps its pid file until it ends");
+      } else {
+        printError(describe(state) + "; it keeps its pid file");
+      }
       return kBusy;
     case PidFileState::Owner::unknown:
       printError(describe(state) + "; it stays. If no Halyard runs, remove " + paths::kPidFile);
@@ -25,12 +37,8 @@ int unlock() {
     case PidFileState::Owner::stranger:
       break;
   }
-  if (!removeLeftoverPidFile()) {
-    printError(std::string(paths::kPidFile) + " could not be removed");
-    return kFailure;
-  }
-  printNote(describe(state) + "; removed it");
-  return kSuccess;
+  printError(std::string(paths::kPidFile) + " could not be removed");
+  return kFailure;
 }
 
 }  // namespace halyard::hostkit

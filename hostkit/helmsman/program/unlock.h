@@ -3,7 +3,8 @@
 
 namespace halyard::hostkit {
 
-/// Removes the pid file when its process is gone or is no Halyard, and says so; leaves any other.
+/// Removes the pid file when its process is gone or is no Halyard, and says so; leaves any other. A
+/// Halyard that a signal has stopped is made to go on.
 ///
 /// Prints:  a note of what was found and done.
 /// Returns: success when no pid file stands in the way afterwards; kBusy while a run is active;

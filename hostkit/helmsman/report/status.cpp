@@ -70,7 +70,8 @@ struct HostStatus {
   bool isWell() const {
     return setUp && destination && record && record->result == RunRecord::Result::good &&
            !handOver.waitsForRecovery() && !run.isLeftover() &&
-           run.owner != PidFileState::Owner::unknown && configurationProblem.empty();
+           run.owner != PidFileState::Owner::unknown && !run.isStuck() &&
+           !(running && isOverdue(*running)) && configurationProblem.empty();
   }
 };
 
@@ -172,6 +173,9 @@ nlohmann::json statusJson(const HostStatus& status) {
       {"run",
        {{"active", status.running || status.run.owner == PidFileState::Owner::halyard},
         {"leftover", status.run.isLeftover()},
+        {"stopped", status.run.isStopped},
+        {"overdue",
+         status.run.runsFor >= kLongestRun || (status.running && isOverdue(*status.running))},
         {"process", status.run.process},
         {"command", status.run.command}}},
       {"leftOut", status.leftOut},
@@ -243,7 +247,8 @@ std::string lastBackupText(const HostStatus& status, std::int64_t now) {
 
 std::string activityText(const HostStatus& status, std::int64_t now) {
   if (!status.running) {
-    return describe(status.run) + (status.run.isLeftover() ? " (see: helmsman unlock)" : "");
+    const bool isForUnlock = status.run.isLeftover() || status.run.isStopped;
+    return describe(status.run) + (isForUnlock ? " (see: helmsman unlock)" : "");
   }
   const RunningBackup& running = *status.running;
   std::string text = "a backup is running (process " + std::to_string(running.process) +

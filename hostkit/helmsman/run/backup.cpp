@@ -95,7 +95,7 @@ class BackupCycle {
   RunGuard guard_;
   RunEngine runEngine_ = [this](const std::vector<std::string>& words) {
     return guard_.run(paths::kSnapshotTool,
-                      [&words] { return host::RunTask(std::string(paths::kSnapshotTool), words); });
+                      [&words] { return runStoppable(paths::kSnapshotTool, words); });
   };
   RunRecord record_;
   std::string destination_;
@@ -350,6 +350,17 @@ int BackupCycle::finish() {
   return exitStatusOf(record_.result);
 }
 
+// A run that holds up all others is no reason to be quiet.
+int refuseBeside(const std::string& problem) {
+  const auto running = problem.empty() ? runningBackup() : std::nullopt;
+  if (running && isOverdue(*running)) {
+    printError("another backup has been running for longer than a day (see: helmsman status)");
+    return kFailure;
+  }
+  printError(problem.empty() ? "another backup is running (see: helmsman status)" : problem);
+  return problem.empty() ? kBusy : kFailure;
+}
+
 }  // namespace
 
 int backup(const BackupArguments& arguments) {
@@ -369,8 +380,7 @@ int backup(const BackupArguments& arguments) {
   }
   auto current = CurrentRun::begin(problem);
   if (!current) {
-    printError(problem.empty() ? "another backup is running (see: helmsman status)" : problem);
-    return problem.empty() ? kBusy : kFailure;
+    return refuseBeside(problem);
   }
   return BackupCycle(arguments, *configuration, std::move(*current)).run();
 }

@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/times.h"
+#include "helmsman/program/pid_file_state.h"
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
@@ -98,6 +100,11 @@ std::optional<RunningBackup> runningBackup() {
   running.phase = textOf(document, "phase");
   running.service = textOf(document, "service");
   return running;
+}
+
+bool isOverdue(const RunningBackup& running) {
+  return running.started != 0 &&
+         std::chrono::seconds(secondsNow() - running.started) >= kLongestRun;
 }
 
 std::optional<RunRecord> interruptedRun() {

@@ -36,13 +36,16 @@ class CurrentRun {
 /// What a running backup tells of itself.
 struct RunningBackup {
   int process = 0;
-  std::int64_t started = 0;
+  std::int64_t started = 0;  ///< 0 when that cannot be read.
   std::string phase;
   std::string service;
 };
 
 /// Absent when none runs.
 std::optional<RunningBackup> runningBackup();
+
+/// Whether it has been running for longer than a backup takes: more likely it will never end.
+bool isOverdue(const RunningBackup& running);
 
 /// The record of a backup that was killed, crashed or cut off by power; absent when the last one
 /// ended by itself or is still running.
