@@ -231,6 +231,27 @@ TEST_F(HelmsmanInterrupted, TheHookOfTheUnitKeepsItToo) {
   EXPECT_FALSE(root.exists(kMark));
 }
 
+// The lock is a pipe without a writer, so that helmsman waits where it asks for the lock.
+TEST_F(HelmsmanInterrupted, ARunThatEndsWhileSomebodyLooksIsNone) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  const std::string started = record()["started"];
+  const std::string kept = root.readFile(test::kRecord);
+  root.remove(test::kRecord);
+  root.remove("/run/halyard/backup.lock");
+  root.writeFile(kMark, R"({"process": 1, "started": ")" + started + "\"}");
+  ASSERT_EQ(::mkfifo(root.path("/run/halyard/backup.lock").c_str(), 0600), 0);
+  test::CommandResult metrics;
+  std::thread look([this, &metrics] { metrics = helmsman({"metrics"}); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  // The run keeps its record, removes its mark and lets go of the lock.
+  root.writeFile(test::kRecord, kept);
+  root.remove(kMark);
+  const host::Descriptor lock(
+      ::open(root.path("/run/halyard/backup.lock").c_str(), O_RDWR | O_CLOEXEC));
+  look.join();
+  EXPECT_THAT(metrics.out, HasSubstr("\nhalyard_backup_interrupted 0\n"));
+}
+
 // ---- runs that never end
 
 // Holds the lock of a running backup that says since when it runs.

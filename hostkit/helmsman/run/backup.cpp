@@ -374,13 +374,13 @@ int backup(const BackupArguments& arguments) {
     configuration->stallLimit = arguments.stallLimit;
     configuration->serviceStallLimits.clear();
   }
-  if (!settleInterruptedRun()) {
-    printWarning(std::string("the record of an interrupted run could not be kept in ") +
-                 kStateFolder);
-  }
   auto current = CurrentRun::begin(problem);
   if (!current) {
     return refuseBeside(problem);
+  }
+  if (!current->settleInterrupted()) {
+    printWarning(std::string("the record of an interrupted run could not be kept in ") +
+                 kStateFolder);
   }
   return BackupCycle(arguments, *configuration, std::move(*current)).run();
 }

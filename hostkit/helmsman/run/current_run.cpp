@@ -35,8 +35,17 @@ struct flock wholeFile() {
   return lock;
 }
 
+nlohmann::json parsed(const std::string& text) {
+  return nlohmann::json::parse(text, nullptr, false);
+}
+
 nlohmann::json documentIn(const char* path) {
-  return nlohmann::json::parse(host::readFile(path, kLimit).value_or(""), nullptr, false);
+  return parsed(host::readFile(path, kLimit).value_or(""));
+}
+
+std::optional<std::string> currentMark() {
+  if (!host::exists(kCurrentRunFile)) return std::nullopt;
+  return host::readFile(kCurrentRunFile, kLimit).value_or("");
 }
 
 std::string textOf(const nlohmann::json& document, const char* key) {
@@ -48,6 +57,22 @@ bool lockIsHeld() {
   const host::Descriptor file(::open(kRunLock, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   struct flock lock = wholeFile();
   return file && ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+// Of the run that left this mark; absent when it has kept a record itself.
+std::optional<RunRecord> recordOf(const std::string& mark) {
+  RunRecord record;
+  record.started = parseTime(textOf(parsed(mark), "started")).value_or(secondsNow());
+  record.finished = record.started;
+  const auto before = readLastRecord();
+  // It was ended between its record and this mark.
+  if (before && before->started == record.started) return std::nullopt;
+  record.result = RunRecord::Result::interrupted;
+  record.problems.emplace_back(
+      "the run left no record: it was killed, it crashed, the power failed, or the record could "
+      "not be written");
+  inheritGood(record, before);
+  return record;
 }
 
 }  // namespace
@@ -108,20 +133,10 @@ bool isOverdue(const RunningBackup& running) {
 }
 
 std::optional<RunRecord> interruptedRun() {
-  if (!host::exists(kCurrentRunFile) || lockIsHeld()) return std::nullopt;
-  RunRecord record;
-  record.started = parseTime(textOf(documentIn(kCurrentRunFile), "started")).value_or(secondsNow());
-  record.finished = record.started;
-  const auto before = readLastRecord();
-  // It was ended between its record and this mark.
-  if (before && before->started == record.started) return std::nullopt;
-  record.result = RunRecord::Result::interrupted;
-  record.problems.emplace_back(
-      "the run left no record: it was killed, it crashed, the power failed, or the record could "
-      "not "
-      "be written");
-  inheritGood(record, before);
-  return record;
+  const auto mark = currentMark();
+  // Read again after the lock: a run that ends or begins meanwhile has changed it.
+  if (!mark || lockIsHeld() || currentMark() != mark) return std::nullopt;
+  return recordOf(*mark);
 }
 
 std::optional<RunRecord> latestRecord() {
@@ -129,12 +144,19 @@ std::optional<RunRecord> latestRecord() {
   return interrupted ? interrupted : readLastRecord();
 }
 
-bool settleInterruptedRun() {
-  const auto record = interruptedRun();
+bool CurrentRun::settleInterrupted() const {
+  const auto mark = currentMark();
+  const auto record = mark ? recordOf(*mark) : std::nullopt;
   if (!record) return true;
   if (!keepRecord(*record)) return false;
-  CurrentRun::end();
+  end();
   return true;
+}
+
+bool settleInterruptedRun() {
+  std::string problem;
+  const auto held = CurrentRun::begin(problem);
+  return held ? held->settleInterrupted() : problem.empty();
 }
 
 bool isRefusedDuringBackup() {

@@ -21,6 +21,9 @@ class CurrentRun {
   /// Without end() the mark stays, and the run counts as interrupted.
   ~CurrentRun() = default;
 
+  /// Keeps the record of a run before this one that was interrupted. False when it could not be
+  /// written.
+  bool settleInterrupted() const;
   /// Leaves the mark, from where on the run is one.
   bool mark(std::int64_t started) const;
   /// What it does now; a service is empty outside of one.
@@ -54,7 +57,8 @@ std::optional<RunRecord> interruptedRun();
 /// The latest record of this host, that of an interrupted run included.
 std::optional<RunRecord> latestRecord();
 
-/// Keeps the record of an interrupted run for good. False when it could not be written.
+/// Keeps the record of an interrupted run for good, unless a backup is running, which does so
+/// itself. False when it could not be written.
 bool settleInterruptedRun();
 
 /// Says so, and is true, while a backup of helmsman is running: its snapshot must not show half of
