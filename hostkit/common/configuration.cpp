@@ -65,19 +65,19 @@ std::optional<std::vector<ConfigurationLine>> readConfiguration(
   return lines;
 }
 
-bool addConfigurationLine(const std::string& path, std::string_view key, std::string_view value) {
+Status addConfigurationLine(const std::string& path, std::string_view key, std::string_view value) {
   const auto before = host::readFile(path, kLimit);
-  if (!before && host::exists(path)) return false;
+  if (!before && host::exists(path)) return Error{EIO, path};
   std::string text = before.value_or("");
   if (!text.empty() && !text.ends_with('\n')) text += '\n';
   text.append(key).append(" = ").append(value).append("\n");
   return host::writeFile(path, text, host::Durability::power);
 }
 
-bool removeConfigurationLine(const std::string& path, std::string_view key,
-                             std::string_view value) {
+Status removeConfigurationLine(const std::string& path, std::string_view key,
+                               std::string_view value) {
   const auto text = host::readFile(path, kLimit);
-  if (!text) return !host::exists(path);
+  if (!text) return host::exists(path) ? Error{EIO, path} : Status();
   std::string kept;
   for (const std::string_view line : splitAt(trimLineFeeds(*text), '\n')) {
     const auto parsed = parseLine(line);

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/result.h"
+
 namespace halyard::hostkit {
 
 struct ConfigurationLine {
@@ -23,10 +25,13 @@ struct ConfigurationLine {
 std::optional<std::vector<ConfigurationLine>> readConfiguration(
     const std::string& path, const std::vector<std::string_view>& keys, std::string& problem);
 
-/// Adds a line "key = value" at the end, at once and for good. False when it cannot be written.
-bool addConfigurationLine(const std::string& path, std::string_view key, std::string_view value);
+/// Adds a line "key = value" at the end, at once and for good. EIO when what is there cannot be
+/// read.
+Status addConfigurationLine(const std::string& path, std::string_view key, std::string_view value);
 
 /// Takes away every line of that key and value; everything else stays as it is, comments too.
-bool removeConfigurationLine(const std::string& path, std::string_view key, std::string_view value);
+/// EIO when what is there cannot be read.
+Status removeConfigurationLine(const std::string& path, std::string_view key,
+                               std::string_view value);
 
 }  // namespace halyard::hostkit

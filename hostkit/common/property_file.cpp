@@ -21,7 +21,7 @@ std::optional<PropertyDictionary> readPropertyFile(const std::string& path, std:
   return dictionary;
 }
 
-bool writePropertyFile(const std::string& path, const PropertyDictionary& dictionary) {
+Status writePropertyFile(const std::string& path, const PropertyDictionary& dictionary) {
   const std::string target = host::realPath(path).value_or(path);
   const auto before = host::readAttributes(target);
   return host::writeFile(target, writePropertyList(dictionary), host::Durability::power,

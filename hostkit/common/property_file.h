@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/property_list.h"
+#include "base/result.h"
 
 namespace halyard::hostkit {
 
@@ -14,6 +15,6 @@ std::optional<PropertyDictionary> readPropertyFile(const std::string& path, std:
 /// Replaces the file by the dictionary, at once and for good: at any instant, a power cut
 /// included, it is absent, old or complete. A file that is a link stays one: what it leads to is
 /// replaced. The file keeps its mode; a new one gets 0644. Missing folders are not made.
-bool writePropertyFile(const std::string& path, const PropertyDictionary& dictionary);
+Status writePropertyFile(const std::string& path, const PropertyDictionary& dictionary);
 
 }  // namespace halyard::hostkit

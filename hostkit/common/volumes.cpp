@@ -21,6 +21,7 @@
 
 #include "common/kernel_uuid.h"
 #include "host/files/descriptor.h"
+#include "host/files/files.h"
 
 namespace halyard::hostkit {
 
@@ -56,26 +57,22 @@ libmnt_fs* mountOf(libmnt_table* table, const struct statx& item) {
   return nullptr;
 }
 
-std::optional<struct statx> statusOf(const std::string& path, int& error) {
+Result<struct statx> statusOf(const std::string& path) {
   struct statx status {};
   if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID, &status) !=
       0) {
-    error = errno;
-    return std::nullopt;
+    return Error{errno, path};
   }
   return status;
 }
 
 // The highest folder above `path` on the same mount: by the path alone, for roots without /proc.
 std::string highestFolder(const std::string& path, const struct statx& status) {
-  std::array<char, PATH_MAX> resolved{};
-  if (::realpath(path.c_str(), resolved.data()) == nullptr) return "/";
-  std::string folder = resolved.data();
+  std::string folder = host::realPath(path).value_or("/");
   while (folder != "/") {
     const std::size_t slash = folder.rfind('/');
     const std::string parent = slash == 0 ? "/" : folder.substr(0, slash);
-    int ignored = 0;
-    const auto above = statusOf(parent, ignored);
+    const auto above = statusOf(parent);
     if (!above || above->stx_mnt_id != status.stx_mnt_id ||
         above->stx_dev_major != status.stx_dev_major ||
         above->stx_dev_minor != status.stx_dev_minor) {
@@ -142,8 +139,7 @@ std::uint64_t lastingFileSystemId(const struct statfs& fileSystem) {
 }
 
 std::string identifierOfFolder(const std::string& folder, const struct statfs& fileSystem) {
-  int ignored = 0;
-  const auto status = statusOf(folder, ignored);
+  const auto status = statusOf(folder);
   if (!status) return {};
   const bool born = (status->stx_mask & STATX_BTIME) != 0;
   return folderIdentifier(
@@ -175,8 +171,7 @@ bool isFolderOfBiggerVolume(libmnt_fs* row, const struct statx& top, const std::
 void identify(Volume& volume, libmnt_fs* row, const struct statfs& fileSystem) {
   const host::Descriptor folder(
       ::open(volume.mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  int ignored = 0;
-  const auto top = statusOf(volume.mountPoint, ignored);
+  const auto top = statusOf(volume.mountPoint);
   if (isBlockDevice(volume.device)) {
     DeviceTags tags = tagsOf(volume.device);
     volume.uuid = std::move(tags.uuid);
@@ -222,15 +217,11 @@ std::string folderIdentifier(std::uint64_t fileSystemType, std::uint64_t fileSys
   return text.data();
 }
 
-std::optional<Volume> volumeOf(const std::string& path, int& error) {
-  error = 0;
-  const auto status = statusOf(path, error);
-  if (!status) return std::nullopt;
+Result<Volume> volumeOf(const std::string& path) {
+  const Result<struct statx> status = statusOf(path);
+  if (!status) return status.error();
   struct statfs fileSystem {};
-  if (::statfs(path.c_str(), &fileSystem) != 0) {
-    error = errno;
-    return std::nullopt;
-  }
+  if (::statfs(path.c_str(), &fileSystem) != 0) return Error{errno, path};
 
   Volume volume;
   const MountTable table = mountTable();
@@ -254,7 +245,6 @@ std::optional<Volume> volumeOf(const std::string& path, int& error) {
 std::vector<Volume> mountedVolumes() {
   std::vector<Volume> volumes;
   std::set<std::string> seen;
-  int error = 0;
   const MountTable table = mountTable();
   const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> rows(mnt_new_iter(MNT_ITER_FORWARD),
                                                                     &mnt_free_iter);
@@ -265,10 +255,10 @@ std::vector<Volume> mountedVolumes() {
       continue;
     }
     // By path, not by row: what is mounted on top is what the path leads to.
-    if (auto volume = volumeOf(mountPoint, error)) volumes.push_back(std::move(*volume));
+    if (auto volume = volumeOf(mountPoint)) volumes.push_back(std::move(*volume));
   }
   if (!seen.contains("/")) {
-    if (auto volume = volumeOf("/", error)) volumes.insert(volumes.begin(), std::move(*volume));
+    if (auto volume = volumeOf("/")) volumes.insert(volumes.begin(), std::move(*volume));
   }
   return volumes;
 }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/result.h"
+
 namespace halyard::hostkit {
 
 struct Volume {
@@ -27,15 +29,14 @@ struct Volume {
   std::uint64_t availableBytes = 0;  ///< For everybody else.
 };
 
-/// The volume that holds `path`; absent, with the errno value in `error`, when the path cannot be
-/// reached.
+/// The volume that holds `path`; an error when the path cannot be reached.
 ///
 /// The identifier is the one of libblkid, or else the one that the kernel tells of the mounted file
 /// system. Where there is none (tmpfs, overlay), and where "/" is a plain folder of a bigger volume
 /// (chroot, container), it is derived from the root folder's inode, birth time and file system: the
 /// same at every call, another one for every other root, even a copy of this one. Nothing is
 /// stored, so no copy can carry it along.
-std::optional<Volume> volumeOf(const std::string& path, int& error);
+Result<Volume> volumeOf(const std::string& path);
 
 /// The mounted volumes that hold files: those on block devices, network file systems, tmpfs and
 /// overlay roots; no kernel interfaces. In the order they were mounted, each mount point once.

@@ -19,10 +19,9 @@ using namespace halyard::hostkit;  // NOLINT(google-build-using-namespace)
 enum class Form { text, propertyList, json };
 
 int info(const std::string& path, Form form) {
-  int error = 0;
-  const auto volume = volumeOf(path, error);
+  const auto volume = volumeOf(path);
   if (!volume) {
-    printError(path + ": " + errnoText(error));
+    printError(path + ": " + errnoText(volume.error().code));
     return kFailure;
   }
   switch (form) {

@@ -81,7 +81,7 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   return manifest;
 }
 
-bool writeManifest(const std::string& snapshotPath, const Manifest& manifest) {
+Status writeManifest(const std::string& snapshotPath, const Manifest& manifest) {
   const std::string text =
       toJson(manifest).dump(kIndent, ' ', false, nlohmann::json::error_handler_t::replace);
   return host::writeFile(manifestPath(snapshotPath), text + "\n");

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/result.h"
+
 namespace halyard::snapwheel {
 
 /// An item that is missing in a snapshot although it was not excluded.
@@ -39,8 +41,8 @@ struct Manifest {
 /// Absent when there is none or it cannot be understood.
 std::optional<Manifest> readManifest(const std::string& snapshotPath);
 
-/// Replaces the manifest at once; false on any error.
-bool writeManifest(const std::string& snapshotPath, const Manifest& manifest);
+/// Replaces the manifest at once.
+Status writeManifest(const std::string& snapshotPath, const Manifest& manifest);
 
 /// As it stands in the file and in the output of "list --json". Bytes that are no UTF-8 are shown
 /// as U+FFFD.

@@ -84,7 +84,7 @@ OwnerNames namesOf(const OwnerIds& ids, const std::string& root) {
   return names;
 }
 
-bool writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names) {
+Status writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names) {
   const nlohmann::json object = {{"users", toJson(names.users)}, {"groups", toJson(names.groups)}};
   const std::string text =
       object.dump(kIndent, ' ', false, nlohmann::json::error_handler_t::replace);

@@ -9,6 +9,8 @@
 #include <set>
 #include <string>
 
+#include "base/result.h"
+
 namespace halyard::snapwheel {
 
 /// The ids that a tree uses.
@@ -28,7 +30,7 @@ struct OwnerNames {
 OwnerNames namesOf(const OwnerIds& ids, const std::string& root);
 
 /// <snapshot>/.snapwheel/owners.json; false or absent on any error.
-bool writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names);
+Status writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names);
 std::optional<OwnerNames> readOwnerNames(const std::string& snapshotPath);
 
 }  // namespace halyard::snapwheel

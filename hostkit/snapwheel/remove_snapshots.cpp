@@ -43,7 +43,7 @@ void removeOne(const Repository& repository, const std::string& name) {
       throw Failure(errorText(path, errno));
     }
   }
-  if (const int error = removeSnapshotFolder(path)) throw Failure(errorText(path, error));
+  if (const Status removed = removeSnapshotFolder(path); !removed) throw failureOf(removed.error());
 }
 
 bool holdsServices(const std::string& snapshot) {

@@ -13,9 +13,10 @@ namespace halyard::snapwheel {
 
 namespace {
 
-int errnoOf(btrfs_util_error result) {
-  if (result == BTRFS_UTIL_OK) return 0;
-  return errno != 0 ? errno : EIO;
+// The library promises that errno tells more of what it could not do.
+Status outcomeOf(btrfs_util_error result, const std::string& path) {
+  if (result == BTRFS_UTIL_OK) return {};
+  return Error{errno != 0 ? errno : EIO, path};
 }
 
 }  // namespace
@@ -31,20 +32,21 @@ bool isSubvolume(const std::string& path) {
   return btrfs_util_is_subvolume(path.c_str()) == BTRFS_UTIL_OK;
 }
 
-int createSubvolume(const std::string& path) {
-  return errnoOf(btrfs_util_create_subvolume(path.c_str(), 0, nullptr, nullptr));
+Status createSubvolume(const std::string& path) {
+  return outcomeOf(btrfs_util_create_subvolume(path.c_str(), 0, nullptr, nullptr), path);
 }
 
-int snapshotSubvolume(const std::string& source, const std::string& path) {
-  return errnoOf(btrfs_util_create_snapshot(source.c_str(), path.c_str(), 0, nullptr, nullptr));
+Status snapshotSubvolume(const std::string& source, const std::string& path) {
+  return outcomeOf(btrfs_util_create_snapshot(source.c_str(), path.c_str(), 0, nullptr, nullptr),
+                   path);
 }
 
-int setReadOnly(const std::string& path, bool readOnly) {
-  return errnoOf(btrfs_util_set_subvolume_read_only(path.c_str(), readOnly));
+Status setReadOnly(const std::string& path, bool readOnly) {
+  return outcomeOf(btrfs_util_set_subvolume_read_only(path.c_str(), readOnly), path);
 }
 
-int removeSnapshotFolder(const std::string& path) {
-  if (isSubvolume(path)) return errnoOf(btrfs_util_delete_subvolume(path.c_str(), 0));
+Status removeSnapshotFolder(const std::string& path) {
+  if (isSubvolume(path)) return outcomeOf(btrfs_util_delete_subvolume(path.c_str(), 0), path);
   return host::removeTree(path);
 }
 

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "base/result.h"
+
 namespace halyard::snapwheel {
 
 /// Whether the folder lies on btrfs.
@@ -11,18 +13,17 @@ bool isOnBtrfs(const std::string& path);
 /// Whether the path itself is a subvolume; a link to one is not.
 bool isSubvolume(const std::string& path);
 
-/// 0, or the errno value. A fresh subvolume has mode 0755 less the umask.
-int createSubvolume(const std::string& path);
+/// A fresh subvolume has mode 0755 less the umask.
+Status createSubvolume(const std::string& path);
 
-/// Makes `path` a writable snapshot of a subvolume: 0, or the errno value.
-int snapshotSubvolume(const std::string& source, const std::string& path);
+/// Makes `path` a writable snapshot of a subvolume.
+Status snapshotSubvolume(const std::string& source, const std::string& path);
 
-/// A subvolume that is read-only keeps even root from changing a snapshot by mistake: 0, or the
-/// errno value.
-int setReadOnly(const std::string& path, bool readOnly);
+/// A subvolume that is read-only keeps even root from changing a snapshot by mistake.
+Status setReadOnly(const std::string& path, bool readOnly);
 
 /// Removes a snapshot folder, finished or not, with everything in it: a subvolume at once, a folder
-/// item by item. 0, or the errno value of the first item that stays.
-int removeSnapshotFolder(const std::string& path);
+/// item by item. The error is that of the first item that stays.
+Status removeSnapshotFolder(const std::string& path);
 
 }  // namespace halyard::snapwheel

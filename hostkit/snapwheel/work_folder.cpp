@@ -81,8 +81,8 @@ void WorkFolder::settleLeftovers() {
       continue;
     }
     hostkit::printNote("an interrupted snapshot is removed: " + *name);
-    if (const int error = removeSnapshotFolder(leftover)) {
-      throw Failure(errorText(leftover, error));
+    if (const Status removed = removeSnapshotFolder(leftover); !removed) {
+      throw failureOf(removed.error());
     }
   }
 }
@@ -91,8 +91,8 @@ void WorkFolder::makeFolder() {
   const std::string previous = repository_.path(reference_);
   if (isOnBtrfs(repository_.hostFolder())) {
     const bool copies = !reference_.empty() && isSubvolume(previous);
-    const int error = copies ? snapshotSubvolume(previous, path_) : createSubvolume(path_);
-    if (error != 0) throw Failure(errorText(path_, error));
+    const Status made = copies ? snapshotSubvolume(previous, path_) : createSubvolume(path_);
+    if (!made) throw failureOf(made.error());
     if (copies) basis_ = Basis::copyOfReference;
   } else if (::mkdir(path_.c_str(), kSnapshotMode) != 0) {
     throw Failure(errorText(path_, errno));
@@ -113,20 +113,25 @@ void WorkFolder::begin(const Manifest& manifest) {
   if (::mkdir(records.c_str(), kRecordMode) != 0 && errno != EEXIST) {
     throw Failure(errorText(records, errno));
   }
-  if (!writeManifest(path_, manifest)) throw Failure(errorText(records, errno));
+  if (const Status written = writeManifest(path_, manifest); !written) {
+    throw failureOf(written.error());
+  }
 }
 
 int WorkFolder::fault(int error) const {
   if (error == ENOSPC || error == EDQUOT || error == EROFS) return error;
   const std::string probe = record(path_, "probe");
-  errno = 0;
-  if (!host::createOrEmptyFile(probe, kRecordMode)) return errno != 0 ? errno : error;
+  if (const Status made = host::createOrEmptyFile(probe, kRecordMode); !made) {
+    return made.error().code;
+  }
   (void)::unlink(probe.c_str());
   return 0;
 }
 
 void WorkFolder::publish(const Manifest& manifest) {
-  if (!writeManifest(path_, manifest)) throw Failure(errorText(path_, errno));
+  if (const Status written = writeManifest(path_, manifest); !written) {
+    throw failureOf(written.error());
+  }
   if (const auto synced = host::syncFileSystem(path_); !synced) throw failureOf(synced.error());
   const std::string final = repository_.path(name_);
   if (::rename(path_.c_str(), final.c_str()) != 0) throw Failure(errorText(final, errno));
@@ -142,8 +147,7 @@ std::string WorkFolder::discard() const {
   const std::string others = untouched ? "; the earlier snapshots are untouched" : "";
   if (host::exists(repository_.path(name_))) return "the snapshot itself is kept";
   if (!host::exists(path_)) return "no snapshot was made" + others;
-  const int error = removeSnapshotFolder(path_);
-  if (error == 0) return "the unfinished snapshot was removed" + others;
+  if (removeSnapshotFolder(path_)) return "the unfinished snapshot was removed" + others;
   return "the unfinished snapshot " + path_ + " could not be removed" + others;
 }
 

@@ -17,6 +17,7 @@
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/process/task.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
 #include "product/service_descriptor.h"
@@ -42,11 +43,12 @@ void resetMetadataFolder() {
 
 void showDescriptor(const ServiceDescriptor& descriptor) {
   debugLine("tServiceName", descriptor.serviceName());
-  debugLine("tBackupLog", descriptor.text("BackupLog"));
-  debugLine("tBackupBinaryPath", descriptor.text("BackupBinaryPath"));
+  debugLine("tBackupLog", descriptor.text(descriptor_keys::kBackupLog));
+  debugLine("tBackupBinaryPath", descriptor.text(descriptor_keys::kBackupBinaryPath));
   debugLine("tDefaultBackupAction", descriptor.defaultAction());
-  for (const char* key : {"PreBackupServiceCommands", "PostBackupServiceCommands",
-                          "ConfigurationFiles", "DataFiles"}) {
+  for (const char* key :
+       {descriptor_keys::kPreBackupServiceCommands, descriptor_keys::kPostBackupServiceCommands,
+        descriptor_keys::kConfigurationFiles, descriptor_keys::kDataFiles}) {
     debugDump(descriptor.list(key));
   }
 }

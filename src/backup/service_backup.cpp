@@ -9,6 +9,7 @@
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "host/tree/tree_copy.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
 #include "product/service_names.h"
@@ -39,7 +40,7 @@ struct ServiceCommand {
 };
 
 void runPreBackupCommands(const ServiceDescriptor& descriptor, const BackupPass& pass) {
-  for (const std::string& line : descriptor.list("PreBackupServiceCommands")) {
+  for (const std::string& line : descriptor.list(descriptor_keys::kPreBackupServiceCommands)) {
     const ServiceCommand command(line);
     dump(command.executable());
     dump(command.pieces);
@@ -55,8 +56,9 @@ void runPreBackupCommands(const ServiceDescriptor& descriptor, const BackupPass&
 
 void runBackupExecutable(const ServiceDescriptor& descriptor, const std::string& folder,
                          BackupPass& pass) {
-  PluginCall call(descriptor.text("BackupBinaryPath"),
-                  {"-cmd", "backup", "-path", folder, "-log", descriptor.text("BackupLog")});
+  PluginCall call(
+      descriptor.text(descriptor_keys::kBackupBinaryPath),
+      {"-cmd", "backup", "-path", folder, "-log", descriptor.text(descriptor_keys::kBackupLog)});
   call.addOption(descriptor.defaultAction());
   const host::TaskResult result = call.runUnheard();
   pass.lastStatus = result.status;
@@ -70,7 +72,7 @@ void runBackupExecutable(const ServiceDescriptor& descriptor, const std::string&
 }
 
 void runPostBackupCommands(const ServiceDescriptor& descriptor, BackupPass& pass) {
-  for (const std::string& line : descriptor.list("PostBackupServiceCommands")) {
+  for (const std::string& line : descriptor.list(descriptor_keys::kPostBackupServiceCommands)) {
     const ServiceCommand command(line);
     dump(command.executable());
     dump(command.pieces);
@@ -93,8 +95,9 @@ void copyIntoFolder(const std::string& source, const std::string& folder) {
 }
 
 void copyFiles(const ServiceDescriptor& descriptor, const std::string& folder) {
-  for (const std::string& source : descriptor.list("DataFiles")) copyIntoFolder(source, folder);
-  for (const std::string& source : descriptor.list("ConfigurationFiles")) {
+  for (const std::string& source : descriptor.list(descriptor_keys::kDataFiles))
+    copyIntoFolder(source, folder);
+  for (const std::string& source : descriptor.list(descriptor_keys::kConfigurationFiles)) {
     platformLogText("SRC := %s\nDST := %s", source.c_str(), folder.c_str());
     copyIntoFolder(source, folder);
   }

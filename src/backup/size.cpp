@@ -11,6 +11,7 @@
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
 #include "product/service_descriptor.h"
@@ -64,7 +65,7 @@ class SizeEstimate {
 
  private:
   void measure() {
-    const MaybeString executable = descriptor_.text("BackupBinaryPath");
+    const MaybeString executable = descriptor_.text(descriptor_keys::kBackupBinaryPath);
     debugLine("ServiceBinary", executable);
     // Kept: without an executable, the answer of the service before is added again.
     if (executable && host::isExecutableFile(*executable)) answer_ = askForSize(*executable);

@@ -11,6 +11,7 @@
 #include "frontend/run/log.h"
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
+#include "product/descriptor_keys.h"
 #include "product/metadata_folder.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
@@ -33,11 +34,11 @@ void addAnswer(const std::string& descriptorPath, const std::string& metadataFol
   if (!host::exists(descriptorPath)) return;
   const ServiceDescriptor descriptor = ServiceDescriptor::read(descriptorPath);
   const MaybeString service = descriptor.serviceName();
-  const MaybeString executable = descriptor.text("RestoreBinaryPath");
+  const MaybeString executable = descriptor.text(descriptor_keys::kRestoreBinaryPath);
   debugLine("tServiceName", service);
   debugLine("tRestoreBinaryPath", executable);
-  debugDump(descriptor.list("ConfigurationFiles"));
-  debugDump(descriptor.list("DataFiles"));
+  debugDump(descriptor.list(descriptor_keys::kConfigurationFiles));
+  debugDump(descriptor.list(descriptor_keys::kDataFiles));
   const std::string folder = joinPath(metadataFolder, service);
   if (!hasServiceFolder(folder, service)) return;
   const PluginCall call(executable, {"-cmd", "browse", "-path", folder});
@@ -78,16 +79,17 @@ void browseAllServices(const std::string& metadataFolder) {
 void browseOneService(const std::string& service, const std::string& metadataFolder,
                       const MaybeString& requested) {
   const auto [path, descriptor] = findServiceDescriptor(service);
-  const MaybeString executable = descriptor.text("RestoreBinaryPath");
+  const MaybeString executable = descriptor.text(descriptor_keys::kRestoreBinaryPath);
   const MaybeString serviceName = descriptor.serviceName();
   debugLine("serviceConfFilePath", path);
   debugLine("RestoreBinaryPath", executable);
-  debugLine("BrowseCMD", descriptor.entry("RestoreActions", "Browse"));
+  debugLine("BrowseCMD",
+            descriptor.entry(descriptor_keys::kRestoreActions, descriptor_keys::kBrowse));
   debugLine("ServiceName", serviceName);
   const std::string folder = joinPath(metadataFolder, serviceName);
   if (!hasServiceFolder(folder, serviceName)) return;
-  PluginCall call(executable,
-                  {"-cmd", "browse", "-path", folder, "-log", descriptor.text("RestoreLog")});
+  PluginCall call(executable, {"-cmd", "browse", "-path", folder, "-log",
+                               descriptor.text(descriptor_keys::kRestoreLog)});
   call.addOption(requested);
   // Every line with its line feed, the empty one after the last included: the answer as it stands
   // and one line feed more.

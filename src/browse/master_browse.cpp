@@ -11,6 +11,7 @@
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/descriptor_keys.h"
 #include "product/metadata_folder.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
@@ -34,8 +35,8 @@ class Catalogue {
     }
   }
 
-  /// False when the file could not be written; else it was printed too.
-  bool writeAndPrint(const std::string& path) const {
+  /// Done when the file was written; then it was printed too.
+  Status writeAndPrint(const std::string& path) const {
     const auto produce = [&](const host::PieceSink& sink) {
       DictionaryWriter writer(sink);
       for (const auto& [service, browseFile] : files_) {
@@ -62,9 +63,9 @@ void debugShow(const std::string& text) {
 
 void showDescriptor(const ServiceDescriptor& descriptor) {
   debugLine("tServiceName", descriptor.serviceName());
-  debugLine("tRestoreBinaryPath", descriptor.text("RestoreBinaryPath"));
-  debugDump(descriptor.list("ConfigurationFiles"));
-  debugDump(descriptor.list("DataFiles"));
+  debugLine("tRestoreBinaryPath", descriptor.text(descriptor_keys::kRestoreBinaryPath));
+  debugDump(descriptor.list(descriptor_keys::kConfigurationFiles));
+  debugDump(descriptor.list(descriptor_keys::kDataFiles));
 }
 
 void addListing(const MaybeString& service, Catalogue& catalogue) {

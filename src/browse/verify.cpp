@@ -8,6 +8,7 @@
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
 #include "frontend/run/log.h"
+#include "product/descriptor_keys.h"
 #include "product/run_texts.h"
 #include "product/service_descriptor.h"
 
@@ -21,8 +22,8 @@ constexpr std::size_t kValueColumn = 31;  // the length of kSummary and " := "
 
 std::int32_t runVerifyPlugin(const MaybeString& image, const MaybeString& service) {
   const auto [path, descriptor] = findServiceDescriptor(service);
-  const MaybeString executable = descriptor.text("VerifyBinaryPath");
-  const MaybeString log = descriptor.text("VerifyLog");
+  const MaybeString executable = descriptor.text(descriptor_keys::kVerifyBinaryPath);
+  const MaybeString log = descriptor.text(descriptor_keys::kVerifyLog);
   debugLine("serviceConfFilePath", path);
   debugLine("VerifyBinaryPath", executable);
   debugLine("ServiceName", descriptor.serviceName());

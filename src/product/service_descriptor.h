@@ -9,6 +9,7 @@
 
 #include "base/property_list.h"
 #include "base/text.h"
+#include "product/descriptor_keys.h"
 
 namespace halyard {
 
@@ -28,9 +29,11 @@ class ServiceDescriptor {
   /// The text `entry` of the dictionary `key`.
   MaybeString entry(std::string_view key, std::string_view entry) const;
 
-  MaybeString serviceName() const { return text("ServiceName"); }
+  MaybeString serviceName() const { return text(descriptor_keys::kServiceName); }
   /// The default action, used for backup and for restore.
-  MaybeString defaultAction() const { return entry("BackupActions", "Default"); }
+  MaybeString defaultAction() const {
+    return entry(descriptor_keys::kBackupActions, descriptor_keys::kDefault);
+  }
 
  private:
   PropertyDictionary keys_;

@@ -73,9 +73,10 @@ bool isSnapshot(const BackupSession& session, const std::string& path) {
 std::int32_t DeleteSnapshot(const BackupSession& session, const std::string& path) {
   const auto place = placeOf(session, path);
   if (!place) return kNotASnapshot;
-  const int error = host::removeWithSubvolumes(place->hostFolder, place->name);
+  const Status removed = host::removeWithSubvolumes(place->hostFolder, place->name);
+  if (!removed) return removed.error().code;
   // All of the file system: a subvolume goes by its next commit, not by a sync of the folder.
-  return error != 0 ? error : host::syncFileSystem(place->hostFolder).error().code;
+  return host::syncFileSystem(place->hostFolder).error().code;
 }
 
 }  // namespace halyard

@@ -15,6 +15,7 @@
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/tree/move_item.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
 #include "product/service_descriptor.h"
@@ -48,9 +49,9 @@ void refuseBogusRestore() {
 
 void runRestoreExecutable(const ServiceDescriptor& descriptor, const std::string& target) {
   PluginCall call(
-      descriptor.text("RestoreBinaryPath"),
+      descriptor.text(descriptor_keys::kRestoreBinaryPath),
       {"-cmd", "restore", "-path", joinPath(paths::kMetadataFolder, descriptor.serviceName()),
-       "-log", descriptor.text("RestoreLog"), "-target", target});
+       "-log", descriptor.text(descriptor_keys::kRestoreLog), "-target", target});
   call.addOption(descriptor.defaultAction());
   const host::TaskResult result = call.runUnheard();
   debugPlatformLog("tRestoreBinaryPath =: %s", orNull(call.executable));
@@ -67,8 +68,8 @@ void restoreOneService(const std::string& path, const std::string& target,
   const MaybeString service = descriptor.serviceName();
   debugLine("target", target);
   debugLine("tServiceName", service);
-  debugLine("tRestoreLog", descriptor.text("RestoreLog"));
-  debugLine("tRestoreBinaryPath", descriptor.text("RestoreBinaryPath"));
+  debugLine("tRestoreLog", descriptor.text(descriptor_keys::kRestoreLog));
+  debugLine("tRestoreBinaryPath", descriptor.text(descriptor_keys::kRestoreBinaryPath));
   debugLine("tDefaultRestoreAction", descriptor.defaultAction());
   const auto files = restoreServiceFiles(paths::kMetadataFolder, descriptor, progress);
   restored.insert(restored.end(), files.begin(), files.end());

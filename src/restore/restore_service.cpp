@@ -11,6 +11,7 @@
 #include "frontend/run/progress_log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
+#include "product/descriptor_keys.h"
 #include "product/metadata_folder.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
@@ -35,10 +36,10 @@ void endWithoutVolumes(const MaybeString& image, const MaybeString& target) {
 /// Kept: without "-opt" the list has two such pairs, "all" first and the default action last.
 void runRestoreExecutable(const ServiceDescriptor& descriptor, const std::string& metadataRoot,
                           const MaybeString& requested) {
-  PluginCall call(
-      descriptor.text("RestoreBinaryPath"),
-      {"-cmd", "restore", "-opt", requested.value_or("all"), "-path",
-       joinPath(metadataRoot, descriptor.serviceName()), "-log", descriptor.text("RestoreLog")});
+  PluginCall call(descriptor.text(descriptor_keys::kRestoreBinaryPath),
+                  {"-cmd", "restore", "-opt", requested.value_or("all"), "-path",
+                   joinPath(metadataRoot, descriptor.serviceName()), "-log",
+                   descriptor.text(descriptor_keys::kRestoreLog)});
   if (!requested) call.addOption(descriptor.defaultAction());
   const host::TaskResult result = call.runUnheard();
   debugDump(call.arguments);
@@ -53,11 +54,11 @@ std::vector<std::string> restoreFromDescriptor(const std::string& path,
   const ServiceDescriptor descriptor = ServiceDescriptor::read(path);
   const MaybeString service = descriptor.serviceName();
   debugLine("tServiceName", service);
-  debugLine("tRestoreLog", descriptor.text("RestoreLog"));
-  debugLine("tRestoreBinaryPath", descriptor.text("RestoreBinaryPath"));
+  debugLine("tRestoreLog", descriptor.text(descriptor_keys::kRestoreLog));
+  debugLine("tRestoreBinaryPath", descriptor.text(descriptor_keys::kRestoreBinaryPath));
   debugLine("tDefaultRestoreAction", descriptor.defaultAction());
-  debugDump(descriptor.list("ConfigurationFiles"));
-  debugDump(descriptor.list("DataFiles"));
+  debugDump(descriptor.list(descriptor_keys::kConfigurationFiles));
+  debugDump(descriptor.list(descriptor_keys::kDataFiles));
   auto restored = restoreServiceFiles(metadataRoot, descriptor, progress);
   progress.step(service, "Calling service restore binary...");
   runRestoreExecutable(descriptor, metadataRoot, requested);

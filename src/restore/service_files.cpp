@@ -9,6 +9,7 @@
 #include "host/tree/move_item.h"
 #include "host/tree/tree_copy.h"
 #include "host/volumes/volumes.h"
+#include "product/descriptor_keys.h"
 
 namespace halyard {
 
@@ -107,8 +108,8 @@ std::vector<std::string> restoreServiceFiles(const std::string& metadataRoot,
                                              const ServiceDescriptor& descriptor,
                                              const ProgressLog& progress) {
   return restoreServiceFiles(metadataRoot, descriptor.serviceName(),
-                             descriptor.list("ConfigurationFiles"), descriptor.list("DataFiles"),
-                             progress);
+                             descriptor.list(descriptor_keys::kConfigurationFiles),
+                             descriptor.list(descriptor_keys::kDataFiles), progress);
 }
 
 void syncRestored(const std::vector<std::string>& restored) {

@@ -55,8 +55,7 @@ class MountedVolume : public testing::TestWithParam<const char*> {
 };
 
 TEST_P(MountedVolume, IsIdentifiedByTheUuidOfItsFileSystem) {
-  int error = 0;
-  const auto volume = volumeOf(mountPoint(), error);
+  const auto volume = volumeOf(mountPoint());
   ASSERT_TRUE(volume);
   EXPECT_EQ(volume->uuid, chosenUuid());
   EXPECT_EQ(volume->identity, Volume::Identity::fileSystem);
@@ -79,8 +78,7 @@ TEST_P(MountedVolume, IsInTheListOnce) {
 
 TEST_P(MountedVolume, ShowsThatItIsReadOnly) {
   ASSERT_EQ(::mount("none", mountPoint().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-  int error = 0;
-  const auto volume = volumeOf(mountPoint(), error);
+  const auto volume = volumeOf(mountPoint());
   ASSERT_TRUE(volume);
   EXPECT_TRUE(volume->readOnly);
 }

@@ -196,12 +196,12 @@ TEST(TrustedPlace, FollowsLinksOfRootAndOfNobodyElse) {
   ASSERT_EQ(::symlink("real", (top + "/roots").c_str()), 0);
   ASSERT_EQ(::symlink("real", (top + "/users").c_str()), 0);
   ASSERT_EQ(::lchown((top + "/users").c_str(), 1815, 1815), 0);
-  EXPECT_TRUE(trustedPlace(top + "/real/item").folder);
-  EXPECT_TRUE(trustedPlace(top + "/roots/item").folder);
-  EXPECT_EQ(trustedPlace(top + "/roots/item").name, "item");
-  EXPECT_FALSE(trustedPlace(top + "/users/item").folder);
-  EXPECT_FALSE(trustedPlace(top + "/none/item").folder);
-  EXPECT_FALSE(trustedPlace("relative/item").folder);
+  EXPECT_TRUE(trustedPlace(top + "/real/item"));
+  EXPECT_TRUE(trustedPlace(top + "/roots/item"));
+  EXPECT_EQ(trustedPlace(top + "/roots/item")->name, "item");
+  EXPECT_EQ(trustedPlace(top + "/users/item").error().code, ELOOP);
+  EXPECT_FALSE(trustedPlace(top + "/none/item"));
+  EXPECT_FALSE(trustedPlace("relative/item"));
   for (const char* name : {"/users", "/roots"}) EXPECT_EQ(::unlink((top + name).c_str()), 0);
   for (const char* name : {"/real", ""}) EXPECT_EQ(::rmdir((top + name).c_str()), 0);
 }

@@ -126,7 +126,7 @@ TEST_P(TakeSnapshot, WorksWithoutTheRecordOfThePreviousOne) {
   const SnapshotOutcome first = take();
   const std::string records = repository_->path(first.name) + "/.snapwheel";
   if (isSubvolume(repository_->path(first.name))) {
-    ASSERT_EQ(setReadOnly(repository_->path(first.name), false), 0);
+    ASSERT_TRUE(setReadOnly(repository_->path(first.name), false));
   }
   ASSERT_TRUE(host::removeItem(records));
   put("etc/hosts", "changed");

@@ -42,7 +42,7 @@ TEST_P(SnapshotTrouble, TakesOverWhatAnInterruptedRunLeft) {
   // half written.
   const std::string folder = repository_->path(second.name);
   if (isSubvolume(folder)) {
-    ASSERT_EQ(setReadOnly(folder, false), 0);
+    ASSERT_TRUE(setReadOnly(folder, false));
   }
   second.manifest.finished = "";
   ASSERT_TRUE(writeManifest(folder, second.manifest));
@@ -67,7 +67,7 @@ TEST_P(SnapshotTrouble, RemovesWhatWasInterruptedBeforeTheHostStartedAnew) {
   SnapshotOutcome first = take();
   const std::string folder = repository_->path(first.name);
   if (isSubvolume(folder)) {
-    ASSERT_EQ(setReadOnly(folder, false), 0);
+    ASSERT_TRUE(setReadOnly(folder, false));
   }
   first.manifest.boot = "another start";
   ASSERT_TRUE(writeManifest(folder, first.manifest));

@@ -8,6 +8,7 @@
 
 #include "common/safe_folder.h"
 #include "common/table.h"
+#include "host/files/files.h"
 #include "host_kit_root.h"
 #include "support/scratch.h"
 
@@ -64,13 +65,14 @@ TEST(SafeFolder, IsNotReachedThroughALink) {
 TEST(SafeFolder, ReplacesALinkAndNotWhatItLeadsTo) {
   const test::Scratch scratch;
   const auto folder = openFolderSafely(scratch.makeFolder("folder"));
+  ASSERT_TRUE(folder);
   scratch.write("secret", "kept");
   ASSERT_EQ(::chmod((scratch / "secret").c_str(), 0600), 0);
   ASSERT_EQ(::symlink((scratch / "secret").c_str(), (scratch / "folder/file").c_str()), 0);
-  EXPECT_EQ(readFileSafely(folder, "file", 64), std::nullopt);
-  EXPECT_TRUE(replaceFile(folder, "file", "new", 0644));
-  EXPECT_EQ(readFileSafely(folder, "file", 64), "new");
-  EXPECT_EQ(readFileSafely(folder, "file", 2), std::nullopt) << "longer than the limit";
+  EXPECT_EQ(readFileSafely(*folder, "file", 64), std::nullopt);
+  EXPECT_TRUE(host::writeFileAt(folder->get(), "file", "new", host::Durability::power, 0644));
+  EXPECT_EQ(readFileSafely(*folder, "file", 64), "new");
+  EXPECT_EQ(readFileSafely(*folder, "file", 2), std::nullopt) << "longer than the limit";
   struct stat status {};
   ASSERT_EQ(::stat((scratch / "secret").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
@@ -80,8 +82,9 @@ TEST(SafeFolder, ReplacesALinkAndNotWhatItLeadsTo) {
 TEST(SafeFolder, WaitsForNoFifo) {
   const test::Scratch scratch;
   const auto folder = openFolderSafely(scratch.makeFolder("folder"));
+  ASSERT_TRUE(folder);
   ASSERT_EQ(::mkfifo((scratch / "folder/pipe").c_str(), 0600), 0);
-  EXPECT_EQ(readFileSafely(folder, "pipe", 64), std::nullopt);
+  EXPECT_EQ(readFileSafely(*folder, "pipe", 64), std::nullopt);
 }
 
 using HelmsmanOutput = test::HostKitTest;

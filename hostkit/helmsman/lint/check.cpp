@@ -17,6 +17,7 @@
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -38,7 +39,7 @@ std::vector<std::string> backupFolders() {
 }
 
 void askForSize(const InstalledDescriptor& descriptor, Findings& findings) {
-  const auto program = descriptor.content.text("BackupBinaryPath");
+  const auto program = descriptor.content.text(descriptor_keys::kBackupBinaryPath);
   // What cannot be run has its own finding.
   if (!program || !host::isExecutableFile(*program)) return;
   const host::TaskResult result = host::RunTask(*program, {"-cmd", "size", "-opt", "all"});

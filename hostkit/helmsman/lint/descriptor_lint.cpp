@@ -9,12 +9,14 @@
 #include "helmsman/lint/command_line_lint.h"
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "host/files/files.h"
+#include "product/descriptor_keys.h"
 #include "product/run_texts.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
+namespace keys = descriptor_keys;
 using Kind = PropertyValue::Kind;
 
 struct KnownKey {
@@ -22,19 +24,19 @@ struct KnownKey {
   Kind kind;
 };
 
-constexpr std::array<KnownKey, 14> kKeys = {{{"ServiceName", Kind::string},
-                                             {"BackupBinaryPath", Kind::string},
-                                             {"BackupLog", Kind::string},
-                                             {"BackupActions", Kind::dictionary},
-                                             {"PreBackupServiceCommands", Kind::array},
-                                             {"PostBackupServiceCommands", Kind::array},
-                                             {"ConfigurationFiles", Kind::array},
-                                             {"DataFiles", Kind::array},
-                                             {"RestoreBinaryPath", Kind::string},
-                                             {"RestoreLog", Kind::string},
-                                             {"RestoreActions", Kind::dictionary},
-                                             {"VerifyBinaryPath", Kind::string},
-                                             {"VerifyLog", Kind::string},
+constexpr std::array<KnownKey, 14> kKeys = {{{keys::kServiceName, Kind::string},
+                                             {keys::kBackupBinaryPath, Kind::string},
+                                             {keys::kBackupLog, Kind::string},
+                                             {keys::kBackupActions, Kind::dictionary},
+                                             {keys::kPreBackupServiceCommands, Kind::array},
+                                             {keys::kPostBackupServiceCommands, Kind::array},
+                                             {keys::kConfigurationFiles, Kind::array},
+                                             {keys::kDataFiles, Kind::array},
+                                             {keys::kRestoreBinaryPath, Kind::string},
+                                             {keys::kRestoreLog, Kind::string},
+                                             {keys::kRestoreActions, Kind::dictionary},
+                                             {keys::kVerifyBinaryPath, Kind::string},
+                                             {keys::kVerifyLog, Kind::string},
                                              {"Version", Kind::string}}};
 
 const char* kindName(Kind kind) {
@@ -95,14 +97,15 @@ void lintName(const InstalledDescriptor& descriptor, FindingList& list) {
                  "the two digits set the order of the services; rename it");
   }
   if (name.empty()) {
-    list.error("ServiceName", "is missing: its backup goes to no folder of its own", "add it");
+    list.error(keys::kServiceName, "is missing: its backup goes to no folder of its own", "add it");
     return;
   }
   if (name.find('/') != std::string::npos || name.starts_with('.')) {
-    list.error("ServiceName", "'" + name + "' is no name for a folder", "use letters and digits");
+    list.error(keys::kServiceName, "'" + name + "' is no name for a folder",
+               "use letters and digits");
   }
   if (file.find(name) == std::string::npos) {
-    list.error("ServiceName",
+    list.error(keys::kServiceName,
                "'" + name +
                    "' is not part of the file name, by which restoreService, browse and "
                    "verify find a descriptor",
@@ -130,9 +133,9 @@ void lintPrograms(const PropertyDictionary& content, FindingList& list) {
     const char* missing;  // What it means that there is none.
   };
   static constexpr std::array<Program, 3> kPrograms = {
-      {{"BackupBinaryPath", "BackupLog", "the service has no program that backs it up"},
-       {"RestoreBinaryPath", "RestoreLog", "the service has no program that restores it"},
-       {"VerifyBinaryPath", "VerifyLog", "the service cannot be verified"}}};
+      {{keys::kBackupBinaryPath, keys::kBackupLog, "the service has no program that backs it up"},
+       {keys::kRestoreBinaryPath, keys::kRestoreLog, "the service has no program that restores it"},
+       {keys::kVerifyBinaryPath, keys::kVerifyLog, "the service cannot be verified"}}};
   for (const Program& program : kPrograms) {
     if (content.find(program.key) == nullptr) {
       list.warning(program.key, std::string("is missing: ") + program.missing, "name one");
@@ -148,9 +151,9 @@ void lintPrograms(const PropertyDictionary& content, FindingList& list) {
       list.warning(program.log, "the folder " + parentOf(*log) + " is not there", "make it");
     }
   }
-  const auto configuration = content.texts("ConfigurationFiles");
-  if (configuration && !configuration->empty() && !content.text("RestoreBinaryPath")) {
-    list.error("ConfigurationFiles",
+  const auto configuration = content.texts(keys::kConfigurationFiles);
+  if (configuration && !configuration->empty() && !content.text(keys::kRestoreBinaryPath)) {
+    list.error(keys::kConfigurationFiles,
                "a restore only moves them aside; the restore program has to put them back, and "
                "there is none",
                "name a RestoreBinaryPath");
@@ -160,7 +163,7 @@ void lintPrograms(const PropertyDictionary& content, FindingList& list) {
 void lintFiles(const InstalledDescriptor& descriptor, const std::vector<std::string>& backupFolders,
                FindingList& list) {
   std::vector<std::string> before;
-  for (const char* key : {"DataFiles", "ConfigurationFiles"}) {
+  for (const char* key : {keys::kDataFiles, keys::kConfigurationFiles}) {
     for (const std::string& file :
          descriptor.content.texts(key).value_or(std::vector<std::string>{})) {
       if (!file.starts_with('/')) {
@@ -178,11 +181,11 @@ void lintFiles(const InstalledDescriptor& descriptor, const std::vector<std::str
       before.push_back(file);
       if (heldByOne || folderIsMade(file, before)) continue;
       // Programs that are shipped for every host make folders for what theirs has.
-      if (descriptor.content.text("BackupBinaryPath") && !host::exists(file)) continue;
+      if (descriptor.content.text(keys::kBackupBinaryPath) && !host::exists(file)) continue;
       const std::string folder = parentOf(file);
       std::string problem = file;
       problem.append(": its folder ").append(folder).append(" is not made in the backup");
-      if (descriptor.content.text("BackupBinaryPath")) {
+      if (descriptor.content.text(keys::kBackupBinaryPath)) {
         list.warning(key, problem,
                      "the backup program has to make it below the folder that follows \"-path\"; a "
                      "backup shows whether it does");
@@ -225,7 +228,7 @@ void lintDescriptor(const InstalledDescriptor& descriptor,
   lintName(descriptor, list);
   lintKeys(descriptor.content, list);
   lintPrograms(descriptor.content, list);
-  for (const char* key : {"PreBackupServiceCommands", "PostBackupServiceCommands"}) {
+  for (const char* key : {keys::kPreBackupServiceCommands, keys::kPostBackupServiceCommands}) {
     for (const std::string& command :
          descriptor.content.texts(key).value_or(std::vector<std::string>{})) {
       lintCommandLine(key, command, list);
@@ -253,14 +256,15 @@ void lintSizeAnswer(const InstalledDescriptor& descriptor, std::string_view answ
     const std::string number(line.substr(kPrefix.size()));
     const long long bytes = std::strtoll(number.c_str(), nullptr, 10);
     if (bytes > std::numeric_limits<std::int32_t>::max()) {
-      list.error("BackupBinaryPath", "its size answer " + number + " is read as 2147483647",
+      list.error(keys::kBackupBinaryPath, "its size answer " + number + " is read as 2147483647",
                  "have it print several lines, each up to 2147483647");
     }
   }
   const std::vector<std::string> files = descriptor.files();
   // A service that has nothing on this host may have nothing to say.
   if (!answered && std::any_of(files.begin(), files.end(), &host::exists)) {
-    list.warning("BackupBinaryPath", "its size answer has no line that begins with \"total := \"",
+    list.warning(keys::kBackupBinaryPath,
+                 "its size answer has no line that begins with \"total := \"",
                  "have it print one for \"-cmd size -opt all\"");
   }
 }

@@ -15,6 +15,7 @@
 #include <ctime>
 #include <optional>
 
+#include "base/result.h"
 #include "base/text.h"
 #include "common/times.h"
 #include "helmsman/program/process_tree.h"
@@ -39,12 +40,12 @@ std::string processFile(int process, const char* name) {
   return "/proc/" + std::to_string(process) + "/" + name;
 }
 
-// Empty for a process of the kernel, and when it cannot be known.
-std::string executableOf(int process) {
+// ENOENT for a process of the kernel.
+Result<std::string> executableOf(int process) {
   std::array<char, PATH_MAX> target{};
   const ssize_t length =
       ::readlink(processFile(process, "exe").c_str(), target.data(), target.size() - 1);
-  if (length <= 0) return {};
+  if (length <= 0) return Error{length < 0 ? errno : ENOENT, processFile(process, "exe")};
   std::string path(target.data(), static_cast<std::size_t>(length));
   // The program was replaced while it runs.
   if (const std::size_t mark = path.rfind(" (deleted)"); mark != std::string::npos) {
@@ -64,10 +65,9 @@ bool isNamedAsHalyard(int process) {
 
 bool isHalyard(int process) {
   static const std::string program = host::realPath(paths::kProgram).value_or(paths::kProgram);
-  errno = 0;
-  const std::string executable = executableOf(process);
-  if (executable.empty()) return errno == EACCES && isNamedAsHalyard(process);
-  return executable == program || executable == paths::kProgram;
+  const Result<std::string> executable = executableOf(process);
+  if (!executable) return executable.error().code == EACCES && isNamedAsHalyard(process);
+  return *executable == program || *executable == paths::kProgram;
 }
 
 double secondsOf(const timespec& time) {
@@ -113,7 +113,7 @@ bool runsCommand(int process, const std::string& command) {
 Owner ownerOf(const PidFileState& state, const timespec& written) {
   if (::kill(state.process, 0) != 0 && errno == ESRCH) return Owner::gone;
   if (!isHalyard(state.process)) {
-    return executableOf(state.process).empty() ? Owner::unknown : Owner::stranger;
+    return executableOf(state.process) ? Owner::stranger : Owner::unknown;
   }
   if (!startedAfter(state.process, written)) return Owner::halyard;
   // The same command younger than its file: more likely the clock was set than the number taken.

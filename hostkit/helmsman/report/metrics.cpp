@@ -76,13 +76,16 @@ void addServices(const RunRecord& record, Metrics& metrics) {
 bool writeTo(const std::string& path) {
   // Read by an account of its own.
   constexpr mode_t kMode = 0644;
-  const host::Descriptor folder = openFolderSafely(path);
-  if (folder && replaceFile(folder, kMetricsFileName, metricsText(latestRecord()), kMode)) {
-    return true;
-  }
+  const Result<host::Descriptor> folder = openFolderSafely(path);
+  const Status written =
+      folder ? host::writeFileAt(folder->get(), kMetricsFileName, metricsText(latestRecord()),
+                                 host::Durability::power, kMode)
+             : folder.error();
+  if (written) return true;
+  const int error = written.error().code;
   printError(joinPath(path, kMetricsFileName) + " could not be written: " +
-             (errno == ELOOP || errno == ENOTDIR ? "a part of the path is a link or no folder"
-                                                 : errnoText(errno)));
+             (error == ELOOP || error == ENOTDIR ? "a part of the path is a link or no folder"
+                                                 : errnoText(error)));
   return false;
 }
 

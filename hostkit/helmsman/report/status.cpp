@@ -115,8 +115,7 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
   }
   status.destination = backupDestination(status.destinationProblem);
   if (status.destination) {
-    int error = 0;
-    status.volume = volumeOf(*status.destination, error);
+    if (auto volume = volumeOf(*status.destination)) status.volume = std::move(*volume);
     const auto snapshots = snapshotsIn(snapshotFolder(*status.destination));
     status.snapshots = snapshots.size();
     std::string ignored;

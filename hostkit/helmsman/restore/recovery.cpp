@@ -8,6 +8,7 @@
 #include "common/times.h"
 #include "helmsman/run/run_judge.h"
 #include "host/files/files.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
 
@@ -22,8 +23,8 @@ ServiceRecovery planned(const InstalledDescriptor& descriptor, const Snapshot& s
   service.held = part != nullptr || source.holdsWhole(service.name);
   if (part != nullptr) service.lacks = part->reasons;
   service.plan = planRestore({descriptor}, source);
-  service.canVerify = descriptor.content.text("VerifyBinaryPath").has_value();
-  const auto program = descriptor.content.text("RestoreBinaryPath");
+  service.canVerify = descriptor.content.text(descriptor_keys::kVerifyBinaryPath).has_value();
+  const auto program = descriptor.content.text(descriptor_keys::kRestoreBinaryPath);
   if (service.held && (!program || !host::isExecutableFile(*program))) {
     service.problems.push_back("its restore program " + program.value_or("") +
                                " cannot be run: what only that puts back is missing");

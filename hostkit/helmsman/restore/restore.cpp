@@ -23,6 +23,7 @@
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
+#include "product/descriptor_keys.h"
 
 namespace halyard::hostkit {
 
@@ -49,7 +50,7 @@ std::optional<Restoration> prepare(const RestoreArguments& arguments, std::strin
   std::vector<std::string> names;
   for (const InstalledDescriptor& descriptor : descriptors) {
     names.push_back(descriptor.serviceName());
-    const auto program = descriptor.content.text("RestoreBinaryPath");
+    const auto program = descriptor.content.text(descriptor_keys::kRestoreBinaryPath);
     if (program && host::isExecutableFile(*program)) continue;
     problem = "the restore program of " + names.back() +
               " cannot be run: " + program.value_or("its descriptor names none");
@@ -61,7 +62,8 @@ std::optional<Restoration> prepare(const RestoreArguments& arguments, std::strin
   for (const std::string& name : names) {
     restoration.inPart = restoration.inPart || snapshot->partOf(name) != nullptr;
   }
-  restoration.canVerify = descriptors.back().content.text("VerifyBinaryPath").has_value();
+  restoration.canVerify =
+      descriptors.back().content.text(descriptor_keys::kVerifyBinaryPath).has_value();
   return restoration;
 }
 

@@ -9,6 +9,7 @@
 #include "common/tree_size.h"
 #include "common/volumes.h"
 #include "host/files/files.h"
+#include "product/descriptor_keys.h"
 
 namespace halyard::hostkit {
 
@@ -43,8 +44,8 @@ std::vector<PlannedItem> planRestore(const std::vector<InstalledDescriptor>& des
   std::vector<PlannedItem> plan;
   for (const InstalledDescriptor& descriptor : descriptors) {
     const std::string saved = joinPath(snapshot.metadataFolder, descriptor.serviceName());
-    for (const char* key : {"ConfigurationFiles", "DataFiles"}) {
-      const bool configuration = key == std::string_view("ConfigurationFiles");
+    for (const char* key : {descriptor_keys::kConfigurationFiles, descriptor_keys::kDataFiles}) {
+      const bool configuration = key == std::string_view(descriptor_keys::kConfigurationFiles);
       for (const std::string& path :
            descriptor.content.texts(key).value_or(std::vector<std::string>{})) {
         plan.push_back(plannedItem(path, configuration, saved));
@@ -62,8 +63,7 @@ std::vector<std::string> roomProblems(const std::vector<PlannedItem>& plan) {
   std::map<std::string, Need> needs;
   for (const PlannedItem& item : plan) {
     if (!item.inSnapshot) continue;
-    int error = 0;
-    const auto volume = volumeOf(standingFolder(item.path), error);
+    const auto volume = volumeOf(standingFolder(item.path));
     if (!volume) continue;
     Need& need = needs[volume->mountPoint];
     need.bytes += item.bytes;

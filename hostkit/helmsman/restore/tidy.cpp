@@ -52,15 +52,16 @@ std::vector<SetAside> findItems(std::int64_t before) {
 
 // By the open folder: nothing that others plant on the way is removed in its place.
 std::string removed(const RestoreRecord::Item& item) {
-  const TrustedPlace place = trustedPlace(asidePath(item.path));
-  if (!place.folder) return errnoText(errno);
+  const Result<TrustedPlace> found = trustedPlace(asidePath(item.path));
+  if (!found) return errnoText(found.error().code);
+  const TrustedPlace& place = *found;
   struct stat status {};
   if (::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return errnoText(errno);
   }
   if (item.aside != 0 && status.st_ino != item.aside) return "it is not what was set aside";
-  if (const int error = host::removeTreeAt(place.folder.get(), place.name)) {
-    return errnoText(error);
+  if (const Status gone = host::removeTreeAt(place.folder.get(), place.name); !gone) {
+    return errnoText(gone.error().code);
   }
   const Status synced = host::syncFolder(place.folder.get());
   return synced ? "" : errnoText(synced.error().code);

@@ -10,12 +10,12 @@
 #include <deque>
 
 #include "base/text.h"
+#include "host/files/system_call.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
-constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr int kLongestWay = 256;  // Of components, links resolved.
 
 bool isRootsAlone(int folder) {
@@ -24,17 +24,18 @@ bool isRootsAlone(int folder) {
          (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-// Where a link of root's leads; false, with errno, for anything else.
-bool readTrustedLink(int folder, const std::string& name, std::string& target) {
+// Where a link of root's leads.
+Result<std::string> readTrustedLink(int folder, const std::string& name) {
   struct stat status {};
-  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
-  errno = S_ISLNK(status.st_mode) ? ELOOP : ENOTDIR;
-  if (!S_ISLNK(status.st_mode) || status.st_uid != 0 || !isRootsAlone(folder)) return false;
+  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return Error{errno, name};
+  }
+  if (!S_ISLNK(status.st_mode)) return Error{ENOTDIR, name};
+  if (status.st_uid != 0 || !isRootsAlone(folder)) return Error{ELOOP, name};
   std::array<char, PATH_MAX> text{};
   const ssize_t length = ::readlinkat(folder, name.c_str(), text.data(), text.size());
-  if (length <= 0) return false;
-  target.assign(text.data(), static_cast<std::size_t>(length));
-  return true;
+  if (length <= 0) return Error{length < 0 ? errno : ENOENT, name};
+  return std::string(text.data(), static_cast<std::size_t>(length));
 }
 
 void putInFront(std::deque<std::string>& names, const std::string& path) {
@@ -47,27 +48,26 @@ void putInFront(std::deque<std::string>& names, const std::string& path) {
 
 }  // namespace
 
-TrustedPlace trustedPlace(const std::string& path) {
+Result<TrustedPlace> trustedPlace(const std::string& path) {
   std::deque<std::string> names;
   putInFront(names, path);
-  if (!path.starts_with('/') || names.empty()) {
-    errno = EINVAL;
-    return {};
-  }
-  TrustedPlace place{host::Descriptor(::open("/", kFolder)), names.back()};
+  if (!path.starts_with('/') || names.empty()) return Error{EINVAL, path};
+  TrustedPlace place{host::Descriptor(::open("/", host::kFolderFlags)), names.back()};
   names.pop_back();
-  for (int steps = 0; place.folder && !names.empty(); ++steps) {
+  if (!place.folder) return Error{errno, path};
+  for (int steps = 0; !names.empty(); ++steps) {
     const std::string name = names.front();
     names.pop_front();
-    host::Descriptor next(::openat(place.folder.get(), name.c_str(), kFolder));
+    host::Descriptor next(::openat(place.folder.get(), name.c_str(), host::kFolderFlags));
     if (!next && (errno == ELOOP || errno == ENOTDIR)) {
-      std::string target;
-      if (steps > kLongestWay || !readTrustedLink(place.folder.get(), name, target)) return {};
-      putInFront(names, target);
-      if (!target.starts_with('/')) continue;
-      next = host::Descriptor(::open("/", kFolder));
+      if (steps > kLongestWay) return Error{ELOOP, path};
+      const Result<std::string> target = readTrustedLink(place.folder.get(), name);
+      if (!target) return Error{target.error().code, path};
+      putInFront(names, *target);
+      if (!target->starts_with('/')) continue;
+      next = host::Descriptor(::open("/", host::kFolderFlags));
     }
-    if (!next) return {};
+    if (!next) return Error{errno, path};
     place.folder = std::move(next);
   }
   return place;

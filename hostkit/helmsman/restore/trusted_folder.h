@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "base/result.h"
 #include "host/files/descriptor.h"
 
 namespace halyard::hostkit {
@@ -14,8 +15,8 @@ struct TrustedPlace {
 };
 
 /// Opens the folder above an item, component by component. A link on the way is followed only when
-/// it and the folder that it stands in are root's and nobody else may write there; otherwise there
-/// is no folder in the answer and errno is ELOOP, as for any other error of the way.
-TrustedPlace trustedPlace(const std::string& path);
+/// it and the folder that it stands in are root's and nobody else may write there; otherwise the
+/// answer is ELOOP.
+Result<TrustedPlace> trustedPlace(const std::string& path);
 
 }  // namespace halyard::hostkit

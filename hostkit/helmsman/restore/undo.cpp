@@ -36,10 +36,11 @@ std::string obstacle(const RestoreRecord::Item& item, bool undone) {
   return standsAside(item) ? "" : asidePath(item.path) + " is not what the restore set aside";
 }
 
-// True when the item and what was set aside have changed places, on disk.
-bool changePlaces(const std::string& path) {
-  const TrustedPlace place = trustedPlace(path);
-  if (!place.folder) return false;
+// Done when the item and what was set aside have changed places, on disk.
+Status changePlaces(const std::string& path) {
+  const Result<TrustedPlace> found = trustedPlace(path);
+  if (!found) return found.error();
+  const TrustedPlace& place = *found;
   const std::string aside = asidePath(place.name);
   const auto renamed = [&](const std::string& from, const std::string& to, unsigned flags) {
     return ::renameat2(place.folder.get(), from.c_str(), place.folder.get(), to.c_str(), flags) ==
@@ -53,10 +54,8 @@ bool changePlaces(const std::string& path) {
                          ? renamed(place.name, aside, RENAME_EXCHANGE)
                      : isThere(aside) ? renamed(aside, place.name, RENAME_NOREPLACE)
                                       : renamed(place.name, aside, RENAME_NOREPLACE);
-  if (!moved) return false;
-  const Status synced = host::syncFolder(place.folder.get());
-  if (!synced) errno = synced.error().code;
-  return static_cast<bool>(synced);
+  if (!moved) return Error{errno, path};
+  return host::syncFolder(place.folder.get());
 }
 
 // Without a record, as after a restore that was not started from here: everything that has a
@@ -114,8 +113,8 @@ Moved moveItems(RestoreRecord& record) {
     if (!why.empty()) {
       printWarning(item.path + ": " + why);
       ++moved.failed;
-    } else if (!changePlaces(item.path)) {
-      printError(item.path + ": " + errnoText(errno));
+    } else if (const Status changed = changePlaces(item.path); !changed) {
+      printError(item.path + ": " + errnoText(changed.error().code));
       ++moved.failed;
     } else {
       ++moved.done;

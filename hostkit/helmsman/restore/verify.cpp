@@ -9,6 +9,7 @@
 #include "common/table.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/settings/services.h"
+#include "product/descriptor_keys.h"
 #include "product/run_texts.h"
 
 namespace halyard::hostkit {
@@ -57,7 +58,9 @@ std::optional<std::vector<Subject>> subjectsOf(const VerifyArguments& arguments,
 // Halyard uses the last descriptor whose file name holds the service's name.
 std::string verifyLogOf(const std::string& service) {
   const auto descriptors = descriptorsOfService(service);
-  return descriptors.empty() ? "" : descriptors.back().content.text("VerifyLog").value_or("");
+  return descriptors.empty()
+             ? ""
+             : descriptors.back().content.text(descriptor_keys::kVerifyLog).value_or("");
 }
 
 void printVerdicts(const std::vector<Verdict>& verdicts, bool asJson) {

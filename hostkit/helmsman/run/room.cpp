@@ -175,8 +175,7 @@ RoomFigures measureRoom(const RoomQuestion& question) {
 
 void measureFree(RoomFigures& figures) {
   const auto freeBytesOf = [](const std::string& path) {
-    int error = 0;
-    const auto volume = volumeOf(path, error);
+    const auto volume = volumeOf(path);
     return volume ? volume->freeBytes : 0;
   };
   figures.freeOnRoot = freeBytesOf("/");

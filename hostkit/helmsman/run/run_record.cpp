@@ -178,8 +178,8 @@ bool keepRecord(const RunRecord& record) {
   const std::string text =
       recordJson(record).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
   if (!makeFolders(kResultFolder, kStateFolderMode)) return false;
-  const bool dated = host::writeFile(joinPath(kResultFolder, fileNameOf(record)), text);
-  const bool latest = host::writeFile(kLastBackupFile, text, host::Durability::power);
+  const Status dated = host::writeFile(joinPath(kResultFolder, fileNameOf(record)), text);
+  const Status latest = host::writeFile(kLastBackupFile, text, host::Durability::power);
   removeOldResults();
   return dated && latest;
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "product/descriptor_keys.h"
+
 namespace halyard::hostkit {
 
 namespace {
@@ -26,10 +28,10 @@ void addPair(const InstalledDescriptor& one, const InstalledDescriptor& other,
   const std::string quoted = "'" + name + "'";
   if (other.serviceName() == name) {
     if (one.fileName > other.fileName) return;  // Told once for the two.
-    conflicts.push_back({one.path, "ServiceName",
+    conflicts.push_back({one.path, descriptor_keys::kServiceName,
                          quoted + " is the name in " + other.fileName + " too", awayWith(other)});
   } else if (other.fileName.find(name) != std::string::npos) {
-    conflicts.push_back({one.path, "ServiceName",
+    conflicts.push_back({one.path, descriptor_keys::kServiceName,
                          quoted + " is part of the file name " + other.fileName +
                              ": a restore of this service restores that one too",
                          awayWith(other)});

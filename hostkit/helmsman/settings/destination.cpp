@@ -72,8 +72,7 @@ std::string lastingSpecification(const DestinationArguments& arguments, const st
   if (arguments.asGiven || !arguments.specification.starts_with('/')) {
     return arguments.specification;
   }
-  int error = 0;
-  const auto volume = volumeOf(path, error);
+  const auto volume = volumeOf(path);
   if (!volume || volume->mountPoint != host::realPath(path).value_or(path) ||
       volume->mountPoint == "/" || !volume->device.starts_with("/dev/") ||
       volume->identity != Volume::Identity::fileSystem) {
@@ -118,8 +117,7 @@ int set(const DestinationArguments& arguments) {
   }
   // The timer rests until there is somewhere to go.
   if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
-  int error = 0;
-  const auto volume = volumeOf(*path, error);
+  const auto volume = volumeOf(*path);
   printNote("snapshots go to " + *path + " (" + specification + ")" +
             (volume ? ", " + sizeText(volume->availableBytes) + " free" : ""));
   return kSuccess;
@@ -139,8 +137,8 @@ int show(bool asJson) {
   if (!problem.empty()) printError(problem);
   const std::string specification = preferences ? storedSpecification(*preferences) : "";
   const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
-  int error = 0;
-  const auto volume = session ? volumeOf(session->destination, error) : std::nullopt;
+  const Result<Volume> volume =
+      session ? volumeOf(session->destination) : Error{ENOENT, specification};
   if (asJson) {
     nlohmann::json document = {{"specification", nullptr}, {"path", nullptr}};
     if (!specification.empty()) document["specification"] = specification;

@@ -37,30 +37,37 @@ const std::vector<FixedFolder>& fixedFolders() {
   return folders;
 }
 
-bool makeFolders(const std::string& path, mode_t permissions) {
-  if (host::isDirectory(path)) return true;
+Status makeFolders(const std::string& path, mode_t permissions) {
+  if (host::isDirectory(path)) return {};
   const std::string parent = parentOf(path);
-  if (parent != path && !makeFolders(parent, kOpenFolder)) return false;
-  if (::mkdir(path.c_str(), permissions) != 0 && errno != EEXIST) return false;
+  if (parent != path) {
+    if (const Status above = makeFolders(parent, kOpenFolder); !above) return above;
+  }
+  if (::mkdir(path.c_str(), permissions) != 0 && errno != EEXIST) return Error{errno, path};
+  if (!host::isDirectory(path)) return Error{ENOTDIR, path};
   // The umask may have taken bits away.
-  return host::isDirectory(path) && ::chmod(path.c_str(), permissions) == 0 &&
-         host::syncFolder(path) && host::syncFolder(parent);
+  if (::chmod(path.c_str(), permissions) != 0) return Error{errno, path};
+  if (const Status synced = host::syncFolder(path); !synced) return synced;
+  return host::syncFolder(parent);
 }
 
 FolderOutcome provideFolder(const FixedFolder& folder, std::string& problem) {
   if (host::isDirectory(folder.path)) return FolderOutcome::alreadyThere;
-  const auto failedAt = [&problem](const std::string& path) {
-    problem = path + ": " + errnoText(errno);
+  const auto failed = [&problem](const Error& error) {
+    problem = error.tried + ": " + errnoText(error.code);
     return FolderOutcome::failed;
   };
-  if (!makeFolders(folder.native, folder.permissions)) return failedAt(folder.native);
+  if (const Status made = makeFolders(folder.native, folder.permissions); !made) {
+    return failed(made.error());
+  }
   // A link that led nowhere leads somewhere now.
   if (host::isDirectory(folder.path)) return FolderOutcome::made;
-  if (!makeFolders(parentOf(folder.path), kOpenFolder)) return failedAt(parentOf(folder.path));
-  if (::symlink(folder.native, folder.path) != 0) return failedAt(folder.path);
+  if (const Status made = makeFolders(parentOf(folder.path), kOpenFolder); !made) {
+    return failed(made.error());
+  }
+  if (::symlink(folder.native, folder.path) != 0) return failed({errno, folder.path});
   if (const Status synced = host::syncFolderOf(folder.path); !synced) {
-    problem = std::string(folder.path) + ": " + errnoText(synced.error().code);
-    return FolderOutcome::failed;
+    return failed(synced.error());
   }
   return FolderOutcome::made;
 }

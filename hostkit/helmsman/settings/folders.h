@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/result.h"
+
 namespace halyard::hostkit {
 
 /// A fixed path and the native folder behind it.
@@ -28,8 +30,8 @@ FolderOutcome provideFolder(const FixedFolder& folder, std::string& problem);
 /// The same for the folder at one of the fixed paths.
 FolderOutcome provideFolder(const std::string& path, std::string& problem);
 
-/// Makes a folder and those above it (0755, the last one as given). True when it is there
-/// afterwards; errno says why not.
-bool makeFolders(const std::string& path, mode_t permissions);
+/// Makes a folder and those above it (0755, the last one as given). Done when it is there
+/// afterwards.
+Status makeFolders(const std::string& path, mode_t permissions);
 
 }  // namespace halyard::hostkit

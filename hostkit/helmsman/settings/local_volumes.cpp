@@ -144,8 +144,7 @@ const char* stateText(State state) {
 std::vector<LocalVolume> localVolumes(const std::string& destination,
                                       const std::vector<std::string>& leftOut) {
   const FileSystemTable table;
-  int ignored = 0;
-  const auto holder = destination.empty() ? std::nullopt : volumeOf(destination, ignored);
+  const Result<Volume> holder = volumeOf(destination);
   std::vector<LocalVolume> local;
   for (Volume& volume : mountedVolumes()) {
     const bool isRoot = volume.mountPoint == "/";

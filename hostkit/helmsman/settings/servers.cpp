@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "helmsman/settings/service_links.h"
 #include "host/files/files.h"
+#include "product/descriptor_keys.h"
 #include "product/service_names.h"
 
 namespace halyard::hostkit {
@@ -130,13 +131,14 @@ bool isOnThisHost(const InstalledDescriptor& descriptor) {
   const bool tabled = std::any_of(kServers.begin(), kServers.end(),
                                   [&](const Server& server) { return server.service == service; });
   if (service == kHostService || !tabled ||
-      descriptor.content.text("BackupBinaryPath").value_or("") != plugin) {
+      descriptor.content.text(descriptor_keys::kBackupBinaryPath).value_or("") != plugin) {
     return true;
   }
   const bool served = std::any_of(kServers.begin(), kServers.end(), [&](const Server& server) {
     return server.service == service && host::exists(server.program);
   });
-  const auto data = descriptor.content.texts("DataFiles").value_or(std::vector<std::string>{});
+  const auto data =
+      descriptor.content.texts(descriptor_keys::kDataFiles).value_or(std::vector<std::string>{});
   return served || std::any_of(data.begin(), data.end(), &holdsAnything);
 }
 

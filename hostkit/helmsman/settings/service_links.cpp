@@ -12,6 +12,7 @@
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "host/files/sync.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -56,7 +57,8 @@ std::vector<ShippedDescriptor> shippedDescriptors() {
   for (const std::string& name : host::listDirectory(kServiceFolder)) {
     if (!name.ends_with(".plist")) continue;
     const auto content = host::readDictionary(joinPath(kServiceFolder, name));
-    const std::string service = content ? content->text("ServiceName").value_or("") : "";
+    const std::string service =
+        content ? content->text(descriptor_keys::kServiceName).value_or("") : "";
     if (!service.empty()) shipped.push_back({name, service});
   }
   return shipped;

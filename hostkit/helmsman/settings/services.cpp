@@ -6,6 +6,7 @@
 #include "helmsman/settings/servers.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
+#include "product/descriptor_keys.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
 #include "product/service_descriptor.h"
@@ -13,13 +14,14 @@
 namespace halyard::hostkit {
 
 std::string InstalledDescriptor::serviceName() const {
-  return content.text("ServiceName").value_or("");
+  return content.text(descriptor_keys::kServiceName).value_or("");
 }
 
 std::vector<std::string> InstalledDescriptor::files() const {
-  std::vector<std::string> all = content.texts("DataFiles").value_or(std::vector<std::string>{});
+  std::vector<std::string> all =
+      content.texts(descriptor_keys::kDataFiles).value_or(std::vector<std::string>{});
   for (std::string& file :
-       content.texts("ConfigurationFiles").value_or(std::vector<std::string>{})) {
+       content.texts(descriptor_keys::kConfigurationFiles).value_or(std::vector<std::string>{})) {
     all.push_back(std::move(file));
   }
   return all;

@@ -41,13 +41,13 @@ std::string repositoryAt(const std::string& destination) {
 
 // What is recorded in a host's folder; absent without a record.
 std::optional<std::string> recordedIn(const std::string& hostFolder) {
-  const host::Descriptor folder = openFolderSafely(hostFolder);
+  const Result<host::Descriptor> folder = openFolderSafely(hostFolder);
   if (!folder) return std::nullopt;
   struct stat status {};
-  if (::fstatat(folder.get(), kMachineRecordName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (::fstatat(folder->get(), kMachineRecordName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return std::nullopt;
   }
-  return identifierIn(readFileSafely(folder, kMachineRecordName, kRecordLimit).value_or(""));
+  return identifierIn(readFileSafely(*folder, kMachineRecordName, kRecordLimit).value_or(""));
 }
 
 // Another host's folder that is recorded as this machine's; empty when there is none.
@@ -95,9 +95,13 @@ std::string adoptFolder(const std::string& destination) {
     (void)::chmod(repository.c_str(), kRepositoryMode);  // The umask may have taken bits away.
   }
   (void)::mkdir(path.c_str(), kHostFolderMode);  // What cannot be made cannot be opened either.
-  const host::Descriptor folder = openFolderSafely(path);
-  if (!folder || !replaceFile(folder, kMachineRecordName, machine + "\n", kRecordMode)) {
-    return path + ": " + errnoText(errno);
+  const Result<host::Descriptor> folder = openFolderSafely(path);
+  const Status written = folder
+                             ? host::writeFileAt(folder->get(), kMachineRecordName, machine + "\n",
+                                                 host::Durability::power, kRecordMode)
+                             : folder.error();
+  if (!written) {
+    return path + ": " + errnoText(written.error().code);
   }
   return {};
 }

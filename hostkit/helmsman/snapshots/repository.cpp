@@ -98,8 +98,9 @@ std::string snapshotFolder(const std::string& destination) {
 }
 
 bool markAbsent(const std::string& metadataFolder, const std::string& service) {
-  const host::Descriptor folder = openFolderSafely(joinPath(metadataFolder, service));
-  return folder && replaceFile(folder, kAbsentMark, "", kMarkMode);
+  const Result<host::Descriptor> folder = openFolderSafely(joinPath(metadataFolder, service));
+  return folder &&
+         host::writeFileAt(folder->get(), kAbsentMark, "", host::Durability::power, kMarkMode);
 }
 
 Snapshot readSnapshot(const std::string& path) {

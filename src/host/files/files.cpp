@@ -25,21 +25,29 @@ namespace {
 
 constexpr mode_t kPermissionBits = 07777;
 
+int statusError(const std::string& path, struct stat& status) {
+  return errorOf([&] { return ::stat(path.c_str(), &status); });
+}
+
 bool readStatus(const std::string& path, struct stat& status) {
-  return errorOf([&] { return ::stat(path.c_str(), &status); }) == 0;
+  return statusError(path, status) == 0;
 }
 
 /// Opens what is a regular file or a link to one. Anything else is not even opened: that alone
 /// starts some devices, and waits at a FIFO.
-Descriptor openRegularFile(const std::string& path, int flags) {
+Result<Descriptor> openRegularFile(const std::string& path, int flags) {
   struct stat status = {};
-  if (!readStatus(path, status) || !S_ISREG(status.st_mode)) return {};
+  if (const int error = statusError(path, status)) return Error{error, path};
+  if (!S_ISREG(status.st_mode)) return Error{EINVAL, path};
   Descriptor file(uninterrupted(
       [&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
-  if (!file) return {};
+  if (!file) return Error{errno, path};
   // It may have been replaced between the look and the opening.
-  if (errorOf([&] { return ::fstat(file.get(), &status); }) != 0) return {};
-  return S_ISREG(status.st_mode) ? std::move(file) : Descriptor();
+  if (const int error = errorOf([&] { return ::fstat(file.get(), &status); })) {
+    return Error{error, path};
+  }
+  if (!S_ISREG(status.st_mode)) return Error{EINVAL, path};
+  return Result<Descriptor>(std::move(file));
 }
 
 void setOwner(int item, uid_t owner, gid_t group) {
@@ -97,9 +105,9 @@ bool createDirectory(const std::string& path) {
 }
 
 bool createDirectory(const std::string& path, const Attributes& attributes) {
-  const Location place = locate(path);
+  const Result<Location> place = locate(path);
   if (!place) return false;
-  const int parent = place.folder.get();
+  const int parent = place->folder.get();
   // Closed to others until it belongs to its owner, and named only then: no later run would correct
   // a folder that a killed one left half made.
   const std::string unfinished = temporaryName();
@@ -110,7 +118,7 @@ bool createDirectory(const std::string& path, const Attributes& attributes) {
     setOwner(folder.get(), attributes.owner, attributes.group);
     // Last: a change of owner may take bits away.
     if (errorOf([&] { return ::fchmod(folder.get(), attributes.permissions); }) == 0 &&
-        renameWithoutReplacing(parent, unfinished, parent, place.name) == 0) {
+        renameWithoutReplacing(parent, unfinished, parent, place->name) == 0) {
       return true;
     }
   }
@@ -149,8 +157,9 @@ std::vector<std::string> listDirectory(const std::string& path) {
 }
 
 std::optional<std::string> readFile(const std::string& path, std::size_t limit) {
-  const Descriptor file = openRegularFile(path, O_RDONLY);
-  if (!file) return std::nullopt;
+  const Result<Descriptor> opened = openRegularFile(path, O_RDONLY);
+  if (!opened) return std::nullopt;
+  const Descriptor& file = *opened;
   std::string bytes;
   struct stat status = {};
   // The size is only a hint, so that a large file is held once: files of the kernel have none.
@@ -167,25 +176,28 @@ std::optional<std::string> readFile(const std::string& path, std::size_t limit) 
   }
 }
 
-bool createOrEmptyFile(const std::string& path, mode_t mode) {
+Status createOrEmptyFile(const std::string& path, mode_t mode) {
   constexpr int kFlags = O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   const Descriptor created(
       uninterrupted([&] { return ::open(path.c_str(), kFlags | O_EXCL | O_NOFOLLOW, mode); }));
-  if (created) return errorOf([&] { return ::fchmod(created.get(), mode); }) == 0;
-  if (errno != EEXIST) return false;
+  if (created) return outcomeOf(errorOf([&] { return ::fchmod(created.get(), mode); }), path);
+  if (errno != EEXIST) return Error{errno, path};
 
   if (!exists(path)) {
     // A link that leads to no file yet.
     const ScopedUmask exact(0);
-    return static_cast<bool>(
-        Descriptor(uninterrupted([&] { return ::open(path.c_str(), kFlags, mode); })));
+    const Descriptor beyond(uninterrupted([&] { return ::open(path.c_str(), kFlags, mode); }));
+    return outcomeOf(beyond ? 0 : errno, path);
   }
-  const Descriptor file = openRegularFile(path, O_RDWR);
-  return file && errorOf([&] { return ::ftruncate(file.get(), 0); }) == 0;
+  const Result<Descriptor> file = openRegularFile(path, O_RDWR);
+  if (!file) return file.error();
+  return outcomeOf(errorOf([&] { return ::ftruncate(file->get(), 0); }), path);
 }
 
-AppendFile::AppendFile(const std::string& path)
-    : descriptor_(openRegularFile(path, O_WRONLY | O_APPEND)) {}
+AppendFile::AppendFile(const std::string& path) {
+  Result<Descriptor> file = openRegularFile(path, O_WRONLY | O_APPEND);
+  if (file) descriptor_ = std::move(*file);
+}
 
 void AppendFile::append(std::string_view bytes) const {
   if (!descriptor_) return;

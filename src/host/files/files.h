@@ -1,7 +1,7 @@
 // Files and folders of the host, one item at a time; whole trees are in tree_copy.h.
 //
 // "Exists" follows links. Nothing here throws or prints: a failure is the false, absent or empty
-// value. An empty path names nothing (never the working folder).
+// value, or the error. An empty path names nothing (never the working folder).
 #pragma once
 
 #include <sys/types.h>
@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/result.h"
 #include "host/files/descriptor.h"
 
 namespace halyard::host {
@@ -68,27 +69,32 @@ enum class Durability {
 };
 
 /// Writes a small file: to a new temporary name beside it (O_EXCL, so that no planted link or FIFO
-/// is followed), then renamed over `path`. Mode 0666 less the umask. False on any error, and no
-/// unfinished file left behind.
-bool writeFile(const std::string& path, std::string_view bytes,
-               Durability durability = Durability::processes);
+/// is followed), then renamed over `path`. Mode 0666 less the umask. No unfinished file is left
+/// behind on any error.
+Status writeFile(const std::string& path, std::string_view bytes,
+                 Durability durability = Durability::processes);
 /// The same with exactly this mode, whatever the umask.
-bool writeFile(const std::string& path, std::string_view bytes, Durability durability, mode_t mode);
+Status writeFile(const std::string& path, std::string_view bytes, Durability durability,
+                 mode_t mode);
+/// The same for a name in an open folder, whatever stands under the name.
+Status writeFileAt(int folder, const std::string& name, std::string_view bytes,
+                   Durability durability, mode_t mode);
 
 /// Text that is handed over piece by piece, so that nobody needs the whole of it in memory.
 using PieceSink = std::function<void(std::string_view piece)>;
 using PieceSource = std::function<void(const PieceSink& sink)>;
 
 /// As writeFile with the pieces that `produce` gives, then hands the bytes read back to `readBack`,
-/// through the descriptor that wrote them, never by name. False, and nothing handed over, when the
-/// file could not be written.
-bool writeFileAndReadBack(const std::string& path, const PieceSource& produce,
-                          const PieceSink& readBack, Durability durability = Durability::processes);
+/// through the descriptor that wrote them, never by name. Nothing is handed over when the file
+/// could not be written.
+Status writeFileAndReadBack(const std::string& path, const PieceSource& produce,
+                            const PieceSink& readBack,
+                            Durability durability = Durability::processes);
 
 /// Creates the file with exactly that mode, whatever the umask, or empties the one that is there
 /// and leaves its mode alone. Only a regular file, or a link to one, is emptied: a FIFO is never
-/// waited for, a device or a folder left as it is (and the answer false).
-bool createOrEmptyFile(const std::string& path, mode_t mode);
+/// waited for, a device or a folder left as it is (and the answer EINVAL).
+Status createOrEmptyFile(const std::string& path, mode_t mode);
 
 /// A file opened for update without creating it; each append goes to the end of that moment.
 class AppendFile {

@@ -6,7 +6,7 @@
 
 namespace halyard::host {
 
-Location locate(const std::string& path) {
+Result<Location> locate(const std::string& path) {
   Location location;
   std::string_view text = path;
   while (text.size() > 1 && text.ends_with('/')) text.remove_suffix(1);
@@ -22,13 +22,10 @@ Location locate(const std::string& path) {
     folder = text.substr(0, slash + 1);
     location.name = text.substr(slash + 1);
   }
-  if (text.empty()) {
-    location.error = ENOENT;
-    return location;
-  }
+  if (text.empty()) return Error{ENOENT, path};
   location.folder = Descriptor(
       uninterrupted([&] { return ::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
-  if (!location.folder) location.error = errno;
+  if (!location.folder) return Error{errno, path};
   return location;
 }
 

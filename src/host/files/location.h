@@ -3,21 +3,19 @@
 
 #include <string>
 
+#include "base/result.h"
 #include "host/files/descriptor.h"
 
 namespace halyard::host {
 
 /// Calls relative to the folder keep meaning the same item's place, whatever happens to the path.
 struct Location {
-  Descriptor folder;  ///< Opened O_PATH; none when the path could not be followed.
+  Descriptor folder;  ///< Opened O_PATH.
   std::string name;   ///< One component; "." for the root folder.
-  int error = 0;      ///< Why there is no folder.
-
-  explicit operator bool() const { return static_cast<bool>(folder); }
 };
 
 /// Follows the path up to its last component, which is not looked at and need not exist. Trailing
 /// slashes are dropped, so that "link/" is the link. An empty path leads nowhere (ENOENT).
-Location locate(const std::string& path);
+Result<Location> locate(const std::string& path);
 
 }  // namespace halyard::host

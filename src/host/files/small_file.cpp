@@ -13,86 +13,109 @@ namespace halyard::host {
 
 namespace {
 
-bool writeAll(int file, std::string_view bytes) {
+constexpr mode_t kOpenMode = 0666;
+constexpr mode_t kPrivateMode = 0600;  // Until the file has its own.
+
+PieceSource wholeOf(std::string_view bytes) {
+  return [bytes](const PieceSink& sink) { sink(bytes); };
+}
+
+int writeAll(int file, std::string_view bytes) {
   while (!bytes.empty()) {
     const auto written = uninterrupted([&] { return ::write(file, bytes.data(), bytes.size()); });
-    if (written < 0) return false;
+    if (written < 0) return errno;
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
-  return true;
+  return 0;
 }
 
 /// Creates a file under a new name in the folder and sets `name` to it.
-Descriptor createTemporary(int folder, std::string& name) {
+Result<Descriptor> createTemporary(int folder, std::string& name, mode_t mode) {
   constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   for (int attempt = 0; attempt < kTemporaryNameAttempts; ++attempt) {
     name = temporaryName();
-    Descriptor file(uninterrupted([&] { return ::openat(folder, name.c_str(), kFlags, 0666); }));
-    if (file || errno != EEXIST) return file;
+    Descriptor file(uninterrupted([&] { return ::openat(folder, name.c_str(), kFlags, mode); }));
+    if (file) return file;
+    if (errno != EEXIST) return Error{errno, name};
   }
-  return {};
+  return Error{EEXIST, name};
 }
 
-/// False when a piece could not be written; the ones after it are then passed over.
-bool writePieces(int file, const PieceSource& produce) {
-  bool written = true;
-  produce([&](std::string_view piece) { written = written && writeAll(file, piece); });
-  return written;
+/// The error of the first piece that could not be written; the ones after it are passed over.
+int writePieces(int file, const PieceSource& produce) {
+  int error = 0;
+  produce([&](std::string_view piece) {
+    if (error == 0) error = writeAll(file, piece);
+  });
+  return error;
 }
 
-bool readBackPieces(int file, const PieceSink& readBack) {
+int readBackPieces(int file, const PieceSink& readBack) {
   std::string piece(std::size_t{64} << 10, '\0');
   for (off_t position = 0;;) {
     const auto got =
         uninterrupted([&] { return ::pread(file, piece.data(), piece.size(), position); });
-    if (got <= 0) return got == 0;
+    if (got <= 0) return got == 0 ? 0 : errno;
     readBack(std::string_view(piece).substr(0, static_cast<std::size_t>(got)));
     position += got;
   }
 }
 
-/// The finished file, still open; none on any error.
-Descriptor replaceFile(const std::string& path, const PieceSource& produce, Durability durability,
-                       std::optional<mode_t> mode = {}) {
-  const Location place = locate(path);
-  if (!place) return {};
-  const int folder = place.folder.get();
+/// The finished file `name` in an open folder, still open.
+Result<Descriptor> replaceFile(int folder, const std::string& name, const PieceSource& produce,
+                               Durability durability, std::optional<mode_t> mode = {}) {
   const bool syncs = durability == Durability::power;
-
   std::string temporary;
-  Descriptor file = createTemporary(folder, temporary);
-  if (!file) return {};
-  const bool renamed = writePieces(file.get(), produce) &&
-                       (!mode || errorOf([&] { return ::fchmod(file.get(), *mode); }) == 0) &&
-                       (!syncs || errorOf([&] { return ::fsync(file.get()); }) == 0) &&
-                       errorOf([&] {
-                         return ::renameat(folder, temporary.c_str(), folder, place.name.c_str());
-                       }) == 0;
-  if (!renamed) {
-    (void)errorOf([&] { return ::unlinkat(folder, temporary.c_str(), 0); });
-    return {};
+  Result<Descriptor> file = createTemporary(folder, temporary, mode ? kPrivateMode : kOpenMode);
+  if (!file) return Error{file.error().code, name};
+  const int number = file->get();
+  int error = writePieces(number, produce);
+  if (error == 0 && mode) error = errorOf([&] { return ::fchmod(number, *mode); });
+  if (error == 0 && syncs) error = errorOf([&] { return ::fsync(number); });
+  if (error == 0) {
+    error = errorOf([&] { return ::renameat(folder, temporary.c_str(), folder, name.c_str()); });
   }
-  if (syncs && !syncFolder(folder)) return {};
+  if (error != 0) {
+    (void)errorOf([&] { return ::unlinkat(folder, temporary.c_str(), 0); });
+    return Error{error, name};
+  }
+  if (!syncs) return file;
+  if (const Status synced = syncFolder(folder); !synced) return Error{synced.error().code, name};
   return file;
 }
 
+Result<Descriptor> replaceFile(const std::string& path, const PieceSource& produce,
+                               Durability durability, std::optional<mode_t> mode = {}) {
+  const Result<Location> place = locate(path);
+  if (!place) return place.error();
+  auto file = replaceFile(place->folder.get(), place->name, produce, durability, mode);
+  if (!file) return Error{file.error().code, path};
+  return file;
+}
+
+Status outcomeOf(const Result<Descriptor>& file) { return file ? Status() : file.error(); }
+
 }  // namespace
 
-bool writeFile(const std::string& path, std::string_view bytes, Durability durability) {
-  const auto whole = [&](const PieceSink& sink) { sink(bytes); };
-  return static_cast<bool>(replaceFile(path, whole, durability));
+Status writeFile(const std::string& path, std::string_view bytes, Durability durability) {
+  return outcomeOf(replaceFile(path, wholeOf(bytes), durability));
 }
 
-bool writeFile(const std::string& path, std::string_view bytes, Durability durability,
-               mode_t mode) {
-  const auto whole = [&](const PieceSink& sink) { sink(bytes); };
-  return static_cast<bool>(replaceFile(path, whole, durability, mode));
+Status writeFile(const std::string& path, std::string_view bytes, Durability durability,
+                 mode_t mode) {
+  return outcomeOf(replaceFile(path, wholeOf(bytes), durability, mode));
 }
 
-bool writeFileAndReadBack(const std::string& path, const PieceSource& produce,
-                          const PieceSink& readBack, Durability durability) {
-  const Descriptor file = replaceFile(path, produce, durability);
-  return file && readBackPieces(file.get(), readBack);
+Status writeFileAt(int folder, const std::string& name, std::string_view bytes,
+                   Durability durability, mode_t mode) {
+  return outcomeOf(replaceFile(folder, name, wholeOf(bytes), durability, mode));
+}
+
+Status writeFileAndReadBack(const std::string& path, const PieceSource& produce,
+                            const PieceSink& readBack, Durability durability) {
+  const auto file = replaceFile(path, produce, durability);
+  if (!file) return file.error();
+  return halyard::outcomeOf(readBackPieces(file->get(), readBack), path);
 }
 
 }  // namespace halyard::host

@@ -66,8 +66,9 @@ Status syncFolder(const std::string& path) {
 }
 
 Status syncFolderOf(const std::string& path) {
-  const Location place = locate(path);
-  return outcomeOf(place ? syncFolder(place.folder.get()).error().code : place.error, path);
+  const Result<Location> place = locate(path);
+  if (!place) return place.error();
+  return outcomeOf(syncFolder(place->folder.get()).error().code, path);
 }
 
 }  // namespace halyard::host

@@ -66,7 +66,7 @@ int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
   };
   error = rename();
   if (error == EISDIR) {
-    error = removeTreeAt(folders.target, name);
+    error = removeTreeAt(folders.target, name).error().code;
     if (error == 0) error = rename();
   }
   // Two names of one item are not renamed over each other: the temporary one would stay.

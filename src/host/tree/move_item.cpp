@@ -9,18 +9,18 @@
 namespace halyard::host {
 
 bool moveItem(const std::string& from, const std::string& to) {
-  const Location source = locate(from);
-  const Location target = locate(to);
+  const Result<Location> source = locate(from);
+  const Result<Location> target = locate(to);
   if (!source || !target) return false;
-  const int error =
-      renameWithoutReplacing(source.folder.get(), source.name, target.folder.get(), target.name);
+  const int error = renameWithoutReplacing(source->folder.get(), source->name, target->folder.get(),
+                                           target->name);
   if (error != EXDEV) return error == 0;
-  return copyItem(from, to) && removeTreeAt(source.folder.get(), source.name) == 0;
+  return copyItem(from, to) && removeTreeAt(source->folder.get(), source->name);
 }
 
 bool removeItem(const std::string& path) {
-  const int error = removeTree(path);
-  return error == 0 || (error == ENOENT && !path.empty());
+  const Status removed = removeTree(path);
+  return removed || (removed.error().code == ENOENT && !path.empty());
 }
 
 }  // namespace halyard::host

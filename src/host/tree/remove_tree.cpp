@@ -129,9 +129,8 @@ int Removal::run(const std::string& name) {
   return firstError_;
 }
 
-}  // namespace
-
-int removeTreeAt(int folder, const std::string& name) {
+/// removeTreeAt as an error number.
+int removeAll(int folder, const std::string& name) {
   if (name.empty() || name == "." || name == "..") return EINVAL;
   const int error = errorOf([&] { return ::unlinkat(folder, name.c_str(), 0); });
   if (error != EISDIR) return error;
@@ -150,10 +149,16 @@ int removeTreeAt(int folder, const std::string& name) {
   return stands == ENOENT ? 0 : outcome;
 }
 
-int removeTree(const std::string& path) {
-  const Location item = locate(path);
-  if (!item) return item.error;
-  return removeTreeAt(item.folder.get(), item.name);
+}  // namespace
+
+Status removeTreeAt(int folder, const std::string& name) {
+  return outcomeOf(removeAll(folder, name), name);
+}
+
+Status removeTree(const std::string& path) {
+  const Result<Location> item = locate(path);
+  if (!item) return item.error();
+  return outcomeOf(removeAll(item->folder.get(), item->name), path);
 }
 
 }  // namespace halyard::host

@@ -215,7 +215,7 @@ int TreeCopier::copyEntry(FolderPair& folders, const FolderEntry& entry) {
 /// What could not be copied is left out: in an update, no older copy may pass for it.
 int TreeCopier::giveUp(int error, int targetFolder, const char* name, std::string_view shownName) {
   if (options_.update && !levels_.empty() && !endsEveryCopy(error) &&
-      removeTreeAt(targetFolder, name) == 0) {
+      removeTreeAt(targetFolder, name)) {
     noteChange();
   }
   return tolerate(error, shownName);
@@ -241,7 +241,9 @@ int TreeCopier::removeStale() {
     }
   }
   for (const std::string& name : stale) {
-    if (const int error = removeTreeAt(target_.current(), name)) return error;
+    if (const Status removed = removeTreeAt(target_.current(), name); !removed) {
+      return removed.error().code;
+    }
     noteChange();
   }
   return 0;

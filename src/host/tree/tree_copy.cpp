@@ -78,12 +78,12 @@ bool isInside(const Location& source, const Location& destination) {
 
 std::optional<StagedCopy> StagedCopy::stage(const std::string& source,
                                             const std::string& destination) {
-  const Location from = locate(source);
+  const Result<Location> from = locate(source);
+  Result<Location> place = locate(destination);
+  if (!from || !place || isInside(*from, *place)) return std::nullopt;
   StagedCopy copy;
-  copy.place_ = locate(destination);
-  if (!from || !copy.place_ || isInside(from, copy.place_) || !copy.makeFolder()) {
-    return std::nullopt;
-  }
+  copy.place_ = std::move(*place);
+  if (!copy.makeFolder()) return std::nullopt;
   const std::size_t nameStart = destination.find_last_not_of('/') + 1 - copy.place_.name.size();
   copy.destination_ = destination;
   copy.path_ = destination.substr(0, nameStart) + copy.temporary_ + "/" + kStagedName;
@@ -92,7 +92,8 @@ std::optional<StagedCopy> StagedCopy::stage(const std::string& source,
   to.folder =
       Descriptor(uninterrupted([&] { return ::openat(copy.folder_.get(), ".", kFolderFlags); }));
   to.name = kStagedName;
-  if (!to || !TreeCopier({}, SelfCopy::refused).copy(from, to).complete) return std::nullopt;
+  if (!to.folder || !TreeCopier({}, SelfCopy::refused).copy(*from, to).complete)
+    return std::nullopt;
   return copy;
 }
 
@@ -158,19 +159,19 @@ bool StagedCopy::publish() {
 }
 
 bool copyItem(const std::string& source, const std::string& destination) {
-  const Location place = locate(destination);
-  if (!place || stands(place)) return false;
+  const Result<Location> place = locate(destination);
+  if (!place || stands(*place)) return false;
   auto copy = StagedCopy::stage(source, destination);
   return copy && copy->publish();
 }
 
 TreeCopyReport copyTree(const std::string& source, const std::string& destination,
                         const TreeCopyOptions& options) {
-  const Location from = locate(source);
-  const Location to = locate(destination);
-  if (from && to) return TreeCopier(options, SelfCopy::leftOut).copy(from, to);
+  const Result<Location> from = locate(source);
+  const Result<Location> to = locate(destination);
+  if (from && to) return TreeCopier(options, SelfCopy::leftOut).copy(*from, *to);
   TreeCopyReport report;
-  report.error = from ? to.error : from.error;
+  report.error = (from ? to : from).error().code;
   return report;
 }
 

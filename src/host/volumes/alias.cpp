@@ -39,7 +39,7 @@ std::optional<std::string> resolveTag(const VolumeTag& tag) {
 
 /// The path without symbolic links, up to the first name that is not there: the C library of GNU
 /// leaves that much behind when the path leads nowhere (yet).
-std::string realPath(const std::string& path) {
+std::string realPathAsFarAsItLeads(const std::string& path) {
   std::array<char, PATH_MAX> real{};
   (void)::realpath(path.c_str(), real.data());
   return real.data();
@@ -57,7 +57,7 @@ bool isBacked(const std::string& path) {
 std::optional<std::string> resolvePath(const std::string& path) {
   // The name as typed first: only what is mounted shows where the links behind it lead.
   std::string known;
-  for (std::string next = path; next != known; next = realPath(path)) {
+  for (std::string next = path; next != known; next = realPathAsFarAsItLeads(path)) {
     if (!isBacked(next)) return std::nullopt;
     known = std::move(next);
   }

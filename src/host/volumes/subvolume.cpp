@@ -92,10 +92,10 @@ bool destroySubvolumes(int folder, const std::string& name) {
   return isRoot && destroy(folder, name);
 }
 
-int removeWithSubvolumes(const std::string& parent, const std::string& name) {
+Status removeWithSubvolumes(const std::string& parent, const std::string& name) {
   const Descriptor folder(::open(parent.c_str(), kFolderFlags));
-  if (!folder) return errno;
-  if (destroySubvolumes(folder.get(), name)) return 0;
+  if (!folder) return Error{errno, parent};
+  if (destroySubvolumes(folder.get(), name)) return {};
   return removeTreeAt(folder.get(), name);
 }
 

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "base/result.h"
+
 namespace halyard::host {
 
 /// Destroys the subvolume `name` in an open folder, and first those that lie directly in it, also
@@ -13,7 +15,7 @@ bool destroySubvolumes(int folder, const std::string& name);
 
 /// Removes a folder, no link to one, with everything in it: its subvolumes at once, the rest item
 /// by item, following no link and entering no other mount. `parent` is not followed when it is a
-/// link itself. 0 after all of it is gone, otherwise the errno value of what stays.
-int removeWithSubvolumes(const std::string& parent, const std::string& name);
+/// link itself. Done after all of it is gone, otherwise the error of what stays.
+Status removeWithSubvolumes(const std::string& parent, const std::string& name);
 
 }  // namespace halyard::host
