@@ -237,7 +237,7 @@ void CommandLine::addSnapshotCommands() {
   CLI::App* verify = add("verify", "Compare live services with a snapshot", Needs::root,
                          [this] { return hostkit::verify(verify_); });
   verify->add_option("SERVICE", verify_.services,
-                     "Names or plain words; none: all that the snapshot holds");
+                     "Names or plain words; none: all that a backup has to hold");
   addFrom(verify, verify_.snapshot);
   verify->add_flag("--json", verify_.json, "Print JSON");
 

@@ -251,6 +251,7 @@ TEST_F(HelmsmanUndo, ABrokenRecordMovesNothing) {
 // ---- verify
 
 TEST_F(HelmsmanVerify, IsHonestAboutTheCount) {
+  root.writePreferences({{"depotHost", 1}});
   auto result = helmsman({"verify"});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(root.calls(), ElementsAre(std::string(kPlugin) + "|-cmd|verify|-path|" + metadata() +
@@ -275,7 +276,9 @@ TEST_F(HelmsmanVerify, TellsNinetyNineMismatchesFromNoAnswer) {
 TEST_F(HelmsmanVerify, RefusesWhatTheSnapshotDoesNotHold) {
   const auto result = helmsman({"verify", "postHost"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.err, HasSubstr("does not hold postHost"));
+  EXPECT_THAT(result.err, HasSubstr("postHost was not verified: no snapshot holds it"));
+  EXPECT_THAT(helmsman({"verify", "postHost", "--from", "2026-11-20"}).err,
+              HasSubstr("the snapshot 2026-11-20-020000 does not hold postHost"));
 }
 
 TEST(Mismatches, AreTakenFromTheDiagnosticOutput) {

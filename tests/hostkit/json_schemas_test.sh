@@ -119,6 +119,8 @@ holds helmsman-check 1 helmsman check
 holds helmsman-snapshots 0 helmsman snapshots
 holds helmsman-volumes 0 helmsman volumes
 holds helmsman-verify 1 helmsman verify depotHost
+holds helmsman-verify 1 helmsman verify
+refuses "a service without its state is refused" 's/"state"/"State"/' helmsman-verify
 bringHostBack
 holds helmsman-status 0 helmsman status
 holds helmsman-recover 1 helmsman recover --yes

@@ -1,5 +1,6 @@
 #include "helmsman/restore/verify.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -8,8 +9,11 @@
 #include "common/messages.h"
 #include "common/table.h"
 #include "helmsman/program/halyard_run.h"
+#include "helmsman/run/expected_services.h"
+#include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
 #include "product/descriptor_keys.h"
+#include "product/paths.h"
 #include "product/run_texts.h"
 
 namespace halyard::hostkit {
@@ -18,10 +22,16 @@ namespace {
 
 // A service to verify, and what it is compared with.
 struct Subject {
-  std::string service;
-  Snapshot snapshot;
+  enum class State { toVerify, notOnThisHost, notVerified };
 
-  const IncompleteService* part() const { return snapshot.partOf(service); }
+  std::string service;
+  State state = State::toVerify;
+  std::string reason;  // Why it cannot be verified.
+  std::optional<Snapshot> snapshot;
+
+  const IncompleteService* part() const {
+    return state == State::toVerify ? snapshot->partOf(service) : nullptr;
+  }
 };
 
 struct Verdict {
@@ -30,29 +40,66 @@ struct Verdict {
   std::string log;
 };
 
+bool isAbsentIn(const Snapshot& snapshot, const std::string& service) {
+  return std::ranges::find(snapshot.absent, service) != snapshot.absent.end();
+}
+
+bool isOnThisHost(const std::string& service) {
+  const auto descriptors = installedDescriptors();
+  const auto found = std::ranges::find(descriptors, service, &InstalledDescriptor::serviceName);
+  return found == descriptors.end() || hostkit::isOnThisHost(*found);
+}
+
+Subject subjectOf(const std::string& service, const std::string& typedSnapshot,
+                  const Snapshot& newest) {
+  Subject subject{service, Subject::State::toVerify, "", std::nullopt};
+  subject.snapshot = chooseSnapshotOf(service, typedSnapshot, subject.reason);
+  const bool wasAbsent = isAbsentIn(newest, service);
+  // That an older snapshot holds it is no loss when it was gone before the newest.
+  if ((wasAbsent || !subject.snapshot) && !isOnThisHost(service)) {
+    return {service, Subject::State::notOnThisHost, "", std::nullopt};
+  }
+  if (!subject.snapshot && wasAbsent) {
+    subject.reason = "it was not on this host when " + newest.name + " was taken";
+  } else if (!subject.snapshot && typedSnapshot.empty()) {
+    subject.reason = "no snapshot holds it";
+  } else if (subject.snapshot && servicePreferences().find(service) == nullptr) {
+    subject.reason = std::string("Halyard verifies what its preferences list; list it in ") +
+                     paths::kPreferenceFile;
+  }
+  if (!subject.reason.empty()) subject.state = Subject::State::notVerified;
+  return subject;
+}
+
+// What is to be verified without a word: all that a backup has to hold.
+std::vector<Subject> expectedSubjects(const std::string& typedSnapshot, const Snapshot& newest,
+                                      std::vector<std::string>& problems) {
+  ExpectedServices expected = expectedServices();
+  problems = std::move(expected.problems);
+  std::vector<Subject> subjects;
+  for (const InstalledDescriptor& descriptor : expected.descriptors) {
+    const std::string service = descriptor.serviceName();
+    if (std::ranges::find(subjects, service, &Subject::service) != subjects.end()) continue;
+    subjects.push_back(subjectOf(service, typedSnapshot, newest));
+  }
+  for (const std::string& service : expected.undescribed) {
+    subjects.push_back(
+        {service, Subject::State::notVerified, undescribedText(service), std::nullopt});
+  }
+  return subjects;
+}
+
 // Absent, with the reason, when a name does not fit.
-std::optional<std::vector<Subject>> subjectsOf(const VerifyArguments& arguments,
-                                               std::string& problem) {
+std::optional<std::vector<Subject>> namedSubjects(const VerifyArguments& arguments,
+                                                  const Snapshot& newest, std::string& problem) {
   const PropertyDictionary preferences = servicePreferences();
   std::vector<Subject> subjects;
   for (const std::string& typed : arguments.services) {
     const auto service = completeServiceName(preferences, typed, problem);
-    auto snapshot =
-        service ? chooseSnapshotOf(*service, arguments.snapshot, problem) : std::nullopt;
-    if (!snapshot) return std::nullopt;
-    subjects.push_back({*service, std::move(*snapshot)});
+    if (!service) return std::nullopt;
+    subjects.push_back(subjectOf(*service, arguments.snapshot, newest));
   }
-  if (!arguments.services.empty()) return subjects;
-  const auto newest = chooseSnapshot(arguments.snapshot, problem);
-  if (!newest) return std::nullopt;
-  for (const auto& [key, value] : preferences) {
-    if (descriptorsOfService(key).empty()) continue;
-    auto snapshot = chooseSnapshotOf(key, arguments.snapshot, problem);
-    if (snapshot) subjects.push_back({key, std::move(*snapshot)});
-  }
-  if (!subjects.empty()) return subjects;
-  problem = "the snapshot " + newest->name + " holds no service that is installed here";
-  return std::nullopt;
+  return subjects;
 }
 
 // Halyard uses the last descriptor whose file name holds the service's name.
@@ -63,28 +110,75 @@ std::string verifyLogOf(const std::string& service) {
              : descriptors.back().content.text(descriptor_keys::kVerifyLog).value_or("");
 }
 
-void printVerdicts(const std::vector<Verdict>& verdicts, bool asJson) {
+const char* stateText(const Verdict& verdict) {
+  switch (verdict.subject.state) {
+    case Subject::State::notOnThisHost:
+      return "not on this host";
+    case Subject::State::notVerified:
+      return "not verified";
+    case Subject::State::toVerify:
+      break;
+  }
+  return verdict.mismatches ? "verified" : "no answer";
+}
+
+nlohmann::json jsonOf(const Verdict& verdict) {
+  nlohmann::json entry = {{"service", verdict.subject.service},
+                          {"state", stateText(verdict)},
+                          {"snapshot", nullptr},
+                          {"mismatches", nullptr},
+                          {"incomplete", nlohmann::json::array()}};
+  if (verdict.subject.snapshot) entry["snapshot"] = verdict.subject.snapshot->name;
+  if (const IncompleteService* part = verdict.subject.part()) entry["incomplete"] = part->reasons;
+  if (verdict.mismatches) entry["mismatches"] = *verdict.mismatches;
+  if (!verdict.subject.reason.empty()) entry["reason"] = verdict.subject.reason;
+  if (!verdict.log.empty()) entry["log"] = verdict.log;
+  return entry;
+}
+
+void printVerdicts(const std::vector<Verdict>& verdicts, const std::vector<std::string>& problems,
+                   bool asJson) {
   nlohmann::json list = nlohmann::json::array();
   std::vector<std::vector<std::string>> rows = {{"SERVICE", "MISMATCHES", "SNAPSHOT", "LOG"}};
   for (const Verdict& verdict : verdicts) {
-    list.push_back({{"service", verdict.subject.service},
-                    {"snapshot", verdict.subject.snapshot.name},
-                    {"mismatches", nullptr},
-                    {"incomplete", nlohmann::json::array()}});
-    if (const IncompleteService* part = verdict.subject.part()) {
-      list.back()["incomplete"] = part->reasons;
-    }
-    if (verdict.mismatches) list.back()["mismatches"] = *verdict.mismatches;
-    if (!verdict.log.empty()) list.back()["log"] = verdict.log;
+    list.push_back(jsonOf(verdict));
     rows.push_back({verdict.subject.service,
-                    verdict.mismatches ? std::to_string(*verdict.mismatches) : "no answer",
-                    verdict.subject.snapshot.name, verdict.log});
+                    verdict.mismatches ? std::to_string(*verdict.mismatches) : stateText(verdict),
+                    verdict.subject.snapshot ? verdict.subject.snapshot->name : "-", verdict.log});
   }
   if (asJson) {
-    printJson({{"services", std::move(list)}});
+    printJson({{"services", std::move(list)}, {"problems", problems}});
   } else {
     (void)std::fputs(tableText(rows).c_str(), stdout);
   }
+}
+
+Verdict verdictOf(const Subject& subject) {
+  if (subject.state == Subject::State::notVerified) {
+    printWarning(subject.service + " was not verified: " + subject.reason);
+  }
+  if (subject.state != Subject::State::toVerify) return {subject, std::nullopt, ""};
+  if (const IncompleteService* part = subject.part()) {
+    printWarning(incompleteText(*part, *subject.snapshot));
+  }
+  return {subject, verifyService(subject.service, *subject.snapshot), verifyLogOf(subject.service)};
+}
+
+// Success is a promise about every service that was to be verified.
+int statusOf(const std::vector<Verdict>& verdicts, const std::vector<std::string>& problems) {
+  bool compared = false;
+  bool all = problems.empty();
+  for (const Verdict& verdict : verdicts) {
+    if (verdict.subject.state == Subject::State::toVerify) {
+      if (verdict.mismatches != 0) return kFailure;
+      compared = true;
+      all = all && verdict.subject.part() == nullptr;
+    } else if (verdict.subject.state == Subject::State::notVerified) {
+      all = false;
+    }
+  }
+  if (all) return kSuccess;
+  return compared ? kPartial : kFailure;
 }
 
 }  // namespace
@@ -114,29 +208,27 @@ std::optional<std::int32_t> verifyService(const std::string& service, const Snap
 int verify(const VerifyArguments& arguments) {
   int status = kFailure;
   std::string problem;
-  const auto subjects = subjectsOf(arguments, problem);
+  std::vector<std::string> problems;
+  const auto newest = chooseSnapshot(arguments.snapshot, problem);
+  std::optional<std::vector<Subject>> subjects;
+  if (newest) {
+    subjects = arguments.services.empty() ? expectedSubjects(arguments.snapshot, *newest, problems)
+                                          : namedSubjects(arguments, *newest, problem);
+  }
   if (!subjects) {
     printError(problem);
     return kFailure;
   }
   if (!halyardIsReady(status)) return status;
-
-  std::vector<Verdict> verdicts;
-  bool allMatch = true;
-  bool allWhole = true;
-  for (const Subject& subject : *subjects) {
-    if (const IncompleteService* part = subject.part()) {
-      printWarning(incompleteText(*part, subject.snapshot));
-      allWhole = false;
-    }
-    Verdict verdict{subject, verifyService(subject.service, subject.snapshot),
-                    verifyLogOf(subject.service)};
-    allMatch = allMatch && verdict.mismatches == 0;
-    verdicts.push_back(std::move(verdict));
+  for (const std::string& text : problems) printWarning(text);
+  if (subjects->empty()) {
+    printError("no service is switched on (see: helmsman enable)");
+    return kFailure;
   }
-  printVerdicts(verdicts, arguments.json);
-  if (!allMatch || !finishOutput()) return kFailure;
-  return allWhole ? kSuccess : kPartial;
+  std::vector<Verdict> verdicts;
+  for (const Subject& subject : *subjects) verdicts.push_back(verdictOf(subject));
+  printVerdicts(verdicts, problems, arguments.json);
+  return finishOutput() ? statusOf(verdicts, problems) : kFailure;
 }
 
 }  // namespace halyard::hostkit

@@ -12,7 +12,7 @@
 namespace halyard::hostkit {
 
 struct VerifyArguments {
-  std::vector<std::string> services;  ///< None: every installed service that the snapshot holds.
+  std::vector<std::string> services;  ///< None: all that a backup has to hold.
   std::string snapshot;
   bool json = false;
 };
@@ -28,8 +28,12 @@ std::optional<std::int32_t> verifyService(const std::string& service, const Snap
 /// with them, and the count is taken from there.
 /// Each service is compared with the newest snapshot that holds it whole, unless one is named.
 ///
-/// Returns: success when every service answered and no mismatch was found; kPartial when that is
-///          so and a snapshot holds only a part of a service, which a warning names.
+/// A service that cannot be verified (no snapshot holds it, it has no descriptor, the preferences
+/// do not list it) is named with the reason; one of which nothing is on this host is said to be so.
+///
+/// Returns: success when every service that is on this host answered, of a snapshot that holds it
+///          whole, and no mismatch was found; kPartial when none was found and a service could not
+///          be verified or only in part; kFailure after a mismatch, or when nothing was compared.
 int verify(const VerifyArguments& arguments);
 
 }  // namespace halyard::hostkit
