@@ -41,8 +41,8 @@ problem() {
   tell problem "$*"
 }
 
-# tell aside|made|problem TEXT: for helmsman, which asks for it during a restore only. With "aside" the path was replaced
-# and the old item stands beside it, as PATH.previous.
+# tell aside|made|problem|done TEXT: for helmsman, which asks for it during a restore only. With "aside" the path was
+# replaced and the old item stands beside it, as PATH.previous; "done" names the service that is back.
 tell() {
   [ -n "${HALYARD_RESTORE_JOURNAL-}" ] || return 0
   printf '%s %s\n' "$1" "$2" >>"$HALYARD_RESTORE_JOURNAL" 2>/dev/null || :
@@ -362,7 +362,10 @@ pluginMain() {
   case $command in
     backup) backupService ;;
     size) sizeOfService ;;
-    restore) restoreService ;;
+    restore)
+      restoreService
+      [ "$failures" -ne 0 ] || tell 'done' "$service"
+      ;;
     browse) [ ! -d "$folder" ] || browseList "$folder" ;;
     verify) verifyService ;;
     *)

@@ -42,7 +42,8 @@ class UndoOnDisk : public HelmsmanOnDisk {
   void SetUp() override {
     HelmsmanOnDisk::SetUp();
     if (IsSkipped()) return;
-    root.writePlugin("/opt/depot", "echo 'Number of failures to match := 0'");
+    root.writePlugin("/opt/depot",
+                     "echo 'Number of failures to match := 0'" + std::string(test::kSayDone));
     root.writePreferences({{"depotHost", 1}});
     root.writeDescriptor(
         "30-depotHost.plist",

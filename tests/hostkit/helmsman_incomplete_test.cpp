@@ -133,7 +133,8 @@ class HelmsmanPart : public test::HostKitTest {
     if (IsSkipped()) return;
     root.writePlugin(kPlugin,
                      "case $2 in verify) echo 'Number of failures to match := 0' ;;\n"
-                     "browse) echo \"browsing $4\" ;;\nesac\nexit 0");
+                     "browse) echo \"browsing $4\" ;;\nesac" +
+                         std::string(test::kSayDone));
     root.writePreferences({{"depotHost", 1}, {"postHost", 1}});
     root.writeDescriptor("30-depotHost.plist",
                          descriptorOf("depotHost", kPlugin).list("DataFiles", {"/srv/depot"}));

@@ -68,7 +68,8 @@ class NestedItems : public test::HostKitTest {
     if (IsSkipped()) return;
     const std::string saved =
         "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System/.Halyards";
-    root.writePlugin("/opt/depot", "echo 'Number of failures to match := 0'");
+    root.writePlugin("/opt/depot",
+                     "echo 'Number of failures to match := 0'" + std::string(test::kSayDone));
     root.writePreferences({{"depotHost", 1}});
     root.writeDescriptor("30-depotHost.plist",
                          descriptorOf("depotHost", "/opt/depot")

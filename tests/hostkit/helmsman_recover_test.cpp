@@ -25,15 +25,17 @@ class HelmsmanRecover : public test::HostKitTest {
     if (IsSkipped()) return;
     root.writePlugin(kPlugin,
                      "case $2 in\nrestore) cp \"$4/etc/app.conf\" /etc/app.conf ;;\n"
-                     "verify) echo 'Number of failures to match := 0' ;;\nesac\nexit 0");
+                     "verify) echo 'Number of failures to match := 0' ;;\nesac" +
+                         std::string(test::kSayDone));
     root.writePreferences({{"depotHost", 1}, {"postHost", 1}});
     root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", kPlugin)
                                                    .list("DataFiles", {"/srv/depot"})
                                                    .list("ConfigurationFiles", {"/etc/app.conf"}));
     root.writeDescriptor("40-postHost.plist",
                          descriptorOf("postHost", "/usr/libexec/post").list("DataFiles", {kPost}));
-    root.writePlugin("/usr/libexec/post",
-                     "[ $2 = verify ] && echo 'Number of failures to match := 0'; exit 0");
+    root.writePlugin(
+        "/usr/libexec/post",
+        "[ $2 = verify ] && echo 'Number of failures to match := 0'" + std::string(test::kSayDone));
     for (const std::string& folder : {std::string("/.Halyards"), inSnapshot()}) {
       root.writeFile(folder + "/depotHost/srv/depot", "saved data");
       root.writeFile(folder + "/depotHost/etc/app.conf", "saved settings");
@@ -120,6 +122,16 @@ TEST_F(HelmsmanRecover, AProblemThatARestoreProgramTellsIsHeard) {
   const auto result = helmsman({"recover", "--yes"});
   EXPECT_EQ(result.status, 4);
   EXPECT_THAT(result.err, HasSubstr("a restore program says: the dump could not be loaded"));
+}
+
+TEST_F(HelmsmanRecover, ARestoreProgramThatSaysNothingLeavesTheResultUnknown) {
+  root.writePlugin("/usr/libexec/post",
+                   "[ $2 = verify ] && echo 'Number of failures to match := 0'; exit 7");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.out, HasSubstr("depotHost  restored\n"));
+  EXPECT_THAT(result.out, HasSubstr("postHost   unknown\n"));
+  EXPECT_THAT(result.err, HasSubstr("postHost: its restore program did not say that it worked"));
 }
 
 TEST_F(HelmsmanRecover, AServiceThatVerifiesBadlyHasFailed) {

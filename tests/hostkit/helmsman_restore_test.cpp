@@ -44,7 +44,8 @@ class HelmsmanRestore : public test::HostKitTest {
   void writePlugin(const std::string& restoreBody, const std::string& summary = "0") const {
     root.writePlugin(kPlugin, "case $2 in\nrestore) " + restoreBody +
                                   " ;;\nverify) echo 'Number of failures to match := " + summary +
-                                  "' ;;\nbrowse) echo \"browsing $4\" ;;\nesac\nexit 0");
+                                  "' ;;\nbrowse) echo \"browsing $4\" ;;\nesac" + test::kSayDone +
+                                  "exit 0");
   }
   static std::string metadata() {
     return std::string(kHostFolder) + "/2026-11-20-020000/System/.Halyards";
@@ -125,6 +126,25 @@ TEST_F(HelmsmanRestore, MismatchesAfterwardsAreAFailure) {
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.err, HasSubstr("verify reports 3 mismatches"));
   EXPECT_EQ(helmsman({"restore", "depotHost", "--yes", "--no-verify", "--force"}).status, 0);
+}
+
+// Halyard drops the status, so that only the program itself can tell.
+TEST_F(HelmsmanRestore, AProgramThatEndsBadlyWithoutAWordIsNoRestoredService) {
+  root.writePlugin(kPlugin,
+                   "case $2 in\nrestore) cp \"$6/etc/depot.conf\" /etc/depot.conf; exit 7 ;;\n"
+                   "verify) echo 'Number of failures to match := 0' ;;\nesac");
+  const auto result = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("warning: depotHost: its restore program did not say that it "
+                                    "worked: whether it did is unknown"));
+  EXPECT_THAT(result.err, Not(HasSubstr("restored depotHost")));
+}
+
+TEST_F(HelmsmanRestore, AnotherServicesWordDoesNotCount) {
+  writePlugin(
+      "cp \"$6/etc/depot.conf\" /etc/depot.conf; "
+      "echo done postHost >>$HALYARD_RESTORE_JOURNAL; exit 0");
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 4);
 }
 
 TEST_F(HelmsmanRestore, HandsTheOptionToTheService) {

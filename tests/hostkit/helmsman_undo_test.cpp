@@ -42,7 +42,8 @@ class UndoTest : public test::HostKitTest {
   void writePlugin(const std::string& restoreBody) const {
     root.writePlugin(kPlugin, "case $2 in\nrestore) " + restoreBody +
                                   " ;;\nverify) echo 'Number of failures to match := 0' ;;\n"
-                                  "esac\nexit 0");
+                                  "esac" +
+                                  test::kSayDone + "exit 0");
   }
   test::CommandResult restored() const {
     auto result = helmsman({"restore", "depotHost", "--yes"});

@@ -9,6 +9,12 @@
 
 namespace halyard::test {
 
+/// For a plug-in's script: when it is called for a restore, it says that it worked.
+inline constexpr char kSayDone[] =
+    "\nif [ \"$2\" = restore ]; then\n"
+    "  for word; do [ \"$last\" != -path ] || "
+    "echo \"done ${word##*/}\" >>\"${HALYARD_RESTORE_JOURNAL:-/dev/null}\"; last=$word; done\nfi\n";
+
 /// The fixture of the host kit's command tests: drivectl and helmsman of this build stand at their
 /// fixed paths, in place of the stand-ins.
 class HostKitTest : public PrivateRootTest {

@@ -110,7 +110,10 @@ void verifyAll(Recovery& recovery, const std::optional<Snapshot>& origin) {
     return;
   }
   for (ServiceRecovery& service : recovery.services) {
-    if (service.result() != ServiceRecovery::Result::restored || !service.canVerify) continue;
+    using Result = ServiceRecovery::Result;
+    const bool mayBeWhole =
+        service.result() == Result::restored || service.result() == Result::unknown;
+    if (!mayBeWhole || !service.canVerify) continue;
     const auto mismatches = verifyService(service.name, *origin);
     if (!mismatches) {
       service.problems.emplace_back("verify gave no answer");
@@ -137,6 +140,9 @@ void tellNextSteps(const Recovery& recovery) {
     for (const std::string& problem : service.problems) printError(service.name + ": " + problem);
     for (const std::string& lack : service.lacks) {
       printWarning(service.name + " was incomplete in the backup: " + lack);
+    }
+    if (service.result() == ServiceRecovery::Result::unknown) {
+      printWarning(service.name + ": " + kNotDone);
     }
     if (!service.held || (service.lacks.empty() && service.problems.empty())) continue;
     const Snapshot* whole = newestWhole(snapshots, {service.name});
@@ -185,7 +191,8 @@ int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
   if (result.status != 0) {
     recovery.problems.push_back("Halyard ended with status " + std::to_string(result.status));
   }
-  judgeRecovery(recovery, host::readFile(paths::kProgressLog, kProgressLogLimit).value_or(""));
+  judgeRecovery(recovery, host::readFile(paths::kProgressLog, kProgressLogLimit).value_or(""),
+                plugIns);
   if (!arguments.noVerify) verifyAll(recovery, origin);
   bringToDisk(recovery);
   if (origin) recovery.source.name = origin->name;

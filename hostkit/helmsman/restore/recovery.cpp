@@ -50,6 +50,7 @@ bool isPlanned(const Recovery& recovery, const std::string& name) {
 ServiceRecovery::Result ServiceRecovery::result() const {
   if (!held) return Result::notInBackup;
   if (!problems.empty()) return Result::failed;
+  if (!saidDone) return Result::unknown;
   return lacks.empty() ? Result::restored : Result::partial;
 }
 
@@ -60,7 +61,7 @@ int Recovery::status() const {
   };
   using Result = ServiceRecovery::Result;
   const auto back = count(Result::restored);
-  const auto part = count(Result::partial);
+  const auto part = count(Result::partial) + count(Result::unknown);
   if (back + part == 0) return kFailure;
   return part + count(Result::failed) == 0 && problems.empty() ? kSuccess : kPartial;
 }
@@ -79,7 +80,7 @@ Recovery planRecovery() {
   return recovery;
 }
 
-void judgeRecovery(Recovery& recovery, std::string_view progressLog) {
+void judgeRecovery(Recovery& recovery, std::string_view progressLog, const PlugInJournal& told) {
   for (const std::string_view line : splitAt(progressLog, '\n')) {
     const auto step = parseProgressLine(line);
     if (!step || step->message != texts::kServiceRestored) continue;
@@ -89,6 +90,7 @@ void judgeRecovery(Recovery& recovery, std::string_view progressLog) {
   }
   for (ServiceRecovery& service : recovery.services) {
     if (!service.held) continue;
+    service.saidDone = told.saysDone(service.name);
     if (!service.ended) service.problems.emplace_back("the restore did not come to its end");
     for (std::string& problem : restoreProblems(service.plan)) {
       service.problems.push_back(std::move(problem));
@@ -106,6 +108,8 @@ const char* resultWord(ServiceRecovery::Result result) {
       return "restored";
     case ServiceRecovery::Result::partial:
       return "in part";
+    case ServiceRecovery::Result::unknown:
+      return "unknown";
     case ServiceRecovery::Result::failed:
       return "failed";
     case ServiceRecovery::Result::notInBackup:

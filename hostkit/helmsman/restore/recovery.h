@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "helmsman/restore/restore_plan.h"
+#include "helmsman/restore/restore_trace.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
 
@@ -13,11 +14,12 @@ namespace halyard::hostkit {
 
 /// One service of the backup, or one that is installed here.
 struct ServiceRecovery {
-  enum class Result { restored, partial, failed, notInBackup };
+  enum class Result { restored, partial, unknown, failed, notInBackup };
 
   std::string name;
-  bool held = false;   ///< The backup has a folder of it.
-  bool ended = false;  ///< The run came to its end.
+  bool held = false;      ///< The backup has a folder of it.
+  bool ended = false;     ///< The run came to its end.
+  bool saidDone = false;  ///< Its restore program says that it worked.
   bool canVerify = false;
   std::vector<std::string> lacks;  ///< Why the backup holds only a part of it.
   std::vector<std::string> problems;
@@ -39,10 +41,11 @@ struct Recovery {
 /// without one. Called before the run, which removes the backup from the live system.
 Recovery planRecovery();
 
-/// Takes up what the run left behind: its progress log, and what stands at the paths.
-void judgeRecovery(Recovery& recovery, std::string_view progressLog);
+/// Takes up what the run left behind: its progress log, what its restore programs told, and what
+/// stands at the paths.
+void judgeRecovery(Recovery& recovery, std::string_view progressLog, const PlugInJournal& told);
 
-/// "restored", "in part", "failed", "not in the backup".
+/// "restored", "in part", "unknown", "failed", "not in the backup".
 const char* resultWord(ServiceRecovery::Result result);
 
 nlohmann::json recoveryJson(const Recovery& recovery);

@@ -32,6 +32,7 @@ namespace {
 // Everything that a restore works on, or nothing, with the reason.
 struct Restoration {
   std::string service;
+  std::vector<std::string> names;  ///< Of its descriptors, each with a restore program.
   Snapshot snapshot;
   std::vector<PlannedItem> plan;
   bool canVerify = false;
@@ -58,7 +59,8 @@ std::optional<Restoration> prepare(const RestoreArguments& arguments, std::strin
   }
   const auto snapshot = restoreSource(arguments, *service, names, problem);
   if (!snapshot) return std::nullopt;
-  Restoration restoration{*service, *snapshot, planRestore(descriptors, *snapshot), false, false};
+  Restoration restoration{*service, names, *snapshot, planRestore(descriptors, *snapshot),
+                          false,    false};
   for (const std::string& name : names) {
     restoration.inPart = restoration.inPart || snapshot->partOf(name) != nullptr;
   }
@@ -160,6 +162,11 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
     printWarning("the restore program of " + restoration.service + " was run; of the " +
                  std::to_string(restoration.plan.size()) + " items that the service lists, " +
                  restoration.snapshot.name + " holds none");
+    return kPartial;
+  }
+  const auto isDone = [&run](const std::string& name) { return run.told().saysDone(name); };
+  if (!std::ranges::all_of(restoration.names, isDone)) {
+    printWarning(restoration.service + ": " + kNotDone);
     return kPartial;
   }
   if (restoration.inPart) {

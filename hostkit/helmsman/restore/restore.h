@@ -21,11 +21,13 @@ struct RestoreArguments {
 /// asks, has Halyard restore, looks at every path afterwards, and has the service verified.
 ///
 /// Halyard does not tell the status of the service's restore program; what it left behind is
-/// judged instead, and what it writes into the journal that it is given.
+/// judged instead, and what it writes into the journal that it is given. A program that does not
+/// say there that it worked may have failed.
 ///
 /// Writes:  the record that undo reads: what was there before and what is there afterwards.
 /// Returns: success when every item that the snapshot holds is back and verify finds no mismatch;
-///          kPartial when all that is so of a service that the snapshot holds in part.
+///          kPartial when all that is so of a service that the snapshot holds in part, or of one
+///          whose restore program does not say that it worked.
 int restore(const RestoreArguments& arguments);
 
 }  // namespace halyard::hostkit

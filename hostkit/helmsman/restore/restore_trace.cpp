@@ -57,6 +57,10 @@ std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths) {
   return before;
 }
 
+bool PlugInJournal::saysDone(const std::string& service) const {
+  return std::ranges::find(done, service) != done.end();
+}
+
 PlugInJournal parseJournal(std::string_view text) {
   PlugInJournal journal;
   for (const std::string_view line : splitAt(text, '\n')) {
@@ -65,6 +69,7 @@ PlugInJournal parseJournal(std::string_view text) {
     const std::string_view word = line.substr(0, blank);
     const std::string rest(line.substr(blank + 1));
     if (word == "problem") journal.problems.push_back(rest);
+    if (word == "done") journal.done.push_back(rest);
     if (!rest.starts_with('/')) continue;
     if (word == "aside") journal.aside.push_back(rest);
     if (word == "made") journal.made.push_back(rest);

@@ -21,12 +21,19 @@ struct PathBefore {
 std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths);
 
 /// What plug-ins wrote into the journal that kJournalVariable names, a line each: "aside PATH"
-/// (replaced, the old one beside as PATH.previous), "made PATH", "problem TEXT".
+/// (replaced, the old one beside as PATH.previous), "made PATH", "problem TEXT", "done SERVICE".
 struct PlugInJournal {
   std::vector<std::string> aside;
   std::vector<std::string> made;
   std::vector<std::string> problems;
+  std::vector<std::string> done;  ///< The services whose restore programs say that they worked.
+
+  bool saysDone(const std::string& service) const;
 };
+
+/// What is known of a restore program that does not say so: Halyard drops its status.
+inline constexpr char kNotDone[] =
+    "its restore program did not say that it worked: whether it did is unknown; see its log";
 
 inline constexpr char kJournalVariable[] = "HALYARD_RESTORE_JOURNAL";
 

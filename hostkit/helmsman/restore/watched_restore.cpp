@@ -61,13 +61,12 @@ host::TaskResult runWithJournal(const std::vector<std::string>& words, const std
 }
 
 host::TaskResult WatchedRestore::run(const std::vector<std::string>& words) {
-  PlugInJournal journal;
   const std::timespec started = coarseNow();
-  const host::TaskResult result = runWithJournal(words, journal_, journal);
-  problems_ = std::move(journal.problems);
+  const host::TaskResult result = runWithJournal(words, journal_, told_);
+  problems_ = told_.problems;
 
   const auto older = leftOf(readRestoreRecord(record_.service), {});
-  traceRestore(before_, journal, started, record_);
+  traceRestore(before_, told_, started, record_);
   record_.older.clear();
   for (const RestoreRecord::Item& item : older) {
     const auto isIt = [&item](const RestoreRecord::Item& now) { return now.path == item.path; };

@@ -34,6 +34,8 @@ class WatchedRestore {
   const RestoreRecord& record() const { return record_; }
   /// What the plug-in itself and the last steps of run() say went wrong.
   const std::vector<std::string>& problems() const { return problems_; }
+  /// What its restore programs told.
+  const PlugInJournal& told() const { return told_; }
 
  private:
   void bringToDisk();
@@ -41,6 +43,7 @@ class WatchedRestore {
   RestoreRecord record_;
   std::vector<PathBefore> before_;
   std::vector<std::string> problems_;
+  PlugInJournal told_;
   std::string journal_;
   bool kept_ = false;
 };
