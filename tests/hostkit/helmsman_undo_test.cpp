@@ -4,6 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
+#include <nlohmann/json.hpp>
+
 #include "helmsman/restore/tidy.h"
 #include "helmsman/restore/trusted_folder.h"
 #include "host_kit_root.h"
@@ -45,6 +48,13 @@ class UndoTest : public test::HostKitTest {
                                   "esac" +
                                   test::kSayDone + "exit 0");
   }
+  // The one item of the record.
+  void changeRecord(const std::function<void(nlohmann::json& item)>& change) const {
+    static constexpr char kRecord[] = "/var/lib/halyard/undo/depotHost.json";
+    auto record = nlohmann::json::parse(root.readFile(kRecord));
+    change(record["items"][0]);
+    root.writeFile(kRecord, record.dump());
+  }
   test::CommandResult restored() const {
     auto result = helmsman({"restore", "depotHost", "--yes"});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -82,6 +92,35 @@ TEST_F(HelmsmanTidy, LeavesAPreviousThatNoRestoreSetAside) {
   restored();
   EXPECT_EQ(helmsman({"tidy", "--yes"}).status, 0);
   EXPECT_EQ(root.readFile("/srv/depot.previous"), "somebody's own");
+}
+
+// Its number is that of what was set aside, as when a file system gives a number out again.
+TEST_F(HelmsmanTidy, LeavesAnotherItemThatGotTheNumberOfWhatWasSetAside) {
+  restored();
+  root.remove("/srv/depot.previous");
+  root.writeFile("/srv/depot.previous", "somebody's own");
+  struct stat status {};
+  ASSERT_EQ(::stat(root.path("/srv/depot.previous").c_str(), &status), 0);
+  changeRecord([&status](nlohmann::json& item) { item["aside"] = status.st_ino; });
+  const auto undone = helmsman({"undo", "depotHost", "--yes"});
+  EXPECT_EQ(undone.status, 1);
+  EXPECT_THAT(undone.err, HasSubstr("/srv/depot.previous is not what the restore set aside\n"));
+  EXPECT_EQ(helmsman({"tidy", "--yes"}).status, 0);
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "somebody's own");
+}
+
+TEST_F(HelmsmanUndoes, ARecordOfAnEarlierVersionGoesByTheNumberAndSaysSo) {
+  restored();
+  changeRecord([](nlohmann::json& item) { item.erase("asideBorn"); });
+  const std::string doubt =
+      "warning: /srv/depot.previous is not known for sure to be what the restore set aside: its "
+      "record has only the inode number\n";
+  EXPECT_THAT(helmsman({"tidy"}).err, HasSubstr(doubt));
+  const auto undone = helmsman({"undo", "depotHost", "--yes"});
+  EXPECT_EQ(undone.status, 0);
+  EXPECT_THAT(undone.err, HasSubstr(doubt));
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+  EXPECT_THAT(helmsman({"undo", "depotHost", "--yes"}).err, Not(HasSubstr("for sure")));
 }
 
 TEST_F(HelmsmanTidy, LeavesWhatAnUndoRefusedToMove) {

@@ -96,7 +96,7 @@ bool keepRecords(const Recovery& recovery, const std::optional<Snapshot>& origin
     record.snapshot = origin ? origin->path : paths::kMetadataFolder;
     record.time = secondsNow();
     for (const PlannedItem& item : service.plan) {
-      if (item.inSnapshot) record.items.push_back({item.path, item.live, 0});
+      if (item.inSnapshot) record.items.push_back({item.path, item.live, {}});
     }
     record.older = leftOf(readRestoreRecord(service.name), record.items);
     if (!record.items.empty() && !keepRestoreRecord(record)) return false;

@@ -21,8 +21,8 @@ PlannedItem plannedItem(const std::string& path, bool configuration, const std::
   item.configuration = configuration;
   item.inSnapshot = host::exists(appendPath(saved, path));
   item.live = host::exists(path);
-  item.previous = inodeOf(asidePath(path)) != 0;
-  item.inode = inodeOf(path);
+  item.previous = identityOf(asidePath(path)).isKnown();
+  item.before = identityOf(path);
   if (item.inSnapshot) item.bytes = treeBytes(appendPath(saved, path));
   return item;
 }
@@ -86,7 +86,7 @@ std::vector<std::string> restoreProblems(const std::vector<PlannedItem>& plan) {
     if (!host::exists(item.path)) {
       problems.push_back(item.path + " was not put back" +
                          (item.live ? "; the live one is " + asidePath(item.path) : ""));
-    } else if (item.live && inodeOf(item.path) == item.inode) {
+    } else if (item.live && identityOf(item.path) == item.before) {
       problems.push_back(item.path + " was not replaced");
     }
   }

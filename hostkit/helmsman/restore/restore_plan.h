@@ -19,7 +19,7 @@ struct PlannedItem {
   bool live = false;           ///< Something stands at the path now.
   bool previous = false;       ///< An older ".previous" stands there, and will be removed.
   std::uint64_t bytes = 0;     ///< In the snapshot.
-  std::uint64_t inode = 0;     ///< Of the live item, to see whether it was replaced.
+  ItemIdentity before;         ///< Of the live item, to see whether it was replaced.
 };
 
 /// The plan for the descriptors that the restore acts on, in their order.

@@ -31,18 +31,18 @@ bool changedSince(const std::string& path, const std::timespec& started) {
 }
 
 void tracePath(const PathBefore& before, const std::timespec& started, RestoreRecord& record) {
-  const std::uint64_t live = inodeOf(before.path);
-  const std::uint64_t aside = inodeOf(asidePath(before.path));
+  const ItemIdentity live = identityOf(before.path);
+  const ItemIdentity aside = identityOf(asidePath(before.path));
   const auto lose = [&](const char* why) { record.lost.push_back({before.path, why}); };
-  if (aside != 0 && aside != before.aside) {
+  if (aside.isKnown() && aside != before.aside) {
     record.items.push_back({before.path, true, aside});
-  } else if (before.live == 0 && live != 0) {
-    record.items.push_back({before.path, false, 0});
-  } else if (before.live != 0 && live == 0) {
+  } else if (!before.live.isKnown() && live.isKnown()) {
+    record.items.push_back({before.path, false, {}});
+  } else if (before.live.isKnown() && !live.isKnown()) {
     lose("was removed, and nothing was kept of it");
   } else if (live != before.live) {
     lose("was replaced, and nothing was kept of it");
-  } else if (live != 0 && changedSince(before.path, started)) {
+  } else if (live.isKnown() && changedSince(before.path, started)) {
     lose("was changed in place, by the restore or by its server");
   }
 }
@@ -52,7 +52,7 @@ void tracePath(const PathBefore& before, const std::timespec& started, RestoreRe
 std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths) {
   std::vector<PathBefore> before;
   for (const std::string& path : paths) {
-    before.push_back({path, inodeOf(path), inodeOf(asidePath(path))});
+    before.push_back({path, identityOf(path), identityOf(asidePath(path))});
   }
   return before;
 }
@@ -86,8 +86,9 @@ void traceRestore(const std::vector<PathBefore>& before, const PlugInJournal& jo
   };
   for (const PathBefore& path : before) {
     // An inode may be used again: what the plug-in says of its own doing comes first.
-    if (told(journal.aside, path.path) && inodeOf(asidePath(path.path)) != 0) {
-      record.items.push_back({path.path, true, inodeOf(asidePath(path.path))});
+    const ItemIdentity set = identityOf(asidePath(path.path));
+    if (told(journal.aside, path.path) && set.isKnown()) {
+      record.items.push_back({path.path, true, set});
     } else {
       tracePath(path, started, record);
     }
@@ -98,15 +99,15 @@ void traceRestore(const std::vector<PathBefore>& before, const PlugInJournal& jo
   };
   for (const std::string& path : journal.aside) {
     if (isListed(path)) continue;
-    const std::uint64_t aside = inodeOf(asidePath(path));
-    if (aside != 0) {
+    const ItemIdentity aside = identityOf(asidePath(path));
+    if (aside.isKnown()) {
       record.items.push_back({path, true, aside});
     } else {
       record.lost.push_back({path, "was replaced, and what was set aside is gone"});
     }
   }
   for (const std::string& path : journal.made) {
-    if (!isListed(path) && !told(journal.aside, path)) record.items.push_back({path, false, 0});
+    if (!isListed(path) && !told(journal.aside, path)) record.items.push_back({path, false, {}});
   }
   record.finished = true;
 }

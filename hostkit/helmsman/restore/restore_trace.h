@@ -14,8 +14,8 @@ namespace halyard::hostkit {
 /// A path as it was before a restore.
 struct PathBefore {
   std::string path;
-  std::uint64_t live = 0;   ///< The inode; 0 when nothing stood there.
-  std::uint64_t aside = 0;  ///< Of its ".previous".
+  ItemIdentity live;
+  ItemIdentity aside;  ///< Of its ".previous".
 };
 
 std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths);

@@ -1,8 +1,5 @@
 #include "helmsman/restore/tidy.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -55,11 +52,9 @@ std::string removed(const RestoreRecord::Item& item) {
   const Result<TrustedPlace> found = trustedPlace(asidePath(item.path));
   if (!found) return errnoText(found.error().code);
   const TrustedPlace& place = *found;
-  struct stat status {};
-  if (::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    return errnoText(errno);
-  }
-  if (item.aside != 0 && status.st_ino != item.aside) return "it is not what was set aside";
+  const ItemIdentity there = identityAt(place.folder.get(), place.name);
+  if (!there.isKnown()) return errnoText(errno);
+  if (!isWhatWasSetAside(item, there)) return "it is not what was set aside";
   if (const Status gone = host::removeTreeAt(place.folder.get(), place.name); !gone) {
     return errnoText(gone.error().code);
   }
@@ -95,6 +90,9 @@ void show(const std::vector<SetAside>& found) {
                     ageText(secondsNow() - item.time)});
   }
   (void)std::fputs(tableText(rows).c_str(), stdout);
+  for (const SetAside& item : found) {
+    if (const std::string doubt = doubtOf(item.item); !doubt.empty()) printWarning(doubt);
+  }
 }
 
 void printAnswer(const std::vector<SetAside>& found, bool removedThem) {

@@ -23,7 +23,7 @@ namespace halyard::hostkit {
 
 namespace {
 
-bool stands(const std::string& path) { return inodeOf(path) != 0; }
+bool stands(const std::string& path) { return identityOf(path).isKnown(); }
 
 // What stands in the way of an item; empty when it can be moved.
 std::string obstacle(const RestoreRecord::Item& item, bool undone) {
@@ -64,7 +64,7 @@ RestoreRecord recordFromFiles(const std::string& service) {
   RestoreRecord record;
   record.service = service;
   for (const std::string& file : filesOfService(service)) {
-    if (stands(asidePath(file))) record.items.push_back({file, true, 0});
+    if (stands(asidePath(file))) record.items.push_back({file, true, {}});
   }
   return record;
 }
@@ -78,7 +78,9 @@ void showPlan(const RestoreRecord& record) {
     printLine("There is no record of a restore; these have a .previous beside them:");
   }
   for (const auto& item : record.items) {
-    if (obstacle(item, record.undone).empty()) printLine("  " + item.path);
+    if (!obstacle(item, record.undone).empty()) continue;
+    printLine("  " + item.path);
+    if (const std::string doubt = doubtOf(item); !doubt.empty()) printLine("    " + doubt);
   }
   bool any = false;
   const auto tellLoss = [&any](const std::string& path, const std::string& why) {
@@ -110,6 +112,7 @@ Moved moveItems(RestoreRecord& record) {
   if (!record.undone) std::ranges::reverse(record.items);
   for (auto& item : record.items) {
     const std::string why = obstacle(item, record.undone);
+    const std::string doubt = doubtOf(item);
     if (!why.empty()) {
       printWarning(item.path + ": " + why);
       ++moved.failed;
@@ -119,7 +122,8 @@ Moved moveItems(RestoreRecord& record) {
     } else {
       ++moved.done;
       printNote("put back " + item.path);
-      item.aside = inodeOf(asidePath(item.path));
+      if (!doubt.empty()) printWarning(doubt);
+      item.aside = identityOf(asidePath(item.path));
     }
   }
   if (!record.undone) std::ranges::reverse(record.items);

@@ -39,7 +39,7 @@ WatchedRestore::WatchedRestore(const std::string& service, const std::string& sn
   record_.time = secondsNow();
   for (const PlannedItem& item : plan) {
     paths.push_back(item.path);
-    if (item.inSnapshot) record_.items.push_back({item.path, item.live, 0});
+    if (item.inSnapshot) record_.items.push_back({item.path, item.live, {}});
   }
   before_ = lookBefore(paths);
   // What earlier restores set aside elsewhere is still theirs.

@@ -1,5 +1,6 @@
 #include "helmsman/run/restore_record.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -32,7 +33,10 @@ bool flagOf(const nlohmann::json& object, const char* key) {
 nlohmann::json itemsJson(const std::vector<RestoreRecord::Item>& items) {
   nlohmann::json list = nlohmann::json::array();
   for (const auto& item : items) {
-    list.push_back({{"path", item.path}, {"wasLive", item.wasLive}, {"aside", item.aside}});
+    list.push_back({{"path", item.path},
+                    {"wasLive", item.wasLive},
+                    {"aside", item.aside.inode},
+                    {"asideBorn", item.aside.born}});
   }
   return list;
 }
@@ -44,10 +48,15 @@ bool readItems(const nlohmann::json& document, const char* key,
   if (list == document.end() || !list->is_array()) return false;
   for (const auto& entry : *list) {
     if (!entry.is_object() || !textOf(entry, "path").starts_with('/')) return false;
-    RestoreRecord::Item item{textOf(entry, "path"), flagOf(entry, "wasLive"), 0};
-    const auto aside = entry.find("aside");
-    if (aside != entry.end() && aside->is_number_unsigned()) {
-      item.aside = aside->get<std::uint64_t>();
+    RestoreRecord::Item item{textOf(entry, "path"), flagOf(entry, "wasLive"), {}};
+    if (const auto aside = entry.find("aside");
+        aside != entry.end() && aside->is_number_unsigned()) {
+      item.aside.inode = aside->get<std::uint64_t>();
+    }
+    // Records of earlier versions lack it.
+    if (const auto born = entry.find("asideBorn");
+        born != entry.end() && born->is_number_integer()) {
+      item.aside.born = born->get<std::int64_t>();
     }
     items.push_back(std::move(item));
   }
@@ -58,16 +67,35 @@ bool readItems(const nlohmann::json& document, const char* key,
 
 std::string asidePath(const std::string& path) { return path + ".previous"; }
 
-std::uint64_t inodeOf(const std::string& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+ItemIdentity identityOf(const std::string& path) { return identityAt(AT_FDCWD, path); }
+
+ItemIdentity identityAt(int folder, const std::string& name) {
+  constexpr std::int64_t kNanoseconds = 1'000'000'000;
+  struct statx status {};
+  if (::statx(folder, name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &status) != 0) {
+    return {};
+  }
+  const bool isBorn = (status.stx_mask & STATX_BTIME) != 0;
+  return {status.stx_ino,
+          isBorn ? status.stx_btime.tv_sec * kNanoseconds + status.stx_btime.tv_nsec : 0};
+}
+
+bool isWhatWasSetAside(const RestoreRecord::Item& item, const ItemIdentity& there) {
+  if (!there.isKnown()) return false;
+  // Of something that the restore made nothing was set aside: what stands there is somebody's own.
+  if (!item.aside.isKnown()) return item.wasLive;
+  return item.aside.born == 0 ? item.aside.inode == there.inode : item.aside == there;
 }
 
 bool standsAside(const RestoreRecord::Item& item) {
-  const std::uint64_t there = inodeOf(asidePath(item.path));
-  if (there == 0) return false;
-  // Of something that the restore made nothing was set aside: what stands there is somebody's own.
-  return item.aside == 0 ? item.wasLive : item.aside == there;
+  return isWhatWasSetAside(item, identityOf(asidePath(item.path)));
+}
+
+std::string doubtOf(const RestoreRecord::Item& item) {
+  if (item.aside.born != 0 || !standsAside(item)) return "";
+  return asidePath(item.path) + " is not known for sure to be what the restore set aside: " +
+         (item.aside.isKnown() ? "its record has only the inode number"
+                               : "no record says what that was");
 }
 
 nlohmann::json restoreRecordJson(const RestoreRecord& record) {

@@ -12,8 +12,21 @@ namespace halyard::hostkit {
 /// ".previous", as Halyard names what it sets aside.
 std::string asidePath(const std::string& path);
 
-/// The inode number of what stands at a path itself; 0 when nothing does.
-std::uint64_t inodeOf(const std::string& path);
+/// What tells an item from another one that stands at its path later.
+struct ItemIdentity {
+  std::uint64_t inode = 0;  ///< 0 when nothing stands there, or it is not known.
+  /// When it was made, in nanoseconds since 1970; 0 when the file system does not keep it.
+  /// Without it another item may have got the number of one that is gone.
+  std::int64_t born = 0;
+
+  bool isKnown() const { return inode != 0; }
+  bool operator==(const ItemIdentity&) const = default;
+};
+
+/// Of what stands at a path itself.
+ItemIdentity identityOf(const std::string& path);
+/// The same by name in an open folder.
+ItemIdentity identityAt(int folder, const std::string& name);
 
 /// The latest restore of one service, and what is left of those before it.
 struct RestoreRecord {
@@ -24,8 +37,8 @@ struct RestoreRecord {
   bool undone = false;
   struct Item {
     std::string path;
-    bool wasLive = false;     ///< Something was set aside; otherwise the restore made it.
-    std::uint64_t aside = 0;  ///< The inode at its ".previous"; 0 when unknown.
+    bool wasLive = false;  ///< Something was set aside; otherwise the restore made it.
+    ItemIdentity aside;    ///< What it left at its ".previous".
   };
   std::vector<Item> items;  ///< In the order in which the restore took them.
   struct Lost {
@@ -38,6 +51,12 @@ struct RestoreRecord {
 
 /// Whether what a record set aside still stands there.
 bool standsAside(const RestoreRecord::Item& item);
+
+/// Whether `there` is what the item set aside; by the number alone where the record has no more.
+bool isWhatWasSetAside(const RestoreRecord::Item& item, const ItemIdentity& there);
+
+/// A sentence for people about an item whose record has no more than the number; else empty.
+std::string doubtOf(const RestoreRecord::Item& item);
 
 nlohmann::json restoreRecordJson(const RestoreRecord& record);
 std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document);
