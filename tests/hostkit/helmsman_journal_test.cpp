@@ -102,6 +102,18 @@ TEST_F(HelmsmanJournal, ARestoreHasOneEntry) {
   EXPECT_THAT(all[0].at("HALYARD_SNAPSHOT"), HasSubstr("/Archives.snapdb/files1/"));
 }
 
+TEST_F(HelmsmanJournal, ARestoreInPartIsNeitherGoodNorFailed) {
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  (void)entries();
+  root.writePlugin(test::kPlugin, "[ \"$2\" = verify ] && echo 'Number of failures to match := 0'");
+  EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 4);
+  const auto all = entries();
+  ASSERT_THAT(all, SizeIs(1));
+  EXPECT_EQ(all[0].at("HALYARD_RESULT"), "partial");
+  EXPECT_EQ(all[0].at("PRIORITY"), "4");
+  EXPECT_EQ(all[0].at("MESSAGE"), "restore of depotHost: partial");
+}
+
 TEST_F(HelmsmanJournal, AHostWithoutAJournalIsBackedUpAllTheSame) {
   root.remove("/run/systemd");
   const auto result = helmsman({"backup"});

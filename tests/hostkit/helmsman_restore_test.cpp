@@ -147,6 +147,38 @@ TEST_F(HelmsmanRestore, AnotherServicesWordDoesNotCount) {
   EXPECT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 4);
 }
 
+// The service's folder is there, and none of the items that the service lists is in it.
+TEST_F(HelmsmanRestore, OfASnapshotWithoutAnyItemNothingIsCalledRestored) {
+  root.remove(saved(""));
+  root.writeFile(saved("/dump"), "a dump");
+  writePlugin(":");
+  const auto result = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err,
+              HasSubstr("warning: the restore program of depotHost was run; of the 2 "
+                        "items that the service lists, 2026-11-20-020000 holds none\n"));
+  EXPECT_THAT(result.err, Not(HasSubstr("restored")));
+  EXPECT_EQ(root.readFile("/srv/depot"), "new data");
+}
+
+TEST_F(HelmsmanRestore, NothingIsRestoredTakenBackOrRemovedDuringABackup) {
+  ASSERT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 0);
+  const auto calls = root.calls();
+  const host::Descriptor backup = test::holdBackupLock(root);
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"restore", "depotHost", "--yes", "--force"},
+        {"undo", "depotHost", "--yes"},
+        {"tidy", "--yes"},
+        {"recover", "--yes"}}) {
+    const auto result = helmsman(words);
+    EXPECT_EQ(result.status, 3) << words[0];
+    EXPECT_THAT(result.err, HasSubstr("a backup is running (see: helmsman status)\n")) << words[0];
+  }
+  EXPECT_EQ(root.calls(), calls);
+  EXPECT_EQ(root.readFile("/srv/depot"), "old data");
+  EXPECT_EQ(root.readFile("/srv/depot.previous"), "new data");
+}
+
 TEST_F(HelmsmanRestore, HandsTheOptionToTheService) {
   EXPECT_EQ(helmsman({"restore", "depotHost", "--yes", "--opt", "one two", "--no-verify"}).status,
             0);

@@ -124,6 +124,42 @@ TEST_F(HelmsmanRoom, WithoutANewerGoodSnapshotNothingGoes) {
   EXPECT_TRUE(root.exists(host + "2025-01-01-020000/big"));
 }
 
+// Of the night before, of the last good run, and of a run after it.
+std::vector<Snapshot> threeNights() {
+  std::vector<Snapshot> snapshots(3);
+  const char* const names[] = {"2026-11-19-020000", "2026-11-20-020000", "2026-11-21-020000"};
+  for (std::size_t index = 0; index < snapshots.size(); ++index) {
+    snapshots[index].name = names[index];
+    snapshots[index].hasSignature = true;
+  }
+  return snapshots;
+}
+
+RunRecord goodAt(const Snapshot& snapshot) {
+  RunRecord record;
+  record.lastGood[""] = {*beginOf(snapshot) + 600, 0};
+  return record;
+}
+
+TEST(MakingRoom, TakesWhatIsOlderThanTheLastGoodSnapshot) {
+  const auto snapshots = threeNights();
+  const RunRecord last = goodAt(snapshots[1]);
+  EXPECT_TRUE(mayMakeRoom({snapshots[0].name}, snapshots, last));
+  EXPECT_FALSE(mayMakeRoom({snapshots[0].name, snapshots[1].name}, snapshots, last));
+  EXPECT_FALSE(mayMakeRoom({}, snapshots, last));
+  EXPECT_FALSE(mayMakeRoom({snapshots[0].name}, snapshots, std::nullopt));
+}
+
+TEST(MakingRoom, NeedsASnapshotThatHoldsEveryServiceWhole) {
+  auto snapshots = threeNights();
+  const RunRecord last = goodAt(snapshots[1]);
+  snapshots[1].incomplete.push_back({"depotHost", {"its backup program ended with status 7"}});
+  EXPECT_FALSE(mayMakeRoom({snapshots[0].name}, snapshots, last));
+  snapshots[1].incomplete.clear();
+  snapshots[1].hasSignature = false;
+  EXPECT_FALSE(mayMakeRoom({snapshots[0].name}, snapshots, last));
+}
+
 RoomFigures plenty() {
   RoomFigures figures;
   figures.destination = "/mnt";

@@ -260,13 +260,7 @@ class HelmsmanOverdue : public test::BackupTest {
   void runningSince(std::int64_t started) {
     root.writeFile("/run/halyard/backup.json",
                    R"({"process": 4711, "started": ")" + timeText(started) + "\"}");
-    root.writeFile("/run/halyard/backup.lock", "", 0600);
-    lock_ =
-        host::Descriptor(::open(root.path("/run/halyard/backup.lock").c_str(), O_RDWR | O_CLOEXEC));
-    struct flock whole {};
-    whole.l_type = F_WRLCK;
-    whole.l_whence = SEEK_SET;
-    ASSERT_EQ(::fcntl(lock_.get(), F_OFD_SETLK, &whole), 0);
+    lock_ = test::holdBackupLock(root);
   }
 
  private:

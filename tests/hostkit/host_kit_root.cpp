@@ -1,5 +1,7 @@
 #include "host_kit_root.h"
 
+#include <fcntl.h>
+
 #include <array>
 #include <cstdio>
 #include <filesystem>
@@ -27,6 +29,17 @@ std::set<std::string> librariesOf(const std::string& program) {
 }
 
 }  // namespace
+
+host::Descriptor holdBackupLock(const PrivateRoot& root) {
+  const std::string lock = "/run/halyard/backup.lock";
+  root.writeFile(lock, "", 0600);
+  host::Descriptor file(::open(root.path(lock).c_str(), O_RDWR | O_CLOEXEC));
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  EXPECT_EQ(::fcntl(file.get(), F_OFD_SETLK, &whole), 0);
+  return file;
+}
 
 void HostKitTest::SetUp() {
   PrivateRootTest::SetUp();

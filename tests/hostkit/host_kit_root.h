@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/files/descriptor.h"
 #include "support/private_root.h"
 
 namespace halyard::test {
@@ -14,6 +15,9 @@ inline constexpr char kSayDone[] =
     "\nif [ \"$2\" = restore ]; then\n"
     "  for word; do [ \"$last\" != -path ] || "
     "echo \"done ${word##*/}\" >>\"${HALYARD_RESTORE_JOURNAL:-/dev/null}\"; last=$word; done\nfi\n";
+
+/// Holds the lock that a running backup holds, until the descriptor is closed.
+host::Descriptor holdBackupLock(const PrivateRoot& root);
 
 /// The fixture of the host kit's command tests: drivectl and helmsman of this build stand at their
 /// fixed paths, in place of the stand-ins.
