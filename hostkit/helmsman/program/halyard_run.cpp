@@ -54,6 +54,11 @@ bool halyardIsReady(int& status) {
     printError("this host is not set up yet (see: helmsman setup)");
     return false;
   }
+  return noHalyardRuns(status);
+}
+
+bool noHalyardRuns(int& status) {
+  status = kFailure;
   PidFileState state = pidFileState();
   if (state.isLeftover()) {
     if (removeLeftoverPidFile()) printNote(describe(state) + "; removed it");

@@ -41,6 +41,10 @@ host::TaskResult runHalyard(const std::vector<std::string>& words,
                             const host::TaskOptions& options = {},
                             Diagnostics diagnostics = Diagnostics::off);
 
+/// Whether no Halyard is at work. A leftover pid file is removed, with a note. Otherwise the reason
+/// is printed and the exit status for it is in `status`.
+bool noHalyardRuns(int& status);
+
 /// Whether Halyard can be run for a command now: setup is done, the program is there, no other
 /// run is active. A leftover pid file is removed, with a note. Otherwise the reason is printed and
 /// the exit status for it is in `status`: kBusy for a run that will end, kFailure for one that is

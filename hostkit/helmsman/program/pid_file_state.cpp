@@ -30,7 +30,6 @@ namespace halyard::hostkit {
 namespace {
 
 constexpr std::size_t kPidFileLimit = 4096;
-constexpr std::string_view kProgramName = paths::nameIn(paths::kProgram);
 constexpr std::size_t kStatusLimit = 4096;
 constexpr std::size_t kCommandLineLimit = std::size_t{2} << 20;  // As long as the kernel allows.
 
@@ -56,18 +55,26 @@ Result<std::string> executableOf(int process) {
 
 // Where the executable of another process may not be read, as in the backup unit: a name, which
 // nobody but root could have given to a process of root's.
-bool isNamedAsHalyard(int process) {
+bool isNamed(int process, std::string_view name) {
   struct stat status {};
   if (::stat(processFile(process, "").c_str(), &status) != 0 || status.st_uid != 0) return false;
-  const auto name = host::readFile(processFile(process, "comm"), kStatusLimit);
-  return name && trimLineFeeds(*name) == kProgramName;
+  const auto text = host::readFile(processFile(process, "comm"), kStatusLimit);
+  return text && trimLineFeeds(*text) == name;
 }
 
-bool isHalyard(int process) {
-  static const std::string program = host::realPath(paths::kProgram).value_or(paths::kProgram);
+bool runs(int process, const char* program) {
   const Result<std::string> executable = executableOf(process);
-  if (!executable) return executable.error().code == EACCES && isNamedAsHalyard(process);
-  return *executable == program || *executable == paths::kProgram;
+  if (!executable) {
+    return executable.error().code == EACCES && isNamed(process, paths::nameIn(program));
+  }
+  return *executable == program || *executable == host::realPath(program);
+}
+
+bool isHalyard(int process) { return runs(process, paths::kProgram); }
+
+// A helmsman that keeps Halyard out has the pid file itself.
+bool mayHavePidFile(int process) {
+  return isHalyard(process) || runs(process, paths::kAdministrationTool);
 }
 
 double secondsOf(const timespec& time) {
@@ -112,7 +119,7 @@ bool runsCommand(int process, const std::string& command) {
 
 Owner ownerOf(const PidFileState& state, const timespec& written) {
   if (::kill(state.process, 0) != 0 && errno == ESRCH) return Owner::gone;
-  if (!isHalyard(state.process)) {
+  if (!mayHavePidFile(state.process)) {
     return executableOf(state.process) ? Owner::stranger : Owner::unknown;
   }
   if (!startedAfter(state.process, written)) return Owner::halyard;
@@ -161,6 +168,9 @@ bool standsAtItsPath(const host::Descriptor& file) {
 
 std::string describeRun(const PidFileState& state, const std::string& who) {
   const std::string started = ", started " + ageText(state.runsFor.count());
+  if (state.command.starts_with(paths::nameIn(paths::kAdministrationTool))) {
+    return state.command + " is running (process " + std::to_string(state.process) + ")";
+  }
   return std::string(state.isStopped ? "Halyard was stopped by a signal ("
                                      : "Halyard is running (") +
          who + (state.isStuck() ? started : "") + ")";

@@ -13,14 +13,15 @@ inline constexpr std::chrono::hours kLongestRun{24};
 struct PidFileState {
   enum class Owner {
     none,      ///< There is no pid file.
-    halyard,   ///< The process is a running Halyard, not younger than the file.
+    halyard,   ///< The process is a running Halyard, or a helmsman that keeps Halyard out, not
+               ///< younger than the file.
     gone,      ///< There is no such process, or the file names none and no Halyard runs.
     stranger,  ///< The number belongs to another program, or a later run of it, by now.
     unknown,   ///< The process runs, or may run, and cannot be told apart.
   };
   Owner owner = Owner::none;
   int process = 0;      ///< 0 when the file does not say.
-  std::string command;  ///< The command word of that run.
+  std::string command;  ///< The command word of that run; "helmsman undo" of helmsman's.
   /// Of a Halyard that runs: a signal has stopped it, and no helmsman is at work on it.
   bool isStopped = false;
   std::chrono::seconds runsFor{};  ///< Of a Halyard that runs.

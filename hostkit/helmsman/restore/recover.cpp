@@ -16,7 +16,7 @@
 #include "helmsman/restore/recovery.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/restore/watched_restore.h"
-#include "helmsman/run/current_run.h"
+#include "helmsman/run/host_work.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/recovered_host.h"
 #include "helmsman/run/restore_record.h"
@@ -213,8 +213,10 @@ int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
 }  // namespace
 
 int recover(const RecoverArguments& arguments) {
-  if (!arguments.dryRun && isRefusedDuringBackup()) return kBusy;
   int status = kFailure;
+  const auto work =
+      arguments.dryRun ? std::optional<HostWork>() : HostWork::begin("recover", status);
+  if (!arguments.dryRun && !work) return status;
   const std::vector<std::string> conflicts = descriptorProblems();
   for (const std::string& text : conflicts) printError(text);
   if (!conflicts.empty() || !halyardIsReady(status)) return status;

@@ -16,7 +16,7 @@
 #include "helmsman/restore/restore_source.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/restore/watched_restore.h"
-#include "helmsman/run/current_run.h"
+#include "helmsman/run/host_work.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/service_links.h"
@@ -181,8 +181,10 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
 }  // namespace
 
 int restore(const RestoreArguments& arguments) {
-  if (!arguments.dryRun && isRefusedDuringBackup()) return kBusy;
   int status = kFailure;
+  const auto work =
+      arguments.dryRun ? std::optional<HostWork>() : HostWork::begin("restore", status);
+  if (!arguments.dryRun && !work) return status;
   const std::vector<std::string> conflicts = descriptorProblems();
   for (const std::string& text : conflicts) printError(text);
   if (!conflicts.empty()) return kFailure;

@@ -16,7 +16,7 @@
 #include "common/times.h"
 #include "common/tree_size.h"
 #include "helmsman/restore/trusted_folder.h"
-#include "helmsman/run/current_run.h"
+#include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "host/files/sync.h"
 #include "host/tree/remove_tree.h"
@@ -141,7 +141,9 @@ std::optional<std::int64_t> parseAge(std::string_view text) {
 }
 
 int tidy(const TidyArguments& arguments) {
-  if (!arguments.dryRun && isRefusedDuringBackup()) return kBusy;
+  int status = kFailure;
+  auto work = arguments.dryRun ? std::optional<HostWork>() : HostWork::begin("tidy", status);
+  if (!arguments.dryRun && !work) return status;
   std::int64_t before = secondsNow();
   if (!arguments.olderThan.empty()) {
     const auto age = parseAge(arguments.olderThan);
@@ -166,7 +168,7 @@ int tidy(const TidyArguments& arguments) {
     show(found);
     if (!confirmed("Remove them for good? undo cannot bring them back.")) return kFailure;
   }
-  return carryOut(found, arguments.json);
+  return work->keepHalyardOut(status) ? carryOut(found, arguments.json) : status;
 }
 
 }  // namespace halyard::hostkit

@@ -14,7 +14,7 @@
 #include "common/times.h"
 #include "helmsman/restore/server_units.h"
 #include "helmsman/restore/trusted_folder.h"
-#include "helmsman/run/current_run.h"
+#include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"
 #include "host/files/sync.h"
@@ -155,7 +155,9 @@ int carryOut(RestoreRecord record) {
 }  // namespace
 
 int undo(const UndoArguments& arguments) {
-  if (isRefusedDuringBackup()) return kBusy;
+  int status = kFailure;
+  auto work = HostWork::begin("undo", status);
+  if (!work) return status;
   std::string problem;
   const auto service = completeServiceName(servicePreferences(), arguments.service, problem);
   if (!service) {
@@ -173,7 +175,7 @@ int undo(const UndoArguments& arguments) {
     showPlan(record);
     if (!confirmed("Go ahead?")) return kFailure;
   }
-  return carryOut(record);
+  return work->keepHalyardOut(status) ? carryOut(record) : status;
 }
 
 }  // namespace halyard::hostkit

@@ -24,6 +24,7 @@
 #include "helmsman/run/engine.h"
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/halyard_backup.h"
+#include "helmsman/run/host_lock.h"
 #include "helmsman/run/incomplete_services.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/run/metadata_check.h"
@@ -350,15 +351,19 @@ int BackupCycle::finish() {
   return exitStatusOf(record_.result);
 }
 
-// A run that holds up all others is no reason to be quiet.
+// What holds up all others for a day is no reason to be quiet.
 int refuseBeside(const std::string& problem) {
-  const auto running = problem.empty() ? runningBackup() : std::nullopt;
-  if (running && isOverdue(*running)) {
-    printError("another backup has been running for longer than a day (see: helmsman status)");
+  if (!problem.empty()) {
+    printError(problem);
     return kFailure;
   }
-  printError(problem.empty() ? "another backup is running (see: helmsman status)" : problem);
-  return problem.empty() ? kBusy : kFailure;
+  const auto running = runningBackup();
+  const HostHolder holder = hostHolder();
+  const bool overdue = running ? isOverdue(*running) : holder.isOverdue();
+  printError((running ? "another backup" : holder.text) +
+             (overdue ? " has been running for longer than a day" : " is running") +
+             (running ? " (see: helmsman status)" : "; a backup would show half of its work"));
+  return overdue ? kFailure : kBusy;
 }
 
 }  // namespace

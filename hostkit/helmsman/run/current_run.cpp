@@ -1,7 +1,5 @@
 #include "helmsman/run/current_run.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +11,7 @@
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/program/pid_file_state.h"
+#include "helmsman/run/host_lock.h"
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
@@ -23,17 +22,6 @@ namespace {
 
 constexpr std::size_t kLimit = 65536;
 constexpr mode_t kFolderMode = 0755;
-// Whoever may open it may lock it.
-constexpr mode_t kLockMode = 0600;
-
-// Of the whole file; it belongs to the open file, so that the kernel lets go of it with the last
-// descriptor, and asking for it takes nothing.
-struct flock wholeFile() {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  return lock;
-}
 
 nlohmann::json parsed(const std::string& text) {
   return nlohmann::json::parse(text, nullptr, false);
@@ -51,12 +39,6 @@ std::optional<std::string> currentMark() {
 std::string textOf(const nlohmann::json& document, const char* key) {
   const auto found = document.find(key);
   return found != document.end() && found->is_string() ? found->get<std::string>() : "";
-}
-
-bool lockIsHeld() {
-  const host::Descriptor file(::open(kRunLock, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-  struct flock lock = wholeFile();
-  return file && ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 // Of the run that left this mark; absent when it has kept a record itself.
@@ -78,17 +60,11 @@ std::optional<RunRecord> recordOf(const std::string& mark) {
 }  // namespace
 
 std::optional<CurrentRun> CurrentRun::begin(std::string& problem) {
+  Result<host::Descriptor> lock = lockHost(HostUse::backup, "backup");
   problem.clear();
-  if (!makeFolders(kRunStateFolder, kFolderMode)) {
-    problem = std::string(kRunStateFolder) + ": " + errnoText(errno);
-    return std::nullopt;
-  }
-  host::Descriptor file(::open(kRunLock, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode));
-  if (file) (void)::fchmod(file.get(), kLockMode);  // One of an earlier version.
-  struct flock lock = wholeFile();
-  if (file && ::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) return CurrentRun(std::move(file));
-  if (!file || (errno != EAGAIN && errno != EACCES)) {
-    problem = std::string(kRunLock) + ": " + errnoText(errno);
+  if (lock) return CurrentRun(std::move(*lock));
+  if (lock.error().code != EAGAIN) {
+    problem = lock.error().tried + ": " + errnoText(lock.error().code);
   }
   return std::nullopt;
 }
@@ -116,7 +92,7 @@ void CurrentRun::end() {
 }
 
 std::optional<RunningBackup> runningBackup() {
-  if (!lockIsHeld()) return std::nullopt;
+  if (!isHeldByBackup()) return std::nullopt;
   const nlohmann::json document = documentIn(kRunStateFile);
   RunningBackup running;
   if (!document.is_object()) return running;
@@ -135,7 +111,7 @@ bool isOverdue(const RunningBackup& running) {
 std::optional<RunRecord> interruptedRun() {
   const auto mark = currentMark();
   // Read again after the lock: a run that ends or begins meanwhile has changed it.
-  if (!mark || lockIsHeld() || currentMark() != mark) return std::nullopt;
+  if (!mark || isHeldByBackup() || currentMark() != mark) return std::nullopt;
   return recordOf(*mark);
 }
 
@@ -157,12 +133,6 @@ bool settleInterruptedRun() {
   std::string problem;
   const auto held = CurrentRun::begin(problem);
   return held ? held->settleInterrupted() : problem.empty();
-}
-
-bool isRefusedDuringBackup() {
-  if (!runningBackup()) return false;
-  printError("a backup is running (see: helmsman status)");
-  return true;
 }
 
 }  // namespace halyard::hostkit

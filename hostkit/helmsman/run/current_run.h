@@ -14,7 +14,8 @@ namespace halyard::hostkit {
 /// what it does (below /run, for status), and a mark that survives a power cut.
 class CurrentRun {
  public:
-  /// Absent when another backup is running, or, with the reason, when the files cannot be made.
+  /// Absent when another backup, or a restore, holds the host, or, with the reason, when the files
+  /// cannot be made.
   static std::optional<CurrentRun> begin(std::string& problem);
   CurrentRun(CurrentRun&&) noexcept = default;
   CurrentRun& operator=(CurrentRun&&) = delete;
@@ -60,9 +61,5 @@ std::optional<RunRecord> latestRecord();
 /// Keeps the record of an interrupted run for good, unless a backup is running, which does so
 /// itself. False when it could not be written.
 bool settleInterruptedRun();
-
-/// Says so, and is true, while a backup of helmsman is running: its snapshot must not show half of
-/// a restore, nor a restore what the backup is about to remove.
-bool isRefusedDuringBackup();
 
 }  // namespace halyard::hostkit
