@@ -34,7 +34,8 @@ checkEqual "no other account can plant anything among the logs" '770 root:root' 
 rotate() {
   # Read by nobody else, as on a host.
   rm -f -- "$root/run/state"
-  (umask 077 && printf 'logrotate state -- version 2\n"/var/log/halyard/siteHost.log" 2020-1-1-0:0:0\n' >"$root/run/state")
+  (umask 077 && printf 'logrotate state -- version 2\n"/var/log/halyard/siteHost.log" 2020-1-1-0:0:0
+"/var/log/halyard/server_progress.log" 2020-1-1-0:0:0\n' >"$root/run/state")
   rotated=$(chroot "$root" logrotate --state /run/state /etc/logrotate.d/halyard 2>&1)
   status=$?
 }
@@ -49,4 +50,13 @@ rotate
 checkEqual "it ends well again" "0 " "$status $rotated"
 checkEqual "the log of the second month is set aside" 'the second month' "$(cat "$kLogs/siteHost.log.1" 2>&1)"
 checkEqual "that of the first is packed" 'the first month' "$(gzip -dc "$kLogs/siteHost.log.2.gz" 2>&1)"
+
+# A run is under way: it has its log open, and is judged by what stands there at its end.
+exec 3>>"$kLogs/server_progress.log"
+echo 'before the rotation' >&3
+rotate
+checkEqual "it ends well during a run" "0 " "$status $rotated"
+echo 'after the rotation' >&3
+exec 3>&-
+checkEqual "the progress log of the run is whole" $'before the rotation\nafter the rotation' "$(cat "$kLogs/server_progress.log" 2>&1)"
 finishTests
