@@ -3,18 +3,22 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "common/sizes.h"
 #include "common/table.h"
 #include "common/times.h"
 #include "helmsman/lint/descriptor_lint.h"
 #include "helmsman/report/metrics.h"
 #include "host_kit_root.h"
+#include "support/build_paths.h"
 
 namespace halyard::hostkit {
 namespace {
 
 using test::descriptorOf;
 using testing::Contains;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -114,6 +118,29 @@ TEST_F(HelmsmanCheck, FindsCommandLinesThatAreSplitAtBlanks) {
   EXPECT_THAT(lines, Contains(HasSubstr("quotes and backslashes are passed on")));
   EXPECT_THAT(lines, Contains(HasSubstr("no shell reads it")));
   EXPECT_THAT(lines, Contains(HasSubstr("begins with a blank, so no program is run")));
+}
+
+TEST_F(HelmsmanCheck, WarnsOfPreBackupCommandsWhoseFailureNobodyTells) {
+  writeDepot(descriptorOf("depotHost", kPlugin)
+                 .list("PreBackupServiceCommands", {"/usr/bin/false x"})
+                 .list("PostBackupServiceCommands", {"/usr/bin/false y"}));
+  EXPECT_THAT(findings(), ElementsAre("warning PreBackupServiceCommands: '/usr/bin/false x': a "
+                                      "failure of it is not told; the backup is called good"));
+  EXPECT_THAT(helmsman({"check"}).out,
+              HasSubstr("/30-depotHost.plist: PreBackupServiceCommands: "));
+}
+
+TEST_F(HelmsmanCheck, NoShippedServiceHasACommandWhoseFailureNobodyTells) {
+  std::size_t count = 0;
+  for (const auto& file :
+       std::filesystem::directory_iterator(test::sourceFolder() + "/services/descriptors")) {
+    std::filesystem::copy_file(file.path(),
+                               root.path("/private/etc/halyard/" + file.path().filename().string()),
+                               std::filesystem::copy_options::overwrite_existing);
+    ++count;
+  }
+  EXPECT_EQ(count, 7U);
+  EXPECT_THAT(findings(), Not(Contains(HasSubstr("PreBackupServiceCommands"))));
 }
 
 TEST_F(HelmsmanCheck, FindsFilesWhoseFolderNobodyMakes) {

@@ -160,6 +160,15 @@ void lintPrograms(const PropertyDictionary& content, FindingList& list) {
   }
 }
 
+// A backup cannot be judged by what the program does not tell.
+void lintUnjudged(const PropertyDictionary& content, FindingList& list) {
+  const char* const key = keys::kPreBackupServiceCommands;
+  for (const std::string& command : content.texts(key).value_or(std::vector<std::string>{})) {
+    list.warning(key, "'" + command + "': a failure of it is not told; the backup is called good",
+                 "do it in the backup program, whose status counts, or have that check it");
+  }
+}
+
 void lintFiles(const InstalledDescriptor& descriptor, const std::vector<std::string>& backupFolders,
                FindingList& list) {
   std::vector<std::string> before;
@@ -228,6 +237,7 @@ void lintDescriptor(const InstalledDescriptor& descriptor,
   lintName(descriptor, list);
   lintKeys(descriptor.content, list);
   lintPrograms(descriptor.content, list);
+  lintUnjudged(descriptor.content, list);
   for (const char* key : {keys::kPreBackupServiceCommands, keys::kPostBackupServiceCommands}) {
     for (const std::string& command :
          descriptor.content.texts(key).value_or(std::vector<std::string>{})) {
