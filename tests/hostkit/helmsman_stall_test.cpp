@@ -106,6 +106,24 @@ TEST_F(HelmsmanStall, ItsOrphansAreEndedAndServersOfEarlierServicesAreNot) {
   EXPECT_TRUE(root.exists("/server-lives"));
 }
 
+// It starts what it leaves behind while the plug-in is already running, as a server does that forks
+// again on its way into the background.
+TEST_F(HelmsmanStall, AServerOfAPreBackupCommandIsNoProgressOfThePlugin) {
+  root.writeScript("/usr/libexec/prepare",
+                   "sleep 305 </dev/null >/dev/null 2>&1 & echo $! >/server\n"
+                   "(sleep 1; (for i in $(seq 100); do sleep 0.2; done) &) "
+                   "</dev/null >/dev/null 2>&1 &");
+  root.writePlugin("/usr/libexec/slow", "[ \"$2\" = backup ] || exit 0\nsleep 300");
+  root.writeDescriptor("30-depotHost.plist",
+                       descriptorOf("depotHost", "/usr/libexec/slow")
+                           .list("PreBackupServiceCommands", {"/usr/libexec/prepare"}));
+  installEngine("kill -0 $(cat /server) && : >/server-lives\n" + std::string(kCopyMetadata));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(helmsman({"backup", "--stall-limit", "2s"}).status, 4);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
+  EXPECT_TRUE(root.exists("/server-lives"));
+}
+
 TEST_F(HelmsmanStall, AProgramThatIsAskedForItsSizeIsWatchedToo) {
   root.writePlugin(kPlugin,
                    "[ \"$2\" = backup ] && mkdir -p \"$4/srv\"\n"
@@ -194,7 +212,8 @@ TEST_F(HelmsmanStall, AHelmsmanThatIsKilledLeavesNoStoppedHalyardBehind) {
   EXPECT_TRUE(becomes(true));
   EXPECT_EQ(::kill(processEntry(halyard)->parent, SIGKILL), 0);
   EXPECT_TRUE(becomes(false));
-  EXPECT_GE(host::Descriptor(::open(root.path("/stay").c_str(), O_RDWR | O_CLOEXEC)).get(), 0);
+  const host::Descriptor stay(::open(root.path("/stay").c_str(), O_RDWR | O_CLOEXEC));
+  EXPECT_EQ(::write(stay.get(), "\n", 1), 1);
   run.join();
 }
 

@@ -20,23 +20,28 @@ namespace {
 
 constexpr std::chrono::seconds kGrace{5};
 constexpr std::chrono::milliseconds kLook{20};
-constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+
+// In the order of their starts; within one tick the number tells.
+using Begin = std::pair<std::uint64_t, int>;
+constexpr Begin kNever = {std::numeric_limits<std::uint64_t>::max(), 0};
+
+Begin beginOf(const ProcessEntry& entry) { return {entry.startTime, entry.process}; }
 
 // When the first of what the process has started began.
-std::uint64_t beginOf(int process) {
-  std::uint64_t begin = kNever;
+Begin beginBelow(int process) {
+  Begin begin = kNever;
   for (const ProcessEntry& entry : processesBelow(allProcesses(), process)) {
-    begin = std::min(begin, entry.startTime);
+    begin = std::min(begin, beginOf(entry));
   }
   return begin;
 }
 
 // What the process has started, and this process's orphans that are no older than `begin`.
-std::vector<ProcessEntry> startedBy(int process, std::uint64_t begin) {
+std::vector<ProcessEntry> startedBy(int process, const Begin& begin) {
   const std::vector<ProcessEntry> all = allProcesses();
   std::vector<ProcessEntry> started = processesBelow(all, process);
   for (const ProcessEntry& entry : processesBelow(all, ::getpid())) {
-    if (entry.parent != ::getpid() || entry.process == process || entry.startTime < begin) continue;
+    if (entry.parent != ::getpid() || entry.process == process || beginOf(entry) < begin) continue;
     started.push_back(entry);
     for (const ProcessEntry& below : processesBelow(all, entry.process)) started.push_back(below);
   }
@@ -79,7 +84,7 @@ int childRunning(const std::string& program) {
 
 void endWhatWasStartedBy(int process, AndThen andThen) {
   (void)::kill(process, SIGSTOP);
-  const std::uint64_t begin = beginOf(process);
+  const Begin begin = beginBelow(process);
   endAll([process, begin] {
     std::vector<int> left;
     for (const ProcessEntry& entry : startedBy(process, begin)) left.push_back(entry.process);
@@ -93,7 +98,8 @@ void endWhatWasStartedBy(int process, AndThen andThen) {
 
 PluginWatch::Clock::duration PluginWatch::stillFor(int process) {
   std::map<int, std::pair<std::uint64_t, std::uint64_t>> processes;
-  for (const ProcessEntry& entry : startedBy(process, beginOf(process))) {
+  // Orphans are left out: a server of a pre-backup command may be among them, which is never still.
+  for (const ProcessEntry& entry : processesBelow(allProcesses(), process)) {
     processes[entry.process] = {entry.ticks, bytesWrittenBy(entry.process)};
   }
   if (processes.empty() || processes != processes_) {

@@ -21,7 +21,9 @@ int childRunning(const std::string& program);
 enum class AndThen { goOn, endToo };
 void endWhatWasStartedBy(int process, AndThen andThen);
 
-/// Progress is output, processor time, a process that came or went, or a change below "/.Halyards".
+/// Progress is output, processor time, or a coming or going among the processes below Halyard, or a
+/// change below "/.Halyards". What has left them, as a server does that puts itself into the
+/// background, does not count.
 class PluginWatch {
  public:
   using Clock = std::chrono::steady_clock;
