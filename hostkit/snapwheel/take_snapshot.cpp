@@ -13,6 +13,7 @@
 #include "common/messages.h"
 #include "host/files/files.h"
 #include "host/tree/tree_copy.h"
+#include "host/volumes/volumes.h"
 #include "snapwheel/backup_state.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/owner_names.h"
@@ -65,7 +66,7 @@ class Walk {
     options.memory = &memory;
     options.excluded = [this](std::string_view path) { return request_.exclusions.match(path); };
     options.failed = [this](std::string_view path, int error) { return goesOn(path, error); };
-    const auto report = host::copyTree(request_.source, work_.volumePath(), options);
+    const auto report = copy(options);
     if (fatal_ == 0 && report.ended) {
       fatal_ = report.error;
     }
@@ -77,6 +78,14 @@ class Walk {
   }
 
  private:
+  /// What is mounted inside the source, as a hardened unit does for itself, must not hide what is
+  /// the source's own.
+  host::TreeCopyReport copy(const host::TreeCopyOptions& options) const {
+    auto source = host::openWithoutMounts(request_.source);
+    if (!source) return host::copyTree(request_.source, work_.volumePath(), options);
+    return host::copyTree(host::Location{std::move(*source), "."}, work_.volumePath(), options);
+  }
+
   /// What must be the same for an index to prove anything: the folder that was walked (a file
   /// system that was made anew has another root inode or birth time) and what was left out.
   std::string indexIdentity() const {

@@ -6,6 +6,7 @@
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
 #include "host/tree/tree_copy.h"
+#include "host/volumes/volumes.h"
 #include "support/items.h"
 #include "support/mounts.h"
 #include "support/scratch.h"
@@ -129,6 +130,27 @@ TEST(CopyTree, StaysOnOneFileSystemWhenTold) {
   EXPECT_THAT(listDirectory(scratch / "copy/again"), ElementsAre());
   EXPECT_TRUE(copyItem(scratch / "tree", scratch / "whole"));
   EXPECT_THAT(listDirectory(scratch / "whole/mounted"), ElementsAre("inner"));
+}
+
+TEST(CopyTree, TellsWhatItsOwnFileSystemHidesUnderAMount) {
+  const Scratch scratch;
+  scratch.write("tree/etc/file", "text");
+  const TestMount hidden = TestMount::bind(scratch / "tree/etc", scratch / "tree/etc");
+  if (!hidden.isMounted()) GTEST_SKIP() << "cannot mount here";
+  TreeCopyOptions options;
+  options.oneFileSystem = true;
+  std::vector<std::string> failures;
+  options.failed = [&](std::string_view path, int error) {
+    failures.push_back(std::string(path) + " " + std::to_string(error));
+    return true;
+  };
+  EXPECT_FALSE(copyTree(scratch / "tree", scratch / "copy", options).complete);
+  EXPECT_THAT(failures, ElementsAre("etc " + std::to_string(EXDEV)));
+  const auto bare = openWithoutMounts(scratch / "tree");
+  ASSERT_TRUE(bare);
+  const Location source{Descriptor(::dup(bare->get())), "."};
+  EXPECT_TRUE(copyTree(source, scratch / "whole", options).complete);
+  EXPECT_THAT(listDirectory(scratch / "whole/etc"), ElementsAre("file"));
 }
 
 TEST(CopyTree, CopiesAfreshWhereTheReferenceIsOnAnotherFileSystem) {

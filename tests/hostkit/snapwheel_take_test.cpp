@@ -7,6 +7,7 @@
 #include "snapwheel/owner_names.h"
 #include "snapwheel/remove_snapshots.h"
 #include "snapwheel/subvolume.h"
+#include "support/mounts.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -133,6 +134,17 @@ TEST_P(TakeSnapshot, WorksWithoutTheRecordOfThePreviousOne) {
   const SnapshotOutcome second = take();
   EXPECT_EQ(listTree(volumeOf(second)), expected());
   EXPECT_EQ(second.manifest.copied, isOnBtrfs(destination_) ? second.manifest.copied : 1U);
+}
+
+// As a unit with ProtectSystem= sees its host.
+TEST_P(TakeSnapshot, HoldsWhatAMountHides) {
+  const auto all = expected();
+  const auto onItself = test::TestMount::bind(at("etc"), at("etc"));
+  const auto onAnother = test::TestMount::bind(at("srv/deep"), at("proc"));
+  if (!onItself.isMounted() || !onAnother.isMounted()) GTEST_SKIP() << "cannot mount here";
+  const SnapshotOutcome outcome = take();
+  EXPECT_TRUE(outcome.manifest.complete);
+  EXPECT_EQ(listTree(volumeOf(outcome)), all);
 }
 
 TEST_P(TakeSnapshot, LeavesOutWhatIsNewlyExcluded) {

@@ -124,7 +124,11 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
   ++report_.items;
   names_.clear();
   const bool isMountedUpon = options_.oneFileSystem && !identity.sameMount(sourceRoot_);
-  error = isMountedUpon ? 0 : copyEntries();
+  if (isMountedUpon) {
+    error = identity.device == sourceRoot_.device ? tolerate(EXDEV, "") : 0;
+  } else {
+    error = copyEntries();
+  }
   if (error == 0 && mayHaveStale()) error = tolerate(removeStale(), "");
   return error;
 }

@@ -168,10 +168,18 @@ bool copyItem(const std::string& source, const std::string& destination) {
 TreeCopyReport copyTree(const std::string& source, const std::string& destination,
                         const TreeCopyOptions& options) {
   const Result<Location> from = locate(source);
-  const Result<Location> to = locate(destination);
-  if (from && to) return TreeCopier(options, SelfCopy::leftOut).copy(*from, *to);
+  if (from) return copyTree(*from, destination, options);
   TreeCopyReport report;
-  report.error = (from ? to : from).error().code;
+  report.error = from.error().code;
+  return report;
+}
+
+TreeCopyReport copyTree(const Location& source, const std::string& destination,
+                        const TreeCopyOptions& options) {
+  const Result<Location> to = locate(destination);
+  if (to) return TreeCopier(options, SelfCopy::leftOut).copy(source, *to);
+  TreeCopyReport report;
+  report.error = to.error().code;
   return report;
 }
 

@@ -59,7 +59,8 @@ struct TreeCopyOptions {
   /// A tree with an earlier copy of the source: a regular file whose kind, size, modification time,
   /// mode, owner, group and extended attributes are the same there becomes a hard link to it.
   std::string reference;
-  /// Does not descend into other mounted file systems (the empty mount point is copied).
+  /// Does not descend into other mounted file systems (the empty mount point is copied). A folder
+  /// of the same file system that is mounted somewhere hides what belongs there: EXDEV.
   bool oneFileSystem = false;
   /// Given a path relative to the source root, whether it and what is below it are left out.
   std::function<bool(std::string_view relativePath)> excluded;
@@ -94,6 +95,9 @@ struct TreeCopyReport {
 /// Copies the tree at `source` to `destination` in place: for work folders that a caller publishes
 /// or removes as a whole. A destination inside the source is left out of the copy.
 TreeCopyReport copyTree(const std::string& source, const std::string& destination,
+                        const TreeCopyOptions& options = {});
+/// The same for a source that is held open; "." is the open folder itself.
+TreeCopyReport copyTree(const Location& source, const std::string& destination,
                         const TreeCopyOptions& options = {});
 
 }  // namespace halyard::host

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <mntent.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -192,6 +193,12 @@ bool mountListed(const std::string& mountPoint) {
   }
   // A helper's status tells little; what counts is what is there now.
   return isMountPoint(mountPoint);
+}
+
+Result<Descriptor> openWithoutMounts(const std::string& path) {
+  const int tree = ::open_tree(AT_FDCWD, path.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC);
+  if (tree < 0) return Error{errno, path};
+  return Descriptor(tree);
 }
 
 std::vector<std::string> writableLocalVolumes() {

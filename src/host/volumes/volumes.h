@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "base/result.h"
+#include "host/files/descriptor.h"
+
 namespace halyard::host {
 
 /// What names a volume whatever its device is called today.
@@ -30,6 +33,11 @@ std::optional<std::string> listedMountPointOf(const VolumeTag& tag);
 /// Mounts the volume that fstab lists for the mount point. A helper that wants to ask something
 /// finds no terminal, no input, and fails. True when something is mounted there afterwards.
 bool mountListed(const std::string& mountPoint);
+
+/// A folder as its own volume holds it: what is mounted below it, or on top of parts of it, is not
+/// in the way, be it for this process alone. For the calls that are relative to a descriptor. Takes
+/// the right to mount (EPERM) and a kernel that knows how (ENOSYS).
+Result<Descriptor> openWithoutMounts(const std::string& path);
 
 /// Where file systems on this host's own block devices are mounted to be written. None where the
 /// kernel's table cannot be read, as in a root without /proc.
