@@ -71,6 +71,11 @@ std::string lastPathComponent(std::string_view path) {
   return components.empty() ? std::string() : components.back();
 }
 
+std::string parentPath(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
 std::string pathExtension(std::string_view path) {
   const std::string name = lastPathComponent(path);
   const std::size_t dot = name.rfind('.');

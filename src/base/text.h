@@ -36,6 +36,8 @@ std::vector<std::string> pathComponents(std::string_view path);
 std::string joinComponents(const std::vector<std::string>& components);
 /// The last of pathComponents(path); empty for an empty path.
 std::string lastPathComponent(std::string_view path);
+/// The folder of an absolute path's last name: the text before its last slash, "/" at the top.
+std::string parentPath(const std::string& path);
 /// What follows the last "." of the last component; empty without one. The name ".inProgress"
 /// alone has the extension "inProgress".
 std::string pathExtension(std::string_view path);

@@ -7,6 +7,7 @@
 #include "helmsman/run/run_display.h"
 #include "helmsman/run/run_judge.h"
 #include "helmsman/run/run_record.h"
+#include "support/tree_listing.h"
 
 namespace halyard::hostkit {
 namespace {
@@ -223,14 +224,19 @@ TEST_F(HelmsmanBackup, ALeftoverPidFileIsNoObstacle) {
   EXPECT_THAT(result.err, HasSubstr("left the pid file behind"));
 }
 
-TEST_F(HelmsmanBackup, WhatKeepsItFromStartingIsRecorded) {
+TEST_F(HelmsmanBackup, TouchesNothingOnAHostThatIsNotSetUp) {
   root.remove("/private/var/db/.VantorSetupDone");
-  auto result = helmsman({"backup"});
+  root.remove("/private/etc/halyard/com.vantor.Halyard.plist");
+  const auto before = test::listTree(root.path("/private"));
+  const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.err, HasSubstr("not set up yet"));
-  EXPECT_EQ(record()["result"], "failed");
+  EXPECT_EQ(result.err, "helmsman: this host is not set up yet (see: helmsman setup)\n");
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(test::listTree(root.path("/private")), before);
+  EXPECT_FALSE(root.exists("/var/lib/halyard/last-backup.json"));
+}
 
-  root.writeFile("/private/var/db/.VantorSetupDone", "");
+TEST_F(HelmsmanBackup, WhatKeepsItFromStartingIsRecorded) {
   root.writeEnginePreferences(0, "/Volumes/Backup");
   EXPECT_THAT(helmsman({"backup"}).err, HasSubstr("automatic backups are off"));
   root.writeEnginePreferences(1, "/Volumes/Away");

@@ -209,11 +209,44 @@ TEST_F(HelmsmanCheck, FindsFaultsInThePreferences) {
   EXPECT_THAT(lines, Contains("error service: is no key that is read"));
   EXPECT_THAT(lines, Contains(HasSubstr("warning depotHost: is 2: backed up, and left out")));
   EXPECT_THAT(lines, Contains(HasSubstr("warning postHost: is on, and no descriptor")));
-  EXPECT_THAT(lines, Contains(HasSubstr("warning chessHost: is none of the seven")));
+  EXPECT_THAT(lines, Contains(HasSubstr("warning chessHost: is no service that is known")));
   EXPECT_THAT(lines, Contains("error BackupAlias: '/Volumes/Away' leads to no volume"));
   EXPECT_THAT(lines, Contains(HasSubstr("warning Day: ")));
   EXPECT_THAT(lines, Contains(HasSubstr("warning Time: is missing")));
   EXPECT_THAT(lines, Contains("error Colour: is no key that is read"));
+}
+
+TEST_F(HelmsmanCheck, SaysOnAHostThatIsNotSetUpNothingButThat) {
+  forgetSetup();
+  EXPECT_THAT(findings(), ElementsAre("error : this host is not set up yet"));
+  EXPECT_EQ(helmsman({"check"}).status, 1);
+}
+
+TEST_F(HelmsmanCheck, IsContentWithAServiceOfOnesOwnOnceItIsEnabled) {
+  root.writeDescriptor("70-chessHost.plist", descriptorOf("chessHost", kPlugin));
+  EXPECT_THAT(findings(), ElementsAre("warning chessHost: has a descriptor and is no key: it "
+                                      "cannot be restored, browsed or verified"));
+  for (const char* command : {"browse", "restore"}) {
+    const auto refused = helmsman({command, "chessHost"});
+    EXPECT_NE(refused.status, 0) << command;
+    EXPECT_THAT(refused.err, HasSubstr("(see: helmsman enable chessHost)")) << command;
+  }
+  EXPECT_EQ(helmsman({"enable", "chessHost"}).status, 0);
+  EXPECT_THAT(findings(), ElementsAre());
+  EXPECT_THAT(helmsman({"browse", "chessHost"}).err, Not(HasSubstr("helmsman enable")));
+  EXPECT_EQ(helmsman({"disable", "chessHost"}).status, 1);
+}
+
+TEST_F(HelmsmanCheck, DoesNotDoubtWhatIsShipped) {
+  root.makeFolder("/etc/ldap/schema");
+  const auto text =
+      descriptorOf("depotHost", kPlugin).list("ConfigurationFiles", {"/etc/ldap/schema"});
+  writeDepot(text);
+  EXPECT_THAT(findings(), ElementsAre(HasSubstr("its folder /etc/ldap is not made")));
+  root.remove("/private/etc/halyard/30-depotHost.plist");
+  root.writeFile("/usr/share/halyard/services/30-depotHost.plist", text.plist());
+  ASSERT_EQ(helmsman({"enable", "depotHost"}).status, 0);
+  EXPECT_THAT(findings(), ElementsAre());
 }
 
 TEST_F(HelmsmanCheck, FindsPreferencesThatCannotBeRead) {

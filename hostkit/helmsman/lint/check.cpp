@@ -72,11 +72,31 @@ void print(const Findings& findings, bool asJson) {
   }
 }
 
+int conclude(const Findings& findings, const std::vector<InstalledDescriptor>& descriptors,
+             const CheckArguments& arguments) {
+  print(findings, arguments.json);
+  const auto errors = std::count_if(findings.begin(), findings.end(), [](const Finding& finding) {
+    return finding.severity == Finding::Severity::error;
+  });
+  const auto warnings = static_cast<std::ptrdiff_t>(findings.size()) - errors;
+  if (!arguments.json) {
+    noteWhatIsNotHere(descriptors);
+    printNote(std::to_string(descriptors.size()) + " descriptors, " + std::to_string(errors) +
+              " errors, " + std::to_string(warnings) + " warnings");
+  }
+  return errors == 0 && finishOutput() ? kSuccess : kFailure;
+}
+
 }  // namespace
 
 int check(const CheckArguments& arguments) {
   Findings findings;
   const auto descriptors = installedDescriptors();
+  if (!host::exists(paths::kSetupMarker)) {
+    FindingList(paths::kSetupMarker, findings)
+        .error("", "this host is not set up yet", "run helmsman setup");
+    return conclude(findings, descriptors, arguments);
+  }
   const std::vector<std::string> folders = backupFolders();
   for (const InstalledDescriptor& descriptor : descriptors) {
     lintDescriptor(descriptor, folders, findings);
@@ -88,18 +108,7 @@ int check(const CheckArguments& arguments) {
   lintEngineConfiguration(findings);
   lintHelmsmanConfiguration(findings);
   lintHost(findings);
-  print(findings, arguments.json);
-
-  const auto errors = std::count_if(findings.begin(), findings.end(), [](const Finding& finding) {
-    return finding.severity == Finding::Severity::error;
-  });
-  const auto warnings = static_cast<std::ptrdiff_t>(findings.size()) - errors;
-  if (!arguments.json) {
-    noteWhatIsNotHere(descriptors);
-    printNote(std::to_string(descriptors.size()) + " descriptors, " + std::to_string(errors) +
-              " errors, " + std::to_string(warnings) + " warnings");
-  }
-  return errors == 0 && finishOutput() ? kSuccess : kFailure;
+  return conclude(findings, descriptors, arguments);
 }
 
 }  // namespace halyard::hostkit

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "helmsman/lint/command_line_lint.h"
 #include "helmsman/settings/descriptor_conflicts.h"
+#include "helmsman/settings/service_links.h"
 #include "host/files/files.h"
 #include "product/descriptor_keys.h"
 #include "product/run_texts.h"
@@ -59,11 +60,6 @@ const char* kindName(Kind kind) {
       return "data";
   }
   return "of no kind";
-}
-
-std::string parentOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
 }
 
 void lintKeys(const PropertyDictionary& content, FindingList& list) {
@@ -147,8 +143,8 @@ void lintPrograms(const PropertyDictionary& content, FindingList& list) {
       list.warning(program.log,
                    "is missing: the arguments of the program end at \"-log\", without what follows",
                    "name a log file");
-    } else if (!host::isDirectory(parentOf(*log))) {
-      list.warning(program.log, "the folder " + parentOf(*log) + " is not there", "make it");
+    } else if (!host::isDirectory(parentPath(*log))) {
+      list.warning(program.log, "the folder " + parentPath(*log) + " is not there", "make it");
     }
   }
   const auto configuration = content.texts(keys::kConfigurationFiles);
@@ -191,7 +187,7 @@ void lintFiles(const InstalledDescriptor& descriptor, const std::vector<std::str
       if (heldByOne || folderIsMade(file, before)) continue;
       // Programs that are shipped for every host make folders for what theirs has.
       if (descriptor.content.text(keys::kBackupBinaryPath) && !host::exists(file)) continue;
-      const std::string folder = parentOf(file);
+      const std::string folder = parentPath(file);
       std::string problem = file;
       problem.append(": its folder ").append(folder).append(" is not made in the backup");
       if (descriptor.content.text(keys::kBackupBinaryPath)) {
@@ -210,12 +206,12 @@ void lintFiles(const InstalledDescriptor& descriptor, const std::vector<std::str
 }  // namespace
 
 bool folderIsMade(const std::string& file, const std::vector<std::string>& before) {
-  const std::string folder = parentOf(file);
+  const std::string folder = parentPath(file);
   if (folder == "/") return true;
   for (const std::string& other : before) {
     // A copied folder brings what is in it; a file makes the folders above its own folder.
     if (other != file && (folder == other || folder.starts_with(other + "/"))) return true;
-    const std::string above = parentOf(parentOf(other));
+    const std::string above = parentPath(parentPath(other));
     if (folder == above || above.starts_with(folder + "/")) return true;
   }
   return false;
@@ -244,7 +240,8 @@ void lintDescriptor(const InstalledDescriptor& descriptor,
       lintCommandLine(key, command, list);
     }
   }
-  lintFiles(descriptor, backupFolders, list);
+  // What is shipped was tried with its program.
+  if (!leadsToShipped(descriptor.path)) lintFiles(descriptor, backupFolders, list);
 }
 
 void lintTogether(const std::vector<InstalledDescriptor>& descriptors, Findings& findings) {

@@ -41,18 +41,23 @@ void lintFlag(const std::string& service, const PropertyValue& value,
     list.warning(service, "is neither integer nor boolean", "set it to 0 or 1");
   }
   const int flag = value.integerValue();
+  const bool installed = std::any_of(
+      descriptors.begin(), descriptors.end(),
+      [&](const InstalledDescriptor& descriptor) { return descriptor.serviceName() == service; });
   if (!isKnownService(service)) {
-    list.warning(service, "is none of the seven services; its flag is not looked at",
-                 "its descriptor alone decides; nothing to do when that is meant");
+    if (!installed) {
+      list.warning(service, "is no service that is known, and no descriptor of it is installed",
+                   "install it, or remove the key");
+    } else if (flag == 0) {
+      list.warning(service, "is 0, and every backup takes it: only the seven can be switched off",
+                   "run helmsman enable " + service + ", or remove its descriptor");
+    }
     return;
   }
   if (flag != 0 && flag != 1) {
     list.warning(service, "is " + std::to_string(flag) + ": backed up, and left out of the size",
                  "set it to 0 or 1");
   }
-  const bool installed = std::any_of(
-      descriptors.begin(), descriptors.end(),
-      [&](const InstalledDescriptor& descriptor) { return descriptor.serviceName() == service; });
   if (flag != 0 && !installed) {
     list.warning(service, "is on, and no descriptor of it is installed",
                  "install it, or run helmsman disable " + service);
@@ -131,8 +136,7 @@ void lintServicePreferences(const std::vector<InstalledDescriptor>& descriptors,
     const std::string name = descriptor.serviceName();
     if (name.empty() || services->find(name) != nullptr) continue;
     list.warning(name, "has a descriptor and is no key: it cannot be restored, browsed or verified",
-                 isKnownService(name) ? "run helmsman enable " + name
-                                      : "add it to \"services\" with the value 1");
+                 "run helmsman enable " + name);
   }
 }
 

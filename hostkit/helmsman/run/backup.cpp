@@ -170,6 +170,9 @@ bool BackupCycle::isPossible() {
 
 // Told before, so that nobody waits for a run to learn it, and again in the result.
 void BackupCycle::tellWhatIsLacking() {
+  for (const std::string& service : servicesWithoutKey()) {
+    printWarning(service + ": can only be restored after: helmsman enable " + service);
+  }
   links_ = listedLinks(leftOut_);
   for (const ListedLink& link : links_) printWarning(link.service + ": " + lackText(link));
   if (arguments_.noSnapshot) return;
@@ -374,6 +377,11 @@ int backup(const BackupArguments& arguments) {
   if (!configuration) {
     printError(problem);
     return kUsageError;
+  }
+  if (!host::exists(paths::kSetupMarker)) {
+    // Nothing was tried: there is nothing to record.
+    printError("this host is not set up yet (see: helmsman setup)");
+    return kFailure;
   }
   if (arguments.stallLimit) {
     configuration->stallLimit = arguments.stallLimit;

@@ -27,7 +27,7 @@ bool hasDescriptor(const std::string& service) {
       [&](const InstalledDescriptor& descriptor) { return descriptor.serviceName() == service; });
 }
 
-// The keys that are there, and the seven and the shipped ones that may be added.
+// The keys that are there, and the seven, the shipped and the installed ones that may be added.
 PropertyDictionary namesToChooseFrom(const PropertyDictionary& services) {
   PropertyDictionary names = services;
   for (const std::string_view name : kKnownServices) {
@@ -35,6 +35,9 @@ PropertyDictionary namesToChooseFrom(const PropertyDictionary& services) {
   }
   for (const ShippedDescriptor& shipped : shippedDescriptors()) {
     if (names.find(shipped.service) == nullptr) names.set(shipped.service, 0);
+  }
+  for (const std::string& name : servicesWithoutKey()) {
+    if (names.find(name) == nullptr) names.set(name, 0);
   }
   return names;
 }
@@ -46,8 +49,8 @@ bool canSwitch(const std::string& service, ServiceSwitch position) {
                paths::kConfigurationFolder + " or " + kServiceFolder);
     return false;
   }
-  // The flag of any other is not looked at; its link alone can be placed and removed.
-  if (!isKnownService(service) && !isShipped(service)) {
+  // The flag of any other is not looked at, but its key lets it be restored.
+  if (position == ServiceSwitch::off && !isKnownService(service) && !isShipped(service)) {
     printError(service +
                ": every backup takes it, whatever its flag says; remove its descriptor instead");
     return false;

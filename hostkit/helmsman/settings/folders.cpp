@@ -19,11 +19,6 @@ namespace {
 constexpr mode_t kOpenFolder = 0755;
 constexpr mode_t kLogFolderMode = 0770;
 
-std::string parentOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
-
 }  // namespace
 
 const std::vector<FixedFolder>& fixedFolders() {
@@ -39,7 +34,7 @@ const std::vector<FixedFolder>& fixedFolders() {
 
 Status makeFolders(const std::string& path, mode_t permissions) {
   if (host::isDirectory(path)) return {};
-  const std::string parent = parentOf(path);
+  const std::string parent = parentPath(path);
   if (parent != path) {
     if (const Status above = makeFolders(parent, kOpenFolder); !above) return above;
   }
@@ -62,7 +57,7 @@ FolderOutcome provideFolder(const FixedFolder& folder, std::string& problem) {
   }
   // A link that led nowhere leads somewhere now.
   if (host::isDirectory(folder.path)) return FolderOutcome::made;
-  if (const Status made = makeFolders(parentOf(folder.path), kOpenFolder); !made) {
+  if (const Status made = makeFolders(parentPath(folder.path), kOpenFolder); !made) {
     return failed(made.error());
   }
   if (::symlink(folder.native, folder.path) != 0) return failed({errno, folder.path});

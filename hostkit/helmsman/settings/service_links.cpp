@@ -70,6 +70,11 @@ bool isShipped(std::string_view service) {
                      [service](const auto& one) { return one.service == service; });
 }
 
+bool leadsToShipped(const std::string& path) {
+  const auto real = host::realPath(path);
+  return real && parentPath(*real) == host::realPath(kServiceFolder).value_or(kServiceFolder);
+}
+
 LinkChange placeLinks(std::string_view service) {
   LinkChange change;
   if (hasInstalledDescriptor(service)) return change;

@@ -21,6 +21,9 @@ std::vector<ShippedDescriptor> shippedDescriptors();
 
 bool isShipped(std::string_view service);
 
+/// Whether an installed descriptor is a link to one that packages bring.
+bool leadsToShipped(const std::string& path);
+
 /// What became of the links of a service.
 struct LinkChange {
   bool changed = false;

@@ -51,6 +51,16 @@ PropertyDictionary servicePreferences() {
   return services == nullptr ? PropertyDictionary{} : *services;
 }
 
+std::vector<std::string> servicesWithoutKey() {
+  const PropertyDictionary services = servicePreferences();
+  std::vector<std::string> names;
+  for (const InstalledDescriptor& descriptor : installedDescriptors()) {
+    const std::string name = descriptor.serviceName();
+    if (!name.empty() && services.find(name) == nullptr) names.push_back(name);
+  }
+  return names;
+}
+
 std::optional<std::string> completeServiceName(const PropertyDictionary& services,
                                                std::string_view typed, std::string& problem) {
   if (const auto meant = serviceOfWord(typed); meant && services.find(*meant) != nullptr) {
@@ -75,7 +85,11 @@ std::optional<std::string> completeServiceName(const PropertyDictionary& service
   if (fitting.size() == 1) return fitting.front();
 
   const std::string quoted = "'" + std::string(typed) + "'";
-  if (fitting.empty()) {
+  const std::vector<std::string> others = servicesWithoutKey();
+  if (fitting.empty() && std::find(others.begin(), others.end(), typed) != others.end()) {
+    problem = std::string(typed) + " has a descriptor, and the preferences do not know it yet " +
+              "(see: helmsman enable " + std::string(typed) + ")";
+  } else if (fitting.empty()) {
     problem = "there is no service " + quoted +
               (known.empty() ? "; the preferences name none" : "; there are: " + known);
   } else {

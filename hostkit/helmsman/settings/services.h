@@ -31,6 +31,10 @@ std::vector<InstalledDescriptor> installedDescriptors();
 /// The "services" dictionary of the preference file; empty when there is none.
 PropertyDictionary servicePreferences();
 
+/// Installed services that the preferences have no key for: they are backed up, and cannot be
+/// restored, browsed or verified.
+std::vector<std::string> servicesWithoutKey();
+
 /// Finds a service by what an administrator typed: its exact key in the preferences, else its plain
 /// word (see servers.h), else the one key that differs in letter case only or begins with the text
 /// in any case. Absent, with the reason, when no key or more than one fits.

@@ -80,9 +80,7 @@ bool provideComputerName() {
     return false;
   }
   const std::string name = computerNameFromHostName(hostName());
-  if (!makeFolders(std::string(paths::kHostConfigurationFile)
-                       .substr(0, std::string(paths::kHostConfigurationFile).rfind('/')),
-                   0755)) {
+  if (!makeFolders(parentPath(paths::kHostConfigurationFile), 0755)) {
     printError(std::string("the folder of ") + paths::kHostConfigurationFile +
                " could not be made");
     return false;
