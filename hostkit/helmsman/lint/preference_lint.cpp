@@ -46,7 +46,7 @@ void lintFlag(const std::string& service, const PropertyValue& value,
       [&](const InstalledDescriptor& descriptor) { return descriptor.serviceName() == service; });
   if (!isKnownService(service)) {
     if (!installed) {
-      list.warning(service, "is no service that is known, and no descriptor of it is installed",
+      list.warning(service, "is no service that is known, and has no descriptor",
                    "install it, or remove the key");
     } else if (flag == 0) {
       list.warning(service, "is 0, and every backup takes it: only the seven can be switched off",
