@@ -7,6 +7,7 @@
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 #include <uuid.h>
 
 #include <algorithm>
@@ -224,12 +225,14 @@ Result<Volume> volumeOf(const std::string& path) {
   if (::statfs(path.c_str(), &fileSystem) != 0) return Error{errno, path};
 
   Volume volume;
+  volume.number = makedev(status->stx_dev_major, status->stx_dev_minor);
   const MountTable table = mountTable();
   libmnt_fs* row = mountOf(table.get(), *status);
   if (row != nullptr) {
     volume.mountPoint = orEmpty(mnt_fs_get_target(row));
     volume.device = orEmpty(mnt_fs_get_source(row));
     volume.type = orEmpty(mnt_fs_get_fstype(row));
+    volume.root = orEmpty(mnt_fs_get_root(row));
   } else {
     volume.mountPoint = highestFolder(path, *status);
     volume.type = typeName(fileSystem.f_type);
@@ -241,6 +244,8 @@ Result<Volume> volumeOf(const std::string& path) {
   identify(volume, row, fileSystem);
   return volume;
 }
+
+bool areMountsKnown() { return ::access(kMountInfo, R_OK) == 0; }
 
 std::vector<Volume> mountedVolumes() {
   std::vector<Volume> volumes;

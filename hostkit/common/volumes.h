@@ -17,11 +17,13 @@ struct Volume {
     rootFolder,  ///< The volume's root folder: no UUID, or "/" is a folder of a bigger volume.
   };
 
-  std::string mountPoint;  ///< As this process sees it.
-  std::string device;      ///< "/dev/sda1", "server:/export"; empty when it cannot be known.
-  std::string type;        ///< "ext4", "tmpfs"; empty when it cannot be known.
-  std::string label;       ///< Empty without one.
-  std::string uuid;        ///< Never empty, in lower case as the file system's tools show it.
+  std::string mountPoint;    ///< As this process sees it.
+  std::string device;        ///< "/dev/sda1", "server:/export"; empty when it cannot be known.
+  std::string type;          ///< "ext4", "tmpfs"; empty when it cannot be known.
+  std::string root;          ///< Its folder that is mounted, "/" for all; empty when it is unknown.
+  std::uint64_t number = 0;  ///< The device number of its items, the same wherever it is mounted.
+  std::string label;         ///< Empty without one.
+  std::string uuid;          ///< Never empty, in lower case as the file system's tools show it.
   Identity identity = Identity::fileSystem;
   bool readOnly = false;
   std::uint64_t totalBytes = 0;
@@ -37,6 +39,9 @@ struct Volume {
 /// same at every call, another one for every other root, even a copy of this one. Nothing is
 /// stored, so no copy can carry it along.
 Result<Volume> volumeOf(const std::string& path);
+
+/// Whether the kernel's table of mounts can be read; without it "/" is all that is known.
+bool areMountsKnown();
 
 /// The mounted volumes that hold files: those on block devices, network file systems, tmpfs and
 /// overlay roots; no kernel interfaces. In the order they were mounted, each mount point once.

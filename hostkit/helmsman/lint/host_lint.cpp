@@ -6,6 +6,9 @@
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/run/clock_check.h"
 #include "helmsman/run/current_run.h"
+#include "helmsman/run/incomplete_services.h"
+#include "helmsman/settings/helmsman_configuration.h"
+#include "helmsman/settings/local_volumes.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/snapshots/machine_record.h"
 #include "helmsman/snapshots/repository.h"
@@ -57,6 +60,24 @@ void lintSnapshotFolder(Findings& findings) {
   list.error("", problem, "until then nothing is backed up");
 }
 
+// What makes every backup partial until something is done about it.
+void lintVolumes(Findings& findings) {
+  std::string ignored;  // Both have findings of their own.
+  const auto destination = backupDestination(ignored);
+  const auto configuration = helmsmanConfiguration(ignored);
+  const std::vector<std::string> leftOut =
+      configuration ? configuration->leftOut : std::vector<std::string>();
+  FindingList list("this host", findings);
+  for (const LocalVolume& volume : localVolumes(destination.value_or(""), leftOut)) {
+    if (isLacking(volume)) {
+      list.warning("", lackText(volume), "until then no backup is good");
+    }
+  }
+  for (const ServiceLack& lack : lacksOfHost(leftOut)) {
+    list.warning(lack.service, lack.text, "until then its backup is not good");
+  }
+}
+
 }  // namespace
 
 void lintHost(Findings& findings) {
@@ -64,6 +85,7 @@ void lintHost(Findings& findings) {
   lintRun(findings);
   lintClock(findings);
   lintSnapshotFolder(findings);
+  lintVolumes(findings);
 }
 
 }  // namespace halyard::hostkit

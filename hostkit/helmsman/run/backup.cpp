@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <optional>
 #include <set>
@@ -102,7 +101,7 @@ class BackupCycle {
   std::string destination_;
   std::vector<Snapshot> snapshots_;
   bool isFirst_ = true;  // There is no snapshot yet.
-  std::vector<ListedLink> links_;
+  std::vector<ServiceLack> lacks_;
   bool metadataIsWhole_ = false;
 };
 
@@ -173,11 +172,11 @@ void BackupCycle::tellWhatIsLacking() {
   for (const std::string& service : servicesWithoutKey()) {
     printWarning(service + ": can only be restored after: helmsman enable " + service);
   }
-  links_ = listedLinks(leftOut_);
-  for (const ListedLink& link : links_) printWarning(link.service + ": " + lackText(link));
+  lacks_ = lacksOfHost(leftOut_);
+  for (const ServiceLack& lack : lacks_) printWarning(lack.service + ": " + lack.text);
   if (arguments_.noSnapshot) return;
   for (const LocalVolume& volume : localVolumes(destination_, leftOut_)) {
-    if (volume.state != LocalVolume::State::notInSnapshot) continue;
+    if (!isLacking(volume)) continue;
     printWarning(lackText(volume));
     problem(lackText(volume));
   }
@@ -266,7 +265,7 @@ void BackupCycle::backUpServices() {
   if (arguments_.noEstimate) warnOfSizes(backup.stalls);  // Halyard asks once more by itself.
   record_.services = std::move(backup.services);
   metadataIsWhole_ = backup.isWhole;
-  addLacks(links_, expected.undescribed, record_.services);
+  addLacks(lacks_, expected.undescribed, record_.services);
   for (std::string& text : backup.problems) problem(std::move(text));
   for (ServiceResult& service : record_.services) {
     service.absent = service.done && absent.contains(service.name);
@@ -388,9 +387,7 @@ int backup(const BackupArguments& arguments) {
     configuration->serviceStallLimits.clear();
   }
   auto current = CurrentRun::begin(problem);
-  if (!current) {
-    return refuseBeside(problem);
-  }
+  if (!current) return refuseBeside(problem);
   if (!current->settleInterrupted()) {
     printWarning(std::string("the record of an interrupted run could not be kept in ") +
                  kStateFolder);

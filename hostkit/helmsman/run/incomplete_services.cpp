@@ -5,15 +5,25 @@
 
 #include "common/incomplete_mark.h"
 #include "helmsman/run/expected_services.h"
+#include "helmsman/settings/local_volumes.h"
 
 namespace halyard::hostkit {
 
-void addLacks(const std::vector<ListedLink>& links, const std::vector<std::string>& undescribed,
+std::vector<ServiceLack> lacksOfHost(const std::vector<std::string>& leftOut) {
+  std::vector<ServiceLack> lacks;
+  for (const auto& link : listedLinks(leftOut)) lacks.push_back({link.service, lackText(link)});
+  for (const auto& listed : listedOnUnmounted()) {
+    lacks.push_back({listed.service, lackText(listed)});
+  }
+  return lacks;
+}
+
+void addLacks(const std::vector<ServiceLack>& lacks, const std::vector<std::string>& undescribed,
               std::vector<ServiceResult>& services) {
-  for (const ListedLink& link : links) {
+  for (const ServiceLack& lack : lacks) {
     for (ServiceResult& service : services) {
-      if (service.name != link.service) continue;
-      service.problems.push_back(lackText(link));
+      if (service.name != lack.service) continue;
+      service.problems.push_back(lack.text);
       service.done = false;
     }
   }

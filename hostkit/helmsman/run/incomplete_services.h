@@ -5,14 +5,22 @@
 #include <vector>
 
 #include "helmsman/run/run_record.h"
-#include "helmsman/settings/local_volumes.h"
 #include "helmsman/snapshots/repository.h"
 
 namespace halyard::hostkit {
 
-/// Adds what a run lacks by what the host is like: the links that a service lists, and the services
-/// that are switched on without a descriptor. No snapshot may pass for one that holds them.
-void addLacks(const std::vector<ListedLink>& links, const std::vector<std::string>& undescribed,
+/// What the backup of a service lacks, whatever its programs do.
+struct ServiceLack {
+  std::string service;
+  std::string text;
+};
+
+/// By the host as it is now: listed links, and listed paths on volumes that are not mounted.
+std::vector<ServiceLack> lacksOfHost(const std::vector<std::string>& leftOut);
+
+/// Adds these, and the services that are switched on without a descriptor. No snapshot may pass for
+/// one that holds them.
+void addLacks(const std::vector<ServiceLack>& lacks, const std::vector<std::string>& undescribed,
               std::vector<ServiceResult>& services);
 
 /// Brings results and marks together: a service whose plug-in left the mark is not good and gets

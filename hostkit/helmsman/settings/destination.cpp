@@ -21,6 +21,7 @@
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/timer.h"
 #include "host/files/files.h"
+#include "host/files/property_file.h"
 #include "host/volumes/alias.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
@@ -65,6 +66,14 @@ std::optional<PropertyDictionary> enginePreferences() {
   auto preferences = readPropertyFile(paths::kEnginePreferenceFile, problem);
   if (!preferences) printError(problem);
   return preferences;
+}
+
+std::string storedSpecification(const PropertyDictionary& preferences) {
+  const PropertyValue* alias = preferences.find(keys::kBackupAlias);
+  if (alias == nullptr) return {};
+  if (const std::string* bytes = alias->asData()) return *bytes;
+  if (const std::string* text = alias->asString()) return *text;
+  return {};
 }
 
 // What is remembered for a path: the volume's UUID when the path is its mount point.
@@ -121,14 +130,6 @@ int set(const DestinationArguments& arguments) {
   printNote("snapshots go to " + *path + " (" + specification + ")" +
             (volume ? ", " + sizeText(volume->availableBytes) + " free" : ""));
   return kSuccess;
-}
-
-std::string storedSpecification(const PropertyDictionary& preferences) {
-  const PropertyValue* alias = preferences.find(keys::kBackupAlias);
-  if (alias == nullptr) return {};
-  if (const std::string* bytes = alias->asData()) return *bytes;
-  if (const std::string* text = alias->asString()) return *text;
-  return {};
 }
 
 int show(bool asJson) {
@@ -191,6 +192,11 @@ int list(bool asJson) {
 }
 
 }  // namespace
+
+std::string destinationSpecification() {
+  const auto preferences = host::readDictionary(paths::kEnginePreferenceFile);
+  return preferences ? storedSpecification(*preferences) : "";
+}
 
 int destination(const DestinationArguments& arguments) {
   if (arguments.list) return list(arguments.json);

@@ -24,4 +24,7 @@ struct DestinationArguments {
 /// Returns: the exit status.
 int destination(const DestinationArguments& arguments);
 
+/// The destination as the preferences name it, whether it is there or not; empty without one.
+std::string destinationSpecification();
+
 }  // namespace halyard::hostkit

@@ -1,10 +1,8 @@
 #include "helmsman/settings/local_volumes.h"
 
-#include <libmount.h>
-
 #include <algorithm>
+#include <array>
 #include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -15,6 +13,8 @@
 #include "common/paths.h"
 #include "common/sizes.h"
 #include "common/table.h"
+#include "helmsman/settings/destination.h"
+#include "helmsman/settings/file_system_table.h"
 #include "helmsman/settings/folders.h"
 #include "helmsman/settings/services.h"
 #include "host/files/files.h"
@@ -35,19 +35,47 @@ bool isAtOrBelow(const std::string& path, const std::string& folder) {
   return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
 }
 
-class FileSystemTable {
- public:
-  FileSystemTable() : table_(mnt_new_table_from_file("/etc/fstab"), &mnt_unref_table) {}
-  bool mounts(const std::string& mountPoint) const {
-    return table_ && mnt_table_find_target(table_.get(), mountPoint.c_str(), MNT_ITER_FORWARD);
-  }
+bool isAtOrBelowAsText(const std::string& path, const std::string& folder) {
+  return folder == "/" || isAtOrBelow(path, folder);
+}
 
- private:
-  std::unique_ptr<libmnt_table, decltype(&mnt_unref_table)> table_;
-};
+// Images that nobody can write to hold nothing that is not elsewhere.
+bool isImage(const Volume& volume) {
+  constexpr std::array<std::string_view, 5> kKinds = {"squashfs", "erofs", "iso9660", "cramfs",
+                                                      "romfs"};
+  return std::ranges::find(kKinds, volume.type) != kKinds.end();
+}
 
 bool isLocal(const Volume& volume) {
-  return volume.device.starts_with("/dev/") || volume.type == "zfs";
+  const bool hasDevice = volume.device.starts_with("/dev/") || volume.type == "zfs";
+  return hasDevice && !isImage(volume) && host::isDirectory(volume.mountPoint);
+}
+
+// Whether a volume shows what another one shows as well, by the folders that are mounted of both.
+bool isShownBy(const Volume& volume, const Volume& other) {
+  return volume.number == other.number && !volume.root.empty() && !other.root.empty() &&
+         isAtOrBelowAsText(volume.root, other.root);
+}
+
+// Where the backups are meant to go, wherever that is now.
+bool isDestination(const ListedVolume& listed) {
+  const std::string specification = destinationSpecification();
+  return !specification.empty() &&
+         (listed.source == specification || isAtOrBelow(specification, listed.mountPoint));
+}
+
+bool isMountedIn(const std::vector<Volume>& mounted, const ListedVolume& listed) {
+  const std::string place = host::realPath(listed.mountPoint).value_or(listed.mountPoint);
+  return std::ranges::find(mounted, place, &Volume::mountPoint) != mounted.end();
+}
+
+std::vector<ListedVolume> unmountedVolumes(const std::vector<Volume>& mounted) {
+  if (!areMountsKnown()) return {};
+  std::vector<ListedVolume> volumes = listedVolumes();
+  std::erase_if(volumes, [&](const ListedVolume& listed) {
+    return isMountedIn(mounted, listed) || isDestination(listed);
+  });
+  return volumes;
 }
 
 // The service lists what the link leads to as well, or a folder around it.
@@ -95,34 +123,48 @@ int include(const std::string& path, const HelmsmanConfiguration& configuration)
   return kSuccess;
 }
 
-void printVolumes(const std::vector<LocalVolume>& all, const std::vector<ListedLink>& links) {
+// Absent for one that is not mounted.
+std::optional<std::uint64_t> usedBytes(const LocalVolume& local) {
+  if (local.volume.totalBytes == 0) return std::nullopt;
+  return local.volume.totalBytes - local.volume.freeBytes;
+}
+
+void printVolumes(const std::vector<LocalVolume>& all, const std::vector<ListedLink>& links,
+                  const std::vector<ListedOnUnmounted>& unmounted) {
   std::vector<std::vector<std::string>> rows = {{"MOUNTED", "DEVICE", "TYPE", "USED", "BACKUP"}};
   for (const LocalVolume& local : all) {
     rows.push_back({local.volume.mountPoint, local.volume.device, local.volume.type,
-                    sizeText(local.volume.totalBytes - local.volume.freeBytes),
-                    stateText(local.state)});
+                    usedBytes(local) ? sizeText(*usedBytes(local)) : "-", stateText(local.state)});
   }
   (void)std::fputs(tableText(rows).c_str(), stdout);
   for (const LocalVolume& local : all) {
-    if (local.state == State::notInSnapshot) printNote(lackText(local));
+    if (isLacking(local)) printNote(lackText(local));
   }
   for (const ListedLink& link : links) printNote(link.service + ": " + lackText(link));
+  for (const auto& listed : unmounted) printNote(listed.service + ": " + lackText(listed));
 }
 
 nlohmann::json volumesJson(const std::vector<LocalVolume>& all,
-                           const std::vector<ListedLink>& links) {
+                           const std::vector<ListedLink>& links,
+                           const std::vector<ListedOnUnmounted>& unmounted) {
   nlohmann::json document = {{"volumes", nlohmann::json::array()},
-                             {"links", nlohmann::json::array()}};
+                             {"links", nlohmann::json::array()},
+                             {"unmounted", nlohmann::json::array()}};
   for (const LocalVolume& local : all) {
     document["volumes"].push_back({{"mountPoint", local.volume.mountPoint},
                                    {"device", local.volume.device},
                                    {"type", local.volume.type},
-                                   {"usedBytes", local.volume.totalBytes - local.volume.freeBytes},
+                                   {"usedBytes", nullptr},
                                    {"state", stateText(local.state)}});
+    if (const auto used = usedBytes(local)) document["volumes"].back()["usedBytes"] = *used;
   }
   for (const ListedLink& link : links) {
     document["links"].push_back(
         {{"service", link.service}, {"path", link.path}, {"target", link.target}});
+  }
+  for (const ListedOnUnmounted& listed : unmounted) {
+    document["unmounted"].push_back(
+        {{"service", listed.service}, {"path", listed.path}, {"mountPoint", listed.mountPoint}});
   }
   return document;
 }
@@ -135,27 +177,79 @@ const char* stateText(State state) {
       return "in the snapshot";
     case State::leftOut:
       return "left out";
+    case State::notMounted:
+      return "not mounted";
     case State::notInSnapshot:
       break;
   }
   return "not in the snapshot";
 }
 
+std::vector<Volume> ownVolumes(std::vector<Volume> mounted) {
+  std::erase_if(mounted,
+                [](const Volume& volume) { return volume.mountPoint != "/" && !isLocal(volume); });
+  std::vector<Volume> own;
+  for (std::size_t index = 0; index < mounted.size(); ++index) {
+    bool isShown = false;
+    for (std::size_t other = 0; other < mounted.size(); ++other) {
+      // Of two that show the same the first stays, and "/" before all.
+      const bool comesFirst = mounted[index].root != mounted[other].root || other < index ||
+                              mounted[other].mountPoint == "/";
+      isShown =
+          isShown || (other != index && comesFirst && isShownBy(mounted[index], mounted[other]));
+    }
+    if (!isShown || mounted[index].mountPoint == "/") own.push_back(mounted[index]);
+  }
+  return own;
+}
+
 std::vector<LocalVolume> localVolumes(const std::string& destination,
                                       const std::vector<std::string>& leftOut) {
-  const FileSystemTable table;
   const Result<Volume> holder = volumeOf(destination);
+  const std::vector<Volume> mounted = mountedVolumes();
   std::vector<LocalVolume> local;
-  for (Volume& volume : mountedVolumes()) {
+  for (Volume& volume : ownVolumes(mounted)) {
     const bool isRoot = volume.mountPoint == "/";
-    if (!isRoot && (!isLocal(volume) || !table.mounts(volume.mountPoint))) continue;
-    if (!isRoot && holder && holder->mountPoint == volume.mountPoint) continue;
+    const bool isOurs =
+        holder && (holder->mountPoint == volume.mountPoint || isShownBy(volume, *holder));
+    if (!isRoot && isOurs) continue;
     const State state = isRoot                                 ? State::inSnapshot
                         : isListed(leftOut, volume.mountPoint) ? State::leftOut
                                                                : State::notInSnapshot;
     local.push_back({std::move(volume), state});
   }
+  for (const ListedVolume& listed : unmountedVolumes(mounted)) {
+    LocalVolume missing;
+    missing.volume.mountPoint = listed.mountPoint;
+    missing.volume.device = listed.source;
+    missing.volume.type = listed.type;
+    missing.state = isListed(leftOut, listed.mountPoint) ? State::leftOut : State::notMounted;
+    local.push_back(std::move(missing));
+  }
   return local;
+}
+
+bool isLacking(const LocalVolume& volume) {
+  return volume.state == State::notInSnapshot || volume.state == State::notMounted;
+}
+
+std::vector<ListedOnUnmounted> listedOnUnmounted() {
+  const std::vector<ListedVolume> unmounted = unmountedVolumes(mountedVolumes());
+  const PropertyDictionary preferences = servicePreferences();
+  std::vector<ListedOnUnmounted> found;
+  for (const InstalledDescriptor& descriptor : installedDescriptors()) {
+    const std::string service = descriptor.serviceName();
+    if (service.empty() || !isBackedUp(preferences, service)) continue;
+    for (const std::string& file : descriptor.files()) {
+      const std::string path = host::realPath(file).value_or(file);
+      for (const ListedVolume& volume : unmounted) {
+        if (isAtOrBelow(path, volume.mountPoint) || isAtOrBelow(volume.mountPoint, path)) {
+          found.push_back({service, file, volume.mountPoint});
+        }
+      }
+    }
+  }
+  return found;
 }
 
 std::vector<ListedLink> listedLinks(const std::vector<std::string>& leftOut) {
@@ -175,9 +269,17 @@ std::vector<ListedLink> listedLinks(const std::vector<std::string>& leftOut) {
 }
 
 std::string lackText(const LocalVolume& volume) {
-  return "the volume at " + volume.volume.mountPoint +
-         " is not in the snapshot (see: helmsman volumes leave-out " + volume.volume.mountPoint +
-         ")";
+  const std::string& place = volume.volume.mountPoint;
+  return "the volume at " + place +
+         (volume.state == State::notMounted ? " is not mounted, and what it holds is not in the "
+                                              "snapshot"
+                                            : " is not in the snapshot") +
+         " (see: helmsman volumes leave-out " + place + ")";
+}
+
+std::string lackText(const ListedOnUnmounted& listed) {
+  return "the volume at " + listed.mountPoint + " is not mounted, so what " + listed.path +
+         " holds there is not saved; mount it";
 }
 
 std::string lackText(const ListedLink& link) {
@@ -199,10 +301,11 @@ int volumes(const VolumesArguments& arguments) {
   const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
   const auto all = localVolumes(session ? session->destination : "", configuration->leftOut);
   const auto links = listedLinks(configuration->leftOut);
+  const auto unmounted = listedOnUnmounted();
   if (arguments.json) {
-    printJson(volumesJson(all, links));
+    printJson(volumesJson(all, links, unmounted));
   } else {
-    printVolumes(all, links);
+    printVolumes(all, links, unmounted);
   }
   return finishOutput() ? kSuccess : kFailure;
 }
