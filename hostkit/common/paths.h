@@ -43,6 +43,7 @@ inline constexpr char kExclusionFile[] = "/etc/halyard-host/snapwheel.exclude";
 inline constexpr char kMetricsFolder[] = "/var/lib/prometheus/node-exporter";
 inline constexpr char kMetricsFileName[] = "halyard.prom";
 inline constexpr char kTimerUnit[] = "halyard-backup.timer";
+inline constexpr char kBackupUnit[] = "halyard-backup.service";
 inline constexpr char kTimerDropInFolder[] = "/etc/systemd/system/halyard-backup.timer.d";
 
 }  // namespace halyard::hostkit

@@ -1,64 +1,16 @@
-// check, status and metrics.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
+// check, and small texts.
 #include <filesystem>
 
 #include "common/sizes.h"
 #include "common/table.h"
-#include "common/times.h"
 #include "helmsman/lint/descriptor_lint.h"
-#include "helmsman/report/metrics.h"
-#include "host_kit_root.h"
+#include "report_test.h"
 #include "support/build_paths.h"
 
 namespace halyard::hostkit {
 namespace {
 
-using test::descriptorOf;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
-constexpr char kPlugin[] = "/usr/libexec/plugin";
-constexpr char kServices[] = "/private/etc/halyard/com.vantor.Halyard.plist";
-constexpr char kEngine[] = "/Library/Preferences/com.vantor.Snapwheel.plist";
-constexpr char kRecord[] = R"({
-  "started": "2026-11-20T02:00:00Z", "finished": "2026-11-20T02:01:00Z", "result": "good",
-  "services": [{"name": "depotHost", "result": "good", "copied": 1, "bytes": 2048}],
-  "snapshot": "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000", "estimateBytes": 4096,
-  "lastGood": {"": {"time": "2026-11-20T02:01:00Z", "bytes": 2048},
-               "depotHost": {"time": "2026-11-20T02:01:00Z", "bytes": 2048}}})";
-
-class HelmsmanCheck : public test::HostKitTest {
- protected:
-  void SetUp() override {
-    HostKitTest::SetUp();
-    if (IsSkipped()) return;
-    root.writePlugin(kPlugin, "[ \"$2\" = size ] && echo 'total := 10'\nexit 0");
-    root.writePreferences({{"depotHost", 1}});
-    writeDepot(descriptorOf("depotHost", kPlugin));
-  }
-  void writeDepot(const test::DescriptorText& text) const {
-    root.writeDescriptor("30-depotHost.plist", text);
-  }
-  // "severity key: problem" of every finding.
-  std::vector<std::string> findings() const {
-    std::vector<std::string> lines;
-    const nlohmann::json answer = helmsmanJson({"check", "--json"});
-    for (const auto& finding : answer["findings"]) {
-      EXPECT_NE(finding["advice"], "");
-      EXPECT_NE(finding["file"], "");
-      lines.push_back(finding["severity"].get<std::string>() + " " +
-                      finding["key"].get<std::string>() + ": " +
-                      finding["problem"].get<std::string>());
-    }
-    return lines;
-  }
-};
 
 TEST_F(HelmsmanCheck, FindsNothingOnASoundHost) {
   const auto result = helmsman({"check"});
@@ -265,128 +217,6 @@ TEST(FolderIsMade, FollowsTheMirrorRule) {
   EXPECT_FALSE(folderIsMade("/etc/samba/x", {"/etc/samba/y", "/etc/samba/x"}));
   // A copied folder brings its contents.
   EXPECT_TRUE(folderIsMade("/top/x", {"/top"}));
-}
-
-// ---- status
-
-class HelmsmanStatus : public HelmsmanCheck {
- protected:
-  void SetUp() override {
-    HelmsmanCheck::SetUp();
-    if (IsSkipped()) return;
-    root.writeFile("/var/lib/halyard/last-backup.json", kRecord);
-    root.makeFolder("/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000");
-  }
-};
-
-TEST_F(HelmsmanStatus, ShowsHowTheHostStands) {
-  const auto result = helmsman({"status", "--check"});
-  EXPECT_EQ(result.status, 0) << result.out;
-  EXPECT_THAT(result.out, HasSubstr("/Volumes/Backup, "));
-  EXPECT_THAT(result.out, HasSubstr("the services need 4.0 KiB"));
-  EXPECT_THAT(result.out, HasSubstr("no run is active"));
-  const auto document = helmsmanJson({"status", "--json"});
-  EXPECT_EQ(document["well"], true);
-  EXPECT_EQ(document["latestSnapshot"], "2026-11-20-020000");
-  EXPECT_EQ(document["lastBackup"]["result"], "good");
-  EXPECT_EQ(document["services"][0]["name"], "depotHost");
-  EXPECT_EQ(document["services"][0]["lastGood"], "2026-11-20T02:01:00Z");
-}
-
-TEST_F(HelmsmanStatus, AsksTheServicesForTheirSizeWhenTold) {
-  EXPECT_EQ(helmsmanJson({"status", "--json", "--size"})["estimateBytes"], 0);
-  EXPECT_THAT(root.calls(), Contains(HasSubstr("-cmd|size|-opt|all")));
-}
-
-TEST_F(HelmsmanStatus, NamesADeadRun) {
-  root.writeFile("/private/var/run/HalyardRunning.pid", "999999999 :: restore\n");
-  const auto document = helmsmanJson({"status", "--json"});
-  EXPECT_EQ(document["run"]["leftover"], true);
-  EXPECT_EQ(document["well"], false);
-  const auto result = helmsman({"status", "--check"});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.out, HasSubstr("helmsman unlock"));
-  EXPECT_EQ(helmsman({"status"}).status, 0) << "without --check the status is no judgement";
-}
-
-TEST_F(HelmsmanStatus, WorksOnAHostThatWasNeverBackedUp) {
-  root.remove("/var/lib/halyard");
-  root.remove("/private/var/db/.VantorSetupDone");
-  root.remove("/Volumes/Backup");
-  const auto result = helmsman({"status"});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.out, HasSubstr("not set up (see: helmsman setup)"));
-  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"], nullptr);
-  EXPECT_EQ(helmsman({"status", "--check"}).status, 1);
-}
-
-TEST_F(HelmsmanStatus, AnUnreadableRecordIsNone) {
-  root.writeFile("/var/lib/halyard/last-backup.json", "{\"half\": ");
-  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"], nullptr);
-}
-
-// ---- metrics
-
-using HelmsmanMetrics = HelmsmanStatus;
-
-TEST_F(HelmsmanMetrics, PrintsTheTextfile) {
-  const auto result = helmsman({"metrics"});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.out, HasSubstr("\nhalyard_backup_result 1\n"));
-  EXPECT_THAT(result.out, HasSubstr("\nhalyard_backup_duration_seconds 60\n"));
-  EXPECT_THAT(result.out, HasSubstr("\nhalyard_service_bytes{service=\"depotHost\"} 2048\n"));
-  EXPECT_THAT(result.out, HasSubstr("halyard_service_last_good_timestamp_seconds{service="
-                                    "\"depotHost\"} 1795140060\n"));
-}
-
-TEST_F(HelmsmanMetrics, WritesItWhereItIsCollected) {
-  root.makeFolder("/metrics");
-  EXPECT_EQ(helmsman({"metrics", "--write", "--folder", "/metrics"}).status, 0);
-  EXPECT_EQ(root.readFile("/metrics/halyard.prom"), helmsman({"metrics"}).out);
-  EXPECT_EQ(root.modeOf("/metrics/halyard.prom"), 0644U);
-  const auto result = helmsman({"metrics", "--write"});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.err, HasSubstr("halyard.prom could not be written"));
-}
-
-TEST_F(HelmsmanMetrics, RecordsAUnitThatFailed) {
-  EXPECT_EQ(helmsman({"metrics", "--unit-failed", "halyard-backup.service"}).status, 0);
-  const auto document = helmsmanJson({"status", "--json"});
-  EXPECT_EQ(document["lastBackup"]["result"], "failed");
-  EXPECT_THAT(document["lastBackup"]["problems"][0].get<std::string>(),
-              HasSubstr("the unit halyard-backup.service failed before the backup ended"));
-  EXPECT_EQ(document["services"][0]["lastGood"], "2026-11-20T02:01:00Z");
-}
-
-TEST_F(HelmsmanMetrics, AGoodRecordOfAMomentAgoIsNotThatOfAUnitThatFailed) {
-  const std::string path = "/var/lib/halyard/last-backup.json";
-  auto record = nlohmann::json::parse(root.readFile(path));
-  record["finished"] = timeText(secondsNow());
-  root.writeFile(path, record.dump());
-  EXPECT_EQ(helmsman({"metrics", "--unit-failed", "halyard-backup.service"}).status, 0);
-  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"]["result"], "failed");
-}
-
-TEST_F(HelmsmanMetrics, AFailedRecordOfAMomentAgoStays) {
-  const std::string path = "/var/lib/halyard/last-backup.json";
-  auto record = nlohmann::json::parse(root.readFile(path));
-  record["finished"] = timeText(secondsNow());
-  record["result"] = "partial";
-  root.writeFile(path, record.dump());
-  EXPECT_EQ(helmsman({"metrics", "--unit-failed", "halyard-backup.service"}).status, 0);
-  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"]["result"], "partial");
-}
-
-TEST(Metrics, WithoutARecordNothingIsClaimed) {
-  const std::string text = metricsText(std::nullopt);
-  EXPECT_THAT(text, HasSubstr("halyard_backup_known 0\n"));
-  EXPECT_THAT(text, Not(HasSubstr("halyard_backup_result")));
-}
-
-TEST(Metrics, LabelsAreEscaped) {
-  RunRecord record;
-  record.services.push_back({"a\"b\\c\n", true, 0, 0, {}, {}});
-  EXPECT_THAT(metricsText(record), HasSubstr("{service=\"a\\\"b\\\\c\\n\"} 1"));
 }
 
 // ---- small texts

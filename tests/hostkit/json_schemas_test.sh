@@ -109,6 +109,10 @@ holds error 2 snapwheel lsit
 holds helmsman-status 0 helmsman status
 holds helmsman-destination 0 helmsman destination --show
 holds helmsman-destination 0 helmsman destination --list
+if mountpoint -q "$root/disk"; then
+  checkEqual "the free room of a volume is root's" "$(($(stat -f -c "%f * %S" "$root/disk")))" \
+    "$(grep -o '"availableBytes": *[0-9]*' "$work/output" | grep -o '[0-9]*$')"
+fi
 holds helmsman-schedule 0 helmsman schedule
 holds helmsman-backup 4 helmsman backup
 refuses "a run without its result is refused" 's/"result"/"Result"/' helmsman-backup

@@ -4,6 +4,7 @@
 
 #include "common/times.h"
 #include "helmsman/program/pid_file_state.h"
+#include "helmsman/run/backup_health.h"
 #include "helmsman/run/clock_check.h"
 #include "helmsman/run/current_run.h"
 #include "helmsman/run/incomplete_services.h"
@@ -78,6 +79,13 @@ void lintVolumes(Findings& findings) {
   }
 }
 
+void lintBackups(Findings& findings) {
+  FindingList list("this host", findings);
+  for (const Problem& problem : backupHealth(secondsNow()).problems) {
+    list.warning("", problem.text, problem.advice);
+  }
+}
+
 }  // namespace
 
 void lintHost(Findings& findings) {
@@ -86,6 +94,7 @@ void lintHost(Findings& findings) {
   lintClock(findings);
   lintSnapshotFolder(findings);
   lintVolumes(findings);
+  lintBackups(findings);
 }
 
 }  // namespace halyard::hostkit

@@ -51,36 +51,58 @@ class Metrics {
   std::string text_;
 };
 
-void addServices(const RunRecord& record, Metrics& metrics) {
+void addServices(const BackupHealth& health, Metrics& metrics) {
   metrics.describe("halyard_service_result", "1 when the last backup of the service was good.");
-  for (const ServiceResult& service : record.services) {
+  for (const ServiceHealth& service : health.services) {
     // What is not on this host is neither good nor bad.
-    if (!service.absent) {
-      metrics.value("halyard_service_result", service.name, service.done ? 1 : 0);
+    if (service.on && service.last && !service.last->absent) {
+      metrics.value("halyard_service_result", service.name, service.last->done ? 1 : 0);
     }
   }
   metrics.describe("halyard_service_bytes", "Size of the service in the last backup.");
-  for (const ServiceResult& service : record.services) {
-    metrics.value("halyard_service_bytes", service.name, static_cast<std::int64_t>(service.bytes));
+  for (const ServiceHealth& service : health.services) {
+    if (service.on && service.last) {
+      metrics.value("halyard_service_bytes", service.name,
+                    static_cast<std::int64_t>(service.last->bytes));
+    }
   }
   metrics.describe("halyard_service_last_good_timestamp_seconds",
-                   "When the service was last backed up without a problem.");
-  for (const auto& [name, good] : record.lastGood) {
-    if (!name.empty()) {
-      metrics.value("halyard_service_last_good_timestamp_seconds", name, good.time);
+                   "When the service was last backed up whole, as a snapshot still holds it; 0 for "
+                   "none.");
+  for (const ServiceHealth& service : health.services) {
+    if (service.expected || (service.on && service.lastGood)) {
+      metrics.value("halyard_service_last_good_timestamp_seconds", service.name,
+                    service.lastGood.value_or(0));
     }
   }
 }
+
+void addSchedule(const BackupHealth& health, Metrics& metrics) {
+  metrics.describe("halyard_backup_automatic", "1 when automatic backups are switched on.");
+  metrics.value("halyard_backup_automatic", health.automatic ? 1 : 0);
+  if (health.timer.unknown.empty()) {
+    metrics.describe("halyard_backup_timer_active", "1 when systemd starts the next backup.");
+    metrics.value("halyard_backup_timer_active", health.timer.starts ? 1 : 0);
+  }
+  metrics.describe("halyard_backup_longest_age_seconds",
+                   "How old the last good backup may become: two periods of the schedule.");
+  metrics.value("halyard_backup_longest_age_seconds", longestAge(health.schedule));
+  metrics.describe("halyard_destination_available",
+                   "1 when the destination is there; last good times are unchecked otherwise.");
+  metrics.value("halyard_destination_available", health.snapshotsAreKnown() ? 1 : 0);
+}
+
+std::string currentMetrics() { return metricsText(backupHealth(secondsNow())); }
 
 // The folder may be another account's, who must not lead root astray.
 bool writeTo(const std::string& path) {
   // Read by an account of its own.
   constexpr mode_t kMode = 0644;
   const Result<host::Descriptor> folder = openFolderSafely(path);
-  const Status written =
-      folder ? host::writeFileAt(folder->get(), kMetricsFileName, metricsText(latestRecord()),
-                                 host::Durability::power, kMode)
-             : folder.error();
+  const Status written = folder
+                             ? host::writeFileAt(folder->get(), kMetricsFileName, currentMetrics(),
+                                                 host::Durability::power, kMode)
+                             : folder.error();
   if (written) return true;
   const int error = written.error().code;
   printError(joinPath(path, kMetricsFileName) + " could not be written: " +
@@ -113,10 +135,12 @@ bool recordFailedUnit(const std::string& unit) {
 
 }  // namespace
 
-std::string metricsText(const std::optional<RunRecord>& record) {
+std::string metricsText(const BackupHealth& health) {
+  const std::optional<RunRecord>& record = health.record;
   Metrics metrics;
   metrics.describe("halyard_backup_known", "1 when this host has a record of a backup.");
   metrics.value("halyard_backup_known", record ? 1 : 0);
+  addSchedule(health, metrics);
   if (!record) return metrics.take();
   metrics.describe("halyard_backup_result", "1 when the last backup was good.");
   metrics.value("halyard_backup_result", record->result == RunRecord::Result::good ? 1 : 0);
@@ -128,12 +152,11 @@ std::string metricsText(const std::optional<RunRecord>& record) {
   metrics.value("halyard_backup_timestamp_seconds", record->finished);
   metrics.describe("halyard_backup_duration_seconds", "How long the last backup took.");
   metrics.value("halyard_backup_duration_seconds", record->finished - record->started);
-  if (const auto good = record->lastGood.find(""); good != record->lastGood.end()) {
-    metrics.describe("halyard_backup_last_good_timestamp_seconds",
-                     "When the host was last backed up without a problem.");
-    metrics.value("halyard_backup_last_good_timestamp_seconds", good->second.time);
-  }
-  addServices(*record, metrics);
+  metrics.describe("halyard_backup_last_good_timestamp_seconds",
+                   "When the host was last backed up without a problem, as it is still there; 0 "
+                   "for never.");
+  metrics.value("halyard_backup_last_good_timestamp_seconds", health.lastGood.value_or(0));
+  addServices(health, metrics);
   return metrics.take();
 }
 
@@ -143,7 +166,7 @@ int metrics(const MetricsArguments& arguments) {
     return writeMetricsWhereWanted() && recorded ? kSuccess : kFailure;
   }
   if (!arguments.write) {
-    (void)std::fputs(metricsText(latestRecord()).c_str(), stdout);
+    (void)std::fputs(currentMetrics().c_str(), stdout);
     return finishOutput() ? kSuccess : kFailure;
   }
   const std::string folder = arguments.folder.empty() ? kMetricsFolder : arguments.folder;

@@ -1,17 +1,16 @@
 // "helmsman metrics": the state of the backups for Prometheus.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 
-#include "helmsman/run/run_record.h"
+#include "helmsman/run/backup_health.h"
 
 namespace halyard::hostkit {
 
 /// The textfile: times are seconds since 1970-01-01 UTC, sizes bytes, results 1 for good and 0 for
-/// anything else. Without a record only halyard_backup_known 0.
-std::string metricsText(const std::optional<RunRecord>& record);
+/// anything else; a last good time is 0 when no good backup is there. Services that are switched
+/// off are left out; so is everything of a last backup without a record of one.
+std::string metricsText(const BackupHealth& health);
 
 struct MetricsArguments {
   bool write = false;      ///< Into the textfile folder instead of standard output.

@@ -1,11 +1,8 @@
 #include "helmsman/report/status.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -17,116 +14,58 @@
 #include "common/volumes.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/size_estimate.h"
+#include "helmsman/run/backup_health.h"
 #include "helmsman/run/current_run.h"
 #include "helmsman/run/recovered_host.h"
 #include "helmsman/run/restore_record.h"
-#include "helmsman/run/run_record.h"
 #include "helmsman/settings/helmsman_configuration.h"
-#include "helmsman/settings/schedule.h"
 #include "helmsman/settings/servers.h"
-#include "helmsman/settings/services.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
-#include "host/files/property_file.h"
 #include "product/paths.h"
-#include "product/preference_keys.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
-namespace keys = preference_keys;
-
-struct ServiceLine {
-  std::string name;
-  bool on = false;
-  bool installed = false;
-  bool absent = false;  // Installed, and nothing of it is on this host.
-  const ServiceResult* last = nullptr;
-  std::optional<GoodBackup> good;
-};
-
 // Everything that is shown, gathered once.
 struct HostStatus {
   bool setUp = false;
-  bool automatic = false;
-  Schedule schedule;
-  std::optional<std::string> destination;
-  std::string destinationProblem;
+  BackupHealth health;
   std::optional<Volume> volume;
   std::optional<Snapshot> latest;
-  std::size_t snapshots = 0;
   PidFileState run;
   std::optional<RunningBackup> running;
   HandOver handOver;
   std::size_t setAside = 0;
-  std::optional<RunRecord> record;
   std::optional<std::uint64_t> estimate;
-  std::vector<ServiceLine> services;
   std::vector<UncoveredServer> uncovered;
   std::vector<std::string> leftOut;
   std::string configurationProblem;
 
   bool isWell() const {
-    return setUp && destination && record && record->result == RunRecord::Result::good &&
+    return setUp && health.snapshotsAreKnown() && health.record &&
+           health.record->result == RunRecord::Result::good && health.problems.empty() &&
            !handOver.waitsForRecovery() && !run.isLeftover() &&
            run.owner != PidFileState::Owner::unknown && !run.isStuck() &&
            !(running && isOverdue(*running)) && configurationProblem.empty();
   }
 };
 
-std::vector<ServiceLine> serviceLines(const std::optional<RunRecord>& record) {
-  const PropertyDictionary preferences = servicePreferences();
-  std::map<std::string, bool> onThisHost;  // Of each that is installed.
-  std::set<std::string> names;
-  for (const InstalledDescriptor& descriptor : installedDescriptors()) {
-    const std::string name = descriptor.serviceName();
-    if (name.empty()) continue;
-    names.insert(name);
-    onThisHost[name] = onThisHost[name] || isOnThisHost(descriptor);
-  }
-  for (const auto& [key, value] : preferences) names.insert(key);
-
-  std::vector<ServiceLine> lines;
-  for (const std::string& name : names) {
-    ServiceLine line;
-    line.name = name;
-    line.installed = onThisHost.contains(name);
-    line.absent = line.installed && !onThisHost[name];
-    line.on = isBackedUp(preferences, name);
-    if (record) {
-      for (const ServiceResult& result : record->services) {
-        if (result.name == name) line.last = &result;
-      }
-      if (const auto good = record->lastGood.find(name); good != record->lastGood.end()) {
-        line.good = good->second;
-      }
-    }
-    lines.push_back(std::move(line));
-  }
-  return lines;
-}
-
 void gather(const StatusArguments& arguments, HostStatus& status) {
   status.setUp = host::exists(paths::kSetupMarker);
-  if (const auto engine = host::readDictionary(paths::kEnginePreferenceFile)) {
-    status.schedule = scheduleFrom(*engine);
-    status.automatic = isAutomatic(*engine);
-  }
-  status.destination = backupDestination(status.destinationProblem);
-  if (status.destination) {
-    if (auto volume = volumeOf(*status.destination)) status.volume = std::move(*volume);
-    const auto snapshots = snapshotsIn(snapshotFolder(*status.destination));
-    status.snapshots = snapshots.size();
+  status.health = backupHealth(secondsNow());
+  const BackupHealth& health = status.health;
+  if (health.snapshotsAreKnown()) {
+    if (auto volume = volumeOf(health.destination.path)) status.volume = std::move(*volume);
     std::string ignored;
-    status.latest = findSnapshot(snapshots, "", ignored);
+    status.latest = findSnapshot(health.snapshots, "", ignored);
   }
   status.run = pidFileState();
   status.running = runningBackup();
-  status.record = latestRecord();
   status.handOver = handOver();
   status.setAside = itemsSetAside().size();
-  if (status.record) status.estimate = status.record->estimateBytes;
+  if (health.record) status.estimate = health.record->estimateBytes;
   // Halyard refuses while a run is active, and its size command empties the progress log.
   if (arguments.size && status.setUp && !status.running &&
       status.run.owner == PidFileState::Owner::none) {
@@ -135,39 +74,65 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
   if (auto configuration = helmsmanConfiguration(status.configurationProblem)) {
     status.leftOut = std::move(configuration->leftOut);
   }
-  status.services = serviceLines(status.record);
   status.uncovered = uncoveredServers();
 }
 
-nlohmann::json serviceJson(const ServiceLine& line) {
+nlohmann::json serviceJson(const ServiceHealth& service) {
   nlohmann::json document = {
-      {"name", line.name},
-      {"on", line.on},
-      {"installed", line.installed},
-      {"onThisHost", line.installed ? nlohmann::json(!line.absent) : nlohmann::json()},
+      {"name", service.name},
+      {"on", service.on},
+      {"installed", service.installed},
+      {"onThisHost", service.installed ? nlohmann::json(!service.absent) : nlohmann::json()},
       {"lastResult", nullptr},
       {"lastGood", nullptr},
+      {"snapshot", nullptr},
       {"problems", nlohmann::json::array()}};
-  if (line.last != nullptr) {
-    document["lastResult"] = resultWord(*line.last);
-    document["problems"] = line.last->problems;
+  if (service.last) {
+    document["lastResult"] = resultWord(*service.last);
+    document["problems"] = service.last->problems;
   }
-  if (line.good) {
-    document["lastGood"] = timeText(line.good->time);
-    document["bytes"] = line.good->bytes;
+  if (service.lastGood) document["lastGood"] = timeText(*service.lastGood);
+  if (!service.snapshot.empty()) document["snapshot"] = service.snapshot;
+  if (service.bytes) document["bytes"] = *service.bytes;
+  return document;
+}
+
+nlohmann::json destinationJson(const HostStatus& status) {
+  if (!status.health.snapshotsAreKnown()) return nullptr;
+  nlohmann::json document = {{"path", status.health.destination.path}};
+  if (status.volume) {
+    document["availableBytes"] = status.volume->freeBytes;
+    document["totalBytes"] = status.volume->totalBytes;
   }
   return document;
 }
 
+const char* stateWord(Destination::State state) {
+  switch (state) {
+    case Destination::State::notSet:
+      return "not set";
+    case Destination::State::notThere:
+      return "not there";
+    case Destination::State::there:
+      break;
+  }
+  return "there";
+}
+
 nlohmann::json statusJson(const HostStatus& status) {
+  const BackupHealth& health = status.health;
   nlohmann::json document = {
       {"well", status.isWell()},
+      {"problems", nlohmann::json::array()},
       {"setUp", status.setUp},
-      {"automatic", status.automatic},
-      {"schedule", describe(status.schedule)},
-      {"destination", nullptr},
+      {"automatic", health.automatic},
+      {"timerActive", nullptr},
+      {"schedule", describe(health.schedule)},
+      {"destinationState", stateWord(health.destination.state)},
+      {"destination", destinationJson(status)},
       {"latestSnapshot", nullptr},
-      {"snapshots", status.snapshots},
+      {"snapshots", nullptr},
+      {"lastGood", nullptr},
       {"lastBackup", nullptr},
       {"run",
        {{"active", status.running || status.run.owner == PidFileState::Owner::halyard},
@@ -192,19 +157,20 @@ nlohmann::json statusJson(const HostStatus& status) {
     document["run"]["service"] = status.running->service;
     document["run"]["started"] = timeText(status.running->started);
   }
-  if (status.destination) document["destination"] = {{"path", *status.destination}};
-  if (status.volume) {
-    document["destination"]["availableBytes"] = status.volume->availableBytes;
-    document["destination"]["totalBytes"] = status.volume->totalBytes;
-  }
+  for (const Problem& problem : health.problems) document["problems"].push_back(problem.text);
+  if (health.timer.unknown.empty()) document["timerActive"] = health.timer.starts;
+  if (health.snapshotsAreKnown()) document["snapshots"] = health.snapshots.size();
+  if (health.lastGood) document["lastGood"] = timeText(*health.lastGood);
   if (status.latest) document["latestSnapshot"] = status.latest->name;
-  if (status.record) {
-    document["lastBackup"] = recordJson(*status.record);
+  if (health.record) {
+    document["lastBackup"] = recordJson(*health.record);
     document["lastBackup"].erase("services");
     document["lastBackup"].erase("lastGood");
   }
   if (status.estimate) document["estimateBytes"] = *status.estimate;
-  for (const ServiceLine& line : status.services) document["services"].push_back(serviceJson(line));
+  for (const ServiceHealth& service : health.services) {
+    document["services"].push_back(serviceJson(service));
+  }
   for (const UncoveredServer& server : status.uncovered) {
     document["uncovered"].push_back(
         {{"server", server.name}, {"program", server.program}, {"service", nullptr}});
@@ -213,11 +179,23 @@ nlohmann::json statusJson(const HostStatus& status) {
   return document;
 }
 
+std::string automaticText(const BackupHealth& health) {
+  const std::string schedule = describe(health.schedule);
+  if (!health.automatic) {
+    return (health.timer.starts ? "off, but the timer starts runs" : "off") +
+           (" (set: " + schedule) + ")";
+  }
+  if (!health.timer.unknown.empty()) {
+    return schedule + " (unknown whether a run starts: " + health.timer.unknown + ")";
+  }
+  return health.timer.starts ? schedule : "no run starts (set: " + schedule + ")";
+}
+
 std::string destinationText(const HostStatus& status) {
-  if (!status.destination) return status.destinationProblem;
-  std::string text = *status.destination;
+  if (!status.health.snapshotsAreKnown()) return status.health.destination.problem;
+  std::string text = status.health.destination.path;
   if (status.volume) {
-    text += ", " + sizeText(status.volume->availableBytes) + " of " +
+    text += ", " + sizeText(status.volume->freeBytes) + " of " +
             sizeText(status.volume->totalBytes) + " free";
   }
   if (status.estimate) text += ", the services need " + sizeText(*status.estimate);
@@ -225,23 +203,28 @@ std::string destinationText(const HostStatus& status) {
 }
 
 std::string latestText(const HostStatus& status, std::int64_t now) {
+  if (!status.health.snapshotsAreKnown()) return "unknown";
   if (!status.latest) return "none";
   const auto time = beginOf(*status.latest);
   return status.latest->name + (time ? ", " + ageText(now - *time) : "") + " (" +
-         std::to_string(status.snapshots) + " kept)";
+         std::to_string(status.health.snapshots.size()) + " kept)";
 }
 
-std::string lastBackupText(const HostStatus& status, std::int64_t now) {
-  if (!status.record) return "none";
-  std::string text = std::string(resultWord(status.record->result)) + ", " +
-                     ageText(now - status.record->finished);
-  const auto good = status.record->lastGood.find("");
-  if (status.record->result != RunRecord::Result::good) {
-    text += good == status.record->lastGood.end()
-                ? ", never a good one"
-                : ", the last good one " + ageText(now - good->second.time);
-  }
-  return text;
+std::string lastBackupText(const BackupHealth& health, std::int64_t now) {
+  if (!health.record) return "none";
+  std::string text = std::string(resultWord(health.record->result)) + ", " +
+                     ageText(now - health.record->finished);
+  const bool hasGood = health.record->lastGood.contains("");
+  if (health.record->result == RunRecord::Result::good) return text;
+  if (!hasGood) return text + ", never a good one";
+  return text + (health.lastGood ? ", the last good one " + ageText(now - *health.lastGood)
+                                 : ", no good one is left");
+}
+
+std::string lastGoodText(const BackupHealth& health, const ServiceHealth& service,
+                         std::int64_t now) {
+  if (!service.lastGood) return service.on && health.record ? "none" : "-";
+  return ageText(now - *service.lastGood) + (health.snapshotsAreKnown() ? "" : ", if still there");
 }
 
 std::string activityText(const HostStatus& status, std::int64_t now) {
@@ -257,14 +240,37 @@ std::string activityText(const HostStatus& status, std::int64_t now) {
   return text;
 }
 
+void printServices(const BackupHealth& health, std::int64_t now) {
+  std::vector<std::vector<std::string>> rows = {
+      {"SERVICE", "BACKUP", "LAST RUN", "LAST GOOD", "SIZE"}};
+  for (const ServiceHealth& service : health.services) {
+    rows.push_back({service.name,
+                    !service.installed ? "not installed"
+                    : service.absent   ? "not on this host"
+                    : service.on       ? "on"
+                                       : "off",
+                    service.last ? resultWord(*service.last) : "-",
+                    lastGoodText(health, service, now),
+                    service.bytes ? sizeText(*service.bytes) : "-"});
+  }
+  (void)std::fputs(("\n" + tableText(rows)).c_str(), stdout);
+  for (const ServiceHealth& service : health.services) {
+    if (!service.last) continue;
+    for (const std::string& problem : service.last->problems) {
+      printLine("Problem: " + service.name + ": " + problem);
+    }
+  }
+}
+
 void printText(const HostStatus& status) {
   const std::int64_t now = secondsNow();
+  const BackupHealth& health = status.health;
   std::vector<std::vector<std::string>> rows = {
       {"Host:", status.setUp ? "set up" : "not set up (see: helmsman setup)"},
-      {"Automatic:", (status.automatic ? "" : "off, ") + describe(status.schedule)},
+      {"Automatic:", automaticText(health)},
       {"Destination:", destinationText(status)},
       {"Latest snapshot:", latestText(status, now)},
-      {"Last backup:", lastBackupText(status, now)},
+      {"Last backup:", lastBackupText(health, now)},
       {"Activity:", activityText(status, now)}};
   for (const std::string& path : status.leftOut) rows.push_back({"Left out:", path});
   if (status.handOver.waitsForRecovery()) {
@@ -276,28 +282,13 @@ void printText(const HostStatus& status) {
   }
   (void)std::fputs(factsText(rows).c_str(), stdout);
   if (!status.configurationProblem.empty()) printLine("Problem: " + status.configurationProblem);
-  if (status.record) {
-    for (const std::string& problem : status.record->problems) printLine("Problem: " + problem);
+  for (const Problem& problem : health.problems) {
+    printLine("Problem: " + problem.text + " (" + problem.advice + ")");
   }
-
-  rows = {{"SERVICE", "BACKUP", "LAST RUN", "LAST GOOD", "SIZE"}};
-  for (const ServiceLine& line : status.services) {
-    rows.push_back({line.name,
-                    !line.installed ? "not installed"
-                    : line.absent   ? "not on this host"
-                    : line.on       ? "on"
-                                    : "off",
-                    line.last == nullptr ? "-" : resultWord(*line.last),
-                    line.good ? ageText(now - line.good->time) : "-",
-                    line.good ? sizeText(line.good->bytes) : "-"});
+  if (health.record) {
+    for (const std::string& problem : health.record->problems) printLine("Problem: " + problem);
   }
-  (void)std::fputs(("\n" + tableText(rows)).c_str(), stdout);
-  for (const ServiceLine& line : status.services) {
-    if (line.last == nullptr) continue;
-    for (const std::string& problem : line.last->problems) {
-      printLine("Problem: " + line.name + ": " + problem);
-    }
-  }
+  printServices(health, now);
   for (const UncoveredServer& server : status.uncovered) {
     printLine("Not covered: " + describe(server));
   }

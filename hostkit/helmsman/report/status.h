@@ -13,8 +13,10 @@ struct StatusArguments {
 /// its space against the estimate, what a backup that runs is doing, whether a dead run left its
 /// pid file. A backup that was killed, crashed or was cut off by power shows as "interrupted".
 ///
-/// Returns: success; with `check` failure unless the host is set up, has a destination, its last
-///          backup was good and no dead run is in the way.
+/// Returns: success; with `check` failure unless the host is set up, its destination is there, its
+///          last backup was good, every service is held whole by a snapshot that is there and not
+///          too old, something starts the next run (where systemd tells), and no dead run is in
+///          the way.
 int status(const StatusArguments& arguments);
 
 }  // namespace halyard::hostkit

@@ -117,7 +117,8 @@ nlohmann::json recordJson(const RunRecord& record) {
   if (record.copiedBytes) document["copiedBytes"] = *record.copiedBytes;
   if (record.estimateBytes) document["estimateBytes"] = *record.estimateBytes;
   for (const auto& [name, good] : record.lastGood) {
-    document["lastGood"][name] = {{"time", timeText(good.time)}, {"bytes", good.bytes}};
+    document["lastGood"][name] = {
+        {"time", timeText(good.time)}, {"bytes", good.bytes}, {"snapshot", good.snapshot}};
   }
   return document;
 }
@@ -148,7 +149,8 @@ std::optional<RunRecord> recordFrom(const nlohmann::json& document) {
   if (const auto goods = document.find("lastGood"); goods != document.end() && goods->is_object()) {
     for (const auto& [name, good] : goods->items()) {
       if (!good.is_object()) continue;
-      record.lastGood[name] = {timeOf(good, "time"), valueOr(good, "bytes", std::uint64_t{0})};
+      record.lastGood[name] = {timeOf(good, "time"), valueOr(good, "bytes", std::uint64_t{0}),
+                               valueOr<std::string>(good, "snapshot", "")};
     }
   }
   return record;
@@ -169,9 +171,11 @@ void inheritGood(RunRecord& record, const std::optional<RunRecord>& before) {
   for (const ServiceResult& service : record.services) {
     all += service.bytes;
     if (service.done && !service.absent)
-      record.lastGood[service.name] = {record.finished, service.bytes};
+      record.lastGood[service.name] = {record.finished, service.bytes, record.snapshot};
   }
-  if (record.result == RunRecord::Result::good) record.lastGood[""] = {record.finished, all};
+  if (record.result == RunRecord::Result::good) {
+    record.lastGood[""] = {record.finished, all, record.snapshot};
+  }
 }
 
 bool keepRecord(const RunRecord& record) {

@@ -28,6 +28,7 @@ const char* resultWord(const ServiceResult& service);
 struct GoodBackup {
   std::int64_t time = 0;  ///< Seconds since 1970-01-01 UTC.
   std::uint64_t bytes = 0;
+  std::string snapshot{};  ///< Path of the one that holds it; records of 1.0.0 lack it.
 };
 
 /// One backup, from the call of Halyard to retention.

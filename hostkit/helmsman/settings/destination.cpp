@@ -128,7 +128,7 @@ int set(const DestinationArguments& arguments) {
   if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
   const auto volume = volumeOf(*path);
   printNote("snapshots go to " + *path + " (" + specification + ")" +
-            (volume ? ", " + sizeText(volume->availableBytes) + " free" : ""));
+            (volume ? ", " + sizeText(volume->freeBytes) + " free" : ""));
   return kSuccess;
 }
 
@@ -144,7 +144,7 @@ int show(bool asJson) {
     nlohmann::json document = {{"specification", nullptr}, {"path", nullptr}};
     if (!specification.empty()) document["specification"] = specification;
     if (session) document["path"] = session->destination;
-    if (volume) document["availableBytes"] = volume->availableBytes;
+    if (volume) document["availableBytes"] = volume->freeBytes;
     if (volume) document["totalBytes"] = volume->totalBytes;
     printJson(document);
   } else if (specification.empty()) {
@@ -153,8 +153,8 @@ int show(bool asJson) {
     printNote(specification + " is set and is not there; is the volume connected?");
   } else {
     printLine(session->destination + " (" + specification + ")" +
-              (volume ? ", " + sizeText(volume->availableBytes) + " of " +
-                            sizeText(volume->totalBytes) + " free"
+              (volume ? ", " + sizeText(volume->freeBytes) + " of " + sizeText(volume->totalBytes) +
+                            " free"
                       : ""));
   }
   return session && finishOutput() ? kSuccess : kFailure;
@@ -176,10 +176,10 @@ int list(bool asJson) {
                        {"mountPoint", volume.mountPoint},
                        {"type", volume.type},
                        {"totalBytes", volume.totalBytes},
-                       {"availableBytes", volume.availableBytes},
+                       {"availableBytes", volume.freeBytes},
                        {"label", volume.label}});
     rows.push_back({specification, volume.mountPoint, volume.type, sizeText(volume.totalBytes),
-                    sizeText(volume.availableBytes), volume.label});
+                    sizeText(volume.freeBytes), volume.label});
   }
   if (asJson) {
     printJson({{"volumes", std::move(volumes)}});

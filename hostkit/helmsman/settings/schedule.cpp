@@ -158,7 +158,7 @@ std::string calendarExpression(const Schedule& schedule) {
   return day + " *-*-" + days.data() + clock;
 }
 
-std::string describe(const Schedule& schedule) {
+std::string periodText(const Schedule& schedule) {
   static constexpr std::array<const char*, 4> kOrdinals = {"first", "second", "third", "fourth"};
   std::string text = "every ";
   if (schedule.period == Schedule::Period::daily) {
@@ -169,8 +169,21 @@ std::string describe(const Schedule& schedule) {
     text += std::string(kOrdinals[static_cast<std::size_t>(schedule.week - 1)]) + " " +
             schedule.day + " of the month";
   }
-  return text + " at " + clockText(schedule.minutes) + ", snapshots kept for " +
+  return text;
+}
+
+std::string describe(const Schedule& schedule) {
+  return periodText(schedule) + " at " + clockText(schedule.minutes) + ", snapshots kept for " +
          std::to_string(schedule.daysToRetain) + (schedule.daysToRetain == 1 ? " day" : " days");
+}
+
+std::int64_t longestAge(const Schedule& schedule) {
+  constexpr std::int64_t kDay = std::int64_t{24} * 60 * 60;
+  constexpr int kDaysOfLongestMonth = 31;
+  const int days = schedule.period == Schedule::Period::daily    ? 1
+                   : schedule.period == Schedule::Period::weekly ? 7
+                                                                 : kDaysOfLongestMonth;
+  return 2 * days * kDay;
 }
 
 std::optional<int> parseTimeOfDay(std::string_view text) {

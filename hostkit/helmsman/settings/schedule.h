@@ -1,6 +1,7 @@
 // "helmsman schedule": when backups run by themselves and how long snapshots stay.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,13 @@ std::string calendarExpression(const Schedule& schedule);
 
 /// "every Monday at 02:00, snapshots kept for 30 days".
 std::string describe(const Schedule& schedule);
+
+/// "every day", "every Monday", "every first Sunday of the month".
+std::string periodText(const Schedule& schedule);
+
+/// How old a good backup may become, in seconds: two periods. One that is older shows that the run
+/// after it did not come, or was not good.
+std::int64_t longestAge(const Schedule& schedule);
 
 /// "HH:MM" as minutes after midnight; absent for anything else.
 std::optional<int> parseTimeOfDay(std::string_view text);

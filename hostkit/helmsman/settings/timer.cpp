@@ -1,5 +1,6 @@
 #include "helmsman/settings/timer.h"
 
+#include <map>
 #include <vector>
 
 #include "base/text.h"
@@ -27,7 +28,83 @@ bool runSystemctl(const std::vector<std::string>& words) {
   return false;
 }
 
+using UnitProperties = std::map<std::string, std::string, std::less<>>;
+
+std::string propertyOf(const UnitProperties& unit, std::string_view key) {
+  const auto found = unit.find(key);
+  return found == unit.end() ? std::string() : found->second;
+}
+
+// One map a unit. A key that comes again, as one line a calendar does, adds a line to its value.
+std::vector<UnitProperties> unitsIn(std::string_view shown) {
+  std::vector<UnitProperties> units(1);
+  for (const std::string_view line : splitAt(trimLineFeeds(shown), '\n')) {
+    const std::size_t equals = line.find('=');
+    if (line.empty()) {
+      units.emplace_back();
+    } else if (equals != std::string_view::npos) {
+      std::string& value = units.back()[std::string(line.substr(0, equals))];
+      value += (value.empty() ? "" : "\n") + std::string(line.substr(equals + 1));
+    }
+  }
+  return units;
+}
+
+// Adds a fault unless systemd has the unit.
+bool isLoaded(const char* name, const UnitProperties& unit, std::vector<Problem>& faults) {
+  const std::string state = propertyOf(unit, "LoadState");
+  if (state == "loaded") return true;
+  const std::string unitName = name;
+  if (state == "masked") {
+    faults.push_back({unitName + " is masked", "run systemctl unmask " + unitName});
+  } else if (state == "not-found") {
+    faults.push_back({unitName + " is not installed", "install the package halyard-hostkit"});
+  } else {
+    faults.push_back(
+        {unitName + " cannot be loaded (" + state + ")", "see: systemctl status " + unitName});
+  }
+  return false;
+}
+
 }  // namespace
+
+TimerReport timerReportFrom(std::string_view shown, const std::string& calendar) {
+  static constexpr char kSwitchOn[] = "run helmsman schedule --on";
+  TimerReport report;
+  const std::vector<UnitProperties> units = unitsIn(shown);
+  if (units.size() != 2 || propertyOf(units[0], "LoadState").empty() ||
+      propertyOf(units[1], "LoadState").empty()) {
+    report.unknown = "systemd gives no answer";
+    return report;
+  }
+  if (isLoaded(kTimerUnit, units[0], report.faults)) {
+    const std::string enabled = propertyOf(units[0], "UnitFileState");
+    const std::string active = propertyOf(units[0], "ActiveState");
+    report.starts = active == "active";
+    if (enabled != "enabled" || !report.starts) {
+      report.faults.push_back(
+          {std::string(kTimerUnit) + " is " + enabled + " and " + active, kSwitchOn});
+    } else if (propertyOf(units[0], "TimersCalendar").find("OnCalendar=" + calendar + " ;") ==
+               std::string::npos) {
+      report.faults.push_back(
+          {std::string(kTimerUnit) + " goes by another calendar than the schedule", kSwitchOn});
+    }
+  }
+  if (!isLoaded(kBackupUnit, units[1], report.faults)) report.starts = false;
+  return report;
+}
+
+TimerReport timerReport(const std::string& calendar) {
+  if (!systemdRuns()) return {"systemd does not run here", false, {}};
+  host::TaskOptions options;
+  options.plainLocale = true;
+  const host::TaskResult result =
+      host::RunTask(std::string(kSystemctlProgram),
+                    {"show", "--property=LoadState,UnitFileState,ActiveState,TimersCalendar",
+                     kTimerUnit, kBackupUnit},
+                    options);
+  return timerReportFrom(result.status == 0 ? result.output : "", calendar);
+}
 
 bool systemdRuns() { return host::isDirectory("/run/systemd/system"); }
 

@@ -76,14 +76,23 @@ std::string incompleteText(const IncompleteService& service, const Snapshot& sna
   return text;
 }
 
-std::optional<std::string> backupDestination(std::string& problem) {
+Destination currentDestination() {
   const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
-  if (session) return session->destination;
+  if (session) return {Destination::State::there, session->destination, ""};
   const auto preferences = host::readDictionary(paths::kEnginePreferenceFile);
-  problem = preferences && preferences->find(preference_keys::kBackupAlias) != nullptr
-                ? "the backup destination is not there; is its volume connected? "
-                  "(see: helmsman destination --show)"
-                : "no backup destination is set (see: helmsman destination --list)";
+  if (preferences && preferences->find(preference_keys::kBackupAlias) != nullptr) {
+    return {Destination::State::notThere, "",
+            "the backup destination is not there; is its volume connected? "
+            "(see: helmsman destination --show)"};
+  }
+  return {Destination::State::notSet, "",
+          "no backup destination is set (see: helmsman destination --list)"};
+}
+
+std::optional<std::string> backupDestination(std::string& problem) {
+  Destination destination = currentDestination();
+  if (destination.state == Destination::State::there) return std::move(destination.path);
+  problem = std::move(destination.problem);
   return std::nullopt;
 }
 

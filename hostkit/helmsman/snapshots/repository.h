@@ -31,7 +31,16 @@ struct Snapshot {
   const IncompleteService* partOf(const std::string& service) const;
 };
 
-/// Where automatic backups go; absent, with the reason, without a destination that resolves.
+/// Where automatic backups go, and whether that can be looked at.
+struct Destination {
+  enum class State { notSet, notThere, there };
+  State state = State::notSet;
+  std::string path;     ///< Of one that is there.
+  std::string problem;  ///< Of one that is not, with what to do.
+};
+Destination currentDestination();
+
+/// The path alone; absent, with the reason, without a destination that resolves.
 std::optional<std::string> backupDestination(std::string& problem);
 
 /// When the snapshot was begun, in seconds since 1970; absent for a name that the engine does not
