@@ -7,6 +7,7 @@
 #include "base/property_list.h"
 #include "base/text.h"
 #include "common/exit_status.h"
+#include "common/machine.h"
 #include "common/messages.h"
 #include "common/sizes.h"
 #include "common/table.h"
@@ -28,6 +29,16 @@ namespace {
 Repository openRepository(const CommandOptions& options) {
   return Repository(findDestination(options.destination),
                     options.computer.empty() ? computerName() : options.computer);
+}
+
+/// The same, for what changes this host's folder there: it must be this machine's. Another host's
+/// is the affair of the administrator who names it.
+Repository openToChange(const CommandOptions& options) {
+  Repository repository = openRepository(options);
+  if (repository.computerName() != computerName()) return repository;
+  const std::string refusal = hostkit::folderRefusal(repository.destination());
+  if (!refusal.empty()) throw Failure(refusal);
+  return repository;
 }
 
 RetentionRules rulesFor(const CommandOptions& options) {
@@ -126,7 +137,7 @@ std::vector<std::string> allNames(const Repository& repository) {
 
 int runSnapshot(const CommandOptions& options) {
   const auto begin = std::chrono::steady_clock::now();
-  const Repository repository = openRepository(options);
+  const Repository repository = openToChange(options);
   SnapshotRequest request;
   request.source = options.source;
   request.volume = options.volume;
@@ -184,7 +195,7 @@ int runList(const CommandOptions& options) {
 }
 
 int runDelete(const CommandOptions& options) {
-  const Repository repository = openRepository(options);
+  const Repository repository = openToChange(options);
   const std::vector<std::string> unfinished = repository.list().inProgress;
   std::vector<std::string> names;
   for (const std::string& word : options.names) {
@@ -201,7 +212,7 @@ int runDelete(const CommandOptions& options) {
 }
 
 int runPrune(const CommandOptions& options) {
-  const Repository repository = openRepository(options);
+  const Repository repository = options.dryRun ? openRepository(options) : openToChange(options);
   const RetentionRules rules = rulesFor(options);
   if (!rules.any()) {
     hostkit::printNote("no retention rule is set (DaysToRetain, --keep-...): everything stays");

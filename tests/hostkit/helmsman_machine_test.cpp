@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "backup_test.h"
+#include "common/machine.h"
 #include "common/times.h"
 #include "helmsman/run/clock_check.h"
 #include "support/build_paths.h"
@@ -71,6 +72,100 @@ TEST_F(HelmsmanMachine, ARenamedHostIsToldWhereItsSnapshotsAre) {
   EXPECT_EQ(helmsman({"destination", "--adopt"}).status, 0);
   EXPECT_EQ(root.modeOf(std::string(kRepository) + "/files1"), 0750U);
   EXPECT_EQ(helmsman({"backup"}).status, 0);
+}
+
+TEST_F(HelmsmanMachine, TheAdviceIsQuotedForAShell) {
+  root.writeFile(std::string(kRepository) + "/o'l d/.machine-id", kOurs);
+  refused("mv '/Volumes/Backup/Archives.snapdb/o'\\''l d' /Volumes/Backup/Archives.snapdb/files1;");
+}
+
+TEST_F(HelmsmanMachine, AnIdentifierIsTheSameInAnyCase) {
+  root.writeFile(kMachine, "0123456789ABCDEF0123456789ABCDEF\n");
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  root.remove(std::string(kRepository) + "/files1");
+  root.remove("/engine-calls");
+  root.writeFile(std::string(kRepository) + "/old/.machine-id",
+                 "0123456789ABCDEF0123456789ABCDEF\n");
+  refused("this machine's snapshots are in");
+  EXPECT_EQ(helmsman({"destination", "--adopt"}).status, 0);
+  EXPECT_EQ(root.readFile(kMachine), kOurs);
+}
+
+TEST_F(HelmsmanMachine, AMachineWithoutAnIdentifierIsNotTakenForTheRecordedOne) {
+  root.writeFile(kMachine, kOurs);
+  root.writeFile("/etc/machine-id", "");
+  refused(
+      "this one has no identifier in /etc/machine-id that could show that it is the same (run: "
+      "systemd-machine-id-setup;");
+  EXPECT_THAT(helmsman({"destination", "--adopt"}).err, HasSubstr("systemd-machine-id-setup"));
+  root.writeFile(kMachine, "nonsense\n");
+  refused("this one has no identifier");
+}
+
+// A clone of the host that took two snapshots, with its name.
+class HelmsmanClone : public HelmsmanMachine {
+ protected:
+  void SetUp() override {
+    HelmsmanMachine::SetUp();
+    if (IsSkipped()) return;
+    ASSERT_EQ(helmsman({"backup"}).status, 0);
+    ASSERT_EQ(helmsman({"backup"}).status, 0);
+    install("snapwheel", root);
+    root.makeFolder("/run");
+    root.writeFile("/etc/machine-id", kTheirs);
+  }
+  test::CommandResult snapwheel(const std::vector<std::string>& words) const {
+    test::RunOptions options;
+    options.argv0 = "snapwheel";
+    options.mayThrow = true;
+    return root.runProgram("/usr/sbin/snapwheel", words, {}, options);
+  }
+  std::size_t snapshots() const {
+    return helmsmanJson({"snapshots", "--json"})["snapshots"].size();
+  }
+};
+
+TEST_F(HelmsmanClone, RemovesNoSnapshotOfTheOther) {
+  const std::string path = std::string(kRepository) + "/files1/2026-11-20-020000";
+  for (const std::string& word : {path, std::string("2026-11-20")}) {
+    const auto purged = helmsman({"purge", word, "--yes"});
+    EXPECT_EQ(purged.status, 1);
+    EXPECT_THAT(purged.err, HasSubstr("helmsman destination --adopt"));
+  }
+  EXPECT_EQ(snapshots(), 2U);
+  EXPECT_EQ(helmsman({"destination", "--adopt"}).status, 0);
+  EXPECT_EQ(helmsman({"purge", "2026-11-20", "--yes"}).status, 0);
+  EXPECT_EQ(snapshots(), 1U);
+}
+
+TEST_F(HelmsmanClone, IsRefusedByTheEngineToo) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"delete", "2026-11-20-020000"},
+        {"delete", "latest", "--computer", "files1"},
+        {"prune", "--keep-last", "1", "--days-to-retain", "0"},
+        {"snapshot", "--source", "/srv"}}) {
+    const auto result = snapwheel(words);
+    EXPECT_EQ(result.status, 1) << words.front();
+    EXPECT_THAT(result.err, HasSubstr("holds the snapshots of another machine")) << words.front();
+    EXPECT_THAT(result.err, HasSubstr("helmsman destination --adopt")) << words.front();
+  }
+  EXPECT_EQ(snapshots(), 2U);
+  EXPECT_EQ(snapwheel({"list"}).status, 0);
+  EXPECT_EQ(helmsman({"destination", "--adopt"}).status, 0);
+  EXPECT_EQ(snapwheel({"delete", "2026-11-20-020000"}).status, 0);
+}
+
+TEST_F(HelmsmanClone, MayRemoveTheSnapshotsOfAHostThatItNames) {
+  root.makeFolder(std::string(kRepository) + "/gone/2026-11-19-020000");
+  root.writeFile(std::string(kRepository) + "/gone/.machine-id", kOurs);
+  EXPECT_EQ(snapwheel({"delete", "2026-11-19-020000", "--computer", "gone"}).status, 0);
+}
+
+TEST(ShellWord, IsQuotedWhereAShellWouldReadMore) {
+  EXPECT_EQ(shellWord("/Volumes/Backup-2/a_b.c"), "/Volumes/Backup-2/a_b.c");
+  EXPECT_EQ(shellWord("a b"), "'a b'");
+  EXPECT_EQ(shellWord("$(reboot)'"), "'$(reboot)'\\'''");
+  EXPECT_EQ(shellWord(""), "''");
 }
 
 TEST_F(HelmsmanMachine, SnapshotsFromBeforeMachinesWereRecordedAreTakenForOurs) {

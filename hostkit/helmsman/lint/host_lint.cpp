@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "common/machine.h"
 #include "common/times.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/run/backup_health.h"
@@ -11,7 +12,6 @@
 #include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/local_volumes.h"
 #include "helmsman/settings/servers.h"
-#include "helmsman/snapshots/machine_record.h"
 #include "helmsman/snapshots/repository.h"
 
 namespace halyard::hostkit {

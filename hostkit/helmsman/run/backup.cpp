@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <optional>
 #include <set>
@@ -12,6 +13,7 @@
 
 #include "base/text.h"
 #include "common/exit_status.h"
+#include "common/machine.h"
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/times.h"

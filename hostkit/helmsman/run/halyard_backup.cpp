@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "common/machine.h"
 #include "common/paths.h"
 #include "common/tree_size.h"
 #include "helmsman/program/halyard_run.h"
@@ -37,7 +38,8 @@ std::optional<std::string> copyFailure(const EarlierBackups& earlier, const std:
   if (whole != nullptr &&
       host::exists(appendPath(joinPath(whole->metadataFolder, service), file))) {
     return file + " is gone, and " + whole->name +
-           " has it (if it is meant to be gone: helmsman volumes leave-out " + file + ")";
+           " has it (if it is meant to be gone: helmsman volumes leave-out " + shellWord(file) +
+           ")";
   }
   return std::nullopt;
 }

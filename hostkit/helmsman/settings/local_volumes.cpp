@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "common/configuration.h"
 #include "common/exit_status.h"
+#include "common/machine.h"
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/sizes.h"
@@ -274,7 +275,7 @@ std::string lackText(const LocalVolume& volume) {
          (volume.state == State::notMounted ? " is not mounted, and what it holds is not in the "
                                               "snapshot"
                                             : " is not in the snapshot") +
-         " (see: helmsman volumes leave-out " + place + ")";
+         " (see: helmsman volumes leave-out " + shellWord(place) + ")";
 }
 
 std::string lackText(const ListedOnUnmounted& listed) {
@@ -285,7 +286,8 @@ std::string lackText(const ListedOnUnmounted& listed) {
 std::string lackText(const ListedLink& link) {
   return link.path +
          " is a link: the service's backup holds the link, not what it leads to; list " +
-         link.target + " in its descriptor (or see: helmsman volumes leave-out " + link.path + ")";
+         link.target + " in its descriptor (or see: helmsman volumes leave-out " +
+         shellWord(link.path) + ")";
 }
 
 int volumes(const VolumesArguments& arguments) {

@@ -1,13 +1,12 @@
 #include "helmsman/snapshots/machine_record.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <optional>
 
 #include "base/text.h"
 #include "common/exit_status.h"
+#include "common/machine.h"
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/question.h"
@@ -21,74 +20,17 @@ namespace halyard::hostkit {
 
 namespace {
 
-constexpr std::size_t kIdentifierLength = 32;
-constexpr std::size_t kRecordLimit = 64;
 constexpr mode_t kRecordMode = 0640;
 constexpr mode_t kRepositoryMode = 0775;
 constexpr mode_t kHostFolderMode = 0750;
 
-// The identifier in a text of one line; empty for anything else.
-std::string identifierIn(std::string_view text) {
-  text = trimLineFeeds(text);
-  const bool isPlain = text.size() == kIdentifierLength &&
-                       text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
-  return isPlain ? std::string(text) : std::string();
-}
-
-std::string repositoryAt(const std::string& destination) {
-  return joinPath(host::realPath(destination).value_or(destination), paths::kRepositoryName);
-}
-
-// What is recorded in a host's folder; absent without a record.
-std::optional<std::string> recordedIn(const std::string& hostFolder) {
-  const Result<host::Descriptor> folder = openFolderSafely(hostFolder);
-  if (!folder) return std::nullopt;
-  struct stat status {};
-  if (::fstatat(folder->get(), kMachineRecordName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    return std::nullopt;
-  }
-  return identifierIn(readFileSafely(*folder, kMachineRecordName, kRecordLimit).value_or(""));
-}
-
-// Another host's folder that is recorded as this machine's; empty when there is none.
-std::string folderElsewhere(const std::string& repository, const std::string& machine) {
-  for (const std::string& name : host::listDirectory(repository)) {
-    if (name.starts_with('.') || name == computerName()) continue;
-    const std::string folder = joinPath(repository, name);
-    if (recordedIn(folder) == machine) return folder;
-  }
-  return {};
-}
-
 }  // namespace
-
-std::string machineIdentifier() {
-  return identifierIn(host::readFile("/etc/machine-id", kRecordLimit).value_or(""));
-}
-
-std::string folderRefusal(const std::string& destination) {
-  const std::string machine = machineIdentifier();
-  if (machine.empty()) return {};
-  const std::string repository = repositoryAt(destination);
-  const std::string folder = joinPath(repository, computerName());
-  if (const auto recorded = recordedIn(folder)) {
-    if (equalsIgnoringCase(*recorded, machine)) return {};
-    return folder +
-           " holds the snapshots of another machine: one of the same name, or the one "
-           "that this one was cloned from or replaces (run, when they are this host's: "
-           "helmsman destination --adopt)";
-  }
-  if (!snapshotsIn(folder).empty()) return {};  // Taken before machines were recorded.
-  const std::string other = folderElsewhere(repository, machine);
-  if (other.empty()) return {};
-  return "this machine's snapshots are in " + other + ", and its name is " + computerName() +
-         " now: it was renamed, or cloned (run, to go on with them: mv " + other + " " + folder +
-         "; to begin anew: helmsman destination --adopt)";
-}
 
 std::string adoptFolder(const std::string& destination) {
   const std::string machine = machineIdentifier();
-  if (machine.empty()) return "this machine has no identifier in /etc/machine-id";
+  if (machine.empty()) {
+    return "this machine has no identifier in /etc/machine-id (run: systemd-machine-id-setup)";
+  }
   const std::string repository = repositoryAt(destination);
   const std::string path = joinPath(repository, computerName());
   if (::mkdir(repository.c_str(), kRepositoryMode) == 0) {

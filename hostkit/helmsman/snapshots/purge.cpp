@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "common/exit_status.h"
+#include "common/machine.h"
 #include "common/messages.h"
 #include "common/question.h"
 #include "helmsman/program/halyard_run.h"
@@ -38,6 +39,12 @@ int purge(const PurgeArguments& arguments) {
   std::string problem;
   if (equalsIgnoringCase(arguments.snapshot, "latest") && !arguments.latest) {
     printError("name the snapshot, or say --latest as well");
+    return kFailure;
+  }
+  const auto destination = backupDestination(problem);
+  if (destination) problem = folderRefusal(*destination);
+  if (!problem.empty()) {
+    printError(problem);
     return kFailure;
   }
   auto snapshot = chooseSnapshot(arguments.snapshot, problem);
