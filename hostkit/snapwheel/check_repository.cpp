@@ -69,12 +69,12 @@ class Check {
     const auto latest = repository_.latest();
     const std::string path = repository_.path(paths::kLatestName);
     if (snapshots.empty()) {
-      if (latest) problem(path, "leads nowhere; delete it");
+      if (latest) problem(path, "leads nowhere; snapwheel latest removes it");
     } else if (!latest) {
-      problem(path, "is missing; the next snapshot makes it");
+      problem(path, "is missing; snapwheel latest makes it");
     } else if (*latest != snapshots.back()) {
       problem(path, "leads to " + *latest + ", but the newest snapshot is " + snapshots.back() +
-                        "; the next snapshot moves it");
+                        "; snapwheel latest moves it");
     }
   }
 

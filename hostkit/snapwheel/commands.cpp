@@ -211,6 +211,18 @@ int runDelete(const CommandOptions& options) {
   return hostkit::kSuccess;
 }
 
+int runLatest(const CommandOptions& options) {
+  const Repository repository = openRepository(options);
+  const HostLock lock(repository);
+  const std::string newest = settleLatest(repository);
+  if (newest.empty()) {
+    hostkit::printNote("there is no snapshot in " + repository.hostFolder());
+  } else {
+    hostkit::printLine(repository.path(newest));
+  }
+  return hostkit::kSuccess;
+}
+
 int runPrune(const CommandOptions& options) {
   const Repository repository = options.dryRun ? openRepository(options) : openToChange(options);
   const RetentionRules rules = rulesFor(options);

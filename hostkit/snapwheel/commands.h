@@ -35,6 +35,8 @@ struct CommandOptions {
 int runSnapshot(const CommandOptions& options);
 int runList(const CommandOptions& options);
 int runDelete(const CommandOptions& options);
+/// Makes the link "Latest" lead to the newest snapshot; removes it when there is none.
+int runLatest(const CommandOptions& options);
 int runPrune(const CommandOptions& options);
 int runRestore(const CommandOptions& options);
 int runCheck(const CommandOptions& options);

@@ -73,6 +73,11 @@ void addDelete(CLI::App& app, CommandOptions& options, Command& command) {
   word->callback([&command] { command = snapwheel::runDelete; });
 }
 
+void addLatest(CLI::App& app, Command& command) {
+  CLI::App* word = app.add_subcommand("latest", "Make Latest lead to the newest snapshot");
+  word->callback([&command] { command = snapwheel::runLatest; });
+}
+
 void addPrune(CLI::App& app, CommandOptions& options, Command& command) {
   CLI::App* word = app.add_subcommand("prune", "Remove the snapshots that no rule keeps");
   word->add_flag("--dry-run,-n", options.dryRun, "Only show what would go, and why the rest stays");
@@ -123,6 +128,7 @@ int main(int count, char** words) {
   addSnapshot(app, options, command);
   addList(app, options, command);
   addDelete(app, options, command);
+  addLatest(app, command);
   addPrune(app, options, command);
   addRestore(app, options, command);
   addCheck(app, options, command);

@@ -23,18 +23,10 @@ std::string nameWhileRemoved(const std::string& name) {
   return "removed-" + name + std::string(kInProgress);
 }
 
-void moveLatestFrom(const Repository& repository, const std::string& name) {
-  if (repository.latest() != name) return;
-  std::vector<std::string> snapshots = repository.list().snapshots;
-  std::erase(snapshots, name);
-  const Status moved = repository.setLatest(snapshots.empty() ? std::string() : snapshots.back());
-  if (!moved) throw failureOf(moved.error());
-}
-
 void removeOne(const Repository& repository, const std::string& name) {
   std::string path = repository.path(name);
   if (!isInProgress(name)) {
-    moveLatestFrom(repository, name);
+    (void)settleLatest(repository, name);
     const std::string doomed = repository.path(nameWhileRemoved(name));
     // A read-only subvolume cannot be renamed everywhere; it goes in one step anyway.
     if (std::rename(path.c_str(), doomed.c_str()) == 0) {
@@ -65,6 +57,15 @@ bool mayReplace(const Repository& repository, const std::vector<std::string>& na
 }
 
 }  // namespace
+
+std::string settleLatest(const Repository& repository, const std::string& without) {
+  std::vector<std::string> snapshots = repository.list().snapshots;
+  std::erase(snapshots, without);
+  std::string newest = snapshots.empty() ? std::string() : snapshots.back();
+  if (repository.latest().value_or("") == newest) return newest;
+  if (const Status moved = repository.setLatest(newest); !moved) throw failureOf(moved.error());
+  return newest;
+}
 
 void removeSnapshots(const Repository& repository, const std::vector<std::string>& names) {
   for (const std::string& name : names) removeOne(repository, name);

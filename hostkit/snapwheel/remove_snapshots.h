@@ -12,10 +12,16 @@ namespace halyard::snapwheel {
 /// The reason to keep what the rules would let go.
 inline constexpr char kNewestIsNotGood[] = "newest is not good";
 
-/// Removes complete snapshots by name, and moves "Latest" to the newest that stays when its own
-/// goes. Each is first renamed to one in progress, so that a half-removed one never passes for a
-/// good one. Names of snapshots in progress are taken too. Needs HostLock.
-/// Throws Failure at the first one that cannot be removed.
+/// Makes "Latest" lead to the newest complete snapshot other than `without`, or removes it when
+/// there is none. Nothing is written when it does so already. Needs HostLock. Throws Failure.
+///
+/// Returns: the name of that snapshot; empty when there is none.
+std::string settleLatest(const Repository& repository, const std::string& without = "");
+
+/// Removes complete snapshots by name, and moves "Latest" to the newest that stays. Each is first
+/// renamed to one in progress, so that a half-removed one never passes for a good one. Names of
+/// snapshots in progress are taken too. Needs HostLock. Throws Failure at the first one that cannot
+/// be removed.
 void removeSnapshots(const Repository& repository, const std::vector<std::string>& names);
 
 /// One line of a prune plan.

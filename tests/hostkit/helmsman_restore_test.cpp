@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/restore/verify.h"
 #include "host_kit_root.h"
@@ -377,6 +379,7 @@ TEST_F(HelmsmanPurge, RemovesASnapshotAndSaysSo) {
 }
 
 TEST_F(HelmsmanPurge, KeepsTheLatestUnlessToldOtherwise) {
+  install("snapwheel", root);
   const std::string latest = std::string(kHostFolder) + "/2026-11-20-020000";
   for (const std::string& word : {std::string("2026-11-20"), std::string("latest"), latest}) {
     EXPECT_EQ(helmsman({"purge", word, "--yes"}).status, 1) << word;
@@ -384,6 +387,24 @@ TEST_F(HelmsmanPurge, KeepsTheLatestUnlessToldOtherwise) {
   EXPECT_TRUE(root.exists(latest));
   EXPECT_EQ(helmsman({"purge", "2026-11-20", "--yes", "--latest"}).status, 0);
   EXPECT_FALSE(root.exists(latest));
+}
+
+TEST_F(HelmsmanPurge, MovesLatestToTheNewestThatStays) {
+  install("snapwheel", root);
+  const std::string folder = std::string(kHostFolder) + "/";
+  root.writeFile(folder + "2026-11-19-020000/System/.Halyards/.halyardSignature", "x");
+  EXPECT_EQ(helmsman({"purge", "latest", "--yes", "--latest"}).status, 0);
+  EXPECT_EQ(std::filesystem::read_symlink(root.path(folder + "Latest")), "2026-11-19-020000");
+  EXPECT_EQ(helmsman({"purge", "latest", "--yes", "--latest"}).status, 0);
+  EXPECT_FALSE(std::filesystem::is_symlink(root.path(folder + "Latest")));
+}
+
+TEST_F(HelmsmanPurge, SaysSoWhenLatestCannotBeMoved) {
+  root.writeScript("/usr/sbin/snapwheel", "echo 'snapwheel: busy' >&2; exit 3");
+  const auto result = helmsman({"purge", "latest", "--yes", "--latest"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("Latest leads to no snapshot now (see: /usr/sbin/snapwheel "
+                                    "latest): snapwheel: busy"));
 }
 
 TEST_F(HelmsmanPurge, RefusesWhatHalyardWouldSilentlyLeave) {

@@ -5,6 +5,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "host/files/descriptor.h"
 #include "host_kit_root.h"
 
@@ -84,6 +86,28 @@ TEST_F(SnapwheelProgram, HalyardListsAndPurgesItsSnapshots) {
   EXPECT_EQ(snapwheel({"check"}).status, 1);
   take();
   EXPECT_EQ(snapwheel({"check"}).status, 0);
+}
+
+TEST_F(SnapwheelProgram, LatestLeadsToTheNewestWhateverWasRemovedByOthers) {
+  const std::string folder = std::string(kHostFolder) + "/";
+  const std::string first = take();
+  const std::string second = take();
+  const std::string third = take();
+  root.remove(folder + third);
+  EXPECT_EQ(snapwheel({"latest"}).out, folder + second + "\n");
+  EXPECT_EQ(snapwheel({"check"}).status, 0);
+  root.remove(folder + second);
+  EXPECT_EQ(snapwheel({"latest"}).out, folder + first + "\n");
+  EXPECT_TRUE(root.exists(folder + "Latest/System"));
+  const std::string fourth = take();
+  root.remove(folder + fourth);
+  EXPECT_EQ(snapwheel({"delete", first}).status, 0);
+  EXPECT_FALSE(std::filesystem::is_symlink(root.path(folder + "Latest")))
+      << "the removal of another one settles it, too";
+  const CommandResult none = snapwheel({"latest"});
+  EXPECT_EQ(none.status, 0);
+  EXPECT_EQ(none.out, "");
+  EXPECT_THAT(none.err, HasSubstr("there is no snapshot in"));
 }
 
 TEST_F(SnapwheelProgram, ListsWhatThereIs) {

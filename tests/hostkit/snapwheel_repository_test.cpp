@@ -164,7 +164,7 @@ TEST_F(RepositoryTest, CheckTellsWhatIsForeignUnfinishedOrIncomplete) {
 
 TEST_F(RepositoryTest, CheckTellsAWrongLatestLink) {
   makeSnapshot(kOne);
-  EXPECT_THAT(findings(), ElementsAre("problem Latest is missing; the next snapshot makes it"));
+  EXPECT_THAT(findings(), ElementsAre("problem Latest is missing; snapwheel latest makes it"));
   makeSnapshot(kTwo);
   ASSERT_TRUE(repository_.setLatest(kOne));
   EXPECT_THAT(findings(), ElementsAre(HasSubstr("but the newest snapshot is 2026-01-02-000000")));

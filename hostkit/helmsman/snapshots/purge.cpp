@@ -8,6 +8,7 @@
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
+#include "host/process/task.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -30,6 +31,20 @@ bool canBePurged(const Snapshot& snapshot, bool latestMayGo) {
     return false;
   }
   return true;
+}
+
+// The program leaves the link alone when it removes what that leads to; the engine, whose link it
+// is, moves it under its own lock.
+int settleLatest(const std::string& hostFolder) {
+  const std::string link = joinPath(hostFolder, paths::kLatestName);
+  if (!host::isSymbolicLink(link) || host::exists(link)) return kSuccess;
+  const host::TaskResult result = host::RunTask(
+      std::string(paths::kSnapshotTool), {"latest", "--computer", lastPathComponent(hostFolder)});
+  if (!host::isSymbolicLink(link) || host::exists(link)) return kSuccess;
+  const std::string reason(trimLineFeeds(result.error));
+  printWarning(link + " leads to no snapshot now (see: " + paths::kSnapshotTool + " latest)" +
+               (reason.empty() ? "" : ": " + reason));
+  return kPartial;
 }
 
 }  // namespace
@@ -63,6 +78,7 @@ int purge(const PurgeArguments& arguments) {
     return kFailure;
   }
 
+  const std::string path = host::realPath(snapshot->path).value_or(snapshot->path);
   const host::TaskResult result = runHalyard({"-cmd", "purgeSnapShot", "-path", snapshot->path});
   if (host::exists(snapshot->path)) {
     const std::string reason(trimLineFeeds(result.output));
@@ -70,7 +86,7 @@ int purge(const PurgeArguments& arguments) {
     return kFailure;
   }
   printNote("removed " + snapshot->path);
-  return kSuccess;
+  return settleLatest(path.substr(0, path.rfind('/')));
 }
 
 }  // namespace halyard::hostkit
