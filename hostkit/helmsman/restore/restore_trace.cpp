@@ -51,6 +51,7 @@ void tracePath(const PathBefore& before, const std::timespec& started, RestoreRe
 
 std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths) {
   std::vector<PathBefore> before;
+  before.reserve(paths.size());
   for (const std::string& path : paths) {
     before.push_back({path, identityOf(path), identityOf(asidePath(path))});
   }

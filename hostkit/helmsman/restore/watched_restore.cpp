@@ -53,7 +53,7 @@ host::TaskResult runWithJournal(const std::vector<std::string>& words, const std
   if (makeFolders(kUndoFolder, kUndoFolderMode) && host::createOrEmptyFile(path, kJournalMode)) {
     ::setenv(kJournalVariable, path.c_str(), 1);
   }
-  const host::TaskResult result = runHalyard(words);
+  host::TaskResult result = runHalyard(words);
   ::unsetenv(kJournalVariable);
   journal = parseJournal(host::readFile(path, kJournalLimit).value_or(""));
   (void)host::removeItem(path);  // What it says is in a record from here on.
@@ -62,7 +62,7 @@ host::TaskResult runWithJournal(const std::vector<std::string>& words, const std
 
 host::TaskResult WatchedRestore::run(const std::vector<std::string>& words) {
   const std::timespec started = coarseNow();
-  const host::TaskResult result = runWithJournal(words, journal_, told_);
+  host::TaskResult result = runWithJournal(words, journal_, told_);
   problems_ = told_.problems;
 
   const auto older = leftOf(readRestoreRecord(record_.service), {});
