@@ -74,6 +74,78 @@ TEST_F(UndoOnDisk, TheRecordIsReplacedDurably) {
                                 "/var/lib/halyard/undo/depotHost.json"));
 }
 
+TEST_F(UndoOnDisk, WhatTidyRemovesIsGoneFromTheDiskBeforeTheRecordSaysSo) {
+  const SystemCalls calls = callsOf({"tidy", "--yes"});
+  const std::string recorded = "renameat*\"depotHost.json\"*";
+  EXPECT_TRUE(
+      inOrder(calls, {"unlinkat(*</srv>, \"one.previous\"*", "fsync(*</srv>) = 0", recorded}));
+  EXPECT_TRUE(
+      inOrder(calls, {"unlinkat(*</opt>, \"two.previous\"*", "fsync(*</opt>) = 0", recorded}));
+  EXPECT_TRUE(isReplacedDurably(calls, "/var/lib/halyard/undo/depotHost.json"));
+}
+
+// The host came back with "/.Halyards", whose service has an item on a volume of its own.
+class RecoverOnDisk : public HelmsmanOnDisk {
+ protected:
+  void SetUp() override {
+    HelmsmanOnDisk::SetUp();
+    if (IsSkipped()) return;
+    root.writePlugin("/opt/depot", ":" + std::string(test::kSayDone));
+    root.writePreferences({{"depotHost", 1}});
+    root.writeDescriptor(
+        "30-depotHost.plist",
+        descriptorOf("depotHost", "/opt/depot").list("DataFiles", {"/srv/one", "/big/two"}));
+    for (const char* item : {"/srv/one", "/big/two"}) {
+      root.writeFile(std::string("/.Halyards/depotHost") + item, "saved");
+    }
+    root.writeFile("/srv/one", "came with the volume");
+    root.writeFile("/.Halyards/.halyardSignature", "4711\n");
+    root.writeFile("/.Halyards/ServerSourceDiskInfo.plist",
+                   test::plistDocument("<dict><key>VolumeUUID</key><string>0a0a0a0a-0000-4000-8000-"
+                                       "000000000000</string></dict>"));
+  }
+};
+
+TEST_F(RecoverOnDisk, WhatWasPutBackIsOnDiskBeforeTheJournalSaysSo) {
+  const TestMount volume = TestMount::memory(root.path("/big"), "size=1m");
+  if (!volume.isMounted()) GTEST_SKIP() << "no mounts can be had here";
+  const SystemCalls calls = callsOf({"recover", "--yes"});
+  EXPECT_EQ(root.readFile("/srv/one"), "saved");
+  EXPECT_EQ(root.readFile("/big/two"), "saved");
+  const std::string told = "renameat*\"recovery.json\"*";
+  EXPECT_TRUE(inOrder(calls, {"renameat*\"depotHost.json\"*", "unlink*halyardSignature*",
+                              "syncfs(*</>) = 0", told}));
+  EXPECT_TRUE(inOrder(calls, {"unlink*halyardSignature*", "syncfs(*</big*>) = 0", told}));
+  EXPECT_TRUE(isReplacedDurably(calls, "/var/lib/halyard/recovery.json"));
+  EXPECT_TRUE(isReplacedDurably(calls, "/var/lib/halyard/undo/depotHost.json"));
+}
+
+// Links to shipped descriptors: at every instant a service whose flag is on has its descriptor.
+class LinksOnDisk : public HelmsmanOnDisk {
+ protected:
+  void SetUp() override {
+    HelmsmanOnDisk::SetUp();
+    if (IsSkipped()) return;
+    root.writePlugin("/opt/depot");
+    root.writeFile("/usr/share/halyard/services/30-depotHost.plist",
+                   descriptorOf("depotHost", "/opt/depot").plist());
+    root.writePreferences({{"depotHost", 0}});
+  }
+  static constexpr char kFlagged[] = "renameat*\"com.vantor.Halyard.plist\"*";
+  static constexpr char kSynced[] = "syncfs(*</private/etc/halyard>) = 0";
+};
+
+TEST_F(LinksOnDisk, AServiceIsOnOnlyAfterItsLinkIsOnDisk) {
+  EXPECT_TRUE(inOrder(callsOf({"enable", "depotHost"}),
+                      {"symlink*\"/private/etc/halyard/30-depotHost.plist\"*", kSynced, kFlagged}));
+}
+
+TEST_F(LinksOnDisk, TheLinkOfAServiceThatIsOffIsGoneFromTheDisk) {
+  ASSERT_EQ(helmsman({"enable", "depotHost"}).status, 0);
+  EXPECT_TRUE(inOrder(callsOf({"disable", "depotHost"}),
+                      {kFlagged, "unlink(\"/private/etc/halyard/30-depotHost.plist\")*", kSynced}));
+}
+
 using SetupOnDisk = HelmsmanOnDisk;
 
 TEST_F(SetupOnDisk, TheMarkerComesAfterEveryFolderAndLink) {
@@ -126,6 +198,17 @@ TEST_F(RunOnDisk, TheRecordOfARunIsReplacedDurably) {
   const TracedRun run = test::traced(root, kHelmsman, {"backup"});
   EXPECT_EQ(run.result.status, 0) << run.result.err;
   EXPECT_TRUE(isReplacedDurably(run.calls, test::kRecord));
+}
+
+TEST_F(RunOnDisk, AMarkIsOnDiskBeforeTheSnapshotBegins) {
+  root.writePlugin("/usr/libexec/broken", "[ \"$2\" = backup ] && exit 7; exit 0");
+  root.writeDescriptor("30-depotHost.plist",
+                       test::descriptorOf("depotHost", "/usr/libexec/broken"));
+  const TracedRun run = test::traced(root, kHelmsman, {"backup"});
+  EXPECT_EQ(run.result.status, 4) << run.result.err;
+  EXPECT_TRUE(isReplacedDurably(run.calls, "/.Halyards/depotHost/incomplete"));
+  EXPECT_TRUE(inOrder(run.calls, {"renameat*\"incomplete\"*", "fsync(*</.Halyards>) = 0",
+                                  "openat(*\"/engine-calls\"*"}));
 }
 
 constexpr char kSnapwheel[] = "/usr/sbin/snapwheel";

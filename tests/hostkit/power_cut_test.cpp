@@ -79,6 +79,28 @@ TEST_F(PowerCut, LosesNothingOfARestore) {
   EXPECT_EQ(root.readFile("/after/target/file"), "data");
 }
 
+TEST_F(PowerCut, LosesNothingOfAnUndo) {
+  install("helmsman", root);
+  root.writePlugin("/opt/depot",
+                   "echo 'Number of failures to match := 0'" + std::string(test::kSayDone));
+  root.writePreferences({{"depotHost", 1}});
+  root.writeDescriptor(
+      "30-depotHost.plist",
+      test::descriptorOf("depotHost", "/opt/depot").list("DataFiles", {"/disk/target/file"}));
+  const std::string saved = "/repository/Archives.snapdb/files1/2026-11-20-020000/System/.Halyards";
+  root.writeFile(saved + "/depotHost/disk/target/file", "old");
+  root.writeFile(saved + "/.halyardSignature", "x");
+  root.writeFile("/disk/target/file", "new");
+  const auto restored = helmsman({"restore", "depotHost", "--yes"});
+  ASSERT_EQ(restored.status, 0) << restored.err;
+  ASSERT_EQ(root.readFile("/disk/target/file"), "old");
+  const auto undone = helmsman({"undo", "depotHost", "--yes"});
+  ASSERT_EQ(undone.status, 0) << undone.err;
+  cut();
+  EXPECT_EQ(root.readFile("/after/target/file"), "new");
+  EXPECT_EQ(root.readFile("/after/target/file.previous"), "old");
+}
+
 TEST_F(PowerCut, LosesNothingOfASnapshotAndBringsNoPrunedOneBack) {
   root.writeEnginePreferences(1, "/disk/repository");
   snapwheel({"snapshot", "--source", "/data"});
