@@ -41,7 +41,7 @@ std::optional<std::string> resolveTag(const VolumeTag& tag) {
 /// leaves that much behind when the path leads nowhere (yet).
 std::string realPathAsFarAsItLeads(const std::string& path) {
   std::array<char, PATH_MAX> real{};
-  (void)::realpath(path.c_str(), real.data());
+  (void)!::realpath(path.c_str(), real.data());
   return real.data();
 }
 
