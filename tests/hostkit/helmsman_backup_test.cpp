@@ -142,6 +142,8 @@ TEST_F(HelmsmanBackup, AFailedSnapshotLeavesTheBackupAndPrunesNothing) {
   EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
   EXPECT_EQ(record()["result"], "failed");
   EXPECT_THAT(record()["lastGood"], IsEmpty());
+  EXPECT_EQ(record()["services"][0]["result"], "failed");
+  EXPECT_THAT(result.err, HasSubstr("depotHost: its backup was done, but no snapshot holds it"));
 }
 
 TEST_F(HelmsmanBackup, ASnapshotWithoutThisBackupIsSeenThrough) {
@@ -295,12 +297,30 @@ TEST(RunJudge, AServiceThatWasNotReachedOrNotEndedIsNotGood) {
   EXPECT_THAT(results[1].problems, ElementsAre("the run did not come to it"));
 }
 
+TEST(RunJudge, KnowsWhatARunThatWasKilledCameTo) {
+  RunJudge judge({descriptorWith("10-a.plist", "a", {}), descriptorWith("20-b.plist", "b", {}),
+                  descriptorWith("30-c.plist", "c", {})});
+  for (const char* service : {"a", "b", "c"}) {
+    judge.progressLine(std::string("## PROGRESS :: Halyard :: ") + service +
+                       " :: Calculating size requirements for backup...");
+  }
+  judge.progressLine("## PROGRESS :: Halyard :: a :: Calling service pre-backup items...");
+  judge.progressLine("## PROGRESS :: Halyard :: a :: Service backup binary done.");
+  judge.progressLine("## PROGRESS :: Halyard :: b :: Calling service backup binary...");
+  const auto results = judge.results(everyCopyMatters);
+  EXPECT_TRUE(results[0].done);
+  EXPECT_THAT(results[1].problems, ElementsAre("the run ended within it"));
+  EXPECT_THAT(results[2].problems, ElementsAre("the run did not come to it"));
+}
+
 TEST(RunJudge, FailedCopiesBelongToTheServiceThatIsWorkedOn) {
   RunJudge judge({descriptorWith("10-a.plist", "a", {"/x to y"}),
                   descriptorWith("20-b.plist", "b", {"/x to y"})});
   judge.outputLine("*** nextPath := 10-a.plist");
   judge.outputLine("*** nextPath := 20-b.plist");
   judge.outputLine("Failed to copy /x to y to /.Halyards/b/x to y; ret -> 0");
+  EXPECT_EQ(judge.results(everyCopyMatters)[0].copied, std::nullopt) << "more may have failed";
+  judge.progressLine("## PROGRESS :: Halyard :: Done.");
   const auto results = judge.results(everyCopyMatters);
   EXPECT_EQ(results[0].copied, 1);
   EXPECT_EQ(results[1].copied, 0);

@@ -201,6 +201,15 @@ TEST_F(HelmsmanCheck, DoesNotDoubtWhatIsShipped) {
   EXPECT_THAT(findings(), ElementsAre());
 }
 
+TEST_F(HelmsmanCheck, TellsAHostThatWasRenamed) {
+  root.writeFile(
+      "/Library/Preferences/HostConfig/preferences.plist",
+      test::plistDocument("<dict><key>System</key><dict><key>System</key><dict><key>"
+                          "ComputerName</key><string>ledger</string></dict></dict></dict>"));
+  EXPECT_THAT(findings(), ElementsAre("warning : this host is called files1, and its snapshots "
+                                      "stand under ledger"));
+}
+
 TEST_F(HelmsmanCheck, FindsPreferencesThatCannotBeRead) {
   root.writeFile(kServices, "nonsense");
   root.remove(kEngine);

@@ -73,6 +73,34 @@ TEST_F(HelmsmanRestore, PutsTheServiceBackAndKeepsWhatWasThere) {
   EXPECT_THAT(result.err, HasSubstr("to take it back: helmsman undo depotHost;"));
 }
 
+// A unit that runs once it is started, or never.
+TEST_F(HelmsmanRestore, CallsNothingRestoredWhoseServerDoesNotRun) {
+  root.makeFolder("/run/systemd/system");
+  const std::string answers =
+      "case $1,$2 in\nis-active,smbd.service) [ -e /started ] && echo active || echo failed ;;\n"
+      "is-*) echo inactive ;;\n";
+  root.writeScript("/usr/bin/systemctl", answers + "esac; exit 1");
+  auto result = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(root.readFile("/srv/depot"), "old data");
+  EXPECT_THAT(result.err, HasSubstr("smbd.service does not run (see: systemctl status smbd"));
+  EXPECT_THAT(result.err, Not(HasSubstr("restored depotHost")));
+
+  root.writeScript("/usr/bin/systemctl", answers + "start,smbd.service) echo >/started ;; esac");
+  result = helmsman({"restore", "depotHost", "--yes", "--force"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("started smbd.service\n"));
+  EXPECT_THAT(result.err, HasSubstr("restored depotHost from"));
+}
+
+TEST_F(HelmsmanRestore, SaysWhereAMismatchIsTold) {
+  writePlugin("cp \"$6/etc/depot.conf\" /etc/depot.conf", "1");
+  const auto result = helmsman({"restore", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("depotHost was put back from 2026-11-20-020000, but verify "
+                                    "reports 1 mismatch (see /"));
+}
+
 TEST_F(HelmsmanRestore, ADryRunTouchesNothing) {
   const auto result = helmsman({"restore", "depotHost", "--dry-run"});
   EXPECT_EQ(result.status, 0);

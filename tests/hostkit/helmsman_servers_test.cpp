@@ -105,7 +105,7 @@ TEST_F(HelmsmanServers, APlainWordNamesItsService) {
   EXPECT_EQ(helmsman({"enable", "web"}).err, "helmsman: siteHost is on now\n");
   ASSERT_EQ(helmsman({"backup"}).status, 0);
   EXPECT_THAT(helmsman({"restore", "mail", "--dry-run"}).out,
-              HasSubstr("The restore program of postHost"));
+              HasSubstr("the restore program of postHost"));
   EXPECT_THAT(helmsman({"restore", "databases", "--yes"}).err,
               HasSubstr("there is no service 'databases'"));
 }

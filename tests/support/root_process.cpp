@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace halyard::test {
 namespace {
@@ -201,8 +202,11 @@ void reportFailedStart(int startReader, const RootProcess& process) {
 }  // namespace
 
 bool enterRoot(const std::string& folder, unsigned userId, unsigned groupId) {
-  if (geteuid() != 0) {
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+  constexpr std::string_view kHostName = "files1";  // As the root's own configuration names it.
+  if (geteuid() == 0) {
+    (void)unshare(CLONE_NEWUTS);
+  } else {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWUTS) != 0) return false;
     (void)writeText("/proc/self/setgroups",
                     "deny");  // Absent on old kernels, which then need no such word.
     if (!writeText("/proc/self/uid_map", "0 " + std::to_string(userId) + " 1")) return false;
@@ -210,6 +214,7 @@ bool enterRoot(const std::string& folder, unsigned userId, unsigned groupId) {
     if (!bindDevices(folder)) return false;
     (void)bindMaps(folder);  // Only programs that throw miss it.
   }
+  (void)sethostname(kHostName.data(), kHostName.size());
   return chroot(folder.c_str()) == 0 && chdir("/") == 0;
 }
 

@@ -12,7 +12,10 @@
 #include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/local_volumes.h"
 #include "helmsman/settings/servers.h"
+#include "helmsman/settings/setup.h"
 #include "helmsman/snapshots/repository.h"
+#include "product/computer_name.h"
+#include "product/paths.h"
 
 namespace halyard::hostkit {
 
@@ -26,6 +29,16 @@ void lintServers(Findings& findings) {
                                           "the volume, or give it a descriptor and a plug-in"
                                         : "run helmsman enable " + server.service);
   }
+}
+
+// The name was taken when the host was set up, and names the folder of its snapshots.
+void lintComputerName(Findings& findings) {
+  const std::string fromHost = computerNameFromHost();
+  if (fromHost == kUnknownComputer || fromHost == computerName()) return;
+  FindingList list(paths::kHostConfigurationFile, findings);
+  list.warning(
+      "", "this host is called " + fromHost + ", and its snapshots stand under " + computerName(),
+      "nothing to do to keep that name; to change it see \"Renaming a host\" in helmsman(8)");
 }
 
 // Until it ends, every backup is refused.
@@ -90,6 +103,7 @@ void lintBackups(Findings& findings) {
 
 void lintHost(Findings& findings) {
   lintServers(findings);
+  lintComputerName(findings);
   lintRun(findings);
   lintClock(findings);
   lintSnapshotFolder(findings);

@@ -14,6 +14,7 @@
 #include "common/times.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/recovery.h"
+#include "helmsman/restore/server_units.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/restore/watched_restore.h"
 #include "helmsman/run/host_work.h"
@@ -115,10 +116,16 @@ void verifyAll(Recovery& recovery, const std::optional<Snapshot>& origin) {
         service.result() == Result::restored || service.result() == Result::unknown;
     if (!mayBeWhole || !service.canVerify) continue;
     const auto mismatches = verifyService(service.name, *origin);
-    if (!mismatches) {
-      service.problems.emplace_back("verify gave no answer");
-    } else if (*mismatches != 0) {
-      service.problems.push_back("verify reports " + std::to_string(*mismatches) + " mismatches");
+    if (mismatches && *mismatches == 0) continue;
+    service.problems.push_back(verifyProblem(service.name, mismatches));
+  }
+}
+
+void settleServers(Recovery& recovery) {
+  for (ServiceRecovery& service : recovery.services) {
+    if (!service.held) continue;
+    for (std::string& problem : ServerUnits(service.name).settle()) {
+      service.problems.push_back(std::move(problem));
     }
   }
 }
@@ -193,6 +200,7 @@ int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
   }
   judgeRecovery(recovery, host::readFile(paths::kProgressLog, kProgressLogLimit).value_or(""),
                 plugIns);
+  settleServers(recovery);
   if (!arguments.noVerify) verifyAll(recovery, origin);
   bringToDisk(recovery);
   if (origin) recovery.source.name = origin->name;

@@ -14,6 +14,7 @@
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/restore/restore_source.h"
+#include "helmsman/restore/server_units.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/restore/watched_restore.h"
 #include "helmsman/run/host_work.h"
@@ -101,8 +102,9 @@ void showPlan(const Restoration& restoration) {
     rows.push_back({item.path, item.inSnapshot ? sizeText(item.bytes) : "-", actionText(item)});
   }
   if (rows.size() > 1) (void)std::fputs(tableText(rows).c_str(), stdout);
-  printLine("The restore program of " + restoration.service + " then runs on what " +
-            restoration.snapshot.name + " holds.");
+  printLine("Then the restore program of " + restoration.service + " puts back what else " +
+            restoration.snapshot.name + " holds of the service; what that is, it decides itself" +
+            " (see: helmsman browse " + restoration.service + ").");
 }
 
 // What undo can take back, and what it cannot.
@@ -131,13 +133,17 @@ bool tellOutcome(const Restoration& restoration, const WatchedRestore& run) {
 bool verified(const Restoration& restoration, bool wanted) {
   if (!wanted || !restoration.canVerify) return true;
   const auto mismatches = verifyService(restoration.service, restoration.snapshot);
-  if (!mismatches) {
-    printWarning("verify gave no answer");
-    return false;
-  }
-  if (*mismatches == 0) return true;
-  printWarning("verify reports " + std::to_string(*mismatches) + " mismatches");
+  if (mismatches && *mismatches == 0) return true;
+  printWarning(restoration.service + " was put back from " + restoration.snapshot.name + ", but " +
+               verifyProblem(restoration.service, mismatches));
   return false;
+}
+
+bool serverRuns(const ServerUnits& server) {
+  const std::vector<std::string> problems = server.settle();
+  for (const std::string& problem : problems) printError(problem);
+  if (!server.advice().empty()) printWarning(server.advice());
+  return problems.empty();
 }
 
 int carryOut(const Restoration& restoration, const RestoreArguments& arguments) {
@@ -150,13 +156,15 @@ int carryOut(const Restoration& restoration, const RestoreArguments& arguments) 
       "-cmd",     "restoreService",   "-path", restoration.snapshot.path, "-target", "/",
       "-service", restoration.service};
   if (!arguments.option.empty()) words.insert(words.end(), {"-opt", arguments.option});
+  const ServerUnits server(restoration.service);  // Those that are to run, before anything stops.
   const host::TaskResult result = run.run(words);
   const bool restored = tellOutcome(restoration, run);
+  const bool runs = serverRuns(server);
   if (result.status != 0) {
     printError("Halyard ended with status " + std::to_string(result.status));
     return kFailure;
   }
-  if (!restored || !verified(restoration, !arguments.noVerify)) return kFailure;
+  if (!restored || !verified(restoration, !arguments.noVerify) || !runs) return kFailure;
   const auto isHeld = [](const PlannedItem& item) { return item.inSnapshot; };
   if (!restoration.plan.empty() && std::ranges::none_of(restoration.plan, isHeld)) {
     printWarning("the restore program of " + restoration.service + " was run; of the " +

@@ -93,4 +93,19 @@ bool ServerUnits::start() const {
   return running;
 }
 
+std::vector<std::string> ServerUnits::settle() const {
+  std::vector<std::string> problems;
+  for (const std::string& unit : units_) {
+    if (answerOf("is-active", unit) == "active") continue;
+    (void)systemctl("reset-failed", unit);
+    (void)systemctl("start", unit);  // What counts is whether it runs.
+    if (answerOf("is-active", unit) == "active") {
+      printNote("started " + unit);
+    } else {
+      problems.push_back(unit + " does not run (see: systemctl status " + unit + ")");
+    }
+  }
+  return problems;
+}
+
 }  // namespace halyard::hostkit

@@ -1,4 +1,5 @@
-// The systemd units of a service's server, stopped while its items change places.
+// The systemd units of a service's server: stopped while its items change places, and asked
+// whether they run once it is restored.
 #pragma once
 
 #include <optional>
@@ -19,6 +20,8 @@ class ServerUnits {
   bool stop() const;
   /// Forgets their failures, starts them and asks whether they run; false, with messages, else.
   bool start() const;
+  /// Starts those that do not run, as start() does; one sentence for each that does not run then.
+  std::vector<std::string> settle() const;
   /// What the administrator has to do instead; empty when nothing.
   const std::string& advice() const { return advice_; }
 

@@ -183,6 +183,15 @@ int statusOf(const std::vector<Verdict>& verdicts, const std::vector<std::string
 
 }  // namespace
 
+std::string verifyProblem(const std::string& service,
+                          const std::optional<std::int32_t>& mismatches) {
+  if (!mismatches) return "verify gave no answer";
+  const std::string log = verifyLogOf(service);
+  return "verify reports " + std::to_string(*mismatches) +
+         (*mismatches == 1 ? " mismatch" : " mismatches") +
+         (log.empty() ? "" : " (see " + log + ")");
+}
+
 std::optional<std::int32_t> mismatchesIn(std::string_view diagnosticOutput) {
   static const std::string kSummary = std::string(texts::kFailureSummary) + texts::kValueMark;
   static const std::string kResult = std::string(texts::kVerifyResult) + texts::kValueMark;

@@ -24,6 +24,10 @@ std::optional<std::int32_t> mismatchesIn(std::string_view diagnosticOutput);
 /// Verifies one service; absent when there was no answer.
 std::optional<std::int32_t> verifyService(const std::string& service, const Snapshot& snapshot);
 
+/// What is wrong with such an answer, and where its plug-in tells more; not for 0 mismatches.
+std::string verifyProblem(const std::string& service,
+                          const std::optional<std::int32_t>& mismatches);
+
 /// Halyard's status is 0 whatever it finds, and it prints the count for diagnostics only: it is run
 /// with them, and the count is taken from there.
 /// Each service is compared with the newest snapshot that holds it whole, unless one is named.

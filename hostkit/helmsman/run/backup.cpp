@@ -87,6 +87,7 @@ class BackupCycle {
   void phase(const std::string& text);
   bool isToStop() const { return guard_.signal() != 0; }
   RunRecord::Result result() const;
+  void tellWhatNoSnapshotHolds();
   int finish();
   void problem(std::string text) { record_.problems.push_back(std::move(text)); }
 
@@ -335,9 +336,20 @@ RunRecord::Result BackupCycle::result() const {
              : RunRecord::Result::partial;
 }
 
+// A service is good when it can be restored.
+void BackupCycle::tellWhatNoSnapshotHolds() {
+  if (arguments_.noSnapshot || !record_.snapshot.empty()) return;
+  for (ServiceResult& service : record_.services) {
+    if (!service.done || service.absent) continue;
+    service.done = false;
+    service.problems.emplace_back("its backup was done, but no snapshot holds it");
+  }
+}
+
 int BackupCycle::finish() {
   record_.finished = secondsNow();
   record_.result = result();
+  tellWhatNoSnapshotHolds();
   if (isToStop()) {
     problem(std::string("the run was told to stop (SIG") + ::sigabbrev_np(guard_.signal()) + ")");
     (void)removeLeftoverPidFile();  // Halyard had no time for it.

@@ -128,7 +128,7 @@ std::string progressBar(double fraction, std::size_t width) {
 std::string summaryText(const RunRecord& record) {
   std::vector<std::vector<std::string>> rows = {{"SERVICE", "RESULT", "COPIED", "SIZE"}};
   for (const ServiceResult& service : record.services) {
-    std::string copied = std::to_string(service.copied);
+    std::string copied = service.copied ? std::to_string(*service.copied) : "-";
     if (!service.missing.empty()) {
       copied += " (" + std::to_string(service.missing.size()) + " not on this host)";
     }

@@ -103,16 +103,17 @@ void RunJudge::progressLine(std::string_view line) {
     sawEnd_ = sawEnd_ || step->message == texts::kRunDone;
     return;
   }
-  if (step->message != texts::kServiceDone) return;
+  if (step->message == texts::kSizeBegun || step->message == texts::kSizeDone) return;
   for (Entry& entry : entries_) {
-    if (entry.descriptor.serviceName() == step->service) entry.ended = true;
+    if (entry.descriptor.serviceName() != step->service) continue;
+    entry.reached = true;
+    entry.ended = entry.ended || step->message == texts::kServiceDone;
   }
 }
 
 void RunJudge::judgeCopies(const Entry& entry, const CopyFailure& copyFailure,
                            ServiceResult& result) {
   const std::vector<std::string> files = entry.descriptor.files();
-  result.copied = static_cast<int>(files.size() - entry.failedCopies.size());
   for (const std::string& file : entry.failedCopies) {
     // Listed twice and copied once is copied: the second copy finds the first in its place.
     if (std::count(files.begin(), files.end(), file) >
@@ -134,6 +135,10 @@ std::vector<ServiceResult> RunJudge::results(const CopyFailure& copyFailure) con
     result.name = entry.descriptor.serviceName();
     result.problems = entry.problems;
     judgeCopies(entry, copyFailure, result);
+    // What was printed may be lost when Halyard is killed; the progress log is not.
+    if (sawEnd_) {
+      result.copied = static_cast<int>(entry.descriptor.files().size() - entry.failedCopies.size());
+    }
     if (!entry.reached) result.problems.emplace_back("the run did not come to it");
     if (entry.reached && !entry.ended) result.problems.emplace_back("the run ended within it");
     result.done = result.problems.empty();

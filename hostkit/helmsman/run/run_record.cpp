@@ -21,9 +21,12 @@ constexpr char kGoodWord[] = "good";
 constexpr char kAbsentWord[] = "not on this host";
 
 nlohmann::json serviceJson(const ServiceResult& service) {
-  return {{"name", service.name},       {"result", resultWord(service)},
-          {"copied", service.copied},   {"bytes", service.bytes},
-          {"missing", service.missing}, {"problems", service.problems}};
+  return {{"name", service.name},
+          {"result", resultWord(service)},
+          {"copied", service.copied ? nlohmann::json(*service.copied) : nlohmann::json()},
+          {"bytes", service.bytes},
+          {"missing", service.missing},
+          {"problems", service.problems}};
 }
 
 // The members of a record that a text may lack are read one by one: a record of another version
@@ -59,7 +62,7 @@ ServiceResult serviceFrom(const nlohmann::json& document) {
   const auto word = valueOr<std::string>(document, "result", "");
   service.absent = word == kAbsentWord;
   service.done = service.absent || word == kGoodWord;
-  service.copied = valueOr(document, "copied", 0);
+  if (const int copied = valueOr(document, "copied", -1); copied >= 0) service.copied = copied;
   service.bytes = valueOr(document, "bytes", std::uint64_t{0});
   service.missing = textsOf(document, "missing");
   service.problems = textsOf(document, "problems");

@@ -14,7 +14,7 @@ namespace halyard::hostkit {
 struct ServiceResult {
   std::string name;
   bool done = false;                  ///< Everything the descriptor asks for is in the backup.
-  int copied = 0;                     ///< Listed files that were copied.
+  std::optional<int> copied;          ///< Listed files that were copied; absent when unknown.
   std::uint64_t bytes = 0;            ///< Of its folder in the backup.
   std::vector<std::string> missing;   ///< Listed files that this host does not have.
   std::vector<std::string> problems;  ///< One sentence each.

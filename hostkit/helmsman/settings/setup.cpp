@@ -64,12 +64,6 @@ bool provideVersionFile() {
   return written(paths::kHostVersionFile, version, std::string("host version ") + kProductVersion);
 }
 
-std::string hostName() {
-  std::array<char, 256> name{};
-  if (::gethostname(name.data(), name.size() - 1) != 0) return {};
-  return name.data();
-}
-
 // A name that is set stays: it is the name of the folder with all earlier snapshots.
 bool provideComputerName() {
   if (computerName() != kUnknownComputer) return true;
@@ -79,7 +73,7 @@ bool provideComputerName() {
     printError(problem);
     return false;
   }
-  const std::string name = computerNameFromHostName(hostName());
+  const std::string name = computerNameFromHost();
   if (!makeFolders(parentPath(paths::kHostConfigurationFile), 0755)) {
     printError(std::string("the folder of ") + paths::kHostConfigurationFile +
                " could not be made");
@@ -109,6 +103,12 @@ void warnOfMissingPrograms() {
 }
 
 }  // namespace
+
+std::string computerNameFromHost() {
+  std::array<char, 256> name{};
+  if (::gethostname(name.data(), name.size() - 1) != 0) return kUnknownComputer;
+  return computerNameFromHostName(name.data());
+}
 
 int setUpHost() {
   bool ready = provideFolders();

@@ -1,7 +1,12 @@
 // "helmsman setup": makes this host ready for Halyard.
 #pragma once
 
+#include <string>
+
 namespace halyard::hostkit {
+
+/// The computer name that a host of this name gets when it is set up.
+std::string computerNameFromHost();
 
 /// Provides what Halyard expects of its host and is not there yet: the fixed folders, both
 /// preference files, the links of the services that are on, the host version file, the computer
