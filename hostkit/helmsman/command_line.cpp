@@ -131,12 +131,15 @@ void CommandLine::addHostCommands() {
       destination->add_flag("--list", destination_.list, "List the volumes that could serve")
           ->excludes(where)
           ->excludes(show);
-  destination
-      ->add_flag("--adopt", adopt_, "Record the folder of the snapshots there as this machine's")
+  CLI::Option* adopt = destination
+                           ->add_flag("--adopt", adopt_,
+                                      "Record the folder of the snapshots there as this machine's")
+                           ->excludes(where)
+                           ->excludes(show)
+                           ->excludes(list);
+  destination->add_flag("--json", destination_.json, "Print JSON")
       ->excludes(where)
-      ->excludes(show)
-      ->excludes(list);
-  destination->add_flag("--json", destination_.json, "Print JSON")->excludes(where);
+      ->excludes(adopt);
   destination->add_flag("--same-volume", destination_.sameVolume,
                         "Accept a folder on the volume that is backed up");
   destination->add_flag("--as-given", destination_.asGiven,

@@ -212,7 +212,7 @@ int runDelete(const CommandOptions& options) {
 }
 
 int runLatest(const CommandOptions& options) {
-  const Repository repository = openRepository(options);
+  const Repository repository = openToChange(options);
   const HostLock lock(repository);
   const std::string newest = settleLatest(repository);
   if (newest.empty()) {

@@ -119,6 +119,7 @@ TEST_F(HelmsmanSchedule, ChangesNothingWhenAnyWordIsWrong) {
   for (const auto& words : wrong) EXPECT_EQ(helmsman(words).status, 1) << words.back();
   EXPECT_EQ(refused("helmsman", {"schedule", "--daily", "--weekly", "Monday"}).status, 2);
   EXPECT_EQ(refused("helmsman", {"schedule", "--on", "--off"}).status, 2);
+  EXPECT_EQ(refused("helmsman", {"destination", "--adopt", "--json"}).status, 2);
   EXPECT_EQ(refused("helmsman", {"schedule", "--keep", "many"}).status, 2);
   EXPECT_EQ(root.readFile(kEngine), before);
   EXPECT_FALSE(root.exists(kTimer));

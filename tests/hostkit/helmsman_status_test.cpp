@@ -158,6 +158,23 @@ TEST_F(HelmsmanStatus, OneServiceThatIsTooOldIsNotWell) {
   EXPECT_EQ(helmsman({"status", "--check"}).status, 0) << "it is off";
 }
 
+TEST_F(HelmsmanStatus, CountsCompleteSnapshotsAlone) {
+  root.makeFolder(kFolder + nameOf(finished) + ".inProgress");
+  root.makeFolder(std::string(kFolder) + "files2");
+  const auto document = helmsmanJson({"status", "--json"});
+  EXPECT_EQ(document["snapshots"], 1);
+  EXPECT_EQ(document["latestSnapshot"], nameOf(finished - kDuration));
+  const auto listed = helmsmanJson({"snapshots", "--json"})["snapshots"];
+  ASSERT_EQ(listed.size(), 2U) << "a foreign folder is no snapshot";
+  EXPECT_EQ(listed[0]["name"], nameOf(finished - kDuration));
+  EXPECT_EQ(listed[1]["inProgress"], true);
+}
+
+TEST_F(HelmsmanStatus, ARunWithoutASnapshotSaysSo) {
+  keepResult("snapshot", "");
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("good, 1 hour ago, no snapshot taken\n"));
+}
+
 TEST_F(HelmsmanStatus, WhatAnUnpluggedDestinationHoldsIsUnknown) {
   root.remove("/Volumes/Backup");
   const auto result = helmsman({"status", "--check"});

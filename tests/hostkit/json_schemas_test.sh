@@ -114,6 +114,8 @@ if mountpoint -q "$root/disk"; then
     "$(grep -o '"availableBytes": *[0-9]*' "$work/output" | grep -o '[0-9]*$')"
 fi
 holds helmsman-schedule 0 helmsman schedule
+holds helmsman-schedule 0 helmsman schedule --keep 9
+check "what was changed is shown" grep -q '"daysToRetain": 9' "$work/output"
 holds helmsman-backup 4 helmsman backup
 refuses "a run without its result is refused" 's/"result"/"Result"/' helmsman-backup
 holds helmsman-status 0 helmsman status --size

@@ -91,7 +91,7 @@ using HelmsmanOutput = test::HostKitTest;
 
 TEST_F(HelmsmanOutput, ANameOfTheRepositoryDoesNotSteerTheTerminal) {
   root.makeFolder(
-      "/Volumes/Backup/Archives.snapdb/files1/evil\x1b[2J\nhelmsman: all is well/System");
+      "/Volumes/Backup/Archives.snapdb/files1/evil\x1b[2J\nhelmsman: all is well/System/.Halyards");
   const auto result = helmsman({"snapshots"});
   EXPECT_THAT(result.out, HasSubstr("evil\\x1B[2J\\x0Ahelmsman: all is well"));
   EXPECT_THAT(result.out, Not(HasSubstr("\x1b")));

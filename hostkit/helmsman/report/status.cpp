@@ -214,6 +214,9 @@ std::string lastBackupText(const BackupHealth& health, std::int64_t now) {
   if (!health.record) return "none";
   std::string text = std::string(resultWord(health.record->result)) + ", " +
                      ageText(now - health.record->finished);
+  // What a run did that was killed, nobody knows.
+  const bool isKnown = health.record->result != RunRecord::Result::interrupted;
+  if (isKnown && health.record->snapshot.empty()) text += ", no snapshot taken";
   const bool hasGood = health.record->lastGood.contains("");
   if (health.record->result == RunRecord::Result::good) return text;
   if (!hasGood) return text + ", never a good one";

@@ -23,19 +23,10 @@ const GoodBackup* recordedGood(const BackupHealth& health, const std::string& na
   return found == health.record->lastGood.end() ? nullptr : &found->second;
 }
 
-const Snapshot* newestThatHolds(const BackupHealth& health, const std::string& service) {
-  for (auto snapshot = health.snapshots.rbegin(); snapshot != health.snapshots.rend(); ++snapshot) {
-    if (!snapshot->inProgress && beginOf(*snapshot) && snapshot->holdsWhole(service)) {
-      return &*snapshot;
-    }
-  }
-  return nullptr;
-}
-
 void lookForGood(const BackupHealth& health, ServiceHealth& service) {
   const GoodBackup* recorded = recordedGood(health, service.name);
   const Snapshot* holder =
-      health.snapshotsAreKnown() ? newestThatHolds(health, service.name) : nullptr;
+      health.snapshotsAreKnown() ? newestWhole(health.snapshots, {service.name}) : nullptr;
   if (holder != nullptr) {
     service.snapshot = holder->name;
     service.lastGood = beginOf(*holder);
@@ -148,6 +139,7 @@ BackupHealth backupHealth(std::int64_t now) {
   health.destination = currentDestination();
   if (health.snapshotsAreKnown()) {
     health.snapshots = snapshotsIn(snapshotFolder(health.destination.path));
+    std::erase_if(health.snapshots, [](const Snapshot& snapshot) { return snapshot.inProgress; });
   }
   health.record = latestRecord();
   health.services = servicesOf(health);

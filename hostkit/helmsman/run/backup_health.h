@@ -34,7 +34,7 @@ struct BackupHealth {
   Schedule schedule;
   TimerReport timer;
   Destination destination;
-  std::vector<Snapshot> snapshots;  ///< Nothing can be said of them unless `destination` is there.
+  std::vector<Snapshot> snapshots;  ///< Complete ones; not known unless `destination` is there.
   std::optional<RunRecord> record;  ///< Of the latest run.
   std::vector<ServiceHealth> services;
   /// When the host was last backed up without a problem, by what is still there of it.

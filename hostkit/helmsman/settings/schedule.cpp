@@ -231,6 +231,7 @@ int schedule(const ScheduleArguments& arguments) {
   if (!setTimer(on ? TimerState::on : TimerState::off, calendarExpression(changed))) {
     return kFailure;
   }
+  if (arguments.json) return show(*preferences, true);
   printNote(std::string(on ? "on: " : "off: ") + describe(changed));
   return kSuccess;
 }

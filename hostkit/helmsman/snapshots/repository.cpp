@@ -27,7 +27,7 @@ using Reasons = std::vector<std::string>;
 
 const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
   for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
-    if (!snapshot->inProgress) return &*snapshot;
+    if (!snapshot->inProgress && beginOf(*snapshot)) return &*snapshot;
   }
   return nullptr;
 }
@@ -141,6 +141,9 @@ std::vector<Snapshot> snapshotsIn(const std::string& folder) {
     const std::string path = joinPath(folder, name);
     if (name == paths::kLatestName || name.starts_with('.') || !host::isDirectory(path)) continue;
     Snapshot snapshot = readSnapshot(path);
+    const bool isForeign =
+        !snapshot.inProgress && !beginOf(snapshot) && snapshot.metadataFolder.empty();
+    if (isForeign) continue;
     snapshot.isLatest = !latest.empty() && host::realPath(path) == latest;
     snapshots.push_back(std::move(snapshot));
   }
@@ -179,7 +182,7 @@ std::optional<Snapshot> findSnapshot(const std::vector<Snapshot>& snapshots, std
 const Snapshot* newestWhole(const std::vector<Snapshot>& snapshots,
                             const std::vector<std::string>& services) {
   for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
-    if (!snapshot->inProgress &&
+    if (!snapshot->inProgress && beginOf(*snapshot) &&
         std::all_of(services.begin(), services.end(),
                     [&](const std::string& service) { return snapshot->holdsWhole(service); })) {
       return &*snapshot;

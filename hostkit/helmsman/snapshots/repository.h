@@ -61,11 +61,13 @@ Snapshot readSnapshot(const std::string& path);
 /// The services of a metadata folder that lies in no snapshot, as a snapshot without name and path.
 Snapshot readMetadataFolder(const std::string& folder);
 
-/// In ascending order of name, oldest first; "Latest" itself is none.
+/// In ascending order of name, oldest first. "Latest" itself is none, nor is a folder that neither
+/// has the name of a snapshot nor carries a backup.
 std::vector<Snapshot> snapshotsIn(const std::string& folder);
 
-/// Finds the snapshot that an administrator typed: "latest" or nothing for the newest complete one,
-/// a path, a name, or the beginning of exactly one name. Absent with the reason otherwise.
+/// Finds the snapshot that an administrator typed: "latest" or nothing for the newest complete one
+/// by the engine's names, a path, a name, or the beginning of exactly one name. Absent with the
+/// reason otherwise.
 std::optional<Snapshot> findSnapshot(const std::vector<Snapshot>& snapshots, std::string_view typed,
                                      std::string& problem);
 
