@@ -49,7 +49,7 @@ std::optional<std::string> recordedIn(const std::string& hostFolder) {
 std::string folderElsewhere(const std::string& repository, const std::string& machine) {
   for (const std::string& name : host::listDirectory(repository)) {
     if (name.starts_with('.') || name == computerName()) continue;
-    const std::string folder = joinPath(repository, name);
+    std::string folder = joinPath(repository, name);
     if (recordedIn(folder) == machine) return folder;
   }
   return {};

@@ -1,7 +1,5 @@
 #include "snapwheel/backup_state.h"
 
-#include <cerrno>
-
 #include "base/text.h"
 #include "common/incomplete_mark.h"
 #include "common/messages.h"
@@ -66,7 +64,7 @@ std::uint64_t markLackingServices(const std::string& source, const std::string& 
     const std::string place = joinPath(folder, service);
     const std::uint64_t before = hostkit::treeCount(place).items;
     if (!hostkit::markIncomplete(folder, service, reasons)) {
-      throw Failure(errorText(joinPath(place, paths::kIncompleteMark), errno));
+      throw Failure(joinPath(place, paths::kIncompleteMark) + " could not be written");
     }
     made += hostkit::treeCount(place).items - before;
     hostkit::printWarning(service + ": " + *lack);

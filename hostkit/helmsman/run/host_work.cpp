@@ -27,7 +27,7 @@ ino_t inodeAt(const std::string& path) {
 // Never in place of another one, and never seen half written.
 Status makePidFile(const std::string& text, ino_t& inode) {
   const std::string own = std::string(paths::kPidFile) + "." + std::to_string(::getpid());
-  if (const Status written = host::writeFile(own, text); !written) return written;
+  if (Status written = host::writeFile(own, text); !written) return written;
   inode = inodeAt(own);
   const int error = ::link(own.c_str(), paths::kPidFile) == 0 ? 0 : errno;
   (void)::unlink(own.c_str());
