@@ -25,7 +25,6 @@
 #include "helmsman/run/engine.h"
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/halyard_backup.h"
-#include "helmsman/run/host_lock.h"
 #include "helmsman/run/incomplete_services.h"
 #include "helmsman/run/journal.h"
 #include "helmsman/run/metadata_check.h"
@@ -365,21 +364,6 @@ int BackupCycle::finish() {
   display_.finished(record_);
   if (!finishOutput()) return kFailure;
   return exitStatusOf(record_.result);
-}
-
-// What holds up all others for a day is no reason to be quiet.
-int refuseBeside(const std::string& problem) {
-  if (!problem.empty()) {
-    printError(problem);
-    return kFailure;
-  }
-  const auto running = runningBackup();
-  const HostHolder holder = hostHolder();
-  const bool overdue = running ? isOverdue(*running) : holder.isOverdue();
-  printError((running ? "another backup" : holder.text) +
-             (overdue ? " has been running for longer than a day" : " is running") +
-             (running ? " (see: helmsman status)" : "; a backup would show half of its work"));
-  return overdue ? kFailure : kBusy;
 }
 
 }  // namespace

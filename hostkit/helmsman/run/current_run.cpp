@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
+#include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/times.h"
@@ -133,6 +134,20 @@ bool settleInterruptedRun() {
   std::string problem;
   const auto held = CurrentRun::begin(problem);
   return held ? held->settleInterrupted() : problem.empty();
+}
+
+int refuseBeside(const std::string& problem) {
+  if (!problem.empty()) {
+    printError(problem);
+    return kFailure;
+  }
+  const auto running = runningBackup();
+  const HostHolder holder = hostHolder();
+  const bool overdue = running ? isOverdue(*running) : holder.isOverdue();
+  printError((running ? "another backup" : holder.text) +
+             (overdue ? " has been running for longer than a day" : " is running") +
+             (running ? " (see: helmsman status)" : "; a backup would show half of its work"));
+  return overdue ? kFailure : kBusy;
 }
 
 }  // namespace halyard::hostkit

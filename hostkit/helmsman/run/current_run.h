@@ -62,4 +62,8 @@ std::optional<RunRecord> latestRecord();
 /// itself. False when it could not be written.
 bool settleInterruptedRun();
 
+/// Says why begin() gave nothing, by its reason, and returns the exit status: kBusy, but kFailure
+/// for what holds up all others for a day, which is no reason to be quiet.
+int refuseBeside(const std::string& problem);
+
 }  // namespace halyard::hostkit
