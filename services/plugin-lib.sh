@@ -41,8 +41,9 @@ problem() {
   tell problem "$*"
 }
 
-# tell aside|made|problem|done TEXT: for helmsman, which asks for it during a restore only. With "aside" the path was
-# replaced and the old item stands beside it, as PATH.previous; "done" names the service that is back.
+# tell service|aside|made|problem|done TEXT: for helmsman, which asks for it during a restore only. With "aside" the path was
+# replaced and the old item stands beside it, as PATH.previous; "service" names the service at the start, "done" the
+# one that is back.
 tell() {
   [ -n "${HALYARD_RESTORE_JOURNAL-}" ] || return 0
   printf '%s %s\n' "$1" "$2" >>"$HALYARD_RESTORE_JOURNAL" 2>/dev/null || :
@@ -156,6 +157,7 @@ sizeOfService() {
 # --- restore --------------------------------------------------------------------------------------------------------
 
 restoreService() {
+  tell service "$service"
   [ "$target" = / ] || { problem "the target is always /, not '$target'"; return; }
   # Without a snapshot the program hands over a folder that is not there: nothing may be touched then.
   [ -d "$folder" ] || { problem "no saved service at '$folder'"; return; }

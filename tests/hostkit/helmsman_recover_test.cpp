@@ -1,7 +1,12 @@
 // A host that was brought back from a snapshot: what waits for it, and recover.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <array>
+
+#include "helmsman/restore/restore_trace.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {
@@ -161,6 +166,93 @@ TEST_F(HelmsmanRecover, NothingBackIsAFailure) {
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.err, HasSubstr("postHost: no descriptor of it is installed on this host"));
 }
+
+// ---- the records for undo and tidy
+
+// Both services put back an item of their own; the first one then fails.
+class HelmsmanRecoverRecords : public HelmsmanRecover {
+ protected:
+  void SetUp() override {
+    HelmsmanRecover::SetUp();
+    if (IsSkipped()) return;
+    for (const char* name : {"depot", "post"}) {
+      const std::string item = std::string("/etc/") + name + ".own";
+      const std::string lines = std::string("service ") + name + "Host\\naside " + item + "\\n";
+      root.writeFile(item, "came with the volume");
+      root.writePlugin(std::string("/usr/libexec/") + name,
+                       "case $2 in restore) cp \"$4/etc/app.conf\" /etc/app.conf 2>/dev/null\n"
+                       "mv " +
+                           item + " " + item + ".previous; echo saved >" + item +
+                           "\n"
+                           "printf '" +
+                           lines +
+                           "' >>$HALYARD_RESTORE_JOURNAL ;;\n"
+                           "verify) echo 'Number of failures to match := 0' ;; esac" +
+                           (item == "/etc/post.own" ? test::kSayDone : ""));
+    }
+    root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/usr/libexec/depot")
+                                                   .list("DataFiles", {"/srv/depot"})
+                                                   .list("ConfigurationFiles", {"/etc/app.conf"}));
+  }
+  static std::string recordOf(const std::string& service) {
+    return "/var/lib/halyard/undo/" + service + ".json";
+  }
+};
+
+TEST_F(HelmsmanRecoverRecords, StatusAndTidyKnowWhatTheRestoreProgramsSetAside) {
+  (void)helmsman({"recover", "--yes"});
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("Set aside:        5 items by restores"));
+  EXPECT_EQ(helmsman({"tidy", "--yes"}).status, 0);
+  for (const char* item :
+       {"/srv/depot", "/etc/app.conf", "/srv/post", "/etc/depot.own", "/etc/post.own"}) {
+    EXPECT_TRUE(root.exists(item)) << item;
+    EXPECT_FALSE(root.exists(std::string(item) + ".previous")) << item;
+  }
+}
+
+TEST_F(HelmsmanRecoverRecords, UndoTakesBackAllOfOneServiceAndNothingOfAnother) {
+  (void)helmsman({"recover", "--yes"});
+  const auto result = helmsman({"undo", "postHost", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(root.readFile("/etc/post.own"), "came with the volume");
+  EXPECT_EQ(root.readFile(kPost), "came with the volume");
+  EXPECT_EQ(root.readFile("/etc/depot.own"), "saved\n");
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  EXPECT_EQ(root.readFile("/etc/depot.own"), "came with the volume");
+  EXPECT_EQ(root.readFile("/etc/app.conf"), "came with the volume");
+}
+
+TEST_F(HelmsmanRecoverRecords, ThoseOfTheLostHostAreDroppedAndLaterOnesStay) {
+  const std::string planned = R"(", "items": [{"path": "/etc/passwd", "wasLive": true}]})";
+  root.writeFile(recordOf("siteHost"),
+                 R"({"time": "2020-01-02T00:00:00Z", "service": "siteHost)" + planned);
+  root.writeFile(recordOf("postHost"),
+                 R"({"time": "2020-01-02T00:00:00Z", "service": "postHost)" + planned);
+  root.writeFile(recordOf("chatHost"),
+                 R"({"time": "2020-01-04T00:00:00Z", "service": "chatHost)" + planned);
+  root.writeFile("/etc/passwd.previous", "somebody's");
+  constexpr std::time_t kThirdOfJanuary = 1578009600;
+  const std::array<timespec, 2> times = {{{kThirdOfJanuary, 0}, {kThirdOfJanuary, 0}}};
+  ASSERT_EQ(
+      ::utimensat(AT_FDCWD, root.path("/.Halyards/.halyardSignature").c_str(), times.data(), 0), 0);
+  (void)helmsman({"recover", "--yes"});
+  EXPECT_FALSE(root.exists(recordOf("siteHost")));
+  EXPECT_TRUE(root.exists(recordOf("chatHost")));
+  EXPECT_THAT(root.readFile(recordOf("postHost")), Not(HasSubstr("/etc/passwd")));
+}
+
+TEST(RestoreJournal, IsDividedByTheServicesThatItNames) {
+  const auto journals = journalsOf(
+      "aside /a\ndone first\nservice failed\naside /b\nproblem no room\n"
+      "service second\nmade /c\ndone second\nmade /d\n");
+  EXPECT_EQ(journals.size(), 4U);
+  EXPECT_THAT(parseJournal(journals.at("first")).aside, ElementsAre("/a"));
+  EXPECT_THAT(parseJournal(journals.at("failed")).aside, ElementsAre("/b"));
+  EXPECT_THAT(parseJournal(journals.at("second")).made, ElementsAre("/c"));
+  EXPECT_THAT(parseJournal(journals.at("")).made, ElementsAre("/d"));
+}
+
+// ---- what is refused
 
 TEST_F(HelmsmanRecover, AHostThatWasNeverLostIsRefusedAndLeftAlone) {
   recordVolume("/.Halyards", bootedVolume());

@@ -97,13 +97,14 @@ rm -rf "$root/var/www"
 export HALYARD_RESTORE_JOURNAL=/tmp/journal
 check "siteHost restores as restoreService asks" plugin siteHost -cmd restore -opt all -path "$metadata/siteHost" \
   -log "$log" -opt all
+checkEqual "its first word is whose journal it is" "service siteHost" "$(head -n 1 "$root/tmp/journal")"
 checkEqual "its last word is that it worked" "done siteHost" "$(tail -n 1 "$root/tmp/journal")"
 rm "$root/tmp/journal"
 checkEqual "everything is back again" "Number of failures to match := 0" "$(failuresOf siteHost)"
 
 before=$(cd "$root" && find etc var -printf '%p %m %s %T@\n' | sort)
 check "a restore without a saved service fails" not plugin siteHost -cmd restore -opt all -path /siteHost -log "$log"
-checkEqual "and does not say that it worked" "problem no saved service at '/siteHost'" "$(cat "$root/tmp/journal")"
+checkEqual "and does not say that it worked" "problem no saved service at '/siteHost'" "$(tail -n 1 "$root/tmp/journal")"
 unset HALYARD_RESTORE_JOURNAL
 check "a restore to another volume fails" not plugin siteHost -cmd restore -path "$metadata/siteHost" -log "$log" \
   -target /Volumes/Backup

@@ -90,19 +90,35 @@ void showPlan(const Recovery& recovery, const std::optional<Snapshot>& origin) {
   printLine(std::string(paths::kMetadataFolder) + " is used up by it.");
 }
 
-bool keepRecords(const Recovery& recovery, const std::optional<Snapshot>& origin) {
+// One for each service, in order, each with its record for undo; absent when that is impossible.
+std::optional<std::vector<WatchedRestore>> watchedRestores(const Recovery& recovery,
+                                                           const std::string& image) {
+  // Those of the lost host came with the snapshot, and speak of what does not stand here.
+  if (!dropRestoreRecords(handOverTime())) return std::nullopt;
+  std::vector<WatchedRestore> watched;
   for (const ServiceRecovery& service : recovery.services) {
-    RestoreRecord record;
-    record.service = service.name;
-    record.snapshot = origin ? origin->path : paths::kMetadataFolder;
-    record.time = secondsNow();
-    for (const PlannedItem& item : service.plan) {
-      if (item.inSnapshot) record.items.push_back({item.path, item.live, {}});
-    }
-    record.older = leftOf(readRestoreRecord(service.name), record.items);
-    if (!record.items.empty() && !keepRestoreRecord(record)) return false;
+    if (!service.held) continue;
+    watched.emplace_back(service.name, image, service.plan);
+    if (!watched.back().canStart()) return std::nullopt;
   }
-  return true;
+  return watched;
+}
+
+// Takes up what the restore programs did.
+void settleRecords(std::vector<WatchedRestore>& watched, const JournaledRun& run,
+                   Recovery& recovery) {
+  auto journals = journalsOf(run.journal);
+  // What names no service is kept with the last one, so that status and tidy know of it.
+  if (!watched.empty()) journals[watched.back().record().service] += journals[""];
+  for (WatchedRestore& restore : watched) {
+    PlugInJournal told = parseJournal(journals[restore.record().service]);
+    told.problems.clear();  // They are told for the whole run.
+    restore.settle(told, run.started);
+    for (ServiceRecovery& service : recovery.services) {
+      if (service.name != restore.record().service) continue;
+      for (const std::string& problem : restore.problems()) service.problems.push_back(problem);
+    }
+  }
 }
 
 void verifyAll(Recovery& recovery, const std::optional<Snapshot>& origin) {
@@ -183,21 +199,23 @@ void bringToDisk(Recovery& recovery) {
 
 int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
              const RecoverArguments& arguments) {
-  if (!keepRecords(recovery, origin)) {
+  // Halyard wants a path that exists and uses it for nothing else.
+  const std::string image = origin ? origin->path : paths::kMetadataFolder;
+  auto watched = watchedRestores(recovery, image);
+  if (!watched) {
     printError("nothing was done: the records for undo could not be written");
     return kFailure;
   }
-  // Halyard wants a path that exists and uses it for nothing else.
-  const std::string image = origin ? origin->path : paths::kMetadataFolder;
-  PlugInJournal plugIns;
-  const host::TaskResult result = runWithJournal(
-      {"-cmd", "restore", "-path", image, "-target", "/"}, kRecoveryJournal, plugIns);
+  const JournaledRun run =
+      runWithJournal({"-cmd", "restore", "-path", image, "-target", "/"}, kRecoveryJournal);
+  const PlugInJournal plugIns = parseJournal(run.journal);
   for (const std::string& problem : plugIns.problems) {
     recovery.problems.push_back("a restore program says: " + problem);
   }
-  if (result.status != 0) {
-    recovery.problems.push_back("Halyard ended with status " + std::to_string(result.status));
+  if (run.result.status != 0) {
+    recovery.problems.push_back("Halyard ended with status " + std::to_string(run.result.status));
   }
+  settleRecords(*watched, run, recovery);
   judgeRecovery(recovery, host::readFile(paths::kProgressLog, kProgressLogLimit).value_or(""),
                 plugIns);
   settleServers(recovery);

@@ -20,7 +20,8 @@ struct RecoverArguments {
 /// booted one: Halyard would delete it as a bogus attempt. The snapshot is known by its signature;
 /// without one the services cannot be verified afterwards, which is said.
 ///
-/// Writes:  a record of each service for undo, and the journal kRecoveryFile.
+/// Writes:  a record of each service for undo, in place of those of the lost host, and the journal
+///          kRecoveryFile.
 /// Returns: success when every service of the backup is back whole; kPartial when some are; failure
 ///          when none is, or nothing was done.
 int recover(const RecoverArguments& arguments);

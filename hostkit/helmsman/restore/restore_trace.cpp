@@ -78,6 +78,31 @@ PlugInJournal parseJournal(std::string_view text) {
   return journal;
 }
 
+std::map<std::string, std::string> journalsOf(std::string_view text) {
+  std::map<std::string, std::string> journals;
+  std::string service;
+  std::string lines;
+  const auto endWith = [&](const std::string& owner) {
+    if (!lines.empty()) journals[owner] += lines;
+    lines.clear();
+    service.clear();
+  };
+  for (const std::string_view line : splitAt(text, '\n')) {
+    const std::size_t blank = line.find(' ');
+    if (blank == std::string_view::npos) continue;
+    const std::string_view word = line.substr(0, blank);
+    const std::string rest(line.substr(blank + 1));
+    if (word == "service") {
+      endWith(service);
+      service = rest;
+    }
+    lines += std::string(line) + '\n';
+    if (word == "done") endWith(rest);
+  }
+  endWith(service);
+  return journals;
+}
+
 void traceRestore(const std::vector<PathBefore>& before, const PlugInJournal& journal,
                   const std::timespec& started, RestoreRecord& record) {
   record.items.clear();

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,8 +21,9 @@ struct PathBefore {
 
 std::vector<PathBefore> lookBefore(const std::vector<std::string>& paths);
 
-/// What plug-ins wrote into the journal that kJournalVariable names, a line each: "aside PATH"
-/// (replaced, the old one beside as PATH.previous), "made PATH", "problem TEXT", "done SERVICE".
+/// What plug-ins wrote into the journal that kJournalVariable names, a line each: "service SERVICE"
+/// (what follows is of this one), "aside PATH" (replaced, the old one beside as PATH.previous),
+/// "made PATH", "problem TEXT", "done SERVICE".
 struct PlugInJournal {
   std::vector<std::string> aside;
   std::vector<std::string> made;
@@ -38,6 +40,10 @@ inline constexpr char kNotDone[] =
 inline constexpr char kJournalVariable[] = "HALYARD_RESTORE_JOURNAL";
 
 PlugInJournal parseJournal(std::string_view text);
+
+/// The lines of a journal by the service that they are of: the one that "done" ends, else the one
+/// that "service" began. Under "" those of a program that named its service in neither way.
+std::map<std::string, std::string> journalsOf(std::string_view text);
 
 /// Fills items and lost of the record: what was set aside by Halyard or by the plug-in, what was
 /// made, and what was changed after `started` with nothing kept. An item that nobody touched is in

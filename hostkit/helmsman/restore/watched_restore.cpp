@@ -47,22 +47,28 @@ WatchedRestore::WatchedRestore(const std::string& service, const std::string& sn
   kept_ = keepRestoreRecord(record_);
 }
 
-host::TaskResult runWithJournal(const std::vector<std::string>& words, const std::string& path,
-                                PlugInJournal& journal) {
+JournaledRun runWithJournal(const std::vector<std::string>& words, const std::string& path) {
+  JournaledRun run;
   (void)host::removeItem(path);  // One of a run that was cut off.
   if (makeFolders(kUndoFolder, kUndoFolderMode) && host::createOrEmptyFile(path, kJournalMode)) {
     ::setenv(kJournalVariable, path.c_str(), 1);
   }
-  host::TaskResult result = runHalyard(words);
+  run.started = coarseNow();
+  run.result = runHalyard(words);
   ::unsetenv(kJournalVariable);
-  journal = parseJournal(host::readFile(path, kJournalLimit).value_or(""));
+  run.journal = host::readFile(path, kJournalLimit).value_or("");
   (void)host::removeItem(path);  // What it says is in a record from here on.
-  return result;
+  return run;
 }
 
 host::TaskResult WatchedRestore::run(const std::vector<std::string>& words) {
-  const std::timespec started = coarseNow();
-  host::TaskResult result = runWithJournal(words, journal_, told_);
+  JournaledRun run = runWithJournal(words, journal_);
+  settle(parseJournal(run.journal), run.started);
+  return std::move(run.result);
+}
+
+void WatchedRestore::settle(const PlugInJournal& told, const std::timespec& started) {
+  told_ = told;
   problems_ = told_.problems;
 
   const auto older = leftOf(readRestoreRecord(record_.service), {});
@@ -76,7 +82,6 @@ host::TaskResult WatchedRestore::run(const std::vector<std::string>& words) {
   if (!keepRestoreRecord(record_)) {
     problems_.emplace_back("the record for undo could not be written");
   }
-  return result;
 }
 
 void WatchedRestore::bringToDisk() {

@@ -11,10 +11,16 @@
 
 namespace halyard::hostkit {
 
-/// Runs Halyard with these words; `journal` is what its restore programs wrote into the file at
-/// `path`, which they find by kJournalVariable and which is gone afterwards.
-host::TaskResult runWithJournal(const std::vector<std::string>& words, const std::string& path,
-                                PlugInJournal& journal);
+/// A run of Halyard, and what its restore programs told meanwhile.
+struct JournaledRun {
+  host::TaskResult result;
+  std::string journal;      ///< As parseJournal() and journalsOf() take it.
+  std::timespec started{};  ///< By the clock of time stamps in file systems.
+};
+
+/// Runs Halyard with these words; its restore programs find the file at `path` by
+/// kJournalVariable, and it is gone afterwards.
+JournaledRun runWithJournal(const std::vector<std::string>& words, const std::string& path);
 
 class WatchedRestore {
  public:
@@ -26,13 +32,16 @@ class WatchedRestore {
   /// Whether the record could be written; nothing may be restored otherwise.
   bool canStart() const { return kept_; }
 
-  /// Runs Halyard with these words, compares the host afterwards, brings it all to disk and keeps
-  /// what was found. The plug-in may tell its part in the file that kJournalVariable names.
+  /// Runs Halyard with these words, and settles. The plug-in may tell its part in the file that
+  /// kJournalVariable names.
   host::TaskResult run(const std::vector<std::string>& words);
+  /// After a run that began at `started`: compares the host, brings it all to disk and keeps what
+  /// was found. `told` is what the restore program of this service wrote.
+  void settle(const PlugInJournal& told, const std::timespec& started);
 
   /// What the run set aside, made and changed.
   const RestoreRecord& record() const { return record_; }
-  /// What the plug-in itself and the last steps of run() say went wrong.
+  /// What the plug-in itself and the last steps of settle() say went wrong.
   const std::vector<std::string>& problems() const { return problems_; }
   /// What its restore programs told.
   const PlugInJournal& told() const { return told_; }

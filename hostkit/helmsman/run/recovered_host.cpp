@@ -1,5 +1,7 @@
 #include "helmsman/run/recovered_host.h"
 
+#include <sys/stat.h>
+
 #include "base/property_list.h"
 #include "base/text.h"
 #include "common/paths.h"
@@ -36,6 +38,13 @@ HandOver handOver() {
     answer.kind = answer.recorded == answer.booted ? Kind::own : Kind::recovered;
   }
   return answer;
+}
+
+std::int64_t handOverTime() {
+  const std::string signature =
+      joinPath(std::string(paths::kMetadataFolder), paths::kSignatureName);
+  struct stat status {};
+  return ::lstat(signature.c_str(), &status) == 0 ? status.st_mtim.tv_sec : 0;
 }
 
 std::string describe(const HandOver& handOver) {

@@ -1,6 +1,7 @@
 // Whether this host was brought back from a snapshot and still waits for its services.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace halyard::hostkit {
@@ -24,6 +25,11 @@ struct HandOver {
 
 /// Compares the two volumes exactly as Halyard does before a whole-system restore, with drivectl.
 HandOver handOver();
+
+/// When the backup in "/.Halyards" was signed, in seconds since 1970, or later when the folder was
+/// copied without its times; 0 when that is not known. On a host that waits for its recovery what
+/// was kept before is of the lost host's life.
+std::int64_t handOverTime();
 
 /// A sentence about it, for messages.
 std::string describe(const HandOver& handOver);

@@ -12,6 +12,7 @@
 #include "common/times.h"
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
+#include "host/tree/move_item.h"
 
 namespace halyard::hostkit {
 
@@ -61,6 +62,19 @@ bool readItems(const nlohmann::json& document, const char* key,
     items.push_back(std::move(item));
   }
   return true;
+}
+
+std::string recordPath(const std::string& service) {
+  return joinPath(kUndoFolder, service + std::string(kRecordEnd));
+}
+
+std::vector<std::string> recordedServices() {
+  std::vector<std::string> services;
+  for (const std::string& name : host::listDirectory(kUndoFolder)) {
+    if (!name.ends_with(kRecordEnd)) continue;
+    services.push_back(name.substr(0, name.size() - kRecordEnd.size()));
+  }
+  return services;
 }
 
 }  // namespace
@@ -128,17 +142,15 @@ std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document) {
 }
 
 std::optional<RestoreRecord> readRestoreRecord(const std::string& service) {
-  const auto bytes =
-      host::readFile(joinPath(kUndoFolder, service + std::string(kRecordEnd)), kRecordLimit);
+  const auto bytes = host::readFile(recordPath(service), kRecordLimit);
   if (!bytes) return std::nullopt;
   return restoreRecordFrom(nlohmann::json::parse(*bytes, nullptr, false));
 }
 
 std::vector<RestoreRecord> readRestoreRecords() {
   std::vector<RestoreRecord> records;
-  for (const std::string& name : host::listDirectory(kUndoFolder)) {
-    if (!name.ends_with(kRecordEnd)) continue;
-    auto record = readRestoreRecord(name.substr(0, name.size() - kRecordEnd.size()));
+  for (const std::string& service : recordedServices()) {
+    auto record = readRestoreRecord(service);
     if (record) records.push_back(std::move(*record));
   }
   return records;
@@ -146,11 +158,21 @@ std::vector<RestoreRecord> readRestoreRecords() {
 
 bool keepRestoreRecord(const RestoreRecord& record) {
   return makeFolders(kUndoFolder, 0700) &&
-         host::writeFile(joinPath(kUndoFolder, record.service + std::string(kRecordEnd)),
+         host::writeFile(recordPath(record.service),
                          restoreRecordJson(record).dump(2, ' ', false,
                                                         nlohmann::json::error_handler_t::replace) +
                              "\n",
                          host::Durability::power);
+}
+
+bool dropRestoreRecords(std::int64_t time) {
+  bool dropped = true;
+  for (const std::string& service : recordedServices()) {
+    const auto record = readRestoreRecord(service);
+    if (!record || record->time > time) continue;
+    dropped = host::removeItem(recordPath(service)) && dropped;
+  }
+  return dropped;
 }
 
 std::vector<RestoreRecord::Item> leftOf(const std::optional<RestoreRecord>& before,

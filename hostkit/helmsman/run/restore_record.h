@@ -69,6 +69,10 @@ std::vector<RestoreRecord> readRestoreRecords();
 /// Keeps the record in place of the one before; on disk when it returns true.
 bool keepRestoreRecord(const RestoreRecord& record);
 
+/// Removes the records of restores that began at this time or before. False when one is still
+/// there.
+bool dropRestoreRecords(std::int64_t time);
+
 /// What the record of another restore leaves to a new one: all that still stands aside and that the
 /// new one does not set aside itself.
 std::vector<RestoreRecord::Item> leftOf(const std::optional<RestoreRecord>& before,
