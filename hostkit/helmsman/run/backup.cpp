@@ -72,7 +72,6 @@ class BackupCycle {
 
  private:
   bool isPossible();
-  bool folderIsOurs();
   void tellWhatIsLacking();
   bool hasRoom();
   bool makeRoom();
@@ -86,7 +85,6 @@ class BackupCycle {
   void phase(const std::string& text);
   bool isToStop() const { return guard_.signal() != 0; }
   RunRecord::Result result() const;
-  void tellWhatNoSnapshotHolds();
   int finish();
   void problem(std::string text) { record_.problems.push_back(std::move(text)); }
 
@@ -152,7 +150,12 @@ bool BackupCycle::isPossible() {
     return false;
   }
   destination_ = *destination;
-  if (!folderIsOurs()) return false;
+  // Asks where somebody can answer; a program that reads the output cannot.
+  const bool canAsk = !arguments_.json && ::isatty(STDIN_FILENO) != 0;
+  if (std::string refusal = settleFolder(destination_, canAsk); !refusal.empty()) {
+    problem(std::move(refusal));
+    return false;
+  }
   const std::string clock = clockProblem(secondsNow(), knownPast());
   if (!clock.empty()) printWarning(clock);
   const auto engine = host::readDictionary(paths::kEnginePreferenceFile);
@@ -212,16 +215,6 @@ bool BackupCycle::makeRoom() {
   display_.clearBar();
   printNote("removed what no rule keeps, to make room: " + names);
   return true;
-}
-
-bool BackupCycle::folderIsOurs() {
-  std::string reason = folderRefusal(destination_);
-  if (reason.empty()) return true;
-  // Asks where somebody can answer; a program that reads the output cannot.
-  const bool canAsk = !arguments_.json && ::isatty(STDIN_FILENO) != 0;
-  if (canAsk) reason = askToAdopt(destination_, reason);
-  if (!reason.empty()) problem(reason);
-  return reason.empty();
 }
 
 void BackupCycle::estimate() {
@@ -335,20 +328,10 @@ RunRecord::Result BackupCycle::result() const {
              : RunRecord::Result::partial;
 }
 
-// A service is good when it can be restored.
-void BackupCycle::tellWhatNoSnapshotHolds() {
-  if (arguments_.noSnapshot || !record_.snapshot.empty()) return;
-  for (ServiceResult& service : record_.services) {
-    if (!service.done || service.absent) continue;
-    service.done = false;
-    service.problems.emplace_back("its backup was done, but no snapshot holds it");
-  }
-}
-
 int BackupCycle::finish() {
   record_.finished = secondsNow();
   record_.result = result();
-  tellWhatNoSnapshotHolds();
+  if (!arguments_.noSnapshot) tellWhatNoSnapshotHolds(record_);
   if (isToStop()) {
     problem(std::string("the run was told to stop (SIG") + ::sigabbrev_np(guard_.signal()) + ")");
     (void)removeLeftoverPidFile();  // Halyard had no time for it.

@@ -166,6 +166,15 @@ std::optional<RunRecord> readLastRecord() {
   return recordFrom(document);
 }
 
+void tellWhatNoSnapshotHolds(RunRecord& record) {
+  if (!record.snapshot.empty()) return;
+  for (ServiceResult& service : record.services) {
+    if (!service.done || service.absent) continue;
+    service.done = false;
+    service.problems.emplace_back("its backup was done, but no snapshot holds it");
+  }
+}
+
 void inheritGood(RunRecord& record, const std::optional<RunRecord>& before) {
   if (before) record.lastGood = before->lastGood;
   // What no snapshot carries away is gone with the next run.

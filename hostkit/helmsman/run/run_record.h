@@ -61,6 +61,9 @@ std::optional<RunRecord> recordFrom(const nlohmann::json& document);
 /// The latest record of this host; absent when there is none that can be read.
 std::optional<RunRecord> readLastRecord();
 
+/// A service is good when it can be restored: none is without a snapshot.
+void tellWhatNoSnapshotHolds(RunRecord& record);
+
 /// Carries lastGood over from the record before and adds what this run made good.
 void inheritGood(RunRecord& record, const std::optional<RunRecord>& before);
 

@@ -48,7 +48,9 @@ std::string adoptFolder(const std::string& destination) {
   return {};
 }
 
-std::string askToAdopt(const std::string& destination, const std::string& refusal) {
+std::string settleFolder(const std::string& destination, bool canAsk) {
+  std::string refusal = folderRefusal(destination);
+  if (refusal.empty() || !canAsk) return refusal;
   printWarning(refusal);
   if (!confirmed("Take " + snapshotFolder(destination) + " for this host's folder?")) {
     return "the folder of the snapshots was not taken for this host's";

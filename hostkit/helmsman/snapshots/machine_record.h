@@ -9,8 +9,9 @@ namespace halyard::hostkit {
 /// Records the folder as this machine's, and makes it when it is missing. Empty, or why it failed.
 std::string adoptFolder(const std::string& destination);
 
-/// Shows the refusal and asks whether to adopt the folder; empty when that was done, else why not.
-std::string askToAdopt(const std::string& destination, const std::string& refusal);
+/// Empty when the folder at the destination is this machine's, or was adopted by an administrator
+/// who was shown the refusal and asked, where that may be; else why not.
+std::string settleFolder(const std::string& destination, bool canAsk);
 
 /// "helmsman destination --adopt": adopts the folder at the destination that is set. Returns the
 /// exit status.
