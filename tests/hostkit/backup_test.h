@@ -9,6 +9,9 @@
 namespace halyard::test {
 
 inline constexpr char kPlugin[] = "/usr/libexec/plugin";
+// How the engine is called when nothing was set aside: without the mark of the run itself.
+inline constexpr char kSnapshotCall[] =
+    "snapshot --json --exclude /var/lib/halyard/current-run.json";
 inline constexpr char kRecord[] = "/var/lib/halyard/last-backup.json";
 
 // Two services of the seven; the plug-in makes the folder that holds a listed file, as it has to.

@@ -28,7 +28,7 @@ TEST_F(HelmsmanBackup, TakesTheWholeWay) {
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("Result: good\n"));
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json", "prune"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall, "prune"));
   EXPECT_FALSE(root.exists("/.Halyards"));
   const std::string saved = "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System/";
   EXPECT_EQ(root.readFile(saved + ".Halyards/depotHost/srv/depot"), "data");
@@ -104,7 +104,7 @@ TEST_F(HelmsmanBackup, AFileThatTheLatestSnapshotHasAndTheHostLostIsAProblem) {
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 4);
   EXPECT_THAT(result.err, HasSubstr("depotHost: /srv/depot is gone, and "));
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json", "prune", "snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall, "prune", test::kSnapshotCall));
 }
 
 TEST_F(HelmsmanBackup, AFileThatIsLostIsAProblemEveryNightUntilItIsLeftOut) {
@@ -139,7 +139,7 @@ TEST_F(HelmsmanBackup, AFailedSnapshotLeavesTheBackupAndPrunesNothing) {
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.err, HasSubstr("no snapshot was taken: snapwheel: no space left"));
   EXPECT_TRUE(root.exists("/.Halyards/.halyardSignature"));
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
   EXPECT_EQ(record()["result"], "failed");
   EXPECT_THAT(record()["lastGood"], IsEmpty());
   EXPECT_EQ(record()["services"][0]["result"], "failed");

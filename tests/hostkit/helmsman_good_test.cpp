@@ -19,7 +19,7 @@ TEST_F(GoodBackup, NothingIsPrunedAfterOneServiceFailed) {
   root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/usr/libexec/broken"));
   EXPECT_EQ(helmsman({"backup"}).status, 4);
   EXPECT_EQ(record()["result"], "partial");
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
 }
 
 TEST_F(GoodBackup, NeedsADescriptorOfEveryServiceThatIsOn) {
@@ -28,7 +28,7 @@ TEST_F(GoodBackup, NeedsADescriptorOfEveryServiceThatIsOn) {
   EXPECT_EQ(result.status, 4);
   EXPECT_THAT(result.err, HasSubstr("siteHost: it is switched on and has no descriptor (see: "
                                     "helmsman disable siteHost)\n"));
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
   EXPECT_EQ(root.readFile("/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System/"
                           ".Halyards/siteHost/incomplete"),
             "it is switched on and has no descriptor (see: helmsman disable siteHost)\n");
@@ -42,7 +42,7 @@ TEST_F(GoodBackup, NeedsEveryDescriptorToBeReadable) {
   EXPECT_EQ(result.status, 4);
   EXPECT_THAT(result.err, HasSubstr("/private/etc/halyard/50-siteHost.plist is no descriptor that "
                                     "can be read; mend it or move it away\n"));
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
 }
 
 TEST_F(GoodBackup, NeedsEveryServiceToBeWholeInTheSnapshot) {
@@ -54,7 +54,7 @@ TEST_F(GoodBackup, NeedsEveryServiceToBeWholeInTheSnapshot) {
   auto kept = record();
   EXPECT_EQ(kept["services"][0]["result"], "good");
   EXPECT_EQ(kept["services"][1]["result"], "failed");
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
 }
 
 TEST_F(GoodBackup, AnIncompleteSnapshotPrunesNothing) {
@@ -62,7 +62,7 @@ TEST_F(GoodBackup, AnIncompleteSnapshotPrunesNothing) {
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 4);
   EXPECT_THAT(result.err, HasSubstr("the snapshot is not complete: snapwheel: 1 item is missing"));
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
 }
 
 TEST_F(GoodBackup, OldSnapshotsThatCannotBeRemovedAreAPartOfTheRun) {

@@ -106,7 +106,7 @@ TEST_F(HelmsmanRoom, SnapshotsThatNoRuleKeepsGoFirst) {
   EXPECT_THAT(result.err, HasSubstr("removed what no rule keeps, to make room: "
                                     "2025-01-01-020000\n"));
   EXPECT_THAT(engineCalls(),
-              ElementsAre("prune --dry-run --json", "prune", "snapshot --json", "prune"));
+              ElementsAre("prune --dry-run --json", "prune", test::kSnapshotCall, "prune"));
 }
 
 TEST_F(HelmsmanRoom, WithoutANewerGoodSnapshotNothingGoes) {

@@ -84,7 +84,7 @@ TEST_F(HelmsmanStall, AProgramWithoutProgressIsEndedWithItsChildrenAndTheRunGoes
   auto kept = record();
   EXPECT_EQ(kept["services"][0]["result"], "failed");
   EXPECT_EQ(kept["services"][1]["result"], "good");
-  EXPECT_THAT(engineCalls(), ElementsAre("snapshot --json"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
 }
 
 TEST_F(HelmsmanStall, AProgramThatGetsOnMayTakeLongerThanTheLimit) {

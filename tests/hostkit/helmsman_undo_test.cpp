@@ -307,7 +307,8 @@ TEST_F(HelmsmanTidy, NoSnapshotHoldsWhatIsSetAside) {
   root.writeScript("/usr/sbin/snapwheel", "echo \"$*\" >>/engine-calls");
   (void)helmsman({"backup"});
   EXPECT_THAT(test::linesOf(root.readFile("/engine-calls")),
-              Contains("snapshot --json --exclude /srv/depot.previous"));
+              Contains("snapshot --json --exclude /var/lib/halyard/current-run.json --exclude "
+                       "/srv/depot.previous"));
 }
 
 }  // namespace

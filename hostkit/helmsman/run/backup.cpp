@@ -283,7 +283,10 @@ void BackupCycle::markServices() {
 
 bool BackupCycle::takeSnapshot() {
   phase("taking the snapshot");
-  const EngineSnapshot taken = hostkit::takeSnapshot(runEngine_, itemsSetAside());
+  std::vector<std::string> leftOut = itemsSetAside();
+  // A host that is recovered from the snapshot would find the mark of a run that never ended.
+  leftOut.insert(leftOut.begin(), kCurrentRunFile);
+  const EngineSnapshot taken = hostkit::takeSnapshot(runEngine_, leftOut);
   if (!taken.problem.empty()) problem(taken.problem);
   if (taken.path.empty()) return false;
   const Snapshot snapshot = readSnapshot(taken.path);
