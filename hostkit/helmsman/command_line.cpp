@@ -315,7 +315,7 @@ void CommandLine::addReports() {
 }
 
 void CommandLine::addFrom(CLI::App* command, std::string& snapshot) {
-  command->add_option("--from", snapshot, "The snapshot; without it the latest")
+  command->add_option("--from", snapshot, "The snapshot; without it the newest that holds the service")
       ->type_name("SNAPSHOT");
 }
 

@@ -1,8 +1,10 @@
 #include "snapwheel/settings.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
-#include "host/files/files.h"
+#include "host/files/property_file.h"
 #include "host/volumes/alias.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
@@ -21,8 +23,12 @@ std::string findDestination(const std::string& aliasRecord) {
     return session->destination;
   }
   const std::string file = paths::kEnginePreferenceFile;
-  if (!host::exists(file)) {
-    throw Failure("no destination is set: " + file + " is missing (helmsman destination sets one)");
+  if (::geteuid() != 0) throw Failure("the destination can be found by root alone: run it as root");
+  const auto preferences = host::readDictionary(file);
+  if (!preferences || preferences->find(preference_keys::kBackupAlias) == nullptr) {
+    throw Failure(std::string("no destination is set: ") + file +
+                  (preferences ? " names none" : " is missing or cannot be read") +
+                  " (helmsman destination sets one; --destination names one)");
   }
   throw Failure("the destination that " + file +
                 " names is not there: connect or mount its volume, or set another one with "

@@ -23,6 +23,7 @@
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "host/volumes/alias.h"
+#include "host/volumes/volumes.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
 #include "product/snapshot_engine.h"
@@ -105,6 +106,17 @@ bool isFit(const DestinationArguments& arguments, const std::string& path) {
   return true;
 }
 
+// What the destination will not survive; told, since it may be meant.
+void warnOfNextStart(const Volume& volume) {
+  if (volume.type == "tmpfs" || volume.type == "ramfs") {
+    printWarning(volume.mountPoint + " is in memory: all snapshots go with the next start");
+  } else if (volume.device.starts_with("/dev/") && volume.mountPoint != "/" &&
+             host::listedMountPoints(volume.mountPoint).empty()) {
+    printWarning(volume.mountPoint +
+                 " is not in /etc/fstab: after the next start no backup runs until it is mounted");
+  }
+}
+
 int set(const DestinationArguments& arguments) {
   const auto path = host::resolveAlias(arguments.specification);
   if (!path) {
@@ -127,6 +139,7 @@ int set(const DestinationArguments& arguments) {
   // The timer rests until there is somewhere to go.
   if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
   const auto volume = volumeOf(*path);
+  if (volume) warnOfNextStart(*volume);
   printNote("snapshots go to " + *path + " (" + specification + ")" +
             (volume ? ", " + sizeText(volume->freeBytes) + " free" : ""));
   return kSuccess;
@@ -150,7 +163,7 @@ int show(bool asJson) {
   } else if (specification.empty()) {
     printNote("no backup destination is set (see: helmsman destination --list)");
   } else if (!session) {
-    printNote(specification + " is set and is not there; is the volume connected?");
+    printNote(specification + " is set and is not there; is the volume connected, and mounted or in /etc/fstab?");
   } else {
     printLine(session->destination + " (" + specification + ")" +
               (volume ? ", " + sizeText(volume->freeBytes) + " of " + sizeText(volume->totalBytes) +
