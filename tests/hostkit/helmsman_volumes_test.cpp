@@ -136,6 +136,39 @@ TEST_F(LackingVolumes, AServiceThatListsWhatIsNotMountedIsNotGood) {
   EXPECT_EQ(helmsmanJson({"volumes", "--json"})["unmounted"][0]["mountPoint"], "/srv/depot/below");
 }
 
+// ---- what can be left out
+
+TEST_F(LackingVolumes, WhatIsNoVolumeAndNotListedIsNotTakenForLeftOut) {
+  root.makeFolder("/home");
+  for (const char* path : {"/home", "/mnt", "/srv"}) {
+    const auto result = helmsman({"volumes", "leave-out", path});
+    EXPECT_EQ(result.status, 1) << path;
+    EXPECT_THAT(result.err, HasSubstr(std::string(path) + " is neither the mount point of a volume "
+                                                          "(see: helmsman volumes) nor listed"));
+    EXPECT_THAT(result.err, HasSubstr("a line in /etc/halyard-host/snapwheel.exclude\n"));
+  }
+  EXPECT_FALSE(root.exists("/etc/halyard-host/helmsman.conf"));
+  EXPECT_THAT(helmsman({"volumes", "include", "/home"}).err,
+              HasSubstr("nothing to do: /home is not left out\n"));
+}
+
+TEST_F(LackingVolumes, ALineThatLeavesNothingOutCanBeTakenAway) {
+  root.writeFile("/etc/halyard-host/helmsman.conf", "leave-out = /home\n");
+  const auto result = helmsman({"volumes", "include", "/home"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr("it is neither a volume nor listed by a service\n"));
+  EXPECT_EQ(root.readFile("/etc/halyard-host/helmsman.conf"), "");
+}
+
+TEST_F(LackingVolumes, AListedPathThatIsLeftOutIsStillSavedWhileItIsThere) {
+  const auto result = helmsman({"volumes", "leave-out", "/srv/depot"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr("/srv/depot may be missing, or a link, from now on; what "
+                                    "stands there is still backed up\n"));
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  EXPECT_EQ(record()["services"][0]["copied"], 1);
+}
+
 // ---- which mounts are volumes of their own
 
 // Places that are folders on every host.

@@ -91,6 +91,18 @@ std::string withoutEndingSlash(std::string path) {
   return path;
 }
 
+bool isVolume(const std::string& path) {
+  const auto isHere = [&path](const auto& volume) { return volume.mountPoint == path; };
+  return std::ranges::any_of(ownVolumes(mountedVolumes()), isHere) ||
+         std::ranges::any_of(listedVolumes(), isHere);
+}
+
+bool isListedByService(const std::string& path) {
+  return std::ranges::any_of(installedDescriptors(), [&path](const InstalledDescriptor& installed) {
+    return isListed(installed.files(), path);
+  });
+}
+
 int leaveOut(const std::string& path, const HelmsmanConfiguration& configuration) {
   if (!path.starts_with('/') || path == "/") {
     printError("'" + path +
@@ -102,12 +114,21 @@ int leaveOut(const std::string& path, const HelmsmanConfiguration& configuration
     printNote("nothing to do: " + path + " is left out already");
     return kSuccess;
   }
+  const bool isOneVolume = isVolume(path);
+  if (!isOneVolume && !isListedByService(path)) {
+    printError(path + " is neither the mount point of a volume (see: helmsman volumes) nor listed " +
+               "by a service, so nothing would be left out; a folder or file is kept out of " +
+               "snapshots by a line in " + kExclusionFile);
+    return kFailure;
+  }
   if (!makeFolders(kNativePreferenceFolder, 0755) ||
       !addConfigurationLine(kHelmsmanConfiguration, kLeaveOutKey, path)) {
     printError(std::string(kHelmsmanConfiguration) + " could not be written");
     return kFailure;
   }
-  printNote(path + " is left out of backups from now on");
+  printNote(isOneVolume ? path + " is left out of backups from now on"
+                        : path + " may be missing, or a link, from now on; what stands there is " +
+                              "still backed up");
   return kSuccess;
 }
 
@@ -120,7 +141,9 @@ int include(const std::string& path, const HelmsmanConfiguration& configuration)
     printError(std::string(kHelmsmanConfiguration) + " could not be written");
     return kFailure;
   }
-  printNote(path + " is left out no more; a backup that does not hold it is not good");
+  printNote(isVolume(path) || isListedByService(path)
+                ? path + " is left out no more; a backup that does not hold it is not good"
+                : path + " is left out no more; it is neither a volume nor listed by a service");
   return kSuccess;
 }
 
