@@ -81,6 +81,20 @@ TEST_F(HelmsmanJournal, ABackupHasAnEntryForEachServiceAndOneForTheRun) {
   EXPECT_THAT(entries(), ElementsAre(depot, post, common("partial", "4", "backup: partial")));
 }
 
+TEST_F(HelmsmanJournal, AServiceThatIsNotOnThisHostIsNotCalledGood) {
+  root.writePlugin("/usr/libexec/halyard/siteHost");
+  root.writeDescriptor("60-siteHost.plist",
+                       test::descriptorOf("siteHost", "/usr/libexec/halyard/siteHost"));
+  root.writePreferences({{"depotHost", 1}, {"postHost", 1}, {"siteHost", 1}});
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  const auto all = entries();
+  ASSERT_THAT(all, SizeIs(4));
+  EXPECT_EQ(all[2].at("HALYARD_SERVICE"), "siteHost");
+  EXPECT_EQ(all[2].at("HALYARD_RESULT"), "not on this host");
+  EXPECT_EQ(all[2].at("MESSAGE"), "backup of siteHost: not on this host");
+  EXPECT_EQ(all[2].at("PRIORITY"), "6");
+}
+
 TEST_F(HelmsmanJournal, ARunWithoutASnapshotHasNoFieldForIt) {
   installEngine("exit 1");
   EXPECT_EQ(helmsman({"backup"}).status, 1);

@@ -249,7 +249,7 @@ void printServices(const BackupHealth& health, std::int64_t now) {
   for (const ServiceHealth& service : health.services) {
     rows.push_back({service.name,
                     !service.installed ? "not installed"
-                    : service.absent   ? "not on this host"
+                    : service.absent   ? kAbsentWord
                     : service.on       ? "on"
                                        : "off",
                     service.last ? resultWord(*service.last) : "-",

@@ -13,7 +13,7 @@ namespace halyard::hostkit {
 namespace {
 
 int priorityOf(const std::string& result) {
-  if (result == resultWord(RunRecord::Result::good)) return LOG_INFO;
+  if (result == resultWord(RunRecord::Result::good) || result == kAbsentWord) return LOG_INFO;
   return result == resultWord(RunRecord::Result::partial) ? LOG_WARNING : LOG_ERR;
 }
 
@@ -40,14 +40,13 @@ void writeJournal(const JournalEntry& entry) {
 }
 
 void journalBackup(const RunRecord& record) {
-  const auto entry = [&record](const std::string& service, RunRecord::Result result) {
-    return JournalEntry{"backup", service, record.snapshot, resultWord(result)};
+  const auto entry = [&record](const std::string& service, const char* result) {
+    return JournalEntry{"backup", service, record.snapshot, result};
   };
   for (const ServiceResult& service : record.services) {
-    writeJournal(
-        entry(service.name, service.done ? RunRecord::Result::good : RunRecord::Result::failed));
+    writeJournal(entry(service.name, resultWord(service)));
   }
-  writeJournal(entry("", record.result));
+  writeJournal(entry("", resultWord(record.result)));
 }
 
 }  // namespace halyard::hostkit

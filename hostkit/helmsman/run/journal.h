@@ -11,7 +11,7 @@ struct JournalEntry {
   std::string command;   ///< HALYARD_COMMAND=, the subcommand of helmsman.
   std::string service;   ///< HALYARD_SERVICE=; empty, and no field, for a run as a whole.
   std::string snapshot;  ///< HALYARD_SNAPSHOT=, a path; empty, and no field, without one.
-  std::string result;    ///< HALYARD_RESULT=: "good", "partial" or "failed".
+  std::string result;    ///< HALYARD_RESULT=: "good", "partial", "failed", or kAbsentWord.
 };
 
 /// Writes the entry; on a host without a journal nothing happens.

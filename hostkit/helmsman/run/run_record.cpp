@@ -18,7 +18,6 @@ constexpr std::size_t kRecordLimit = std::size_t{16} << 20;
 constexpr std::size_t kKeptResults = 30;
 constexpr mode_t kStateFolderMode = 0755;
 constexpr char kGoodWord[] = "good";
-constexpr char kAbsentWord[] = "not on this host";
 
 nlohmann::json serviceJson(const ServiceResult& service) {
   return {{"name", service.name},

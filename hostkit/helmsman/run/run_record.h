@@ -21,7 +21,10 @@ struct ServiceResult {
   bool absent = false;  ///< Nothing of it is on this host, so there was nothing to save.
 };
 
-/// "good", "failed" or "not on this host".
+/// Of a service that has nothing on this host.
+inline constexpr char kAbsentWord[] = "not on this host";
+
+/// "good", "failed" or kAbsentWord.
 const char* resultWord(const ServiceResult& service);
 
 /// When a service, or the host as a whole, was last backed up without a problem.
