@@ -53,6 +53,7 @@ class HelmsmanRecover : public test::HostKitTest {
     root.writeFile(kPost, "came with the volume");
   }
   static constexpr char kPost[] = "/srv/post";
+  static constexpr char kMark[] = "/var/lib/halyard/current-run.json";
   static std::string inSnapshot() { return std::string(kSnapshot) + "/System/.Halyards"; }
   void recordVolume(const std::string& folder, const std::string& identifier) const {
     root.writeFile(folder + "/ServerSourceDiskInfo.plist",
@@ -165,6 +166,26 @@ TEST_F(HelmsmanRecover, NothingBackIsAFailure) {
   const auto result = helmsman({"recover", "--yes"});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.err, HasSubstr("postHost: no descriptor of it is installed on this host"));
+}
+
+// ---- the mark of the run that took the snapshot
+
+// As snapshots of earlier versions hold it.
+TEST_F(HelmsmanRecover, TheRunThatTookTheSnapshotIsNoInterruptedOne) {
+  root.writeFile(kMark, R"({"process": 4711, "started": "2020-01-02T00:00:00Z"})");
+  EXPECT_TRUE(helmsmanJson({"status", "--json"})["lastBackup"].is_null());
+  EXPECT_THAT(helmsman({"metrics"}).out, HasSubstr("\nhalyard_backup_known 0\n"));
+  EXPECT_EQ(helmsman({"recover", "--yes"}).status, 0);
+  EXPECT_FALSE(root.exists(kMark));
+  EXPECT_TRUE(helmsmanJson({"status", "--json"})["lastBackup"].is_null());
+}
+
+TEST_F(HelmsmanRecover, ARunThatWasCutOffOnThisHostStaysOne) {
+  root.writeFile(kMark, R"({"process": 4711, "started": "2099-01-02T00:00:00Z"})");
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"]["result"], "interrupted");
+  root.writeFile(kMark, R"({"process": 4711, "started": "2020-01-02T00:00:00Z"})");
+  recordVolume("/.Halyards", bootedVolume());
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["lastBackup"]["result"], "interrupted");
 }
 
 // ---- the records for undo and tidy

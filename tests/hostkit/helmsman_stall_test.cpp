@@ -234,6 +234,15 @@ TEST_F(HelmsmanInterrupted, ARunThatLeftItsMarkIsShownAsInterrupted) {
   EXPECT_THAT(metrics.out, HasSubstr("\nhalyard_backup_last_good_timestamp_seconds "));
 }
 
+// It stands while the snapshot is taken, and a host that comes of it would tell of an interrupted
+// run.
+TEST_F(HelmsmanInterrupted, TheMarkIsInNoSnapshot) {
+  installEngine(std::string("[ -e ") + kMark + " ] && touch /mark-stood\n" + kCopyMetadata);
+  EXPECT_EQ(helmsman({"backup"}).status, 0);
+  EXPECT_TRUE(root.exists("/mark-stood"));
+  EXPECT_THAT(engineCalls().front(), HasSubstr(std::string("--exclude ") + kMark));
+}
+
 TEST_F(HelmsmanInterrupted, TheNextRunKeepsItsRecordAndEndsItsMark) {
   root.writeFile(kMark, R"({"process": 999999999, "started": "2026-11-21T02:00:00Z"})");
   EXPECT_EQ(helmsman({"backup"}).status, 0);

@@ -17,6 +17,7 @@
 #include "helmsman/restore/server_units.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/restore/watched_restore.h"
+#include "helmsman/run/current_run.h"
 #include "helmsman/run/host_work.h"
 #include "helmsman/run/metadata_check.h"
 #include "helmsman/run/recovered_host.h"
@@ -206,6 +207,7 @@ int carryOut(Recovery recovery, const std::optional<Snapshot>& origin,
     printError("nothing was done: the records for undo could not be written");
     return kFailure;
   }
+  dropMarkOfLostHost();
   const JournaledRun run =
       runWithJournal({"-cmd", "restore", "-path", image, "-target", "/"}, kRecoveryJournal);
   const PlugInJournal plugIns = parseJournal(run.journal);

@@ -13,6 +13,7 @@
 #include "common/times.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/run/host_lock.h"
+#include "helmsman/run/recovered_host.h"
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
@@ -42,7 +43,13 @@ std::string textOf(const nlohmann::json& document, const char* key) {
   return found != document.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
-// Of the run that left this mark; absent when it has kept a record itself.
+// Whether it came with the snapshot that its run took.
+bool isOfLostHost(const std::string& mark) {
+  const auto started = parseTime(textOf(parsed(mark), "started"));
+  return started && *started <= handOverTime() && handOver().waitsForRecovery();
+}
+
+// Of the run that left this mark; absent when it has kept a record itself, or is none of this host.
 std::optional<RunRecord> recordOf(const std::string& mark) {
   RunRecord record;
   record.started = parseTime(textOf(parsed(mark), "started")).value_or(secondsNow());
@@ -50,6 +57,7 @@ std::optional<RunRecord> recordOf(const std::string& mark) {
   const auto before = readLastRecord();
   // It was ended between its record and this mark.
   if (before && before->started == record.started) return std::nullopt;
+  if (isOfLostHost(mark)) return std::nullopt;
   record.result = RunRecord::Result::interrupted;
   record.problems.emplace_back(
       "the run left no record: it was killed, it crashed, the power failed, or the record could "
@@ -128,6 +136,11 @@ bool CurrentRun::settleInterrupted() const {
   if (!keepRecord(*record)) return false;
   end();
   return true;
+}
+
+void dropMarkOfLostHost() {
+  const auto mark = currentMark();
+  if (mark && isOfLostHost(*mark)) CurrentRun::end();
 }
 
 bool settleInterruptedRun() {

@@ -58,6 +58,11 @@ std::optional<RunRecord> interruptedRun();
 /// The latest record of this host, that of an interrupted run included.
 std::optional<RunRecord> latestRecord();
 
+/// Removes the mark when it is one that came with the snapshot of a lost host: it stood there
+/// because the run that took the snapshot was at work. For who uses up the "/.Halyards" by which it
+/// is known.
+void dropMarkOfLostHost();
+
 /// Keeps the record of an interrupted run for good, unless a backup is running, which does so
 /// itself. False when it could not be written.
 bool settleInterruptedRun();
