@@ -1,8 +1,12 @@
 // Whose pid file it is, told by the processes of a host.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -38,7 +42,7 @@ class HelmsmanUnlocks : public test::HostKitTest {
   }
 
   void TearDown() override {
-    if (process_ > 0) ::kill(process_, SIGKILL);
+    if (process_ > 0 && ::kill(process_, SIGKILL) == 0) (void)::waitpid(process_, nullptr, 0);
   }
 
   // Starts it with these words behind its name and gives its number.
@@ -55,6 +59,20 @@ class HelmsmanUnlocks : public test::HostKitTest {
     EXPECT_GT(process_, 0) << result.err;
     EXPECT_TRUE(runs(program)) << program;
     return std::to_string(process_);
+  }
+
+  // As its first process, which a container's init is.
+  bool startInContainer(const std::string& program) {
+    EXPECT_EQ(::mkfifo(root.path("/opt/never").c_str(), 0600), 0);
+    const std::string folder = root.path("/");
+    process_ = static_cast<pid_t>(::syscall(SYS_clone, CLONE_NEWPID | SIGCHLD, 0, 0, 0, 0));
+    if (process_ == 0) {
+      if (::chroot(folder.c_str()) == 0) {
+        ::execl(program.c_str(), "sh", "-c", "read line </opt/never", nullptr);
+      }
+      ::_exit(127);
+    }
+    return process_ > 0 && runs(program);
   }
 
   void writePidFile(const std::string& text, int secondsAgo = 0) const {
@@ -119,6 +137,12 @@ TEST_F(HelmsmanUnlocks, NoEmptyFileWhileAHalyardRuns) {
   start("/usr/sbin/Halyard", "-cmd backup");
   writePidFile("");
   expectKept(1, "is there and names no process");
+}
+
+TEST_F(HelmsmanUnlocks, AnEmptyFileWhileAHalyardRunsInAContainer) {
+  if (!startInContainer("/usr/sbin/Halyard")) GTEST_SKIP() << "no process name space can be had";
+  writePidFile("");
+  expectHealed("it names no process, and no Halyard runs");
 }
 
 TEST_F(HelmsmanUnlocks, NoFileOfARunThatIsAsOldAsIt) {

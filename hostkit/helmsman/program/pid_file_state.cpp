@@ -70,11 +70,20 @@ bool runs(int process, const char* program) {
   return *executable == program || *executable == host::realPath(program);
 }
 
+// A container's processes are in this host's table, and none of this host.
+bool isInContainer(int process) {
+  struct stat own {};
+  struct stat other {};
+  return ::stat("/proc/self/ns/pid", &own) == 0 &&
+         ::stat(processFile(process, "ns/pid").c_str(), &other) == 0 && own.st_ino != other.st_ino;
+}
+
 bool isHalyard(int process) { return runs(process, paths::kProgram); }
 
 // A helmsman that keeps Halyard out has the pid file itself.
 bool mayHavePidFile(int process) {
-  return isHalyard(process) || runs(process, paths::kAdministrationTool);
+  return (isHalyard(process) || runs(process, paths::kAdministrationTool)) &&
+         !isInContainer(process);
 }
 
 double secondsOf(const timespec& time) {
@@ -133,7 +142,7 @@ Owner ownerOfNamelessFile() {
   for (const std::string& name : host::listDirectory("/proc")) {
     const int process = leadingInteger(name);
     if (process <= 0) continue;
-    if (isHalyard(process)) return Owner::unknown;
+    if (isHalyard(process) && !isInContainer(process)) return Owner::unknown;
     seesItself = seesItself || process == ::getpid();
   }
   return seesItself ? Owner::gone : Owner::unknown;
