@@ -1,4 +1,4 @@
-// The single-instance marker. Only its existence counts: nobody reads it back.
+// The single-instance marker. The program only asks whether it exists; helmsman reads it.
 #pragma once
 
 #include "base/text.h"
