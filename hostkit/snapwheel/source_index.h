@@ -2,8 +2,8 @@
 //
 // An inode whose number and change time are the ones in the index has the contents, attributes and
 // links that went into the snapshot, when both walks carry the same attributes: everything that
-// changes one of them sets the change time, and no call sets it back. The next walk so needs one stat(2) for an unchanged item,
-// and none in the snapshot.
+// changes one of them sets the change time, and no call sets it back. The next walk so needs one
+// stat(2) for an unchanged item, and none in the snapshot.
 //
 // The file: a header, then one block a folder, each after the blocks of the folders in it. A block
 // holds the entries in inode order, the order in which the walk meets them, and their names.
