@@ -78,6 +78,16 @@ TEST_F(HelmsmanRecover, ABackupRefusesToDestroyWhatTheRecoveryNeeds) {
   EXPECT_THAT(root.readFile("/var/lib/halyard/last-backup.json"), HasSubstr("\"failed\""));
 }
 
+TEST_F(HelmsmanRecover, ARefusedBackupIsNotToldOnceTheRecoveryIsDone) {
+  EXPECT_EQ(helmsman({"backup"}).status, 1);
+  EXPECT_THAT(helmsman({"status"}).out,
+              HasSubstr("Problem of the last run: this host was brought back from a snapshot"));
+  EXPECT_EQ(helmsman({"recover", "--yes"}).status, 0);
+  const auto result = helmsman({"status"});
+  EXPECT_THAT(result.out, HasSubstr("Last backup:      failed"));
+  EXPECT_THAT(result.out, Not(HasSubstr("brought back")));
+}
+
 TEST_F(HelmsmanRecover, StatusSaysWhatTheHostWaitsFor) {
   EXPECT_THAT(helmsman({"status"}).out, HasSubstr("recovered host, waits for: helmsman recover"));
   auto json = helmsmanJson({"status", "--json"});

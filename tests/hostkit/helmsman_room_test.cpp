@@ -263,7 +263,8 @@ TEST_F(HelmsmanVolumes, AVolumeOfTheFileSystemTableThatNoSnapshotHoldsIsTold) {
   EXPECT_THAT(result.err, HasSubstr("the volume at /data is not in the snapshot (see: helmsman "
                                     "volumes leave-out /data)\n"));
   EXPECT_EQ(helmsmanJson({"volumes", "--json"})["volumes"][1]["state"], "not in the snapshot");
-  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("Problem: the volume at /data is not in the"));
+  EXPECT_THAT(helmsman({"status"}).out,
+              HasSubstr("Problem of the last run: the volume at /data is not "));
 
   EXPECT_EQ(helmsman({"volumes", "leave-out", "/data/"}).status, 0);
   EXPECT_EQ(helmsman({"backup"}).status, 0);

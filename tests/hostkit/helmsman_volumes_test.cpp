@@ -63,7 +63,8 @@ TEST_F(LackingVolumes, OneOfTheTableThatIsNotMountedIsTold) {
   EXPECT_EQ(result.status, 4);
   EXPECT_THAT(result.err, HasSubstr("the volume at /data is not mounted, and what it holds is not "
                                     "in the snapshot (see: helmsman volumes leave-out /data)\n"));
-  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("Problem: the volume at /data is not mounted"));
+  EXPECT_THAT(helmsman({"status"}).out,
+              HasSubstr("Problem of the last run: the volume at /data is not mounted"));
   EXPECT_THAT(helmsman({"check"}).out, HasSubstr("the volume at /data is not mounted"));
   EXPECT_EQ(stateAt("/data"), "not mounted");
   EXPECT_EQ(helmsmanJson({"volumes", "--json"})["volumes"][1]["usedBytes"], nullptr);

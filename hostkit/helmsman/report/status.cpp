@@ -28,6 +28,9 @@ namespace halyard::hostkit {
 
 namespace {
 
+// What a run met may have been settled since.
+const std::string kOfLastRun = "Problem of the last run: ";
+
 // Everything that is shown, gathered once.
 struct HostStatus {
   bool setUp = false;
@@ -260,7 +263,7 @@ void printServices(const BackupHealth& health, std::int64_t now) {
   for (const ServiceHealth& service : health.services) {
     if (!service.last) continue;
     for (const std::string& problem : service.last->problems) {
-      printLine("Problem: " + service.name + ": " + problem);
+      printLine(kOfLastRun + service.name + ": " + problem);
     }
   }
 }
@@ -289,7 +292,10 @@ void printText(const HostStatus& status) {
     printLine("Problem: " + problem.text + " (" + problem.advice + ")");
   }
   if (health.record) {
-    for (const std::string& problem : health.record->problems) printLine("Problem: " + problem);
+    for (const std::string& problem : health.record->problems) {
+      const bool isOver = isRefusalOfBackup(problem) && !status.handOver.waitsForRecovery();
+      if (!isOver) printLine(kOfLastRun + problem);
+    }
   }
   printServices(health, now);
   for (const UncoveredServer& server : status.uncovered) {

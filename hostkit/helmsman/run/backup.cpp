@@ -136,8 +136,7 @@ void BackupCycle::phase(const std::string& text) {
 
 bool BackupCycle::isPossible() {
   if (const HandOver state = handOver(); state.waitsForRecovery()) {
-    problem(describe(state) + ". A backup would destroy it; finish the recovery first: " +
-            "helmsman recover [--from SNAPSHOT]");
+    problem(refusalOfBackup(state));
     return false;
   }
   std::vector<std::string> conflicts = descriptorProblems();

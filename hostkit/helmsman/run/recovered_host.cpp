@@ -15,6 +15,9 @@ namespace halyard::hostkit {
 
 namespace {
 
+constexpr std::string_view kFinishFirst =
+    ". A backup would destroy it; finish the recovery first: helmsman recover [--from SNAPSHOT]";
+
 std::string volumeIn(const std::optional<PropertyDictionary>& report) {
   return report ? report->text("VolumeUUID").value_or("") : "";
 }
@@ -69,5 +72,11 @@ std::string describe(const HandOver& handOver) {
   return "this host was brought back from a snapshot: " + folder + " is of the volume " +
          handOver.recorded + ", and " + handOver.booted + " is booted";
 }
+
+std::string refusalOfBackup(const HandOver& handOver) {
+  return describe(handOver) + std::string(kFinishFirst);
+}
+
+bool isRefusalOfBackup(std::string_view problem) { return problem.ends_with(kFinishFirst); }
 
 }  // namespace halyard::hostkit

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace halyard::hostkit {
 
@@ -33,5 +34,10 @@ std::int64_t handOverTime();
 
 /// A sentence about it, for messages.
 std::string describe(const HandOver& handOver);
+
+/// Why a backup is refused while the host waits for its recovery, and the next step.
+std::string refusalOfBackup(const HandOver& handOver);
+/// Whether a problem of a run's record is that refusal.
+bool isRefusalOfBackup(std::string_view problem);
 
 }  // namespace halyard::hostkit
