@@ -98,6 +98,17 @@ TEST_F(HelmsmanBackup, AFileThatThisHostNeverHadIsNoProblem) {
   EXPECT_EQ(record()["services"][0]["missing"], nlohmann::json::array({"/srv/never"}));
 }
 
+TEST_F(HelmsmanBackup, QuietLeavesTheResultAlone) {
+  for (const auto& words : {std::vector<std::string>{"-q", "backup"}, {"backup", "--quiet"}}) {
+    const auto result = helmsman(words);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, HasSubstr("SERVICE"));
+    EXPECT_THAT(result.out, HasSubstr("Snapshot: /Volumes/Backup/"));
+    EXPECT_THAT(result.out, HasSubstr("Result: good\n"));
+    EXPECT_EQ(result.err, "");
+  }
+}
+
 TEST_F(HelmsmanBackup, AFileThatTheLatestSnapshotHasAndTheHostLostIsAProblem) {
   EXPECT_EQ(helmsman({"backup"}).status, 0);
   root.remove("/srv/depot");

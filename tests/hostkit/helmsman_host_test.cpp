@@ -51,6 +51,16 @@ TEST_F(HelmsmanDestination, RemembersAFolderAndSwitchesBackupsOn) {
   EXPECT_TRUE(root.list("/Volumes/Spare").empty()) << "a probe was left behind";
 }
 
+TEST_F(HelmsmanDestination, QuietLeavesTheReasonOfAFailureAlone) {
+  root.writeEnginePreferences(0, "");
+  for (const auto& words : {std::vector<std::string>{"-q", "destination"}, {"destination"}}) {
+    const auto result = helmsman(words);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "helmsman: no backup destination is set (see: helmsman destination --list)\n");
+  }
+}
+
 TEST_F(HelmsmanDestination, RefusesTheVolumeThatIsBackedUp) {
   const std::string before = root.readFile(kEngine);
   const auto result = helmsman({"destination", "/Volumes/Backup"});

@@ -48,9 +48,7 @@ std::vector<std::string> problemLines(const RunRecord& record) {
 }  // namespace
 
 RunDisplay::RunDisplay(Form form, bool quiet)
-    : json_(form == Form::json),
-      quiet_(quiet),
-      bar_(form != Form::json && !quiet && canRedraw(STDERR_FILENO)) {}
+    : json_(form == Form::json), bar_(form != Form::json && !quiet && canRedraw(STDERR_FILENO)) {}
 
 void RunDisplay::started(const std::vector<std::string>& services) {
   total_ = services.size();
@@ -110,7 +108,7 @@ void RunDisplay::finished(const RunRecord& record) {
     return;
   }
   for (const std::string& line : problemLines(record)) printError(line);
-  if (!quiet_) (void)std::fputs(summaryText(record).c_str(), stdout);
+  (void)std::fputs(summaryText(record).c_str(), stdout);
 }
 
 double progressFraction(std::size_t sized, std::size_t ended, std::size_t total) {

@@ -33,7 +33,6 @@ class RunDisplay {
   void drawBar(const std::string& text);
 
   bool json_;
-  bool quiet_;
   bool bar_;
   std::size_t total_ = 0;
   std::set<std::string> sized_;

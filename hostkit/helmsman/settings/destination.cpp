@@ -161,9 +161,10 @@ int show(bool asJson) {
     if (volume) document["totalBytes"] = volume->totalBytes;
     printJson(document);
   } else if (specification.empty()) {
-    printNote("no backup destination is set (see: helmsman destination --list)");
+    printError("no backup destination is set (see: helmsman destination --list)");
   } else if (!session) {
-    printNote(specification + " is set and is not there; is the volume connected, and mounted or in /etc/fstab?");
+    printError(specification +
+               " is set and is not there; is the volume connected, and mounted or in /etc/fstab?");
   } else {
     printLine(session->destination + " (" + specification + ")" +
               (volume ? ", " + sizeText(volume->freeBytes) + " of " + sizeText(volume->totalBytes) +
