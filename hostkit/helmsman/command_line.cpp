@@ -121,8 +121,12 @@ void CommandLine::addHostCommands() {
       ->check(CLI::IsMember({"backup"}));
 
   CLI::App* destination =
-      add("destination", "Set, show or list where snapshots go", Needs::root,
-          [this] { return adopt_ ? adoptDestination() : hostkit::destination(destination_); });
+      add("destination", "Set, show or list where snapshots go", Needs::root, [this] {
+        if (!adopt_) return hostkit::destination(destination_);
+        const int status = adoptDestination();
+        const bool isToShow = status == kSuccess && destination_.json;
+        return isToShow ? hostkit::destination(destination_) : status;
+      });
   CLI::Option* where = destination->add_option("SPEC", destination_.specification,
                                                "A folder, or UUID=, LABEL=, PARTUUID=, PARTLABEL=");
   CLI::Option* show = destination->add_flag("--show", destination_.show, "Show the one that is set")
@@ -131,15 +135,12 @@ void CommandLine::addHostCommands() {
       destination->add_flag("--list", destination_.list, "List the volumes that could serve")
           ->excludes(where)
           ->excludes(show);
-  CLI::Option* adopt = destination
-                           ->add_flag("--adopt", adopt_,
-                                      "Record the folder of the snapshots there as this machine's")
-                           ->excludes(where)
-                           ->excludes(show)
-                           ->excludes(list);
-  destination->add_flag("--json", destination_.json, "Print JSON")
+  destination
+      ->add_flag("--adopt", adopt_, "Record the folder of the snapshots there as this machine's")
       ->excludes(where)
-      ->excludes(adopt);
+      ->excludes(show)
+      ->excludes(list);
+  destination->add_flag("--json", destination_.json, "Print JSON");
   destination->add_flag("--same-volume", destination_.sameVolume,
                         "Accept a folder on the volume that is backed up");
   destination->add_flag("--as-given", destination_.asGiven,
@@ -315,7 +316,8 @@ void CommandLine::addReports() {
 }
 
 void CommandLine::addFrom(CLI::App* command, std::string& snapshot) {
-  command->add_option("--from", snapshot, "The snapshot; without it the newest that holds the service")
+  command
+      ->add_option("--from", snapshot, "The snapshot; without it the newest that holds the service")
       ->type_name("SNAPSHOT");
 }
 

@@ -61,6 +61,16 @@ TEST_F(HelmsmanDestination, QuietLeavesTheReasonOfAFailureAlone) {
   }
 }
 
+TEST_F(HelmsmanDestination, EveryFormThatChangesPrintsAsJsonWhatIsSetThen) {
+  root.makeFolder("/Volumes/Spare");
+  EXPECT_EQ(helmsmanJson({"destination", "/Volumes/Spare", "--same-volume", "--json"})["path"],
+            "/Volumes/Spare");
+  root.makeFolder("/Volumes/Spare/Archives.snapdb/files1");
+  root.writeFile("/etc/machine-id", "0123456789abcdef0123456789abcdef\n");
+  EXPECT_EQ(helmsmanJson({"destination", "--adopt", "--json"})["path"], "/Volumes/Spare");
+  EXPECT_EQ(helmsmanJson({"schedule", "--keep", "9", "--json"})["daysToRetain"], 9);
+}
+
 TEST_F(HelmsmanDestination, RefusesTheVolumeThatIsBackedUp) {
   const std::string before = root.readFile(kEngine);
   const auto result = helmsman({"destination", "/Volumes/Backup"});
@@ -129,7 +139,6 @@ TEST_F(HelmsmanSchedule, ChangesNothingWhenAnyWordIsWrong) {
   for (const auto& words : wrong) EXPECT_EQ(helmsman(words).status, 1) << words.back();
   EXPECT_EQ(refused("helmsman", {"schedule", "--daily", "--weekly", "Monday"}).status, 2);
   EXPECT_EQ(refused("helmsman", {"schedule", "--on", "--off"}).status, 2);
-  EXPECT_EQ(refused("helmsman", {"destination", "--adopt", "--json"}).status, 2);
   EXPECT_EQ(refused("helmsman", {"schedule", "--keep", "many"}).status, 2);
   EXPECT_EQ(root.readFile(kEngine), before);
   EXPECT_FALSE(root.exists(kTimer));

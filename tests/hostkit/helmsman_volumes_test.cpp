@@ -170,6 +170,14 @@ TEST_F(LackingVolumes, AListedPathThatIsLeftOutIsStillSavedWhileItIsThere) {
   EXPECT_EQ(record()["services"][0]["copied"], 1);
 }
 
+TEST_F(LackingVolumes, WhatIsLeftOutAndIncludedIsPrintedAsJson) {
+  root.writeFile("/etc/fstab", "UUID=0815 /data ext4 defaults,nofail 0 2\n");
+  EXPECT_EQ(helmsmanJson({"volumes", "leave-out", "/data", "--json"})["volumes"][1]["state"],
+            "left out");
+  EXPECT_EQ(helmsmanJson({"volumes", "include", "/data", "--json"})["volumes"][1]["state"],
+            "not mounted");
+}
+
 // ---- which mounts are volumes of their own
 
 // Places that are folders on every host.

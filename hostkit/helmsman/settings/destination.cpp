@@ -117,34 +117,6 @@ void warnOfNextStart(const Volume& volume) {
   }
 }
 
-int set(const DestinationArguments& arguments) {
-  const auto path = host::resolveAlias(arguments.specification);
-  if (!path) {
-    printError("'" + arguments.specification +
-               "' leads to no volume: name a mounted folder, or UUID=, LABEL=, PARTUUID= or "
-               "PARTLABEL= of a volume that is mounted or in /etc/fstab");
-    return kFailure;
-  }
-  if (!isFit(arguments, *path)) return kFailure;
-  auto preferences = enginePreferences();
-  if (!preferences) return kFailure;
-
-  const std::string specification = lastingSpecification(arguments, *path);
-  preferences->set(keys::kBackupAlias, PropertyValue::data(specification));
-  preferences->set(keys::kAutoBackup, 1);
-  if (!writePropertyFile(paths::kEnginePreferenceFile, *preferences)) {
-    printError(std::string(paths::kEnginePreferenceFile) + " could not be written");
-    return kFailure;
-  }
-  // The timer rests until there is somewhere to go.
-  if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
-  const auto volume = volumeOf(*path);
-  if (volume) warnOfNextStart(*volume);
-  printNote("snapshots go to " + *path + " (" + specification + ")" +
-            (volume ? ", " + sizeText(volume->freeBytes) + " free" : ""));
-  return kSuccess;
-}
-
 int show(bool asJson) {
   std::string problem;
   const auto preferences = readPropertyFile(paths::kEnginePreferenceFile, problem);
@@ -172,6 +144,35 @@ int show(bool asJson) {
                       : ""));
   }
   return session && finishOutput() ? kSuccess : kFailure;
+}
+
+int set(const DestinationArguments& arguments) {
+  const auto path = host::resolveAlias(arguments.specification);
+  if (!path) {
+    printError("'" + arguments.specification +
+               "' leads to no volume: name a mounted folder, or UUID=, LABEL=, PARTUUID= or "
+               "PARTLABEL= of a volume that is mounted or in /etc/fstab");
+    return kFailure;
+  }
+  if (!isFit(arguments, *path)) return kFailure;
+  auto preferences = enginePreferences();
+  if (!preferences) return kFailure;
+
+  const std::string specification = lastingSpecification(arguments, *path);
+  preferences->set(keys::kBackupAlias, PropertyValue::data(specification));
+  preferences->set(keys::kAutoBackup, 1);
+  if (!writePropertyFile(paths::kEnginePreferenceFile, *preferences)) {
+    printError(std::string(paths::kEnginePreferenceFile) + " could not be written");
+    return kFailure;
+  }
+  // The timer rests until there is somewhere to go.
+  if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
+  const auto volume = volumeOf(*path);
+  if (volume) warnOfNextStart(*volume);
+  if (arguments.json) return show(true);
+  printNote("snapshots go to " + *path + " (" + specification + ")" +
+            (volume ? ", " + sizeText(volume->freeBytes) + " free" : ""));
+  return kSuccess;
 }
 
 int list(bool asJson) {

@@ -116,7 +116,8 @@ int leaveOut(const std::string& path, const HelmsmanConfiguration& configuration
   }
   const bool isOneVolume = isVolume(path);
   if (!isOneVolume && !isListedByService(path)) {
-    printError(path + " is neither the mount point of a volume (see: helmsman volumes) nor listed " +
+    printError(path +
+               " is neither the mount point of a volume (see: helmsman volumes) nor listed " +
                "by a service, so nothing would be left out; a folder or file is kept out of " +
                "snapshots by a line in " + kExclusionFile);
     return kFailure;
@@ -320,9 +321,14 @@ int volumes(const VolumesArguments& arguments) {
     printError(problem);
     return kUsageError;
   }
-  const std::string path = withoutEndingSlash(arguments.path);
-  if (arguments.action == VolumesArguments::Action::leaveOut) return leaveOut(path, *configuration);
-  if (arguments.action == VolumesArguments::Action::include) return include(path, *configuration);
+  using Action = VolumesArguments::Action;
+  if (arguments.action != Action::show) {
+    const std::string path = withoutEndingSlash(arguments.path);
+    const int status = arguments.action == Action::leaveOut ? leaveOut(path, *configuration)
+                                                            : include(path, *configuration);
+    if (status != kSuccess || !arguments.json) return status;
+    return volumes({Action::show, "", true});
+  }
   const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
   const auto all = localVolumes(session ? session->destination : "", configuration->leftOut);
   const auto links = listedLinks(configuration->leftOut);
