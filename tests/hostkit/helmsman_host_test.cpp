@@ -136,7 +136,12 @@ TEST_F(HelmsmanSchedule, ChangesNothingWhenAnyWordIsWrong) {
       {"schedule", "--daily", "--at", "2:00"},
       {"schedule", "--keep", "0"},
       {"schedule", "--weekly", "Mo", "--at", "02:00"}};
-  for (const auto& words : wrong) EXPECT_EQ(helmsman(words).status, 1) << words.back();
+  for (const auto& words : wrong) EXPECT_EQ(helmsman(words).status, 2) << words.back();
+  EXPECT_EQ(helmsman({"schedule", "--keep", "-3"}).status, 2);
+  EXPECT_NE(
+      helmsman(wrong[0]).err.find("say Monday, Tuesday, Wednesday, Thursday, Friday, Saturday "
+                                  "or Sunday, or three or more of its first letters"),
+      std::string::npos);
   EXPECT_EQ(refused("helmsman", {"schedule", "--daily", "--weekly", "Monday"}).status, 2);
   EXPECT_EQ(refused("helmsman", {"schedule", "--on", "--off"}).status, 2);
   EXPECT_EQ(refused("helmsman", {"schedule", "--keep", "many"}).status, 2);

@@ -276,8 +276,8 @@ TEST_F(HelmsmanVolumes, AVolumeOfTheFileSystemTableThatNoSnapshotHoldsIsTold) {
 }
 
 TEST_F(HelmsmanVolumes, TheRootCannotBeLeftOut) {
-  EXPECT_EQ(helmsman({"volumes", "leave-out", "/"}).status, 1);
-  EXPECT_EQ(helmsman({"volumes", "leave-out", "data"}).status, 1);
+  EXPECT_EQ(helmsman({"volumes", "leave-out", "/"}).status, 2);
+  EXPECT_EQ(helmsman({"volumes", "leave-out", "data"}).status, 2);
   EXPECT_EQ(helmsman({"volumes", "include", "/data"}).status, 0);
   EXPECT_FALSE(root.exists("/etc/halyard-host/helmsman.conf"));
 }

@@ -108,7 +108,7 @@ int leaveOut(const std::string& path, const HelmsmanConfiguration& configuration
     printError("'" + path +
                "' cannot be left out: name the mount point of another volume than /, " +
                "or a listed file");
-    return kFailure;
+    return kUsageError;
   }
   if (isListed(configuration.leftOut, path)) {
     printNote("nothing to do: " + path + " is left out already");

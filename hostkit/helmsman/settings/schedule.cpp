@@ -26,6 +26,9 @@ constexpr int kMostDays = 36500;
 
 constexpr std::array<const char*, 7> kDays = {"Monday", "Tuesday",  "Wednesday", "Thursday",
                                               "Friday", "Saturday", "Sunday"};
+const std::string kDaysToSay =
+    "say Monday, Tuesday, Wednesday, Thursday, Friday, Saturday or Sunday, or three or more of its "
+    "first letters";
 constexpr std::array<const char*, 3> kPeriods = {"Daily", "Weekly", "Monthly"};
 
 const char* periodName(Schedule::Period period) {
@@ -51,7 +54,7 @@ bool understandPeriod(const ScheduleArguments& arguments, Schedule& schedule) {
   if (!arguments.weekly.empty()) {
     const auto day = parseDay(arguments.weekly);
     if (!day) {
-      printError("'" + arguments.weekly + "' is no day of the week");
+      printError("'" + arguments.weekly + "' is no day of the week: " + kDaysToSay);
       return false;
     }
     schedule.period = Schedule::Period::weekly;
@@ -63,7 +66,9 @@ bool understandPeriod(const ScheduleArguments& arguments, Schedule& schedule) {
                                 : std::optional<std::string>{};
     const char week = arguments.monthly.front();
     if (!day || week < '1' || week > '4') {
-      printError("'" + arguments.monthly + "' is no WEEK:DAY, such as 1:Sunday (weeks 1 to 4)");
+      printError("'" + arguments.monthly +
+                 "' is no WEEK:DAY, such as 1:Sunday; the weeks are 1 to 4, and for the " + "day " +
+                 kDaysToSay);
       return false;
     }
     schedule.period = Schedule::Period::monthly;
@@ -78,7 +83,7 @@ bool understand(const ScheduleArguments& arguments, Schedule& schedule) {
   if (!arguments.at.empty()) {
     const auto minutes = parseTimeOfDay(arguments.at);
     if (!minutes) {
-      printError("'" + arguments.at + "' is no time of day, such as 02:30");
+      printError("'" + arguments.at + "' is no time of day from 00:00 to 23:59, such as 02:30");
       return false;
     }
     schedule.minutes = *minutes;
@@ -209,6 +214,8 @@ std::optional<std::string> parseDay(std::string_view text) {
 }
 
 int schedule(const ScheduleArguments& arguments) {
+  Schedule understood;
+  if (!understand(arguments, understood)) return kUsageError;  // Before anything is written.
   if (repairSettings() != kSuccess) return kFailure;
   std::string problem;
   auto preferences = readPropertyFile(paths::kEnginePreferenceFile, problem);
@@ -219,7 +226,7 @@ int schedule(const ScheduleArguments& arguments) {
   if (!changesAnything(arguments)) return show(*preferences, arguments.json);
 
   Schedule changed = scheduleFrom(*preferences);
-  if (!understand(arguments, changed)) return kFailure;
+  if (!understand(arguments, changed)) return kUsageError;
   if (arguments.on && !canSwitchOn(*preferences)) return kFailure;
   storeSchedule(changed, *preferences);
   if (arguments.on || arguments.off) preferences->set(keys::kAutoBackup, arguments.on ? 1 : 0);
