@@ -149,6 +149,18 @@ TEST_F(HelmsmanSchedule, ChangesNothingWhenAnyWordIsWrong) {
   EXPECT_FALSE(root.exists(kTimer));
 }
 
+TEST_F(HelmsmanSchedule, ShowingWritesNothing) {
+  forgetSetup();
+  const auto before = root.list("/etc");
+  const auto result = helmsman({"schedule"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "off: every day at 02:00, snapshots kept for 30 days\n");
+  EXPECT_NE(result.err.find("nothing is set yet (see: helmsman setup)"), std::string::npos);
+  EXPECT_EQ(helmsmanJson({"schedule", "--json"})["enabled"], false);
+  EXPECT_EQ(root.list("/etc"), before);
+  for (const char* path : {"/private", "/Library", "/System"}) EXPECT_FALSE(root.exists(path));
+}
+
 TEST_F(HelmsmanSchedule, SwitchesOffAndOn) {
   EXPECT_EQ(helmsman({"schedule", "--off"}).status, 0);
   EXPECT_EQ(dictionaryOf(root.readFile(kEngine)).find("AutoBackup")->integerValue(), 0);

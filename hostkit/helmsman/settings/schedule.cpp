@@ -115,6 +115,17 @@ int show(const PropertyDictionary& preferences, bool asJson) {
   return finishOutput() ? kSuccess : kFailure;
 }
 
+int showStored(bool asJson) {
+  std::string problem;
+  const auto preferences = readPropertyFile(paths::kEnginePreferenceFile, problem);
+  if (!problem.empty()) {
+    printError(problem);
+    return kFailure;
+  }
+  if (!preferences) printNote("nothing is set yet (see: helmsman setup); this is the default");
+  return show(preferences.value_or(PropertyDictionary{}), asJson);
+}
+
 bool changesAnything(const ScheduleArguments& arguments) {
   return arguments.daily || !arguments.weekly.empty() || !arguments.monthly.empty() ||
          !arguments.at.empty() || arguments.keep || arguments.off || arguments.on;
@@ -214,6 +225,7 @@ std::optional<std::string> parseDay(std::string_view text) {
 }
 
 int schedule(const ScheduleArguments& arguments) {
+  if (!changesAnything(arguments)) return showStored(arguments.json);
   Schedule understood;
   if (!understand(arguments, understood)) return kUsageError;  // Before anything is written.
   if (repairSettings() != kSuccess) return kFailure;
@@ -223,8 +235,6 @@ int schedule(const ScheduleArguments& arguments) {
     printError(problem);
     return kFailure;
   }
-  if (!changesAnything(arguments)) return show(*preferences, arguments.json);
-
   Schedule changed = scheduleFrom(*preferences);
   if (!understand(arguments, changed)) return kUsageError;
   if (arguments.on && !canSwitchOn(*preferences)) return kFailure;

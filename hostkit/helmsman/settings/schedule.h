@@ -57,8 +57,9 @@ struct ScheduleArguments {
   bool json = false;
 };
 
-/// Shows the schedule when nothing is to be changed, and, as JSON, what it was changed to. Otherwise checks everything, then writes the
-/// preferences and the timer's calendar, and has systemd take it up when it runs here.
+/// Shows the schedule when nothing is to be changed, and writes nothing then; as JSON also what it
+/// was changed to. Otherwise checks everything, then writes the preferences and the timer's
+/// calendar, and has systemd take it up when it runs here.
 ///
 /// Writes:  the engine's preference file ("AutoBackup" with on and off); the timer's drop-in.
 /// Runs:    systemctl, when systemd is the init system.
