@@ -92,6 +92,14 @@ TEST_F(HelmsmanSetup, MakesABareHostReadyForHalyard) {
   EXPECT_NE(list.out.find("agendaHost\n"), std::string::npos);
 }
 
+TEST_F(HelmsmanSetup, IsTheNextStepOfACommandForAService) {
+  forgetSetup();
+  for (const char* command : {"restore", "undo", "verify", "browse", "enable", "disable"}) {
+    EXPECT_NE(helmsman({command, "web"}).err.find("(see: helmsman setup)"), std::string::npos)
+        << command;
+  }
+}
+
 TEST_F(HelmsmanSetup, CanBeRepeatedAndThenSaysNothing) {
   forgetSetup();
   EXPECT_EQ(helmsman({"setup"}).status, 0);

@@ -216,6 +216,7 @@ std::optional<std::int32_t> verifyService(const std::string& service, const Snap
 
 int verify(const VerifyArguments& arguments) {
   int status = kFailure;
+  if (!halyardIsReady(status)) return status;
   std::string problem;
   std::vector<std::string> problems;
   const auto newest = chooseSnapshot(arguments.snapshot, problem);
@@ -228,7 +229,6 @@ int verify(const VerifyArguments& arguments) {
     printError(problem);
     return kFailure;
   }
-  if (!halyardIsReady(status)) return status;
   for (const std::string& text : problems) printWarning(text);
   if (subjects->empty()) {
     printError("no service is switched on (see: helmsman enable)");

@@ -10,6 +10,7 @@
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
 #include "helmsman/settings/settings.h"
+#include "host/files/files.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
 
@@ -97,6 +98,9 @@ std::optional<std::vector<std::string>> chosenServices(const std::vector<std::st
 }  // namespace
 
 int switchServices(const std::vector<std::string>& names, ServiceSwitch position) {
+  if (!host::exists(paths::kSetupMarker)) {
+    printWarning("this host is not set up yet (see: helmsman setup)");
+  }
   if (repairSettings() != kSuccess) return kFailure;
   std::string problem;
   auto preferences = readPropertyFile(paths::kPreferenceFile, problem);

@@ -91,7 +91,8 @@ std::optional<std::string> completeServiceName(const PropertyDictionary& service
               "(see: helmsman enable " + std::string(typed) + ")";
   } else if (fitting.empty()) {
     problem = "there is no service " + quoted +
-              (known.empty() ? "; the preferences name none" : "; there are: " + known);
+              (known.empty() ? "; the preferences name none (see: helmsman setup)"
+                             : "; there are: " + known);
   } else {
     problem = quoted + " can be any of:";
     for (const std::string& key : fitting) problem += " " + key;
