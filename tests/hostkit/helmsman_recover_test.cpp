@@ -88,6 +88,11 @@ TEST_F(HelmsmanRecover, ARefusedBackupIsNotToldOnceTheRecoveryIsDone) {
   EXPECT_THAT(result.out, Not(HasSubstr("brought back")));
 }
 
+TEST_F(HelmsmanRecover, ABackupThatCameToNoServicePrintsNoTable) {
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.out, "Result: failed, 1 problem\n");
+}
+
 TEST_F(HelmsmanRecover, StatusSaysWhatTheHostWaitsFor) {
   EXPECT_THAT(helmsman({"status"}).out, HasSubstr("recovered host, waits for: helmsman recover"));
   auto json = helmsmanJson({"status", "--json"});

@@ -132,7 +132,7 @@ std::string summaryText(const RunRecord& record) {
     }
     rows.push_back({service.name, resultWord(service), copied, sizeText(service.bytes)});
   }
-  std::string text = tableText(rows);
+  std::string text = record.services.empty() ? "" : tableText(rows);
   if (!record.snapshot.empty()) text += "Snapshot: " + visibleText(record.snapshot) + "\n";
   const std::size_t problems = problemLines(record).size();
   text += std::string("Result: ") + resultWord(record.result);
