@@ -250,7 +250,11 @@ TEST_F(HelmsmanMetrics, WritesItWhereItIsCollected) {
   EXPECT_EQ(root.modeOf("/metrics/halyard.prom"), 0644U);
   const auto result = helmsman({"metrics", "--write"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.err, HasSubstr("halyard.prom could not be written"));
+  EXPECT_EQ(result.err,
+            "helmsman: the folder /var/lib/prometheus/node-exporter is not there: install "
+            "prometheus-node-exporter, or name the one of another collector with --folder\n");
+  EXPECT_THAT(helmsman({"metrics", "--write", "--folder", "/srv/nowhere"}).err,
+              HasSubstr("the folder /srv/nowhere is not there"));
 }
 
 TEST_F(HelmsmanMetrics, RecordsAUnitThatFailed) {

@@ -105,6 +105,11 @@ bool writeTo(const std::string& path) {
                              : folder.error();
   if (written) return true;
   const int error = written.error().code;
+  if (error == ENOENT) {
+    printError("the folder " + path + " is not there: install prometheus-node-exporter, or name " +
+               "the one of another collector with --folder");
+    return false;
+  }
   printError(joinPath(path, kMetricsFileName) + " could not be written: " +
              (error == ELOOP || error == ENOTDIR ? "a part of the path is a link or no folder"
                                                  : errnoText(error)));
