@@ -332,7 +332,9 @@ TEST_F(HelmsmanRecover, AsksFirstAndADryRunTouchesNothing) {
   EXPECT_EQ(helmsman({"recover"}).status, 1);
   const auto result = helmsman({"recover", "--dry-run"});
   EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("would be put back:\n"));
   EXPECT_THAT(result.out, HasSubstr("depotHost  whole"));
+  EXPECT_THAT(result.out, HasSubstr("/.Halyards would be used up by it.\n"));
   EXPECT_TRUE(root.exists("/.Halyards/depotHost"));
   EXPECT_THAT(root.calls(), IsEmpty());
 }

@@ -76,9 +76,10 @@ std::string obstacle() {
   return "";
 }
 
-void showPlan(const Recovery& recovery, const std::optional<Snapshot>& origin) {
-  printLine("The services of " + (origin ? origin->name : "a snapshot that is not in reach") +
-            " are put back:");
+void showPlan(const Recovery& recovery, const std::optional<Snapshot>& origin, bool dryRun) {
+  const std::string be = dryRun ? " would be " : " will be ";
+  printLine("The services of " + (origin ? origin->name : "a snapshot that is not in reach") + be +
+            "put back:");
   std::vector<std::vector<std::string>> rows = {{"SERVICE", "IN THE BACKUP", "ITEMS"}};
   for (const ServiceRecovery& service : recovery.services) {
     rows.push_back({service.name,
@@ -88,7 +89,7 @@ void showPlan(const Recovery& recovery, const std::optional<Snapshot>& origin) {
                     std::to_string(service.plan.size())});
   }
   (void)std::fputs(tableText(rows).c_str(), stdout);
-  printLine(std::string(paths::kMetadataFolder) + " is used up by it.");
+  printLine(std::string(paths::kMetadataFolder) + be + "used up by it.");
 }
 
 // One for each service, in order, each with its record for undo; absent when that is impossible.
@@ -255,7 +256,7 @@ int recover(const RecoverArguments& arguments) {
     return kFailure;
   }
   Recovery recovery = planRecovery();
-  if (arguments.dryRun || !arguments.yes) showPlan(recovery, origin);
+  if (arguments.dryRun || !arguments.yes) showPlan(recovery, origin, arguments.dryRun);
   if (arguments.dryRun) return finishOutput() ? kSuccess : kFailure;
   if (!arguments.yes && !confirmed("Put them back?")) return kFailure;
   return carryOut(std::move(recovery), origin, arguments);
