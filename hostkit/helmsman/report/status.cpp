@@ -29,7 +29,7 @@ namespace halyard::hostkit {
 namespace {
 
 // What a run met may have been settled since.
-const std::string kOfLastRun = "Problem of the last run: ";
+constexpr char kOfLastRun[] = "Problem of the last run: ";
 
 // Everything that is shown, gathered once.
 struct HostStatus {

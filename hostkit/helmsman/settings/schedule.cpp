@@ -26,7 +26,7 @@ constexpr int kMostDays = 36500;
 
 constexpr std::array<const char*, 7> kDays = {"Monday", "Tuesday",  "Wednesday", "Thursday",
                                               "Friday", "Saturday", "Sunday"};
-const std::string kDaysToSay =
+constexpr char kDaysToSay[] =
     "say Monday, Tuesday, Wednesday, Thursday, Friday, Saturday or Sunday, or three or more of its "
     "first letters";
 constexpr std::array<const char*, 3> kPeriods = {"Daily", "Weekly", "Monthly"};
