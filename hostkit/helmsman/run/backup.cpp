@@ -54,6 +54,10 @@ namespace {
 
 constexpr char kSizePhase[] = "asking the services for their size";
 
+std::string keylessText(const std::string& service) {
+  return service + ": can only be restored after: helmsman enable " + service;
+}
+
 class BackupCycle {
  public:
   BackupCycle(const BackupArguments& arguments, const HelmsmanConfiguration& configuration,
@@ -174,7 +178,7 @@ bool BackupCycle::isPossible() {
 // Told before, so that nobody waits for a run to learn it, and again in the result.
 void BackupCycle::tellWhatIsLacking() {
   for (const std::string& service : servicesWithoutKey()) {
-    printWarning(service + ": can only be restored after: helmsman enable " + service);
+    printWarning(keylessText(service));
   }
   lacks_ = lacksOfHost(leftOut_);
   for (const ServiceLack& lack : lacks_) printWarning(lack.service + ": " + lack.text);

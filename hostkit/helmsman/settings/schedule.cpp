@@ -199,7 +199,7 @@ std::int64_t longestAge(const Schedule& schedule) {
   const int days = schedule.period == Schedule::Period::daily    ? 1
                    : schedule.period == Schedule::Period::weekly ? 7
                                                                  : kDaysOfLongestMonth;
-  return 2 * days * kDay;
+  return 2 * kDay * days;
 }
 
 std::optional<int> parseTimeOfDay(std::string_view text) {
