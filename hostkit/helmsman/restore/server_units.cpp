@@ -36,6 +36,10 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
+std::string notRunning(const std::string& unit) {
+  return unit + " does not run (see: systemctl status " + unit + ")";
+}
+
 bool did(const std::string& word, const std::string& unit) {
   const host::TaskResult result = systemctl(word, unit);
   if (result.status == 0) return true;
@@ -87,7 +91,7 @@ bool ServerUnits::start() const {
       printNote("started " + unit);
       continue;
     }
-    printError(unit + " does not run (see: systemctl status " + unit + ")");
+    printError(notRunning(unit));
     running = false;
   }
   return running;
@@ -102,7 +106,7 @@ std::vector<std::string> ServerUnits::settle() const {
     if (answerOf("is-active", unit) == "active") {
       printNote("started " + unit);
     } else {
-      problems.push_back(unit + " does not run (see: systemctl status " + unit + ")");
+      problems.push_back(notRunning(unit));
     }
   }
   return problems;

@@ -82,7 +82,8 @@ Destination currentDestination() {
   const auto preferences = host::readDictionary(paths::kEnginePreferenceFile);
   if (preferences && preferences->find(preference_keys::kBackupAlias) != nullptr) {
     return {Destination::State::notThere, "",
-            "the backup destination is not there; is its volume connected, and mounted or in /etc/fstab? "
+            "the backup destination is not there; is its volume connected, and mounted or in "
+            "/etc/fstab? "
             "(see: helmsman destination --show)"};
   }
   return {Destination::State::notSet, "",
