@@ -79,7 +79,8 @@ TEST_F(LackingVolumes, OneOfTheTableThatIsNotMountedIsTold) {
 TEST_F(HostWithoutMountTable, SaysOfNoVolumeThatItIsNotMounted) {
   root.remove("/proc");
   root.writeFile("/etc/fstab", "UUID=0815 /data ext4 defaults 0 2\n");
-  const auto result = helmsman({"backup"});
+  // A sanitizer finds no leak without its table of processes, and says so by a failure.
+  const auto result = helmsman({"backup"}, {{"ASAN_OPTIONS", "detect_leaks=0"}});
   EXPECT_EQ(result.status, 0) << result.err;
 }
 
