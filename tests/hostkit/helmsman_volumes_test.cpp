@@ -57,6 +57,14 @@ TEST_F(LackingVolumes, OneThatIsMountedByHandIsTold) {
   EXPECT_THAT(helmsman({"check"}).out, Not(HasSubstr("/data")));
 }
 
+TEST_F(LackingVolumes, OneWhereTheSnapshotHoldsNothingAnywayIsNotTold) {
+  const TestMount incoming = TestMount::image(root.path("/run/host/incoming"), "ext4", 8);
+  if (!incoming.isMounted()) GTEST_SKIP() << "no disk images can be mounted here";
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(stateAt("/run/host/incoming"), "left out");
+}
+
 TEST_F(LackingVolumes, OneOfTheTableThatIsNotMountedIsTold) {
   root.writeFile("/etc/fstab", "UUID=0815 /data/ ext4 defaults,nofail 0 2\n");
   const auto result = helmsman({"backup"});

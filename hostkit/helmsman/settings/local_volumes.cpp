@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "common/configuration.h"
+#include "common/exclusions.h"
 #include "common/exit_status.h"
 #include "common/machine.h"
 #include "common/messages.h"
@@ -148,6 +149,16 @@ int include(const std::string& path, const HelmsmanConfiguration& configuration)
   return kSuccess;
 }
 
+// Whether the snapshot would leave the place out, whatever is mounted there: /run, for example.
+bool isExcluded(const Exclusions& exclusions, const std::string& mountPoint) {
+  for (std::size_t end = mountPoint.find('/', 1);; end = mountPoint.find('/', end + 1)) {
+    if (exclusions.match(mountPoint.substr(1, end == std::string::npos ? end : end - 1))) {
+      return true;
+    }
+    if (end == std::string::npos) return false;
+  }
+}
+
 // Absent for one that is not mounted.
 std::optional<std::uint64_t> usedBytes(const LocalVolume& local) {
   if (local.volume.totalBytes == 0) return std::nullopt;
@@ -230,6 +241,10 @@ std::vector<Volume> ownVolumes(std::vector<Volume> mounted) {
 
 std::vector<LocalVolume> localVolumes(const std::string& destination,
                                       const std::vector<std::string>& leftOut) {
+  const Exclusions exclusions = Exclusions::read(kExclusionFile).value_or(Exclusions());
+  const auto isLeftOut = [&](const std::string& mountPoint) {
+    return isListed(leftOut, mountPoint) || isExcluded(exclusions, mountPoint);
+  };
   const Result<Volume> holder = volumeOf(destination);
   const std::vector<Volume> mounted = mountedVolumes();
   std::vector<LocalVolume> local;
@@ -238,9 +253,9 @@ std::vector<LocalVolume> localVolumes(const std::string& destination,
     const bool isOurs =
         holder && (holder->mountPoint == volume.mountPoint || isShownBy(volume, *holder));
     if (!isRoot && isOurs) continue;
-    const State state = isRoot                                 ? State::inSnapshot
-                        : isListed(leftOut, volume.mountPoint) ? State::leftOut
-                                                               : State::notInSnapshot;
+    const State state = isRoot                         ? State::inSnapshot
+                        : isLeftOut(volume.mountPoint) ? State::leftOut
+                                                       : State::notInSnapshot;
     local.push_back({std::move(volume), state});
   }
   for (const ListedVolume& listed : unmountedVolumes(mounted)) {
@@ -248,7 +263,7 @@ std::vector<LocalVolume> localVolumes(const std::string& destination,
     missing.volume.mountPoint = listed.mountPoint;
     missing.volume.device = listed.source;
     missing.volume.type = listed.type;
-    missing.state = isListed(leftOut, listed.mountPoint) ? State::leftOut : State::notMounted;
+    missing.state = isLeftOut(listed.mountPoint) ? State::leftOut : State::notMounted;
     local.push_back(std::move(missing));
   }
   return local;
