@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/files/sync.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -39,13 +40,6 @@ std::optional<std::string> readMark(const std::string& path) {
   return bytes;
 }
 
-// What was made in the folder is on disk.
-bool syncFolder(const std::string& folder) {
-  const host::Descriptor opened(
-      ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  return opened && ::fsync(opened.get()) == 0;
-}
-
 }  // namespace
 
 bool isFolderName(std::string_view name) {
@@ -62,7 +56,7 @@ bool markIncomplete(const std::string& metadataFolder, const std::string& servic
   for (const std::string& reason : reasons) text += printable(reason) + "\n";
   return host::writeFile(joinPath(folder, paths::kIncompleteMark), text,
                          host::Durability::power) &&
-         syncFolder(metadataFolder);  // The service's folder may be new.
+         host::syncFolder(metadataFolder);  // The service's folder may be new.
 }
 
 std::optional<std::vector<std::string>> incompleteReasons(const std::string& metadataFolder,
