@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # Sourced by the benchmarks. What a backup starts, in its order, for spawn_loop to do the same.
 
 # list_children PLUGIN DATA SERVICE...: every service has the one plug-in; with DATA, the folder

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Times the property-list reader against a bare expat pass over the same text, and measures the
 // memory that reading, parsing and writing a file take.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Times two programs in turns, so that whatever else the machine does meets both alike.
 //
 //   side_by_side ROUNDS -- PROGRAM [ARGUMENT...] -- PROGRAM [ARGUMENT...]

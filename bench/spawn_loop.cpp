@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Starts the programs of a list one after the other and waits for each: the least that any program
 // which runs them can do.
 //

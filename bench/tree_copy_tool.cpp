@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Runs one operation on a tree, for bench/tree_copy_bench to time: make, copy, link or remove.
 #include <fcntl.h>
 #include <sys/resource.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a fuzz target checks beyond "no crash".
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The integer of a disk-usage answer, a version or a preference, against the C library's, and read
 // in two pieces.
 #include <algorithm>

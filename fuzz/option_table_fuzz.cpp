@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Any words, parted by NUL as the kernel hands them over: the option table against its rule.
 #include <algorithm>
 #include <cstdint>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Any bytes at all: read or refused, and what is read can be shown, searched and copied.
 #include <cstdint>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What was read is written so that it is read as the same; any value at all is written so that it
 // can be read.
 #include <fuzzer/FuzzedDataProvider.h>

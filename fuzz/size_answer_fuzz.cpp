@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A size answer in any pieces against the whole text, line by line. The first byte says how long
 // the pieces are.
 #include <cstdint>

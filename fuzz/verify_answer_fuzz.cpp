@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A verify answer: the last summary line, found from the end, has the value.
 #include <cstdint>
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # What every service plug-in shares. A plug-in sets the names below, defines the hooks that it needs, sources this
 # file and ends with: pluginMain "$@"
 #

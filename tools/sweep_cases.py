@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
 """The commands that are swept: the state before each, and what must hold after any fault."""
 
 import plistlib

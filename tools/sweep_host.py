@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
 """A private root for the sweep: its state as a value, and single runs of the program in it."""
 
 import ctypes

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The exit statuses that drivectl, helmsman and snapwheel share.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The mark of a service that is not whole in a metadata folder: a file in its folder there.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 #include "common/kernel_uuid.h"
 
 #include <linux/btrfs.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The UUID of a mounted file system as the kernel tells it, for roots without /dev and /proc.
 #pragma once
 

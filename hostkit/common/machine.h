@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which machine this is, and which one a host's folder in a repository is recorded as.
 #pragma once
 

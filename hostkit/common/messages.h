@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Messages for people: standard error, with the program's name in front. Results go to standard
 // output; nothing else does. What a terminal must not be given is escaped (see visibleText).
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The fixed paths of the host kit alone; those that the program has too are in product/paths.h.
 //
 // Halyard names its paths below /private; on a Linux host these are links to the native folders

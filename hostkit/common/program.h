@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What drivectl, helmsman and snapwheel have in common as programs: how a command line is refused,
 // how a command ends, and what a caller who asked for JSON gets when nothing can be answered.
 #pragma once

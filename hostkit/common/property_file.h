@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Preference files: read as the program reads them, written so that they are always whole.
 #pragma once
 

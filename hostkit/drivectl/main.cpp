@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // drivectl: what is known of the volumes of this host.
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The command line of helmsman: which words are understood, and what runs then.
 #pragma once
 

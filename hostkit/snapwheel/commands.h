@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The commands as the command line knows them: each prints its answer and gives an exit status.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // One snapshot at a time for a host, many hosts in one repository.
 #pragma once
 

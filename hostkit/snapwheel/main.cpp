@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // snapwheel: takes, lists, removes, restores and checks snapshots of this host.
 
 #include <CLI/CLI.hpp>

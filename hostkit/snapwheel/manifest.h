@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The record that the engine keeps in each snapshot: <snapshot>/.snapwheel/manifest.json.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Owners by name: for a restore onto a host whose accounts have other numbers.
 #pragma once
 

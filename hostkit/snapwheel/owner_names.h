@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The names behind the numeric owners in a snapshot, for a host where they have other numbers.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Removes snapshots: named ones, and those that no retention rule keeps.
 #pragma once
 

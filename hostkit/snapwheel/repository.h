@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The layout of a repository, and what of it belongs to one host:
 //
 //   <destination>/Archives.snapdb/<computer name>/

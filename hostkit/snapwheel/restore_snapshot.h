@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Puts the volume of a snapshot onto a folder, usually the root of a new file system.
 #pragma once
 

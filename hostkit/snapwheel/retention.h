@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which snapshots stay and which may go: pure decisions over their instants.
 #pragma once
 

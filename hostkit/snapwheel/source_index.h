@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What the source looked like when a snapshot was made: <snapshot>/.snapwheel/index.
 //
 // An inode whose number and change time are the ones in the index has the contents, attributes and

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Subvolumes of a btrfs destination, and what stands in for them elsewhere.
 #pragma once
 

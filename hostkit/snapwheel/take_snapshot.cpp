@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 #include "snapwheel/take_snapshot.h"
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Joins a walk over the source with the index of the last one and writes the next.
 #pragma once
 

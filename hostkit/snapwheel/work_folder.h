@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A snapshot while it is being made: <name>.inProgress in the host's folder.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The metadata folder "/.Halyards" as a whole: made for a snapshot, removed after it.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // How much a backup of the enabled services will need, and how large the volumes are.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // XML property lists: values, reader, writer.
 //
 // The reader is expat behind guards: a regular file of bounded size, UTF-8 without NUL, no internal

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a call that can fail answers below the commands: a value, or the error that prevented it.
 //
 // In the style of C++23's std::expected. The error number travels with the answer: nobody reads

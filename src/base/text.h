@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Text helpers without any knowledge of the host: pure functions over bytes.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The master browse catalogue: what each service says it has backed up, in one property list.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // One call of a service's plug-in: the one way by which backup, restore, browse and verify make it.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Whether the host, the volume on the command line and the program's own folders are fit for work.
 #pragma once
 

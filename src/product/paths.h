@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Every fixed path and file name of the product, for the program and for the host kit. Includes
 // nothing, so that every layer above the host may use it; no option, variable or build switch moves
 // any of them.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The texts of a run that helmsman reads as well: the program prints them, helmsman takes them
 // apart by the same constants. A text that is only for people stands at its only call.
 //

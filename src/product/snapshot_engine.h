@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What the program needs of the snapshot engine: its session and the deletion of one snapshot.
 #pragma once
 

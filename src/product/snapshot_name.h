@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Names of snapshots: the second at which each was begun, in UTC.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The data and configuration files that a backup copies into a service's folder.
 #include <gmock/gmock.h>
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a backup does for each service: which take part, what is run, with which arguments.
 #include <gmock/gmock.h>
 

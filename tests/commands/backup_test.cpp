@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The backup command as a whole: gates, the metadata folder, its two closing files.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Descriptors and preference files of any content: each has its reading, never a crash or a hang.
 #include <gmock/gmock.h>
 

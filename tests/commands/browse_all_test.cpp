@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The browse of all services at once: one property list of every answer.
 #include <gmock/gmock.h>
 #include <sys/stat.h>

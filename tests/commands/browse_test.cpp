@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The browse of one service: which folder and plug-in, and how the answer is shown.
 #include <gmock/gmock.h>
 

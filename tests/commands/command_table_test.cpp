@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Every row of the command table: word counts, preconditions, what is called, exit statuses.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which files of the configuration folder are descriptors, and in which order they are taken.
 #include <gmock/gmock.h>
 

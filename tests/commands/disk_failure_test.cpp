@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Disks that are full or read-only: the fixed messages, and no partial item left.
 #include <gmock/gmock.h>
 #include <sched.h>

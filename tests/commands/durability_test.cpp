@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What the program promises to be on disk, by the order of its system calls.
 #include <gmock/gmock.h>
 #include <sys/stat.h>

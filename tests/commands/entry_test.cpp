@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // From the words on the command line to the dispatcher, whatever the command.
 #include <gmock/gmock.h>
 

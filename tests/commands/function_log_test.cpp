@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The start and end lines of operations, in the order of a whole run of each command.
 #include <gmock/gmock.h>
 

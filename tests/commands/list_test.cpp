@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The two listings of this host's snapshots.
 #include <gmock/gmock.h>
 

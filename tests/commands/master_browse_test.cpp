@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The catalogue that a backup ends with.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Standard output that is closed, broken or full, and other odd starts: the run ends as usual.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Plug-ins that misbehave: the run goes on and ends as usual.
 #include <gmock/gmock.h>
 #include <signal.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The postBackupComplete command, and the comparison of volumes that a restore makes.
 #include <gmock/gmock.h>
 

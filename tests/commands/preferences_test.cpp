@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The prefs command, and what the two preference files may hold.
 #include <gmock/gmock.h>
 

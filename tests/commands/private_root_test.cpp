@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The command tests stand on the private root, so it is shown to work, and to fail loudly.
 #include "support/private_root.h"
 

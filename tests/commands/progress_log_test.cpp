@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The progress log: its records, their form, and what becomes of it during a run.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The purge of one snapshot: what is accepted, what is refused, and that nothing else goes.
 #include <gmock/gmock.h>
 #include <sys/mount.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a whole-system restore adds under the debug flag, in full and in order.
 #include <gmock/gmock.h>
 

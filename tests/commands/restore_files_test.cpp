@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // How both restores put configuration and data files back, and what stays under ".previous".
 #include <gmock/gmock.h>
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a whole-system restore refuses, and what each refusal leaves behind.
 #include <gmock/gmock.h>
 

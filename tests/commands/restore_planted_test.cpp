@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Items that somebody planted at the paths that a restore uses, and folders that cannot be written.
 #include <gmock/gmock.h>
 #include <sys/mount.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which folder of a snapshot a service is restored from, and what debug mode tells about it.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The restore of one service from a snapshot: what is refused, found, run and recorded.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A whole-system restore as an administrator sees it: plug-ins, records, texts, end state.
 #include <gmock/gmock.h>
 

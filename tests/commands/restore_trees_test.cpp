@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Kinds of files: what both restores bring back is the same as what was saved, attribute by
 // attribute.
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The size command, and the room that a backup measures.
 #include <gmock/gmock.h>
 

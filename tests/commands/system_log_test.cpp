@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What reaches the host's system log, over a socket bound inside the root.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The checks of host version, source volume and repository folder, as a backup makes them.
 #include <gmock/gmock.h>
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The verify command: what the plug-in is asked and what is read from its answer.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // When a file passes for the same as one of the reference: each difference alone has it copied.
 #include <fcntl.h>
 #include <gtest/gtest.h>

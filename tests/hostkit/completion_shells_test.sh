@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # Completion in zsh and fish, asked of the shells themselves: it offers what the programs say in their help, no more and
 # no less. A shell that is not installed is left out and said.
 set -u

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # Completion of the host kit's command lines: it offers what the programs say in their help, no more and no less.
 set -u
 source_dir=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd)

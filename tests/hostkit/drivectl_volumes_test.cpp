@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // drivectl on real file systems, where loop devices can be had.
 #include <gtest/gtest.h>
 #include <sys/mount.h>

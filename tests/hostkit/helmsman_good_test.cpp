@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // When a backup may be called good, and what a run that was not may do.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

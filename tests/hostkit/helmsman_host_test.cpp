@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // destination, schedule, enable, disable, unlock and snapshots.
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Backup, restore, recover, undo and tidy keep each other out, and Halyard itself as far as they
 // can.
 #include <fcntl.h>

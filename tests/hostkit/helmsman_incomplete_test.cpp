@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Services that a backup could not take whole: the mark, and what respects it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What helmsman writes to the system journal, read where the journal would read it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

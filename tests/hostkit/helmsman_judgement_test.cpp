@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What helmsman may take for a good snapshot, for room enough, and for undone.
 #include <gmock/gmock.h>
 #include <sys/statvfs.h>

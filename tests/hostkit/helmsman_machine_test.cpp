@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Whose snapshots a folder of the repository holds, what the clock says, keys that nothing reads.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

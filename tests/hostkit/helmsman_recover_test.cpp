@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A host that was brought back from a snapshot: what waits for it, and recover.
 #include <fcntl.h>
 #include <gmock/gmock.h>

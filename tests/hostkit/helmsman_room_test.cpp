@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Room, destinations that cannot be written, and data that no snapshot holds.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Services that are not on this host, servers that no service covers, plain words.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

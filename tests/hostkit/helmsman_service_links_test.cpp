@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The descriptors that packages bring, the links to them, and what else lies in their folder.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // verify of one service, browse and purge.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

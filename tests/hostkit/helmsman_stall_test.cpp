@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Plug-ins that make no progress, runs that are told to stop, and runs that never came to their
 // end.
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What undo takes back and what it does not, and tidy.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

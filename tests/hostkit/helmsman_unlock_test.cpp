@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Whose pid file it is, told by the processes of a host.
 #include <fcntl.h>
 #include <gmock/gmock.h>

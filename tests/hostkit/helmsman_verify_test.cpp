@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which services "helmsman verify" compares when none is named, and what it says of the others.
 #include <gmock/gmock.h>
 

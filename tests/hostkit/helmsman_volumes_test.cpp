@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which volumes of a host the backup is told to lack: mounted ones, and those that are not.
 #include <gmock/gmock.h>
 

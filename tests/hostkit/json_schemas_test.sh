@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # What the kit prints with --json, held against the schemas of docs/json. Every subcommand that has --json has a schema,
 # and every schema is held against real output here.
 set -u

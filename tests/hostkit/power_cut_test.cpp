@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A disk image that is copied without being unmounted is what a power cut leaves: what ended with 0
 // has to be on it.
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What the three programs of the kit do alike: versions, refusals, statuses, errors as JSON.
 #include "common/program.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A private root with one service, and a good backup of it that check, status and metrics tell of.
 #pragma once
 

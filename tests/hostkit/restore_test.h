@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The fixture of the tests that restore, verify, browse and purge.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a run printed and logged, and what is kept of it, without a run.
 #include "helmsman/run/run_judge.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The fixture of the tests that take snapshots of real trees on real file systems.
 #pragma once
 

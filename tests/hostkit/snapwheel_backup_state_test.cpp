@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a snapshot lacks of the services' backup that its source holds, and what respects the mark.
 #include <gmock/gmock.h>
 #include <sys/resource.h>

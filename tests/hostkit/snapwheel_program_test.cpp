@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The built program at its fixed path in a private root: its commands, outputs and exit statuses,
 // and what Halyard makes of its snapshots.
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Nothing is pruned after a snapshot whose backup of the services is not whole.
 #include <gmock/gmock.h>
 

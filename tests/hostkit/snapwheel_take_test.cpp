@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Snapshots of real trees on real file systems: what they hold and what they share.
 #include <gmock/gmock.h>
 

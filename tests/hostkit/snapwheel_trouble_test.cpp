@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Snapshots that are interrupted, in each other's way, or refused by the destination.
 #include <gmock/gmock.h>
 #include <sys/wait.h>

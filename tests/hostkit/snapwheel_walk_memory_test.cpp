@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // When an item is known to be as it was in the reference.
 #include <gtest/gtest.h>
 

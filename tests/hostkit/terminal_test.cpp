@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Tables and the bar of a run as terminals of every kind get them.
 #include "common/terminal.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Names that would steer a terminal, and the folders that root does not own alone.
 #include "common/visible_text.h"
 

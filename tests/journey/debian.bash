@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # Sourced by the scripts beside it: Debian systems to try the packages on, and how the scripts report.
 
 source_dir=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd)

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # The maintainer scripts of the package, run by dpkg itself in a private root: descriptors that an earlier version
 # brought as configuration files become links, and what was changed stays.
 set -u

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Lets the line counters of a coverage build reach the build folder from inside a private root.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Tests that change the process itself run in a child: limits, signals, roots, mounts.
 #pragma once
 

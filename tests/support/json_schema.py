@@ -1,4 +1,7 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 """Holds JSON objects against a schema: json_schema.py SCHEMA [--lines] < OUTPUT
 
 Without --lines the output is one object, with it one object a line. Says what is wrong and ends with 1 when the schema

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A folder that the built program is chrooted into, for tests of whole commands.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A private root whose system volume came back from a snapshot, ready for a restore.
 #pragma once
 

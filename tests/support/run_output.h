@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Reads what a run printed: function-log lines and platform log lines.
 #pragma once
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # Assertions for the shell tests; sourced. A test script ends with finishTests.
 # shellcheck shell=bash
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The system calls of a program in a private root, for tests of their order.
 //
 // What is on the disk after a power cut is decided by the order of writes, syncs and renames. A

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # Shows that the sweep's checks notice each kind of damage: a check that cannot fail proves nothing.
 set -euo pipefail
 

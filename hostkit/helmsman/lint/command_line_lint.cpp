@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 #include "helmsman/lint/command_line_lint.h"
 
 #include "host/files/files.h"

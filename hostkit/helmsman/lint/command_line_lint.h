@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Lints the command lines of a descriptor, which are split at every single blank.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Lints the configuration files of the engine and of helmsman itself.
 #pragma once
 

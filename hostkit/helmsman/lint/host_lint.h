@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Lints what is around the settings: the servers, the run, the clock, the snapshots, the timer.
 #pragma once
 

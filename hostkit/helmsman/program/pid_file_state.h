@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Who holds the pid file that keeps two runs of Halyard apart.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // "helmsman unlock": removes the pid file that a dead run left behind.
 #pragma once
 

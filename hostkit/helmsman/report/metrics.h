@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // "helmsman metrics": the state of the backups for Prometheus.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // "helmsman recover": brings the services back on a host that was brought back from a snapshot.
 #pragma once
 

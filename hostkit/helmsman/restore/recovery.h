@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A whole-system restore, service by service: what it will put back, and what it did.
 #pragma once
 

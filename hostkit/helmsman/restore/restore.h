@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // "helmsman restore": puts one service back from a snapshot.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The systemd units of a service's server: stopped while its items change places, and asked
 // whether they run once it is restored.
 #pragma once

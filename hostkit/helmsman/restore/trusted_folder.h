@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // A folder on the way to which nobody but root can have planted a link.
 #pragma once
 

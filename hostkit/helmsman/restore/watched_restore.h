@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // One run of Halyard that restores a service, watched so that it can be taken back.
 #pragma once
 

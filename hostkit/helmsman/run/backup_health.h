@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Whether the backups of this host can be relied on: what is kept of them, how old it is, and
 // whether the next one starts by itself. What status, metrics and check say of it is from here.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a backup asks of the snapshot engine, a program of its own.
 #pragma once
 

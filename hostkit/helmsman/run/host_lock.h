@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // One at a time: what saves, changes or removes the services of this host.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a backup run leaves in "/.Halyards" about services that are not whole in it.
 #pragma once
 

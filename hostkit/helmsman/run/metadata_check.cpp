@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 #include "helmsman/run/metadata_check.h"
 
 #include "base/property_list.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Checks of the metadata folder that a backup leaves on the live system.
 #pragma once
 

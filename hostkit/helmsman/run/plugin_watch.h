@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Whether the programs that Halyard has started get on, and how they are ended.
 #pragma once
 

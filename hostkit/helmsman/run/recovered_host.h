@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Whether this host was brought back from a snapshot and still waits for its services.
 #pragma once
 

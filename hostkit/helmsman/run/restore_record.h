@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What restores set aside and made, as it is kept for undo, tidy, status and backup.
 #pragma once
 

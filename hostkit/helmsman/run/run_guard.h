@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Ends what makes no progress in a backup, and the whole backup in order when it is told to stop.
 #pragma once
 

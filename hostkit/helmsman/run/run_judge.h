@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Judges a backup run by what Halyard printed and left behind: its exit status does not tell.
 #pragma once
 

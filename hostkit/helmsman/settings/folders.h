@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The fixed folders that Halyard names, and the native ones that they lead to.
 #pragma once
 

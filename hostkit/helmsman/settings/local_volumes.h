@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The local volumes of this host, and which of them a snapshot holds.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // "helmsman schedule": when backups run by themselves and how long snapshots stay.
 #pragma once
 

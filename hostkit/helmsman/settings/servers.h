@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which server programs the services cover, and which servers of this host nothing covers.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The descriptors that packages bring, and the links that switch them on.
 //
 // Packages keep descriptors out of the configuration folder, where the program takes every file for

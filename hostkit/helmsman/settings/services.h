@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The services of this host: what the preferences say of them and which descriptors are installed.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // "helmsman settings backup": the repair that Halyard runs when a preference file is missing.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Which machine the folder of this host's snapshots belongs to: its name alone does not tell after
 // a host was renamed or cloned.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // This host's snapshots in the repository, as the program's commands see them.
 #pragma once
 

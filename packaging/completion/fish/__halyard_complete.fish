@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The Halyard authors
+# SPDX-License-Identifier: MIT
+
 # fish completion for drivectl(8), helmsman(8) and snapwheel(8): the candidates for the word at the cursor, each with its
 # description behind a tab. They are read from the programs' own help, so nothing here can fall behind it.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Builds a property-list value out of the elements and texts of one XML document.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What the program says: standard output, debug and verbose lines, dumps, the platform log.
 //
 // A fixed text stands once, as a literal at its only call, so that a grep for it finds the code.

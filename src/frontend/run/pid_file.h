@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The single-instance marker. The program only asks whether it exists; helmsman reads it.
 #pragma once
 

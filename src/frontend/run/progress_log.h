@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The progress log: dated records of what a run is doing, for administrators and their tools.
 #pragma once
 

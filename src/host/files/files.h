@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Files and folders of the host, one item at a time; whole trees are in tree_copy.h.
 //
 // "Exists" follows links. Nothing here throws or prints: a failure is the false, absent or empty

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Property lists in files: what base/property_list.h parses, behind a bound on the file's size.
 #pragma once
 

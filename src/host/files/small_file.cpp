@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Small files that are absent, old or complete at any instant.
 #include <stdio.h>
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What every unit that makes system calls shares.
 //
 // Within this folder a function that makes system calls for its caller answers with an error

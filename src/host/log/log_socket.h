@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The log daemon's socket: one record, framed as the C library frames it, without ever blocking.
 //
 // syslog(3) itself waits without limit for a daemon that has stopped reading, and a backup must not

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The host's system log (syslog) and the platform log (standard error and syslog).
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // The start of a child: its streams, descriptors, signals and environment.
 #pragma once
 

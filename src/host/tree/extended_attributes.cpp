@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 #include "host/tree/extended_attributes.h"
 
 #include <linux/limits.h>

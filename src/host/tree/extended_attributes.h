@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Extended attributes: access control lists, capabilities, labels and whatever users add.
 #pragma once
 

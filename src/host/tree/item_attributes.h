@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Owner, mode and times, together with the extended attributes that depend on their order.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Moving and removing whole items; both work on a link itself, not on what it leads to.
 #pragma once
 

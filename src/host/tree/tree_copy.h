@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Copies items and whole trees with everything that belongs to them.
 //
 // Kept: mode with set-id bits, owner, group, times, every extended attribute (ACLs and capabilities

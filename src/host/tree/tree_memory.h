@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // What a caller of copyTree remembers of the source from the walk that made the reference.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // libmount, loaded when the first volume has to be looked up or mounted.
 //
 // Most commands never need it, and loading it with its own libraries takes longer than all the rest

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Subvolumes of btrfs, which go at once instead of file by file.
 #pragma once
 

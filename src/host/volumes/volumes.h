@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
 // Volumes: where they are mounted, and mounting what fstab lists.
 #pragma once
 
