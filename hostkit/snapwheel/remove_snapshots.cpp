@@ -7,14 +7,15 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <utility>
 
 #include "base/text.h"
 #include "host/files/sync.h"
+#include "host/volumes/subvolume.h"
 #include "product/paths.h"
 #include "snapwheel/backup_state.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
-#include "snapwheel/subvolume.h"
 
 namespace halyard::snapwheel {
 
@@ -26,19 +27,20 @@ std::string nameWhileRemoved(const std::string& name) {
   return "removed-" + name + std::string(kInProgress);
 }
 
-void removeOne(const Repository& repository, const std::string& name) {
-  std::string path = repository.path(name);
+void removeOne(const Repository& repository, int folder, std::string name) {
   if (!isInProgress(name)) {
     (void)settleLatest(repository, name);
-    const std::string doomed = repository.path(nameWhileRemoved(name));
+    std::string doomed = nameWhileRemoved(name);
     // A read-only subvolume cannot be renamed everywhere; it goes in one step anyway.
-    if (std::rename(path.c_str(), doomed.c_str()) == 0) {
-      path = doomed;
-    } else if (!isSubvolume(path)) {
-      throw Failure(errorText(path, errno));
+    if (std::rename(repository.path(name).c_str(), repository.path(doomed).c_str()) == 0) {
+      name = std::move(doomed);
+    } else if (const int error = errno; !host::isSubvolume(folder, name)) {
+      throw Failure(errorText(repository.path(name), error));
     }
   }
-  if (const Status removed = removeSnapshotFolder(path); !removed) throw failureOf(removed.error());
+  if (const Status removed = host::removeWithSubvolumes(folder, name); !removed) {
+    throw Failure(errorText(repository.path(name), removed.error().code));
+  }
 }
 
 bool holdsServices(const std::string& snapshot) {
@@ -71,7 +73,8 @@ std::string settleLatest(const Repository& repository, const std::string& withou
 }
 
 void removeSnapshots(const Repository& repository, const std::vector<std::string>& names) {
-  for (const std::string& name : names) removeOne(repository, name);
+  const host::Descriptor folder = repository.open();
+  for (const std::string& name : names) removeOne(repository, folder.get(), name);
   // All of the file system: a subvolume goes by its next commit, not by a sync of the folder.
   const Status synced = host::syncFileSystem(repository.hostFolder());
   if (!synced) throw failureOf(synced.error());

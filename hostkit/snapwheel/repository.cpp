@@ -14,7 +14,6 @@
 
 #include "base/text.h"
 #include "common/paths.h"
-#include "host/files/descriptor.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "product/computer_name.h"
@@ -79,6 +78,12 @@ std::string Repository::path(std::string_view name) const {
 void Repository::create() const {
   makeFolder(folder(), kRepositoryMode);
   makeFolder(hostFolder_, kHostFolderMode);
+}
+
+host::Descriptor Repository::open() const {
+  host::Descriptor folder(::open(hostFolder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) throw Failure(errorText(hostFolder_, errno));
+  return folder;
 }
 
 HostFolderListing Repository::list() const {

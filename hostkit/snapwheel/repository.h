@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "base/result.h"
+#include "host/files/descriptor.h"
 #include "product/snapshot_name.h"
 
 namespace halyard::snapwheel {
@@ -52,6 +53,9 @@ class Repository {
   /// Makes both folders where they are missing, the outer one with 0775 as the backup program
   /// does, the host's with 0750. Throws Failure.
   void create() const;
+
+  /// The host's folder, opened. Throws Failure.
+  host::Descriptor open() const;
 
   HostFolderListing list() const;
 

@@ -20,7 +20,6 @@
 #include "snapwheel/backup_state.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/owner_names.h"
-#include "snapwheel/subvolume.h"
 #include "snapwheel/walk_memory.h"
 #include "snapwheel/work_folder.h"
 

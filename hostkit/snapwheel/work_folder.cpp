@@ -13,8 +13,8 @@
 #include "common/messages.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
+#include "host/volumes/subvolume.h"
 #include "snapwheel/failure.h"
-#include "snapwheel/subvolume.h"
 
 namespace halyard::snapwheel {
 
@@ -38,10 +38,11 @@ std::string bootIdentifier() {
 WorkFolder::WorkFolder(const Repository& repository, std::string name, std::string volume,
                        const std::string& source)
     : repository_(repository),
+      hostFolder_(repository.open()),
       name_(std::move(name)),
       volume_(std::move(volume)),
       source_(source),
-      path_(repository.path(name_) + std::string(kInProgress)) {
+      path_(repository.path(workName())) {
   const std::vector<std::string> snapshots = repository.list().snapshots;
   for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
     referenceFolder_ = volumeFolder(repository.path(*snapshot));
@@ -65,37 +66,38 @@ std::string WorkFolder::referenceVolume() const {
   return repository_.path(reference_) + "/" + referenceFolder_;
 }
 
-bool WorkFolder::isReusable(const std::string& leftover) const {
-  const auto manifest = readManifest(leftover);
+bool WorkFolder::isReusable(const std::string& name) const {
+  const auto manifest = readManifest(repository_.path(name));
   return manifest && !manifest->boot.empty() && manifest->boot == bootIdentifier() &&
          manifest->volume == volume_ && manifest->source == source_ &&
-         snapshotInstant(completedName(lastPathComponent(leftover))).has_value() &&
-         isOnBtrfs(repository_.hostFolder()) == isSubvolume(leftover);
+         snapshotInstant(completedName(name)).has_value() &&
+         host::isOnBtrfs(hostFolder_.get()) == host::isSubvolume(hostFolder_.get(), name);
 }
 
 void WorkFolder::settleLeftovers() {
   const std::vector<std::string> leftovers = repository_.list().inProgress;
   for (auto name = leftovers.rbegin(); name != leftovers.rend(); ++name) {
     const std::string leftover = repository_.path(*name);
-    if (basis_ != Basis::leftover && isReusable(leftover)) {
+    if (basis_ != Basis::leftover && isReusable(*name)) {
       hostkit::printNote("an interrupted snapshot is taken over: " + *name);
       if (::rename(leftover.c_str(), path_.c_str()) != 0) throw Failure(errorText(leftover, errno));
       basis_ = Basis::leftover;
       continue;
     }
     hostkit::printNote("an interrupted snapshot is removed: " + *name);
-    if (const Status removed = removeSnapshotFolder(leftover); !removed) {
-      throw failureOf(removed.error());
+    if (const Status removed = host::removeWithSubvolumes(hostFolder_.get(), *name); !removed) {
+      throw Failure(errorText(leftover, removed.error().code));
     }
   }
 }
 
 void WorkFolder::makeFolder() {
-  const std::string previous = repository_.path(reference_);
-  if (isOnBtrfs(repository_.hostFolder())) {
-    const bool copies = !reference_.empty() && isSubvolume(previous);
-    const Status made = copies ? snapshotSubvolume(previous, path_) : createSubvolume(path_);
-    if (!made) throw failureOf(made.error());
+  const int folder = hostFolder_.get();
+  if (host::isOnBtrfs(folder)) {
+    const bool copies = !reference_.empty() && host::isSubvolume(folder, reference_);
+    const Status made = copies ? host::copySubvolume(folder, reference_, workName())
+                               : host::createSubvolume(folder, workName());
+    if (!made) throw Failure(errorText(path_, made.error().code));
     if (copies) basis_ = Basis::copyOfReference;
   } else if (::mkdir(path_.c_str(), kSnapshotMode) != 0) {
     throw Failure(errorText(path_, errno));
@@ -138,7 +140,10 @@ void WorkFolder::publish(const Manifest& manifest) {
   if (const auto synced = host::syncFileSystem(path_); !synced) throw failureOf(synced.error());
   const std::string final = repository_.path(name_);
   if (::rename(path_.c_str(), final.c_str()) != 0) throw Failure(errorText(final, errno));
-  if (isSubvolume(final)) (void)setReadOnly(final, true);  // A precaution; nothing rests on it.
+  if (host::isSubvolume(hostFolder_.get(), name_)) {
+    // A precaution; nothing rests on it.
+    (void)host::setSubvolumeReadOnly(hostFolder_.get(), name_, true);
+  }
   if (const Status moved = repository_.setLatest(name_); !moved) {
     throw Failure(errorText("the snapshot " + name_ + " is complete, but the link Latest",
                             moved.error().code));
@@ -150,7 +155,8 @@ std::string WorkFolder::discard() const {
   const std::string others = untouched ? "; the earlier snapshots are untouched" : "";
   if (host::exists(repository_.path(name_))) return "the snapshot itself is kept";
   if (!host::exists(path_)) return "no snapshot was made" + others;
-  if (removeSnapshotFolder(path_)) return "the unfinished snapshot was removed" + others;
+  if (host::removeWithSubvolumes(hostFolder_.get(), workName()))
+    return "the unfinished snapshot was removed" + others;
   return "the unfinished snapshot " + path_ + " could not be removed" + others;
 }
 

@@ -58,10 +58,14 @@ class WorkFolder {
 
   static std::string record(const std::string& snapshot, const char* name);
   void settleLeftovers();
-  bool isReusable(const std::string& leftover) const;
+  bool isReusable(const std::string& name) const;
   void makeFolder();
 
+  /// The folder's own name, which path_ ends in.
+  std::string workName() const { return name_ + std::string(kInProgress); }
+
   const Repository& repository_;
+  host::Descriptor hostFolder_;
   std::string name_;
   std::string volume_;
   std::string source_;

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/volumes/subvolume.h"
 #include "snapwheel/take_snapshot.h"
 #include "support/mounted_volume.h"
 #include "support/scratch.h"
@@ -87,6 +88,15 @@ class SnapshotTest : public testing::TestWithParam<const char*> {
   SnapshotOutcome take() const { return takeSnapshot(*repository_, request()); }
   std::string volumeOf(const SnapshotOutcome& outcome) const {
     return repository_->path(outcome.name) + "/System";
+  }
+  bool isOnBtrfs() const { return host::isOnBtrfs(repository_->open().get()); }
+  bool isSubvolume(const SnapshotOutcome& outcome) const {
+    return host::isSubvolume(repository_->open().get(), outcome.name);
+  }
+  /// So that a test can change what is in it.
+  void makeWritable(const SnapshotOutcome& outcome) const {
+    if (!isSubvolume(outcome)) return;
+    ASSERT_TRUE(host::setSubvolumeReadOnly(repository_->open().get(), outcome.name, false));
   }
   /// The source as a snapshot of it must be.
   std::vector<std::string> expected() const {

@@ -9,7 +9,6 @@
 #include "snapshot_test.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/remove_snapshots.h"
-#include "snapwheel/subvolume.h"
 #include "support/mounts.h"
 
 namespace halyard::snapwheel {
@@ -111,7 +110,7 @@ TEST_P(TakeSnapshot, SeesAChangedAttribute) {
   const SnapshotOutcome second = take();
   EXPECT_EQ(listTree(volumeOf(second)), expected());
   EXPECT_FALSE(isShared(volumeOf(first) + "/etc/passwd", volumeOf(second) + "/etc/passwd") &&
-               !isOnBtrfs(destination_));
+               !isOnBtrfs());
 }
 
 TEST_P(TakeSnapshot, FollowsHardLinksThatAreMadeAndUndone) {
@@ -129,14 +128,12 @@ TEST_P(TakeSnapshot, FollowsHardLinksThatAreMadeAndUndone) {
 TEST_P(TakeSnapshot, WorksWithoutTheRecordOfThePreviousOne) {
   const SnapshotOutcome first = take();
   const std::string records = repository_->path(first.name) + "/.snapwheel";
-  if (isSubvolume(repository_->path(first.name))) {
-    ASSERT_TRUE(setReadOnly(repository_->path(first.name), false));
-  }
+  makeWritable(first);
   ASSERT_TRUE(host::removeItem(records));
   put("etc/hosts", "changed");
   const SnapshotOutcome second = take();
   EXPECT_EQ(listTree(volumeOf(second)), expected());
-  EXPECT_EQ(second.manifest.copied, isOnBtrfs(destination_) ? second.manifest.copied : 1U);
+  EXPECT_EQ(second.manifest.copied, isOnBtrfs() ? second.manifest.copied : 1U);
 }
 
 // As a unit with ProtectSystem= sees its host.
@@ -180,8 +177,8 @@ TEST_P(TakeSnapshot, RemovalOfTheLatestMovesTheLink) {
 TEST_P(TakeSnapshot, OnBtrfsIsAReadOnlySubvolume) {
   const SnapshotOutcome outcome = take();
   const std::string path = repository_->path(outcome.name);
-  EXPECT_EQ(isSubvolume(path), std::string(GetParam()) == "btrfs");
-  if (!isSubvolume(path)) return;
+  EXPECT_EQ(isSubvolume(outcome), std::string(GetParam()) == "btrfs");
+  if (!isSubvolume(outcome)) return;
   EXPECT_FALSE(host::writeFile(path + "/System/etc/hosts", "x"));
 }
 

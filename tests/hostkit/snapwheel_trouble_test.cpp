@@ -9,7 +9,6 @@
 #include "host/tree/move_item.h"
 #include "snapshot_test.h"
 #include "snapwheel/failure.h"
-#include "snapwheel/subvolume.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -44,9 +43,7 @@ TEST_P(SnapshotTrouble, TakesOverWhatAnInterruptedRunLeft) {
   // As a run that was ended half way: an earlier name, its own manifest, some files missing, one
   // half written.
   const std::string folder = repository_->path(second.name);
-  if (isSubvolume(folder)) {
-    ASSERT_TRUE(setReadOnly(folder, false));
-  }
+  makeWritable(second);
   second.manifest.finished = "";
   ASSERT_TRUE(writeManifest(folder, second.manifest));
   ASSERT_TRUE(host::removeItem(folder + "/System/etc/hosts"));
@@ -69,9 +66,7 @@ TEST_P(SnapshotTrouble, TakesOverWhatAnInterruptedRunLeft) {
 TEST_P(SnapshotTrouble, RemovesWhatWasInterruptedBeforeTheHostStartedAnew) {
   SnapshotOutcome first = take();
   const std::string folder = repository_->path(first.name);
-  if (isSubvolume(folder)) {
-    ASSERT_TRUE(setReadOnly(folder, false));
-  }
+  makeWritable(first);
   first.manifest.boot = "another start";
   ASSERT_TRUE(writeManifest(folder, first.manifest));
   ASSERT_EQ(::rename(folder.c_str(), (folder + ".inProgress").c_str()), 0);

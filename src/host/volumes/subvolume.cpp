@@ -23,6 +23,8 @@
 #include "host/tree/folder_entries.h"
 #include "host/tree/remove_tree.h"
 
+// The requests of the kernel itself (btrfs-ioctl(2)): the library over them adds nothing to the
+// five that are used, and would be one more thing to load.
 namespace halyard::host {
 
 namespace {
@@ -34,34 +36,35 @@ Descriptor openFolderIn(int folder, const std::string& name) {
   open_how how{};
   how.flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
-  return Descriptor(
-      static_cast<int>(::syscall(SYS_openat2, folder, name.c_str(), &how, sizeof how)));
+  return Descriptor(uninterrupted([&] {
+    return static_cast<int>(::syscall(SYS_openat2, folder, name.c_str(), &how, sizeof how));
+  }));
 }
 
-bool isOnBtrfs(int folder) {
-  struct statfs status {};
-  return ::fstatfs(folder, &status) == 0 && status.f_type == BTRFS_SUPER_MAGIC;
-}
-
-bool isSubvolume(int folder) {
+bool isSubvolume(int item) {
   struct stat status {};
-  return ::fstat(folder, &status) == 0 && status.st_ino == kSubvolumeRoot;
+  return isOnBtrfs(item) && ::fstat(item, &status) == 0 && status.st_ino == kSubvolumeRoot;
 }
 
-/// Nothing can be taken out of a read-only subvolume.
-void makeWritable(int subvolume) {
+/// A request about a name in a folder, which the kernel looks up there without following a link.
+int request(unsigned long what, int folder, const std::string& name, int source = -1) {
+  btrfs_ioctl_vol_args arguments{};
+  if (name.size() >= sizeof arguments.name) return ENAMETOOLONG;
+  name.copy(arguments.name, name.size());
+  arguments.fd = source;
+  return errorOf([&] { return ::ioctl(folder, what, &arguments); });
+}
+
+int setReadOnly(int subvolume, bool readOnly) {
   std::uint64_t flags = 0;
-  if (::ioctl(subvolume, BTRFS_IOC_SUBVOL_GETFLAGS, &flags) != 0) return;
-  if ((flags & BTRFS_SUBVOL_RDONLY) == 0) return;
-  flags &= ~static_cast<std::uint64_t>(BTRFS_SUBVOL_RDONLY);
-  (void)::ioctl(subvolume, BTRFS_IOC_SUBVOL_SETFLAGS, &flags);  // A refusal shows later.
+  const int error = errorOf([&] { return ::ioctl(subvolume, BTRFS_IOC_SUBVOL_GETFLAGS, &flags); });
+  if (error != 0 || ((flags & BTRFS_SUBVOL_RDONLY) != 0) == readOnly) return error;
+  flags ^= static_cast<std::uint64_t>(BTRFS_SUBVOL_RDONLY);
+  return errorOf([&] { return ::ioctl(subvolume, BTRFS_IOC_SUBVOL_SETFLAGS, &flags); });
 }
 
 bool destroy(int folder, const std::string& name) {
-  btrfs_ioctl_vol_args arguments{};
-  if (name.size() >= sizeof arguments.name) return false;
-  name.copy(arguments.name, name.size());
-  return ::ioctl(folder, BTRFS_IOC_SNAP_DESTROY, &arguments) == 0;
+  return request(BTRFS_IOC_SNAP_DESTROY, folder, name) == 0;
 }
 
 /// The folders right in a folder.
@@ -77,29 +80,59 @@ std::vector<std::string> foldersIn(int folder) {
   return names;
 }
 
-}  // namespace
-
+/// Destroys a subvolume, and first those that lie directly in it; a plain folder loses those and
+/// stays. What is left is no longer read-only, which would refuse removal item by item. True when
+/// the item is gone.
 bool destroySubvolumes(int folder, const std::string& name) {
   Descriptor item = openFolderIn(folder, name);
   if (!item || !isOnBtrfs(item.get())) return false;
   const bool isRoot = isSubvolume(item.get());
   if (isRoot && destroy(folder, name)) return true;  // The usual case: nothing nested in it.
-  if (isRoot) makeWritable(item.get());
+  if (isRoot) (void)setReadOnly(item.get(), false);  // A refusal shows later.
   for (const std::string& inner : foldersIn(item.get())) {
     const Descriptor candidate = openFolderIn(item.get(), inner);
     if (!candidate || !isSubvolume(candidate.get())) continue;
-    // What stays is removed item by item, which a read-only subvolume would refuse.
-    if (!destroy(item.get(), inner)) makeWritable(candidate.get());
+    if (!destroy(item.get(), inner)) (void)setReadOnly(candidate.get(), false);
   }
   item.reset();
   return isRoot && destroy(folder, name);
 }
 
-Status removeWithSubvolumes(const std::string& parent, const std::string& name) {
-  const Descriptor folder(::open(parent.c_str(), kFolderFlags));
-  if (!folder) return Error{errno, parent};
-  if (destroySubvolumes(folder.get(), name)) return {};
-  return removeTreeAt(folder.get(), name);
+}  // namespace
+
+bool isOnBtrfs(int folder) {
+  struct statfs status {};
+  return ::fstatfs(folder, &status) == 0 && status.f_type == BTRFS_SUPER_MAGIC;
+}
+
+bool isSubvolume(int folder, const std::string& name) {
+  const Descriptor item = openFolderIn(folder, name);
+  return item && isSubvolume(item.get());
+}
+
+Status createSubvolume(int folder, const std::string& name) {
+  return outcomeOf(request(BTRFS_IOC_SUBVOL_CREATE, folder, name), name);
+}
+
+Status copySubvolume(int folder, const std::string& source, const std::string& name) {
+  const Descriptor original = openFolderIn(folder, source);
+  if (!original) return Error{errno, source};
+  return outcomeOf(request(BTRFS_IOC_SNAP_CREATE, folder, name, original.get()), name);
+}
+
+Status setSubvolumeReadOnly(int folder, const std::string& name, bool readOnly) {
+  const Descriptor item = openFolderIn(folder, name);
+  return outcomeOf(item ? setReadOnly(item.get(), readOnly) : errno, name);
+}
+
+Status removeWithSubvolumes(int folder, const std::string& name) {
+  return destroySubvolumes(folder, name) ? Status() : removeTreeAt(folder, name);
+}
+
+Status removeWithSubvolumes(const std::string& folder, const std::string& name) {
+  const Descriptor opened(uninterrupted([&] { return ::open(folder.c_str(), kFolderFlags); }));
+  if (!opened) return Error{errno, folder};
+  return removeWithSubvolumes(opened.get(), name);
 }
 
 }  // namespace halyard::host

@@ -1,7 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-// Subvolumes of btrfs, which go at once instead of file by file.
+// Subvolumes of btrfs: folders that are made, copied and removed at once instead of file by file.
+//
+// A subvolume is a name in an open folder, so that no path is walked twice. No call follows a link
+// that stands under the name, and what a mount covers is no subvolume. On other file systems
+// nothing is one.
 #pragma once
 
 #include <string>
@@ -10,15 +14,26 @@
 
 namespace halyard::host {
 
-/// Destroys the subvolume `name` in an open folder, and first those that lie directly in it, also
-/// when they are read-only. A plain folder loses the subvolumes directly in it and stays.
-/// Follows no link and touches nothing that a mount covers. Best effort: what could not be
-/// destroyed is left for removal item by item. True when the item is gone.
-bool destroySubvolumes(int folder, const std::string& name);
+/// Whether the open folder lies on btrfs.
+bool isOnBtrfs(int folder);
 
-/// Removes a folder, no link to one, with everything in it: its subvolumes at once, the rest item
-/// by item, following no link and entering no other mount. `parent` is not followed when it is a
-/// link itself. Done after all of it is gone, otherwise the error of what stays.
-Status removeWithSubvolumes(const std::string& parent, const std::string& name);
+bool isSubvolume(int folder, const std::string& name);
+
+/// Makes an empty one, with the mode that the umask leaves.
+Status createSubvolume(int folder, const std::string& name);
+
+/// Makes `name` a writable copy of the subvolume `source` in the same folder, which shares all data
+/// with it. Subvolumes in the source are empty folders in the copy.
+Status copySubvolume(int folder, const std::string& source, const std::string& name);
+
+/// A read-only subvolume keeps even root from changing what is in it.
+Status setSubvolumeReadOnly(int folder, const std::string& name, bool readOnly);
+
+/// Removes the item with everything in it: subvolumes at once, read-only ones too, the rest item by
+/// item, entering no other mount. Done after all of it is gone, otherwise the error of what stays.
+Status removeWithSubvolumes(int folder, const std::string& name);
+
+/// The same in a folder by its path, whose last component is no link.
+Status removeWithSubvolumes(const std::string& folder, const std::string& name);
 
 }  // namespace halyard::host
