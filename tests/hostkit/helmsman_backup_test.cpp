@@ -59,9 +59,33 @@ TEST_F(HelmsmanBackup, AFailedPluginFailsItsServiceAlone) {
   EXPECT_TRUE(kept["lastGood"].contains("postHost"));
 }
 
+TEST_F(HelmsmanBackup, TheLogOfAFailedServiceIsNamed) {
+  root.writePlugin("/usr/libexec/broken", "echo reason >/depot.log; exit 7");
+  root.writeDescriptor(
+      "30-depotHost.plist",
+      descriptorOf("depotHost", "/usr/libexec/broken").text("BackupLog", "/depot.log"));
+  const std::string hint = "depotHost: see /depot.log, and journalctl -t Halyard\n";
+  const auto result = helmsman({"backup"});
+  EXPECT_THAT(result.err, HasSubstr("helmsman: " + hint));
+  EXPECT_THAT(result.err, Not(HasSubstr("postHost: see")));
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("\n" + hint));
+  EXPECT_EQ(record()["services"][0]["log"], "/depot.log");
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["services"][0]["log"], "/depot.log");
+}
+
 TEST_F(HelmsmanBackup, AMissingPluginIsNamedAsMissing) {
-  root.writeDescriptor("30-depotHost.plist", descriptorOf("depotHost", "/usr/libexec/none"));
-  EXPECT_THAT(helmsman({"backup"}).err, HasSubstr("depotHost: its backup program was not found"));
+  root.writeDescriptor(
+      "30-depotHost.plist",
+      descriptorOf("depotHost", "/usr/libexec/none").text("BackupLog", "/depot.log"));
+  const std::string errors = helmsman({"backup"}).err;
+  EXPECT_THAT(errors, HasSubstr("depotHost: its backup program was not found"));
+  EXPECT_THAT(errors, HasSubstr("depotHost: see journalctl -t Halyard\n"));
+}
+
+TEST_F(HelmsmanBackup, NoLogIsNamedWhenTheSnapshotFailed) {
+  root.writeDescriptor("30-depotHost.plist", depot().text("BackupLog", "/depot.log"));
+  installEngine("exit 1");
+  EXPECT_THAT(helmsman({"backup"}).err, Not(HasSubstr("depotHost: see")));
 }
 
 TEST_F(HelmsmanBackup, AFailedPreBackupCommandOfTheNextServiceIsNotBlamedTwice) {

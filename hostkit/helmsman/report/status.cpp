@@ -92,10 +92,12 @@ nlohmann::json serviceJson(const ServiceHealth& service) {
       {"lastResult", nullptr},
       {"lastGood", nullptr},
       {"snapshot", nullptr},
-      {"problems", nlohmann::json::array()}};
+      {"problems", nlohmann::json::array()},
+      {"log", nullptr}};
   if (service.last) {
     document["lastResult"] = resultWord(*service.last);
     document["problems"] = service.last->problems;
+    if (!service.last->log.empty()) document["log"] = service.last->log;
   }
   if (service.lastGood) document["lastGood"] = timeText(*service.lastGood);
   if (!service.snapshot.empty()) document["snapshot"] = service.snapshot;
@@ -268,6 +270,8 @@ void printServices(const BackupHealth& health, std::int64_t now) {
     for (const std::string& problem : service.last->problems) {
       printLine(kOfLastRun + service.name + ": " + problem);
     }
+    const std::string log = logText(*service.last);
+    if (!log.empty()) printLine(service.name + ": " + log);
   }
 }
 

@@ -111,6 +111,10 @@ void RunDisplay::finished(const RunRecord& record) {
     return;
   }
   for (const std::string& line : problemLines(record)) printError(line);
+  for (const ServiceResult& service : record.services) {
+    const std::string log = logText(service);
+    if (!log.empty()) printError(service.name + ": " + log);
+  }
   (void)std::fputs(summaryText(record).c_str(), stdout);
 }
 

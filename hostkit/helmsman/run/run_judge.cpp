@@ -136,6 +136,7 @@ std::vector<ServiceResult> RunJudge::results(const CopyFailure& copyFailure) con
   for (const Entry& entry : entries_) {
     ServiceResult result;
     result.name = entry.descriptor.serviceName();
+    result.log = entry.descriptor.backupLog();
     result.problems = entry.problems;
     judgeCopies(entry, copyFailure, result);
     // What was printed may be lost when Halyard is killed; the progress log is not.

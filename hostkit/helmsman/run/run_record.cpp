@@ -28,7 +28,8 @@ nlohmann::json serviceJson(const ServiceResult& service) {
           {"copied", service.copied ? nlohmann::json(*service.copied) : nlohmann::json()},
           {"bytes", service.bytes},
           {"missing", service.missing},
-          {"problems", service.problems}};
+          {"problems", service.problems},
+          {"log", service.log.empty() ? nlohmann::json() : nlohmann::json(service.log)}};
 }
 
 // The members of a record that a text may lack are read one by one: a record of another version
@@ -68,6 +69,7 @@ ServiceResult serviceFrom(const nlohmann::json& document) {
   service.bytes = valueOr(document, "bytes", std::uint64_t{0});
   service.missing = textsOf(document, "missing");
   service.problems = textsOf(document, "problems");
+  service.log = valueOr<std::string>(document, "log", "");
   return service;
 }
 
@@ -90,6 +92,13 @@ void removeOldResults() {
 const char* resultWord(const ServiceResult& service) {
   if (!service.done) return "failed";
   return service.absent ? kAbsentWord : kGoodWord;
+}
+
+std::string logText(const ServiceResult& service) {
+  if (service.done || service.log.empty()) return {};
+  // A program that could not be started has written none.
+  return "see " + (host::exists(service.log) ? service.log + ", and " : "") +
+         "journalctl -t Halyard";
 }
 
 const char* resultWord(RunRecord::Result result) {
@@ -174,6 +183,7 @@ void tellWhatNoSnapshotHolds(RunRecord& record) {
     if (!service.done || service.absent) continue;
     service.done = false;
     service.problems.emplace_back("its backup was done, but no snapshot holds it");
+    service.log.clear();
   }
 }
 

@@ -21,6 +21,7 @@ struct ServiceResult {
   std::uint64_t bytes = 0;            ///< Of its folder in the backup.
   std::vector<std::string> missing;   ///< Listed files that this host does not have.
   std::vector<std::string> problems;  ///< One sentence each.
+  std::string log{};  ///< Where its backup program writes; empty when no log tells of its problems.
   bool absent = false;  ///< Nothing of it is on this host, so there was nothing to save.
 };
 
@@ -29,6 +30,9 @@ inline constexpr char kAbsentWord[] = "not on this host";
 
 /// "good", "failed" or kAbsentWord.
 const char* resultWord(const ServiceResult& service);
+
+/// Where to read on about a service that failed; empty for one that did not, and when no log tells.
+std::string logText(const ServiceResult& service);
 
 /// When a service, or the host as a whole, was last backed up without a problem.
 struct GoodBackup {

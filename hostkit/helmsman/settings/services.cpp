@@ -30,6 +30,10 @@ std::vector<std::string> InstalledDescriptor::files() const {
   return all;
 }
 
+std::string InstalledDescriptor::backupLog() const {
+  return content.text(descriptor_keys::kBackupLog).value_or("");
+}
+
 std::vector<InstalledDescriptor> installedDescriptors() {
   std::vector<InstalledDescriptor> descriptors;
   scanServiceDescriptors({.taken = [&descriptors](const std::string& path) {

@@ -26,6 +26,8 @@ struct InstalledDescriptor {
   std::string serviceName() const;
   /// The data files, then the configuration files, as they are copied.
   std::vector<std::string> files() const;
+  /// BackupLog, or empty.
+  std::string backupLog() const;
 };
 
 /// In the order in which the program takes them.
