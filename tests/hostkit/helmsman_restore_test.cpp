@@ -270,7 +270,16 @@ TEST_F(HelmsmanUndo, WorksAfterARestoreThatHalyardDidOnItsOwn) {
   root.run({"-cmd", "restoreService", "-path", std::string(kHostFolder) + "/2026-11-20-020000",
             "-target", "/", "-service", "depotHost"});
   ASSERT_EQ(root.readFile("/srv/depot"), "old data");
-  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 0);
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("more set aside, not by a restore of helmsman"));
+  EXPECT_THAT(helmsmanJson({"tidy", "--dry-run", "--json"})["unrecorded"].dump(),
+              HasSubstr("/srv/depot.previous"));
+  const auto tidied = helmsman({"tidy", "--yes"});
+  EXPECT_THAT(tidied.err, HasSubstr("warning: /srv/depot.previous stays: no record"));
+  EXPECT_TRUE(root.exists("/srv/depot.previous"));
+  // What else Halyard did then, nobody knows.
+  const auto result = helmsman({"undo", "depotHost", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("warning: what the restore did beside this is not known"));
   EXPECT_EQ(root.readFile("/srv/depot"), "new data");
 }
 
@@ -285,6 +294,7 @@ TEST_F(HelmsmanUndo, AsksFirst) {
   const auto result = helmsman({"undo", "depotHost"});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.out, HasSubstr("  /srv/depot\n"));
+  EXPECT_EQ(helmsmanJson({"status", "--json"})["unrecordedAside"], 0);
   EXPECT_EQ(root.readFile("/srv/depot"), "old data");
 }
 

@@ -44,6 +44,7 @@ struct HostStatus {
   std::optional<RunningBackup> running;
   HandOver handOver;
   std::size_t setAside = 0;
+  std::size_t unrecorded = 0;
   std::optional<std::uint64_t> estimate;
   std::vector<UncoveredServer> uncovered;
   std::vector<std::string> leftOut;
@@ -71,6 +72,7 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
   status.running = runningBackup();
   status.handOver = handOver();
   status.setAside = itemsSetAside().size();
+  status.unrecorded = unrecordedAside().size();
   if (health.record) status.estimate = health.record->estimateBytes;
   // Halyard refuses while a run is active, and its size command empties the progress log.
   if (arguments.size && status.setUp && !status.running &&
@@ -152,6 +154,7 @@ nlohmann::json statusJson(const HostStatus& status) {
         {"command", status.run.command}}},
       {"leftOut", status.leftOut},
       {"setAside", status.setAside},
+      {"unrecordedAside", status.unrecorded},
       {"recovery",
        {{"waits", status.handOver.waitsForRecovery()},
         {"recordedVolume", status.handOver.recorded},
@@ -292,6 +295,11 @@ void printText(const HostStatus& status) {
   if (status.setAside > 0) {
     rows.push_back({"Set aside:", std::to_string(status.setAside) +
                                       " items by restores (see: helmsman tidy --dry-run)"});
+  }
+  if (status.unrecorded > 0) {
+    rows.push_back({"Not recorded:", std::to_string(status.unrecorded) +
+                                         " more set aside, not by a restore of helmsman "
+                                         "(see: helmsman tidy --dry-run)"});
   }
   (void)std::fputs(factsText(rows).c_str(), stdout);
   if (!status.configurationProblem.empty()) printLine("Problem: " + status.configurationProblem);

@@ -98,6 +98,13 @@ void show(const std::vector<SetAside>& found) {
   }
 }
 
+void tellUnrecorded() {
+  for (const std::string& path : unrecordedAside()) {
+    printWarning(path + " stays: no record of a restore names it; Halyard may have set it aside " +
+                 "when it was called without helmsman");
+  }
+}
+
 void printAnswer(const std::vector<SetAside>& found, bool removedThem) {
   nlohmann::json list = nlohmann::json::array();
   for (const SetAside& item : found) {
@@ -107,7 +114,7 @@ void printAnswer(const std::vector<SetAside>& found, bool removedThem) {
                     {"restored", timeText(item.time)},
                     {"removed", removedThem && item.problem.empty()}});
   }
-  printJson({{"items", std::move(list)}});
+  printJson({{"items", std::move(list)}, {"unrecorded", unrecordedAside()}});
 }
 
 int carryOut(std::vector<SetAside>& found, bool asJson) {
@@ -161,12 +168,14 @@ int tidy(const TidyArguments& arguments) {
     if (arguments.json) {
       printAnswer(found, false);
     } else if (found.empty()) {
-      printNote("no restore has set anything aside that is to be removed");
+      printNote("no record names anything set aside that is to be removed");
     } else {
       show(found);
     }
+    if (!arguments.json) tellUnrecorded();
     return finishOutput() ? kSuccess : kFailure;
   }
+  if (!arguments.json) tellUnrecorded();
   if (!arguments.yes) {
     show(found);
     if (!confirmed("Remove them for good? undo cannot bring them back.")) return kFailure;

@@ -26,6 +26,9 @@ namespace halyard::hostkit {
 
 namespace {
 
+constexpr char kNotWatched[] =
+    "what the restore did beside this is not known: helmsman did not watch it to its end";
+
 bool stands(const std::string& path) { return identityOf(path).isKnown(); }
 
 // What stands in the way of an item; empty when it can be moved.
@@ -97,7 +100,7 @@ void showPlan(const RestoreRecord& record) {
   }
   for (const auto& lost : record.lost) tellLoss(lost.path, lost.why);
   if (!record.finished) {
-    printLine("What the restore did beside this is not known: it was not watched to its end.");
+    printLine(std::string("No promise is made: ") + kNotWatched + ".");
   } else {
     printLine("What its restore program did elsewhere (accounts, databases) stays as it is.");
   }
@@ -150,9 +153,10 @@ int carryOut(RestoreRecord record) {
   }
   const bool running = server.start();
   if (!server.advice().empty()) printWarning(server.advice());
+  if (!record.finished) printWarning(kNotWatched);
   for (const auto& lost : record.lost) printWarning(lost.path + " " + lost.why + ": it stays so");
   if (moved.done == 0 || !running || !kept) return kFailure;
-  return moved.failed == 0 && record.lost.empty() ? kSuccess : kPartial;
+  return moved.failed == 0 && record.lost.empty() && record.finished ? kSuccess : kPartial;
 }
 
 }  // namespace

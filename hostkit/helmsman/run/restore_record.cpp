@@ -14,6 +14,7 @@
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/settings/folders.h"
+#include "helmsman/settings/services.h"
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
 
@@ -202,6 +203,17 @@ std::vector<std::string> itemsSetAside() {
       }
     }
   }
+  return {paths.begin(), paths.end()};
+}
+
+std::vector<std::string> unrecordedAside() {
+  std::set<std::string> paths;
+  for (const InstalledDescriptor& descriptor : installedDescriptors()) {
+    for (const std::string& file : descriptor.files()) {
+      if (identityOf(asidePath(file)).isKnown()) paths.insert(asidePath(file));
+    }
+  }
+  for (const std::string& path : itemsSetAside()) paths.erase(path);
   return {paths.begin(), paths.end()};
 }
 

@@ -84,4 +84,8 @@ std::vector<RestoreRecord::Item> leftOf(const std::optional<RestoreRecord>& befo
 /// Every ".previous" that the records name and that stands there, in order of name.
 std::vector<std::string> itemsSetAside();
 
+/// Every other ".previous" beside a file that an installed descriptor lists, in order of name: a
+/// restore that was not started by helmsman leaves such, and no record.
+std::vector<std::string> unrecordedAside();
+
 }  // namespace halyard::hostkit
