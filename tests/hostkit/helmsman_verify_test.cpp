@@ -88,6 +88,21 @@ TEST_F(VerifyAll, NamesAServiceThatIsOnWithoutADescriptor) {
                                     "descriptor (see: helmsman disable siteHost)\n"));
 }
 
+TEST_F(VerifyAll, SaysOfAServiceThatIsOffThatItIsNotEnabled) {
+  root.writePreferences({{"depotHost", 1}, {"postHost", 0}});
+  root.writeFile(metadata(kNewest) + "postHost/file", "data");
+  const auto result = helmsman({"verify", "postHost"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("postHost was not verified: it is not enabled "
+                                    "(see: helmsman enable postHost)\n"));
+  EXPECT_EQ(helmsman({"verify", "postHost", "depotHost"}).status, 4);
+}
+
+TEST_F(VerifyAll, ComparesAServiceThatIsOffByADescriptorThatIsThere) {
+  root.writePreferences({{"depotHost", 0}});
+  EXPECT_EQ(helmsman({"verify", "depotHost"}).status, 0);
+}
+
 TEST_F(VerifyAll, NamesADescriptorThatCannotBeRead) {
   root.writeFile("/private/etc/halyard/50-siteHost.plist", "<plist><dict>");
   const auto result = helmsman({"verify"});

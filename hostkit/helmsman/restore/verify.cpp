@@ -53,6 +53,15 @@ bool isOnThisHost(const std::string& service) {
   return found == descriptors.end() || hostkit::isOnThisHost(*found);
 }
 
+// Why Halyard has no program to ask; empty when it has one.
+std::string undescribedReason(const std::string& service) {
+  if (!descriptorsOfService(service).empty()) return "";
+  const PropertyValue* preference = servicePreferences().find(service);
+  const bool isOn = preference != nullptr && preference->integerValue() != 0;
+  return isOn ? undescribedText(service)
+              : "it is not enabled (see: helmsman enable " + service + ")";
+}
+
 Subject subjectOf(const std::string& service, const std::string& typedSnapshot,
                   const Snapshot& newest) {
   Subject subject{service, Subject::State::toVerify, "", std::nullopt};
@@ -69,6 +78,8 @@ Subject subjectOf(const std::string& service, const std::string& typedSnapshot,
   } else if (subject.snapshot && servicePreferences().find(service) == nullptr) {
     subject.reason = std::string("Halyard verifies what its preferences list; list it in ") +
                      paths::kPreferenceFile;
+  } else if (subject.snapshot) {
+    subject.reason = undescribedReason(service);
   }
   if (!subject.reason.empty()) subject.state = Subject::State::notVerified;
   return subject;
