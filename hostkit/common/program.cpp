@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "common/messages.h"
 #include "common/version.h"
@@ -25,6 +26,51 @@ std::string commandName(const CLI::App& app) {
   return chosen.empty() ? app.get_name() : app.get_name() + " " + chosen.front()->get_name();
 }
 
+// What may be said to the program, or to the subcommand that was chosen; empty for nothing.
+std::string subcommandsOf(const CLI::App& app) {
+  std::string names;
+  for (const CLI::App* command : app.get_subcommands(nullptr)) {
+    names += (names.empty() ? "" : ", ") + command->get_name();
+  }
+  return names;
+}
+
+std::string optionsOf(const CLI::App& app) {
+  std::string names;
+  const std::vector<CLI::App*> chosen = app.get_subcommands();
+  for (const CLI::Option* option : (chosen.empty() ? &app : chosen.front())->get_options()) {
+    if (option->get_positional()) continue;
+    names += (names.empty() ? "" : ", ") + option->get_name();
+  }
+  return names;
+}
+
+std::string wordsFor(const CLI::App& command) {
+  std::string names;
+  for (const CLI::Option* option : command.get_options()) {
+    if (option->get_positional()) names += " " + option->get_name(true);
+  }
+  return command.get_name() + " takes" + (names.empty() ? " options only" : names);
+}
+
+// The parser's own sentences, in plain words.
+std::string plainText(const std::string& text) {
+  static const std::pair<std::regex, const char*> kSentences[] = {
+      {std::regex("Could not convert: (\\S+) = (.*)"), "$1 cannot be \"$2\""},
+      {std::regex("(\\S+): [0-9]+ required (\\S+) missing"), "$1 needs a value, $2"},
+      {std::regex("(\\S+): At Most 1 required but received ([0-9]+)"),
+       "$1 takes one value, not $2"},
+      {std::regex("\\S+: (.*) not in \\{(.*)\\}"), "\"$1\" has no meaning here; there are: $2"},
+      {std::regex("(\\S+) excludes (\\S+)"), "$1 and $2 exclude each other"},
+      {std::regex("(\\S+) requires (\\S+)"), "$1 needs $2"},
+      {std::regex("(\\S+) is required"), "$1 is missing"},
+  };
+  for (const auto& [sentence, plain] : kSentences) {
+    if (std::regex_match(text, sentence)) return std::regex_replace(text, sentence, plain);
+  }
+  return text;
+}
+
 // The parser names what is missing before what it does not know; the unknown word comes first here,
 // because it is usually the reason why something is missing.
 std::string refusalText(const CLI::App& app, const CLI::ParseError& problem) {
@@ -33,13 +79,18 @@ std::string refusalText(const CLI::App& app, const CLI::ParseError& problem) {
   }
   const std::vector<std::string> unknown = app.remaining(true);
   if (unknown.empty() && app.get_subcommands().empty() && problem.get_name() == "RequiredError") {
-    return "a subcommand is missing";
+    return "a subcommand is missing; there are: " + subcommandsOf(app);
   }
-  if (unknown.empty()) return problem.what();
+  if (unknown.empty()) return plainText(problem.what());
   const std::string& word = unknown.front();
-  if (word.starts_with("-")) return "there is no option \"" + word + "\"";
-  if (app.get_subcommands().empty()) return "there is no subcommand \"" + word + "\"";
-  return "the word \"" + word + "\" has no meaning here";
+  if (word.starts_with("-")) {
+    return "there is no option \"" + word + "\"; there are: " + optionsOf(app);
+  }
+  if (app.get_subcommands().empty()) {
+    return "there is no subcommand \"" + word + "\"; there are: " + subcommandsOf(app);
+  }
+  return "the word \"" + word + "\" has no meaning here; " +
+         wordsFor(*app.get_subcommands().front());
 }
 
 int refuse(const CLI::App& app, const CLI::ParseError& problem) {
