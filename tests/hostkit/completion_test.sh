@@ -73,6 +73,25 @@ offers "the only word after settings" backup "$(completed helmsman settings b)"
 offers "a day" $'Thursday\nTuesday' "$(completed helmsman schedule --weekly T)"
 offers "nothing where a text is free" "" "$(completed helmsman restore depotHost --opt '')"
 offers "a subcommand after an option" restore "$(completed helmsman --quiet res)"
+# Bash parts words at ":" and "=", and replaces what stands behind the last of them.
+offers "a snapshot behind =" $'2026-11-20-020000\n2026-11-21-020000' \
+  "$(completed helmsman restore depotHost --from = 2026-11-2)"
+offers "every snapshot behind =" $'2026-11-20-020000\n2026-11-21-020000\nlatest' \
+  "$(completed helmsman restore depotHost --from =)"
+offers "a service behind an option with =" depotHost "$(completed helmsman restore --from = latest dep)"
+offers "a day behind a week" Sunday "$(completed helmsman schedule --monthly 2 : S)"
+offers "every day behind a week and =" Sunday "$(completed helmsman schedule --monthly = 2 :)"
+offers "the rest of a destination" 1815 "$(completed helmsman destination UUID = 1)"
+offers "a snapshot of a computer behind =" $'2026-01-01-000000\nlatest' \
+  "$(completed snapwheel delete --computer = files2 '' | words)"
+offers "where words are parted at blanks alone" --from=2026-11-20-020000 \
+  "$(completed helmsman restore depotHost --from=2026-11-20)"
+folder=$(mktemp -d)
+mkdir "$folder/a:b"
+offers "a folder with a colon" b "$(completed snapwheel restore --to "$folder/a" :)"
+offers "a file behind = and a colon" b "$(completed snapwheel list --config = "$folder/a" : b)"
+rmdir "$folder/a:b" "$folder"
+
 offers "a snapshot to delete" $'2026-11-20-020000\nlatest' "$(completed snapwheel delete '' | words)"
 offers "a snapshot of another computer" $'2026-01-01-000000\nlatest' \
   "$(completed snapwheel delete --computer files2 '' | words)"
