@@ -71,6 +71,18 @@ TEST_F(HelmsmanRoom, TheFirstSnapshotNeedsTheWholeVolume) {
   EXPECT_EQ(record()["result"], "failed");
 }
 
+TEST_F(HelmsmanRoom, WhatAMountHidesIsInTheFirstSnapshotToo) {
+  constexpr off_t kHidden = 32 * kMiB;
+  root.writeFile("/etc/halyard-host/snapwheel.exclude", "/usr/*\n/lib*\n");
+  root.writeFile("/data/hidden", "");
+  const host::Descriptor hidden(::open(root.path("/data/hidden").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(::posix_fallocate(hidden.get(), 0, kHidden), 0);
+  const test::TestMount volume = destination("16m");
+  const test::TestMount above = test::TestMount::memory(root.path("/data"), "size=64k");
+  if (!volume.isMounted() || !above.isMounted()) GTEST_SKIP() << "nothing can be mounted here";
+  EXPECT_THAT(helmsman({"backup"}).err, HasSubstr("the first snapshot needs "));
+}
+
 TEST_F(HelmsmanRoom, WhatTheServicesNeedIsAddedUpAndRefused) {
   const test::TestMount volume = destination("4m");
   if (!volume.isMounted()) GTEST_SKIP() << "nothing can be mounted here";

@@ -24,6 +24,7 @@
 #include "helmsman/run/expected_services.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/volumes/volumes.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -44,9 +45,10 @@ struct VolumeWalk {
 thread_local VolumeWalk* walk = nullptr;
 
 int addItem(const char* path, const struct stat* status, int kind, struct FTW* /*position*/) {
-  const std::string_view relative = std::string_view(path).substr(1);
-  if (path == walk->repository || std::string_view(path) == paths::kMetadataFolder ||
-      (!relative.empty() && walk->exclusions.match(relative))) {
+  // "." is "/", "./etc" is "/etc".
+  const std::string_view absolute = std::string_view(path).substr(1);
+  if (absolute == walk->repository || absolute == paths::kMetadataFolder ||
+      (!absolute.empty() && walk->exclusions.match(absolute.substr(1)))) {
     return FTW_SKIP_SUBTREE;
   }
   if (kind != FTW_NS && (S_ISDIR(status->st_mode) || status->st_nlink == 1 ||
@@ -105,9 +107,14 @@ std::uint64_t bytesOfVolume(const std::string& repository) {
   if (auto exclusions = Exclusions::read(kExclusionFile)) {
     volume.exclusions = std::move(*exclusions);
   }
+  const host::Descriptor before(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  // As the engine walks it: what a mount hides is copied too.
+  Result<host::Descriptor> root = host::openWithoutMounts("/");
+  if (root ? ::fchdir(root->get()) != 0 : ::chdir("/") != 0) return 0;
   walk = &volume;
-  (void)::nftw("/", &addItem, kOpenFolders, FTW_PHYS | FTW_MOUNT | FTW_ACTIONRETVAL);
+  (void)::nftw(".", &addItem, kOpenFolders, FTW_PHYS | FTW_MOUNT | FTW_ACTIONRETVAL);
   walk = nullptr;
+  (void)::fchdir(before.get());  // Every path here is absolute.
   return volume.bytes;
 }
 

@@ -49,8 +49,9 @@ RoomFigures measureRoom(const RoomQuestion& question);
 /// Asks again for the free room, after some was made.
 void measureFree(RoomFigures& figures);
 
-/// What a first snapshot copies of "/": the room that everything on its file system takes, without
-/// "/.Halyards", what the engine's exclusions leave out, and the repository.
+/// What a first snapshot copies of "/": the room that everything on its file system takes, also
+/// what a mount hides, without "/.Halyards", what the engine's exclusions leave out, and the
+/// repository.
 std::uint64_t bytesOfVolume(const std::string& repository);
 
 /// Of every file that a service which is backed up lists.
