@@ -118,6 +118,60 @@ TEST_F(HelmsmanRecover, BringsEveryServiceBack) {
   EXPECT_THAT(root.readFile("/var/lib/halyard/recovery.json"), HasSubstr("\"result\": \"good\""));
 }
 
+// A systemd whose units are what files below /units say of them.
+class HelmsmanRecoverServers : public HelmsmanRecover {
+ protected:
+  void SetUp() override {
+    HelmsmanRecover::SetUp();
+    if (IsSkipped()) return;
+    root.makeFolder("/run/systemd/system");
+    root.makeFolder("/units");
+    root.writeScript(
+        "/usr/bin/systemctl",
+        "unit=/units/$2\n"
+        "case $1 in\n"
+        "is-active) [ -e $unit.active ] && echo active && exit 0\n"
+        "  if [ -e $unit.failed ]; then echo failed; else echo inactive; fi; exit 3 ;;\n"
+        "is-enabled) [ -e $unit.enabled ] && echo enabled && exit 0\n"
+        "  echo disabled; exit 1 ;;\n"
+        "reset-failed) rm -f $unit.failed ;;\n"
+        "start) cat /srv/post >$unit.started\n"
+        "  [ -e $unit.broken ] && touch $unit.failed && exit 1\n"
+        "  touch $unit.active ;;\n"
+        "*) exit 1 ;;\nesac");
+  }
+  void set(const std::string& unitAndState) const { root.writeFile("/units/" + unitAndState, ""); }
+};
+
+TEST_F(HelmsmanRecoverServers, ThatAreEnabledAreStartedOnTheDataThatIsBack) {
+  set("postfix.service.enabled");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("started postfix.service\n"));
+  EXPECT_TRUE(root.exists("/units/postfix.service.active"));
+  EXPECT_EQ(root.readFile("/units/postfix.service.started"), "saved mail");
+  EXPECT_FALSE(root.exists("/units/dovecot.service.started"));
+}
+
+TEST_F(HelmsmanRecoverServers, ThatRunAreNotStartedAgain) {
+  set("smbd.service.enabled");
+  set("smbd.service.active");
+  EXPECT_EQ(helmsman({"recover", "--yes"}).status, 0);
+  EXPECT_FALSE(root.exists("/units/smbd.service.started"));
+}
+
+TEST_F(HelmsmanRecoverServers, ThatDoNotStartFailTheirService) {
+  set("winbind.service.failed");
+  set("winbind.service.broken");
+  const auto result = helmsman({"recover", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_TRUE(root.exists("/units/winbind.service.started"));
+  EXPECT_THAT(result.err, HasSubstr("depotHost: winbind.service does not run (see: systemctl "
+                                    "status winbind.service)\n"));
+  EXPECT_THAT(result.out, HasSubstr("depotHost  failed\n"));
+  EXPECT_THAT(result.out, HasSubstr("postHost   restored\n"));
+}
+
 TEST_F(HelmsmanRecover, ASecondDescriptorOfAServiceRefusesTheRecovery) {
   root.writeDescriptor("30-depotHost.plist.dpkg-dist",
                        descriptorOf("depotHost", kPlugin).list("DataFiles", {"/srv/depot"}));
