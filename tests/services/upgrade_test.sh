@@ -23,6 +23,9 @@ newRoot() {
   "$source_dir/tools/private-root" create "$root" --program "${HALYARD_PROGRAM:-/bin/true}" \
     --template "$scratch/template" || exit 1
   local program library
+  mkdir -p "$root/usr/share/dpkg/sh"
+  cp -- /usr/share/dpkg/sh/dpkg-error.sh "$root/usr/share/dpkg/sh"
+  cp -- "$(type -P dpkg-maintscript-helper)" "$root/usr/bin"
   for program in dpkg-query dpkg; do
     cp -- "$(type -P "$program")" "$root/usr/bin/$program"
     while IFS= read -r library; do
@@ -50,30 +53,40 @@ makeEarlierPackage() {
   makePackage 1.0.0-1
 }
 
-makeThisPackage() {
+makeThisPackage() { # VERSION [LINE]: the last line of its preinst.
   local script
-  mkdir -p "$scratch/9.0.0-1$folder" "$scratch/9.0.0-1/DEBIAN"
-  cp "$source_dir"/services/descriptors/*.plist "$scratch/9.0.0-1$folder"
-  for script in postinst postrm; do
-    sed '/^#DEBHELPER#$/d' "$source_dir/debian/halyard.$script" >"$scratch/9.0.0-1/DEBIAN/$script"
-    chmod 755 "$scratch/9.0.0-1/DEBIAN/$script"
+  mkdir -p "$scratch/$1$folder" "$scratch/$1/DEBIAN"
+  cp "$source_dir"/services/descriptors/*.plist "$scratch/$1$folder"
+  for script in preinst postinst postrm; do
+    sed '/^#DEBHELPER#$/d' "$source_dir/debian/halyard.$script" >"$scratch/$1/DEBIAN/$script"
+    chmod 755 "$scratch/$1/DEBIAN/$script"
   done
-  makePackage 9.0.0-1
+  echo "${2:-}" >>"$scratch/$1/DEBIAN/preinst"
+  makePackage "$1"
 }
 
 # No terminal and no answer: a question would fail.
 onRoot() {
   PATH=/usr/sbin:/usr/bin:/sbin:/bin dpkg --root="$root" --force-depends --log=/dev/null "$@" </dev/null 2>&1
 }
+# The configuration files that dpkg holds for the package's.
+remembered() {
+  dpkg-query --admindir="$root/var/lib/dpkg" --show --showformat='${Conffiles}\n' halyard | sed -n 's|^ /etc/halyard/\([^ ]*\).*|\1|p'
+}
 linkOf() { readlink "$root/etc/halyard/$1"; }
 
 makeEarlierPackage
-makeThisPackage
+makeThisPackage 9.0.0-1
+makeThisPackage 9.0.0-2 "exit 1"
 
 newRoot
 check "the earlier version is installed" onRoot --install "$scratch/1.0.0-1.deb"
 echo '<!-- mine -->' >>"$root/etc/halyard/60-siteHost.plist"
 rm "$root/etc/halyard/40-parleyHost.plist"
+before=$(cd "$root/etc/halyard" && md5sum -- *)
+checkEqual "an upgrade is called off" "failed" \
+  "$(onRoot --install "$scratch/9.0.0-2.deb" >/dev/null && echo succeeded || echo failed)"
+checkEqual "leaves every file" "$before" "$(cd "$root/etc/halyard" && md5sum -- *)"
 output=$(onRoot --install "$scratch/9.0.0-1.deb")
 checkEqual "the upgrade succeeds without a question" "0" "$?"
 for name in 20-rosterHost 30-postHost 35-agendaHost 45-hostProfile 50-depotHost; do
@@ -86,6 +99,8 @@ checkContains "it is told, with the command" \
 checkEqual "one that was removed stays away" "no" "$([[ -e $root/etc/halyard/40-parleyHost.plist ]] && echo yes || echo no)"
 checkEqual "nothing else lies in the folder" "20-rosterHost.plist 30-postHost.plist 35-agendaHost.plist \
 45-hostProfile.plist 50-depotHost.plist 60-siteHost.plist" "$(cd "$root/etc/halyard" && printf '%s ' * | sed 's/ $//')"
+
+checkEqual "dpkg remembers the changed one alone" "60-siteHost.plist" "$(remembered)"
 
 check "the same version once more" onRoot --install "$scratch/9.0.0-1.deb"
 checkEqual "changes nothing" "$folder/20-rosterHost.plist" "$(linkOf 20-rosterHost.plist)"
