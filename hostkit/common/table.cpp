@@ -28,16 +28,14 @@ void check(bool done) {
   if (!done) throw std::bad_alloc();  // The library fails for want of memory alone.
 }
 
-Table emptyTable(std::size_t width) {
+Table emptyTable() {
   Table table(scols_new_table(), scols_unref_table);
   check(table != nullptr);
   check(scols_table_enable_noheadings(table.get(), 1) == 0);
   // The cells are made visible here, alike in every locale.
   check(scols_table_enable_noencoding(table.get(), 1) == 0);
   check(scols_table_set_column_separator(table.get(), "  ") == 0);
-  check(scols_table_set_termforce(
-            table.get(), width == 0 ? SCOLS_TERMFORCE_NEVER : SCOLS_TERMFORCE_ALWAYS) == 0);
-  if (width != 0) check(scols_table_set_termwidth(table.get(), width) == 0);
+  check(scols_table_set_termforce(table.get(), SCOLS_TERMFORCE_NEVER) == 0);
   return table;
 }
 
@@ -52,19 +50,48 @@ std::vector<std::size_t> columnWidths(const TableRows& rows) {
   return widths;
 }
 
-bool fits(const std::vector<std::size_t>& widths, std::size_t width) {
-  std::size_t needed = std::min(widths.back(), kLeastFolded);
+// What stands before the last column.
+std::size_t indentOf(const std::vector<std::size_t>& widths) {
+  std::size_t indent = 0;
   for (std::size_t column = 0; column + 1 < widths.size(); ++column) {
-    needed += widths[column] + kGap;
+    indent += widths[column] + kGap;
   }
-  return needed <= width;
+  return indent;
 }
 
-void addRow(libscols_table* table, const std::vector<std::string>& row) {
+bool fits(const std::vector<std::size_t>& widths, std::size_t width) {
+  return indentOf(widths) + std::min(widths.back(), kLeastFolded) <= width;
+}
+
+// Where a line of so many columns ends: between words, behind the slash of a long word, or
+// anywhere.
+std::size_t endOfLine(std::string_view text, std::size_t width) {
+  const std::size_t most = cutToColumns(text, width).size();
+  const std::size_t blank = text.rfind(' ', most);
+  if (blank != std::string_view::npos && blank > 0) return blank;
+  const std::size_t slash = text.substr(0, most).rfind('/');
+  return slash != std::string_view::npos && slash > 0 ? slash + 1 : most;
+}
+
+std::string folded(std::string_view text, std::size_t width) {
+  std::string lines;
+  while (columnsOf(text) > width) {
+    const std::size_t end = endOfLine(text, width);
+    lines.append(text.substr(0, end)).append("\n");
+    text.remove_prefix(end);
+    if (text.starts_with(' ')) text.remove_prefix(1);
+  }
+  return lines.append(text);
+}
+
+void addRow(libscols_table* table, const std::vector<std::string>& row, std::size_t columns,
+            std::size_t lastWidth) {
   libscols_line* line = scols_table_new_line(table, nullptr);
   check(line != nullptr);
   for (std::size_t column = 0; column < row.size(); ++column) {
-    check(scols_line_set_data(line, column, visibleText(row[column]).c_str()) == 0);
+    std::string text = visibleText(row[column]);
+    if (column + 1 == columns && lastWidth != 0) text = folded(text, lastWidth);
+    check(scols_line_set_data(line, column, text.c_str()) == 0);
   }
 }
 
@@ -78,14 +105,20 @@ std::string withoutTrailingBlanks(std::string_view text) {
   return result;
 }
 
-std::string render(const TableRows& rows, std::size_t columns, std::size_t width) {
+std::string render(const TableRows& rows, const std::vector<std::size_t>& widths,
+                   std::size_t width) {
   const Utf8Scope scope;
-  const Table table = emptyTable(width);
+  const Table table = emptyTable();
+  const std::size_t columns = widths.size();
   for (std::size_t column = 1; column <= columns; ++column) {
     const int flags = column == columns ? SCOLS_FL_WRAP : 0;
-    check(scols_table_new_column(table.get(), "", 0, flags) != nullptr);
+    libscols_column* made = scols_table_new_column(table.get(), "", 0, flags);
+    check(made != nullptr && scols_column_set_wrapfunc(made, scols_wrapnl_chunksize,
+                                                       scols_wrapnl_nextchunk, nullptr) == 0);
   }
-  for (const auto& row : rows) addRow(table.get(), row);
+  const std::size_t lastWidth =
+      width == 0 ? 0 : std::max(kLeastFolded, width - std::min(width, indentOf(widths)));
+  for (const auto& row : rows) addRow(table.get(), row, columns, lastWidth);
   char* text = nullptr;
   check(scols_print_table_to_string(table.get(), &text) == 0 && text != nullptr);
   const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
@@ -116,7 +149,7 @@ std::string tableText(const TableRows& rows, std::size_t width) {
   const std::vector<std::size_t> widths = columnWidths(rows);
   if (widths.empty()) return {};
   if (width != 0 && rows.size() > 1 && !fits(widths, width)) return blocksText(rows, width);
-  return render(rows, widths.size(), width);
+  return render(rows, widths, width);
 }
 
 std::string factsText(const TableRows& rows) {
@@ -125,7 +158,7 @@ std::string factsText(const TableRows& rows) {
 
 std::string factsText(const TableRows& rows, std::size_t width) {
   const std::vector<std::size_t> widths = columnWidths(rows);
-  return widths.empty() ? std::string() : render(rows, widths.size(), width);
+  return widths.empty() ? std::string() : render(rows, widths, width);
 }
 
 }  // namespace halyard::hostkit

@@ -51,7 +51,7 @@ TEST(Table, FoldsTheLastColumnOnANarrowTerminal) {
   EXPECT_EQ(tableText(kSnapshots, 50),
             "SNAPSHOT           ITEMS  SIZE      STATE\n"
             "2026-11-20-020100  120    20.0 GiB  in progress or\n"
-            "                                     interrupted\n"
+            "                                    interrupted\n"
             "2026-11-21-020100  7      1.0 KiB   latest\n");
 }
 
@@ -86,6 +86,32 @@ TEST(Table, FoldsLongFactsInsteadOfCuttingThem) {
     if (letter != '\n' && letter != ' ') whole += letter;
   }
   EXPECT_EQ(whole, "9c2b9a10-4e5b-4d0e-8b57-3b6f5d1c7a01(ofthefilesystem)");
+}
+
+TEST(Table, FoldsBetweenWords) {
+  EXPECT_EQ(factsText({{"Automatic:", "every day at 02:00, snapshots kept for 30 days"}}, 30),
+            "Automatic:  every day at\n"
+            "            02:00, snapshots\n"
+            "            kept for 30 days\n");
+}
+
+TEST(Table, FoldsALongPathBehindASlash) {
+  EXPECT_EQ(
+      tableText({{"SERVICE", "LOG"}, {"depotHost", "see /private/var/log/halyard/depotHost.log"}},
+                40),
+      "SERVICE    LOG\n"
+      "depotHost  see\n"
+      "           /private/var/log/halyard/\n"
+      "           depotHost.log\n");
+}
+
+TEST(Table, FoldsAWordThatHasNoPlaceForItAnywhere) {
+  EXPECT_EQ(factsText({{"A:", "0123456789abcdefghij \xE6\xBC\xA2"}}, 16),
+            "A:  0123456789ab\n    cdefghij \xE6\xBC\xA2\n");
+}
+
+TEST(Table, OnAHardlyUsableTerminalNothingIsCutOff) {
+  EXPECT_EQ(factsText({{"Automatic:", "every day"}}, 5), "Automatic:  every day\n");
 }
 
 TEST(Table, ACellCannotBeginALineOrMoveTheCursor) {
