@@ -114,7 +114,7 @@ std::uint64_t bytesOfVolume(const std::string& repository) {
   walk = &volume;
   (void)::nftw(".", &addItem, kOpenFolders, FTW_PHYS | FTW_MOUNT | FTW_ACTIONRETVAL);
   walk = nullptr;
-  (void)::fchdir(before.get());  // Every path here is absolute.
+  (void)!::fchdir(before.get());  // Every other path here is absolute.
   return volume.bytes;
 }
 
