@@ -43,6 +43,24 @@ void keep(Verdict& verdict, const char* rule) {
   verdict.reason += rule;
 }
 
+/// Keeps what is of the last days, counted back from the newest snapshot that is not in the future.
+/// A pause that no schedule makes does not count: were the clock a year ahead, the first snapshot
+/// of then would take all older ones with it.
+void keepDays(std::chrono::days days, const std::vector<Instant>& snapshots, Instant now,
+              std::vector<Verdict>& verdicts) {
+  constexpr std::chrono::days kLongestPeriod(35);  // Backups once a month, and one a little late.
+  const Instant reckonedFrom = std::min(snapshots.back(), now);
+  Instant newer = reckonedFrom;
+  std::chrono::seconds paused(0);
+  for (std::size_t index = snapshots.size(); index-- > 0;) {
+    const Instant instant = std::min(snapshots[index], newer);
+    const std::chrono::seconds gap = newer - instant;
+    if (gap > std::max(days, kLongestPeriod)) paused += gap;
+    if (reckonedFrom - instant - paused <= days) keep(verdicts[index], "days");
+    newer = instant;
+  }
+}
+
 /// Keeps the newest snapshot of each of the last `count` periods that have one.
 void keepNewestOfEach(Period period, unsigned count, const char* rule,
                       const std::vector<Instant>& snapshots, std::vector<Verdict>& verdicts) {
@@ -64,11 +82,9 @@ std::vector<Verdict> judge(const std::vector<Instant>& snapshots, const Retentio
   if (snapshots.empty()) return verdicts;
 
   keep(verdicts.back(), "latest");
-  const Instant reckonedFrom = std::min(snapshots.back(), now);
-  const Instant oldest = reckonedFrom - std::chrono::days(rules.days);
+  if (rules.days > 0) keepDays(std::chrono::days(rules.days), snapshots, now, verdicts);
   for (std::size_t index = 0; index < snapshots.size(); ++index) {
     if (!rules.any()) keep(verdicts[index], "no rules");
-    if (rules.days > 0 && snapshots[index] >= oldest) keep(verdicts[index], "days");
     if (snapshots.size() - index <= rules.last) keep(verdicts[index], "last");
   }
   keepNewestOfEach(hourOf, rules.hourly, "hourly", snapshots, verdicts);

@@ -35,8 +35,8 @@ struct Verdict {
 /// Judges complete snapshots, given in ascending order; the answer has the same order.
 ///
 /// The newest one always stays. Days are counted back from the newest snapshot, and never from a
-/// time after `now`: neither a host that stopped taking snapshots nor a clock that once ran ahead
-/// makes the older ones go.
+/// time after `now`; a pause of more than those days and 35 days counts as none. Neither a host
+/// that stopped taking snapshots nor a clock that runs ahead, or did once, makes the older ones go.
 std::vector<Verdict> judge(const std::vector<Instant>& snapshots, const RetentionRules& rules,
                            Instant now);
 

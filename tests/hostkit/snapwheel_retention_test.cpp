@@ -59,6 +59,19 @@ TEST(Retention, CountsDaysFromNowWhenTheNewestLiesInTheFuture) {
               ElementsAre("days", "days", "latest, days"));
 }
 
+TEST(Retention, DoesNotCountAPauseThatNoScheduleMakes) {
+  EXPECT_THAT(reasons({"2026-01-01-000000", "2026-01-05-000000", "2026-01-06-000000",
+                       "2027-01-05-000000", "2027-01-07-000000"},
+                      {.days = 4}, "2027-01-07-000000"),
+              ElementsAre("", "days", "days", "days", "latest, days"));
+}
+
+TEST(Retention, CountsTheTimeBetweenBackupsOfEverySchedule) {
+  EXPECT_THAT(reasons({"2026-01-01-000000", "2026-02-01-001500", "2026-02-08-000000"}, {.days = 5},
+                      "2026-02-08-000000"),
+              ElementsAre("", "", "latest, days"));
+}
+
 TEST(Retention, KeepsTheNewestSoMany) {
   EXPECT_THAT(reasons({"2026-01-01-000000", "2026-01-02-000000", "2026-01-03-000000"}, {.last = 2},
                       "2026-01-03-000000"),
