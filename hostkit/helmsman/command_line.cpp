@@ -24,6 +24,7 @@
 #include "helmsman/restore/undo.h"
 #include "helmsman/restore/verify.h"
 #include "helmsman/run/backup.h"
+#include "helmsman/run/host_work.h"
 #include "helmsman/settings/destination.h"
 #include "helmsman/settings/enable.h"
 #include "helmsman/settings/local_volumes.h"
@@ -39,6 +40,14 @@
 namespace halyard::hostkit {
 
 namespace {
+
+// A backup would be judged by other services than it began with.
+int switchAlone(const char* command, const std::vector<std::string>& services,
+                ServiceSwitch position) {
+  int status = kFailure;
+  const auto work = HostWork::begin(command, status);
+  return work ? switchServices(services, position) : status;
+}
 
 // What a subcommand runs, and whether it may run for everybody.
 enum class Needs { nothing, root };
@@ -155,9 +164,9 @@ void CommandLine::addHostCommands() {
 
 void CommandLine::addServiceCommands() {
   CLI::App* enable = add("enable", "Switch services on for backup", Needs::root,
-                         [this] { return switchServices(services_, ServiceSwitch::on); });
+                         [this] { return switchAlone("enable", services_, ServiceSwitch::on); });
   CLI::App* disable = add("disable", "Switch services off for backup", Needs::root,
-                          [this] { return switchServices(services_, ServiceSwitch::off); });
+                          [this] { return switchAlone("disable", services_, ServiceSwitch::off); });
   for (CLI::App* command : {enable, disable}) {
     command->add_option("SERVICE", services_, "Names, plain words, or beginnings of names")
         ->required();

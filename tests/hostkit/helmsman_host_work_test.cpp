@@ -70,10 +70,10 @@ class HostWorkTest : public test::BackupTest {
     EXPECT_EQ(root.readFile("/srv/depot.previous"), "changed");
     EXPECT_FALSE(root.exists(kPidFile));
   }
-  const std::vector<std::vector<std::string>> kWork = {{"restore", "postHost", "--yes"},
-                                                       {"recover", "--yes"},
-                                                       {"undo", "depotHost", "--yes"},
-                                                       {"tidy", "--yes"}};
+  const std::vector<std::vector<std::string>> kWork = {
+      {"restore", "postHost", "--yes"}, {"recover", "--yes"},
+      {"undo", "depotHost", "--yes"},   {"tidy", "--yes"},
+      {"enable", "postHost"},           {"disable", "postHost"}};
 
  private:
   host::Descriptor lock_;

@@ -19,6 +19,7 @@
 #include "common/times.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/process_tree.h"
+#include "helmsman/run/current_run.h"
 #include "host/files/descriptor.h"
 #include "support/mounts.h"
 
@@ -330,6 +331,15 @@ TEST(PidFileState, AHalyardThatRunsForADayIsStuck) {
   state.runsFor = std::chrono::hours(24);
   EXPECT_TRUE(state.isStuck());
   EXPECT_EQ(describe(state), "Halyard is running (process 4711, backup, started 24 hours ago)");
+}
+
+TEST(RunningBackup, IsNotOverdueBecauseTheClockWasSet) {
+  RunningBackup running;
+  running.process = ::getpid();
+  running.started = 1;
+  EXPECT_FALSE(isOverdue(running));
+  running.process = 0;  // Nobody knows of it.
+  EXPECT_TRUE(isOverdue(running));
 }
 
 // ---- the configuration

@@ -94,18 +94,10 @@ double secondsOf(const timespec& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * kNanosecond;
 }
 
-double secondsOn(clockid_t clock) {
+double secondsSince(const timespec& time) {
   timespec now{};
-  (void)::clock_gettime(clock, &now);  // These clocks are everywhere.
-  return secondsOf(now);
-}
-
-// For how long the process has been running; absent when it cannot be known.
-std::optional<double> secondsRun(int process) {
-  const auto entry = processEntry(process);
-  if (!entry) return std::nullopt;
-  return secondsOn(CLOCK_BOOTTIME) -
-         static_cast<double>(entry->startTime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+  (void)::clock_gettime(CLOCK_REALTIME, &now);  // It is everywhere.
+  return secondsOf(now) - secondsOf(time);
 }
 
 // A helmsman stops its Halyard for some seconds while it ends a plug-in.
@@ -120,7 +112,7 @@ bool standsStopped(int process) {
 bool startedAfter(int process, const timespec& written) {
   constexpr double kSlack = 2;  // A start is known by the tick, a file's time by its file system.
   const auto run = secondsRun(process);
-  return run && *run + kSlack < secondsOn(CLOCK_REALTIME) - secondsOf(written);
+  return run && *run + kSlack < secondsSince(written);
 }
 
 bool runsCommand(int process, const std::string& command) {

@@ -3,8 +3,11 @@
 
 #include "helmsman/program/process_tree.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <charconv>
+#include <ctime>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -89,6 +92,15 @@ std::vector<ProcessEntry> processesBelow(const std::vector<ProcessEntry>& all, i
     }
   }
   return below;
+}
+
+std::optional<double> secondsRun(int process) {
+  constexpr double kNanosecond = 1e-9;
+  const auto entry = processEntry(process);
+  timespec now{};
+  if (!entry || ::clock_gettime(CLOCK_BOOTTIME, &now) != 0) return std::nullopt;
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * kNanosecond -
+         static_cast<double>(entry->startTime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 std::string programOf(int process) {

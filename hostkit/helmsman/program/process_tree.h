@@ -34,6 +34,10 @@ std::vector<ProcessEntry> allProcesses();
 /// Those below a process, without itself and without those that have ended.
 std::vector<ProcessEntry> processesBelow(const std::vector<ProcessEntry>& all, int top);
 
+/// For how long it has been running, whatever was done to the clock; absent when that cannot be
+/// known.
+std::optional<double> secondsRun(int process);
+
 /// The first word of its command line; empty when it has none or is gone.
 std::string programOf(int process);
 

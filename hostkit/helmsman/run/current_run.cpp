@@ -15,6 +15,7 @@
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/program/pid_file_state.h"
+#include "helmsman/program/process_tree.h"
 #include "helmsman/run/host_lock.h"
 #include "helmsman/run/recovered_host.h"
 #include "helmsman/settings/folders.h"
@@ -116,6 +117,10 @@ std::optional<RunningBackup> runningBackup() {
 }
 
 bool isOverdue(const RunningBackup& running) {
+  // The clock may have been set since.
+  if (const auto run = secondsRun(running.process)) {
+    return std::chrono::duration<double>(*run) >= kLongestRun;
+  }
   return running.started != 0 &&
          std::chrono::seconds(secondsNow() - running.started) >= kLongestRun;
 }
