@@ -48,17 +48,38 @@ bool holdsServices(const std::string& snapshot) {
   return manifest && carriesBackup(joinPath(snapshot, manifest->volume));
 }
 
+bool isWhole(const std::string& snapshot) {
+  const auto manifest = readManifest(snapshot);
+  return manifest && manifest->complete &&
+         backupProblems(joinPath(snapshot, manifest->volume)).empty();
+}
+
 /// Whether older snapshots may go for it: it is complete, and when any of them holds the services,
 /// it does so too, and whole.
 bool mayReplace(const Repository& repository, const std::vector<std::string>& names) {
   if (names.empty()) return false;
   const std::string newest = repository.path(names.back());
-  const auto manifest = readManifest(newest);
-  if (!manifest || !manifest->complete) return false;
-  if (!backupProblems(joinPath(newest, manifest->volume)).empty()) return false;
+  if (!isWhole(newest)) return false;
   return holdsServices(newest) || std::ranges::none_of(names, [&](const std::string& name) {
            return holdsServices(repository.path(name));
          });
+}
+
+/// Snapshots whose backup is not whole take no place of others: what the rules keep among those
+/// that are whole stays, too.
+void keepOfWhole(const Repository& repository, const RetentionRules& rules, Instant now,
+                 std::vector<PlannedRemoval>& plan) {
+  std::vector<PlannedRemoval*> whole;
+  std::vector<Instant> instants;
+  for (PlannedRemoval& item : plan) {
+    if (!isWhole(repository.path(item.name))) continue;
+    whole.push_back(&item);
+    instants.push_back(*snapshotInstant(item.name));
+  }
+  const std::vector<Verdict> verdicts = judge(instants, rules, now);
+  for (std::size_t index = 0; index < whole.size(); ++index) {
+    if (!whole[index]->verdict.keep) whole[index]->verdict = verdicts[index];
+  }
 }
 
 }  // namespace
@@ -94,6 +115,7 @@ std::vector<PlannedRemoval> planPrune(const Repository& repository, const Retent
     plan.push_back({names[index], verdicts[index]});
     if (!good && !plan.back().verdict.keep) plan.back().verdict = {true, kNewestIsNotGood};
   }
+  if (good) keepOfWhole(repository, rules, now, plan);
   return plan;
 }
 

@@ -31,12 +31,12 @@ class SnapshotPrune : public test::HostKitTest {
     ASSERT_EQ(snapshot().status, 0);
   }
 
-  CommandResult snapwheel(std::vector<std::string> words) const {
+  CommandResult snapwheel(std::vector<std::string> words, const std::string& last = "1") const {
     test::RunOptions options;
     options.argv0 = "snapwheel";
     options.mayThrow = true;
     words.insert(words.end(),
-                 {"--computer", "files1", "--days-to-retain", "0", "--keep-last", "1"});
+                 {"--computer", "files1", "--days-to-retain", "0", "--keep-last", last});
     return root.runProgram("/usr/sbin/snapwheel", words, {}, options);
   }
   CommandResult snapshot() const { return snapwheel({"snapshot", "--source", "/data", "--prune"}); }
@@ -95,6 +95,19 @@ TEST_F(SnapshotPrune, OnItsOwnKeepsEverythingWhileTheNewestIsNotWhole) {
   EXPECT_THAT(shown.out, HasSubstr("newest is not good"));
   EXPECT_EQ(snapwheel({"prune"}).status, 4);
   EXPECT_THAT(snapshots(), SizeIs(2));
+}
+
+TEST_F(SnapshotPrune, ASnapshotThatIsNotWholeTakesNoPlaceOfOneThatIs) {
+  const std::string first = snapshots().front();
+  root.writeFile("/data/.Halyards/depotHost/incomplete", "the plug-in failed\n");
+  ASSERT_EQ(snapshot().status, 4);
+  root.remove("/data/.Halyards/depotHost/incomplete");
+  ASSERT_EQ(snapwheel({"snapshot", "--source", "/data"}).status, 0);
+  EXPECT_EQ(snapwheel({"prune"}, "2").status, 0);
+  EXPECT_THAT(snapshots(), SizeIs(3));
+  EXPECT_THAT(snapshots(), testing::Contains(first));
+  EXPECT_EQ(snapwheel({"prune"}).status, 0);
+  EXPECT_THAT(snapshots(), SizeIs(1));
 }
 
 }  // namespace
