@@ -67,6 +67,7 @@ std::string ageText(std::int64_t seconds) {
   constexpr std::int64_t kMinute = 60;
   constexpr std::int64_t kHour = 60 * kMinute;
   constexpr std::int64_t kDay = 24 * kHour;
+  if (seconds <= -kMinute) return "in the future";
   if (seconds < kMinute) return "just now";
   if (seconds < kHour) return counted(seconds / kMinute, "minute");
   if (seconds < 2 * kDay) return counted(seconds / kHour, "hour");

@@ -246,6 +246,8 @@ TEST(Times, RoundTripAndRefuseNonsense) {
   for (const char* text : {"", "2026-11-20", "2026-02-31T02:01:00Z", "2026-11-20T25:00:00Z"}) {
     EXPECT_EQ(parseTime(text), std::nullopt) << text;
   }
+  EXPECT_EQ(ageText(-60), "in the future");
+  EXPECT_EQ(ageText(-59), "just now");
   EXPECT_EQ(ageText(59), "just now");
   EXPECT_EQ(ageText(60), "1 minute ago");
   EXPECT_EQ(ageText(47 * 3600), "47 hours ago");

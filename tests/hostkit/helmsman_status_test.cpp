@@ -52,6 +52,19 @@ TEST_F(HelmsmanStatus, IsNotWellWhenTheLastGoodBackupIsOlderThanTwoPeriods) {
   EXPECT_EQ(helmsman({"status", "--check"}).status, 1);
 }
 
+TEST_F(HelmsmanStatus, IsNotWellWhenWhatIsThereIsOfTheFuture) {
+  const std::string name = goodBackupOf(secondsNow() + 365 * kDay);
+  const auto result = helmsman({"status", "--check"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("Latest snapshot:  " + name + ", in the future"));
+  EXPECT_THAT(result.out, HasSubstr("Last backup:      good, in the future"));
+  EXPECT_THAT(result.out, HasSubstr("(see: timedatectl; if the clock is right now: helmsman purge "
+                                    "--latest " +
+                                    name + ")"));
+  EXPECT_THAT(helmsmanJson({"status", "--json"})["problems"],
+              testing::ElementsAre(HasSubstr("the newest snapshot is of ")));
+}
+
 TEST_F(HelmsmanStatus, TellsWhatKeepsTheNextBackupFromStarting) {
   const std::string timer =
       "LoadState=loaded\\nUnitFileState=enabled\\nActiveState=active\\n"

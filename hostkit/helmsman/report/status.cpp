@@ -14,10 +14,12 @@
 #include "common/sizes.h"
 #include "common/table.h"
 #include "common/times.h"
+#include "common/version.h"
 #include "common/volumes.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/backup_health.h"
+#include "helmsman/run/clock_check.h"
 #include "helmsman/run/current_run.h"
 #include "helmsman/run/recovered_host.h"
 #include "helmsman/run/restore_record.h"
@@ -49,13 +51,15 @@ struct HostStatus {
   std::vector<UncoveredServer> uncovered;
   std::vector<std::string> leftOut;
   std::string configurationProblem;
+  std::string clockProblem;  // Ages tell nothing then.
 
   bool isWell() const {
     return setUp && health.snapshotsAreKnown() && health.record &&
            health.record->result == RunRecord::Result::good && health.problems.empty() &&
            !handOver.waitsForRecovery() && !run.isLeftover() &&
            run.owner != PidFileState::Owner::unknown && !run.isStuck() &&
-           !(running && isOverdue(*running)) && configurationProblem.empty();
+           !(running && isOverdue(*running)) && configurationProblem.empty() &&
+           clockProblem.empty();
   }
 };
 
@@ -68,6 +72,10 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
     std::string ignored;
     status.latest = findSnapshot(health.snapshots, "", ignored);
   }
+  KnownPast past{std::nullopt, std::nullopt, buildYear()};
+  if (status.latest) past.newestSnapshot = beginOf(*status.latest);
+  if (health.record) past.lastRecord = health.record->finished;
+  status.clockProblem = clockProblem(secondsNow(), past);
   status.run = pidFileState();
   status.running = runningBackup();
   status.handOver = handOver();
@@ -169,6 +177,7 @@ nlohmann::json statusJson(const HostStatus& status) {
     document["run"]["started"] = timeText(status.running->started);
   }
   for (const Problem& problem : health.problems) document["problems"].push_back(problem.text);
+  if (!status.clockProblem.empty()) document["problems"].push_back(status.clockProblem);
   if (health.timer.unknown.empty()) document["timerActive"] = health.timer.starts;
   if (health.snapshotsAreKnown()) document["snapshots"] = health.snapshots.size();
   if (health.lastGood) document["lastGood"] = timeText(*health.lastGood);
@@ -303,6 +312,7 @@ void printText(const HostStatus& status) {
   }
   (void)std::fputs(factsText(rows).c_str(), stdout);
   if (!status.configurationProblem.empty()) printLine("Problem: " + status.configurationProblem);
+  if (!status.clockProblem.empty()) printLine("Problem: " + status.clockProblem);
   for (const Problem& problem : health.problems) {
     printLine("Problem: " + problem.text + " (" + problem.advice + ")");
   }

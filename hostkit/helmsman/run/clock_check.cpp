@@ -3,10 +3,13 @@
 
 #include "helmsman/run/clock_check.h"
 
+#include <chrono>
+
 #include "common/times.h"
 #include "common/version.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/snapshots/repository.h"
+#include "product/snapshot_name.h"
 
 namespace halyard::hostkit {
 
@@ -34,7 +37,9 @@ std::string clockProblem(std::int64_t now, const KnownPast& past) {
     return says + "a year before this program was made" + advice;
   }
   if (past.newestSnapshot && *past.newestSnapshot > now + kTolerance) {
-    return says + "and the newest snapshot is of " + timeText(*past.newestSnapshot) + advice;
+    return says + "and the newest snapshot is of " + timeText(*past.newestSnapshot) +
+           " (see: timedatectl; if the clock is right now: helmsman purge --latest " +
+           snapshotName(Instant(std::chrono::seconds(*past.newestSnapshot))) + ")";
   }
   if (past.lastRecord && *past.lastRecord > now + kTolerance) {
     return says + "and the last backup ended at " + timeText(*past.lastRecord) + advice;
