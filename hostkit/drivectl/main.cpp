@@ -12,17 +12,18 @@
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/program.h"
-#include "common/volumes.h"
 #include "drivectl/report.h"
+#include "host/volumes/volume.h"
 
 namespace {
 
 using namespace halyard::hostkit;  // NOLINT(google-build-using-namespace)
+namespace host = halyard::host;
 
 enum class Form { text, propertyList, json };
 
 int info(const std::string& path, Form form) {
-  const auto volume = volumeOf(path);
+  const auto volume = host::volumeOf(path);
   if (!volume) {
     printError(path + ": " + errnoText(volume.error().code));
     return kFailure;
@@ -42,16 +43,16 @@ int info(const std::string& path, Form form) {
 }
 
 int list(Form form) {
-  const std::vector<Volume> volumes = mountedVolumes();
+  const std::vector<host::Volume> volumes = host::mountedVolumes();
   if (form == Form::text) {
     std::fputs(volumeTable(volumes).c_str(), stdout);
   } else if (form == Form::json) {
     nlohmann::json document = {{"volumes", nlohmann::json::array()}};
-    for (const Volume& volume : volumes) document["volumes"].push_back(volumeJson(volume));
+    for (const host::Volume& volume : volumes) document["volumes"].push_back(volumeJson(volume));
     printJson(document);
   } else {
     halyard::PropertyArray array;
-    for (const Volume& volume : volumes) array.emplace_back(volumeDictionary(volume));
+    for (const host::Volume& volume : volumes) array.emplace_back(volumeDictionary(volume));
     std::fputs(halyard::writePropertyList(halyard::PropertyValue(array)).c_str(), stdout);
   }
   return kSuccess;

@@ -12,13 +12,13 @@ namespace halyard::hostkit {
 
 namespace {
 
-const char* identityWord(const Volume& volume) {
-  return volume.identity == Volume::Identity::fileSystem ? "filesystem" : "root folder";
+const char* identityWord(const host::Volume& volume) {
+  return volume.identity == host::Volume::Identity::fileSystem ? "filesystem" : "root folder";
 }
 
 }  // namespace
 
-PropertyDictionary volumeDictionary(const Volume& volume) {
+PropertyDictionary volumeDictionary(const host::Volume& volume) {
   PropertyDictionary dictionary;
   dictionary.set("VolumeUUID", volume.uuid);
   dictionary.set("VolumeUUIDSource", identityWord(volume));
@@ -33,7 +33,7 @@ PropertyDictionary volumeDictionary(const Volume& volume) {
   return dictionary;
 }
 
-nlohmann::json volumeJson(const Volume& volume) {
+nlohmann::json volumeJson(const host::Volume& volume) {
   nlohmann::json document = {
       {"VolumeUUID", volume.uuid},       {"VolumeUUIDSource", identityWord(volume)},
       {"MountPoint", volume.mountPoint}, {"TotalSize", volume.totalBytes},
@@ -45,7 +45,7 @@ nlohmann::json volumeJson(const Volume& volume) {
   return document;
 }
 
-std::string volumeText(const Volume& volume) {
+std::string volumeText(const host::Volume& volume) {
   TableRows rows = {{"Volume UUID:", volume.uuid + " (of the " + identityWord(volume) + ")"},
                     {"Device:", volume.device.empty() ? "unknown" : volume.device},
                     {"Type:", volume.type.empty() ? "unknown" : volume.type}};
@@ -56,11 +56,11 @@ std::string volumeText(const Volume& volume) {
   return factsText(rows);
 }
 
-std::string volumeTable(const std::vector<Volume>& volumes) {
+std::string volumeTable(const std::vector<host::Volume>& volumes) {
   std::vector<std::vector<std::string>> rows = {
       {"MOUNT POINT", "DEVICE", "TYPE", "SIZE", "FREE", "LABEL", "UUID"}};
   const auto orDash = [](const std::string& text) { return text.empty() ? "-" : text; };
-  for (const Volume& volume : volumes) {
+  for (const host::Volume& volume : volumes) {
     rows.push_back({volume.mountPoint, orDash(volume.device), orDash(volume.type),
                     sizeText(volume.totalBytes), sizeText(volume.freeBytes), orDash(volume.label),
                     volume.uuid});

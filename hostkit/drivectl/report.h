@@ -9,18 +9,18 @@
 #include <vector>
 
 #include "base/property_list.h"
-#include "common/volumes.h"
+#include "host/volumes/volume.h"
 
 namespace halyard::hostkit {
 
 /// The keys are part of the interface: VolumeUUID, VolumeUUIDSource, DeviceNode, FilesystemType,
 /// VolumeName, MountPoint, TotalSize, FreeSpace, AvailableSpace (bytes), ReadOnly. A device, type
 /// or label that is not known is left out.
-PropertyDictionary volumeDictionary(const Volume& volume);
-nlohmann::json volumeJson(const Volume& volume);
+PropertyDictionary volumeDictionary(const host::Volume& volume);
+nlohmann::json volumeJson(const host::Volume& volume);
 /// "Label: value" lines for people.
-std::string volumeText(const Volume& volume);
+std::string volumeText(const host::Volume& volume);
 /// One line a volume under a heading, in columns.
-std::string volumeTable(const std::vector<Volume>& volumes);
+std::string volumeTable(const std::vector<host::Volume>& volumes);
 
 }  // namespace halyard::hostkit

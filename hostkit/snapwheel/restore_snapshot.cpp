@@ -12,10 +12,10 @@
 
 #include "base/text.h"
 #include "common/messages.h"
-#include "common/volumes.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/tree/tree_copy.h"
+#include "host/volumes/volume.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/repository.h"
@@ -68,7 +68,7 @@ std::string settleTarget(const RestoreRequest& request) {
 /// The volume of the target and those that are mounted below it, which a restore writes to as well.
 void syncVolumesIn(const std::string& target) {
   std::vector<std::string> volumes = {target};
-  for (const hostkit::Volume& volume : hostkit::mountedVolumes()) {
+  for (const host::Volume& volume : host::mountedVolumes()) {
     if (isInside(volume.mountPoint, target)) volumes.push_back(volume.mountPoint);
   }
   if (const Status synced = host::syncFileSystems(volumes); !synced) {

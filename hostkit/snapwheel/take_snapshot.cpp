@@ -16,7 +16,7 @@
 #include "common/messages.h"
 #include "host/files/files.h"
 #include "host/tree/tree_copy.h"
-#include "host/volumes/volumes.h"
+#include "host/volumes/mounting.h"
 #include "snapwheel/backup_state.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/owner_names.h"

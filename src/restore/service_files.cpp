@@ -11,7 +11,7 @@
 #include "host/files/sync.h"
 #include "host/tree/move_item.h"
 #include "host/tree/tree_copy.h"
-#include "host/volumes/volumes.h"
+#include "host/volumes/mount_table.h"
 #include "product/descriptor_keys.h"
 
 namespace halyard {

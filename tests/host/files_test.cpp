@@ -386,5 +386,14 @@ TEST(MoveItem, FailsWithoutASourceOrAFolderToMoveTo) {
   EXPECT_TRUE(Scratch::stands(scratch / "folder"));
 }
 
+TEST(RealPathAsFarAsItLeads, EndsWithTheFirstNameThatIsNotThere) {
+  const Scratch scratch;
+  const std::string real = realPath(scratch.makeFolder("real")).value_or("");
+  ASSERT_EQ(::symlink("real/missing/deeper", (scratch / "link").c_str()), 0);
+  EXPECT_EQ(realPath(scratch / "link"), std::nullopt);
+  EXPECT_EQ(realPathAsFarAsItLeads(scratch / "link/below"), real + "/missing");
+  EXPECT_EQ(realPathAsFarAsItLeads(scratch / "real/."), real);
+}
+
 }  // namespace
 }  // namespace halyard::host

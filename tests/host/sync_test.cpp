@@ -6,12 +6,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 
-#include "host/volumes/volumes.h"
-#include "support/mounted_volume.h"
-#include "support/mounts.h"
 #include "support/scratch.h"
 
 namespace halyard::host {
@@ -56,26 +52,6 @@ TEST(SyncFolderOf, NeedsTheFolderAndNotTheItem) {
   const Scratch scratch;
   EXPECT_TRUE(syncFolderOf(scratch / "missing"));
   EXPECT_EQ(syncFolderOf(scratch / "missing/item").error().code, ENOENT);
-}
-
-bool holds(const std::vector<std::string>& paths, const std::string& path) {
-  return std::ranges::find(paths, path) != paths.end();
-}
-
-TEST(WritableLocalVolumes, AreThoseOnDevicesThatCanBeWritten) {
-  const Scratch scratch;
-  const test::MountedVolume disk(scratch, "ext4", 16);
-  if (!disk.reason().empty()) GTEST_SKIP() << disk.reason();
-  EXPECT_TRUE(holds(writableLocalVolumes(), disk.path()));
-  ASSERT_TRUE(disk.remount(true));
-  EXPECT_FALSE(holds(writableLocalVolumes(), disk.path()));
-}
-
-TEST(WritableLocalVolumes, LeaveOutWhatLiesInMemory) {
-  const Scratch scratch;
-  const auto memory = test::TestMount::memory(scratch / "memory", "size=64k");
-  if (!memory.isMounted()) GTEST_SKIP() << "no mounts can be had here";
-  EXPECT_FALSE(holds(writableLocalVolumes(), scratch / "memory"));
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
 #include "host/tree/tree_copy.h"
-#include "host/volumes/volumes.h"
+#include "host/volumes/mounting.h"
 #include "support/items.h"
 #include "support/mounts.h"
 #include "support/scratch.h"

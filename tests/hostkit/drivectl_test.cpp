@@ -6,8 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include "base/property_list.h"
-#include "common/volumes.h"
 #include "drivectl/report.h"
+#include "host/volumes/volume.h"
 #include "host_kit_root.h"
 
 namespace halyard::hostkit {
@@ -101,20 +101,8 @@ TEST_F(DriveCtl, AnswerThatCannotBeWrittenIsAFailure) {
   EXPECT_NE(result.err.find("standard output could not be written"), std::string::npos);
 }
 
-TEST(FolderIdentifier, IsAUuidThatDependsOnEveryPart) {
-  const std::string plain = folderIdentifier(0xEF53, 7, 12, 1000, 5);
-  EXPECT_EQ(plain, folderIdentifier(0xEF53, 7, 12, 1000, 5));
-  EXPECT_EQ(plain.size(), 36U);
-  EXPECT_EQ(plain[14], '5');
-  EXPECT_NE(plain, folderIdentifier(0x9123683E, 7, 12, 1000, 5));
-  EXPECT_NE(plain, folderIdentifier(0xEF53, 8, 12, 1000, 5));
-  EXPECT_NE(plain, folderIdentifier(0xEF53, 7, 13, 1000, 5));
-  EXPECT_NE(plain, folderIdentifier(0xEF53, 7, 12, 1001, 5));
-  EXPECT_NE(plain, folderIdentifier(0xEF53, 7, 12, 1000, 6));
-}
-
 TEST(VolumeDictionary, LeavesOutWhatIsNotKnown) {
-  Volume volume;
+  host::Volume volume;
   volume.uuid = "88a69d51-9f56-46ff-8386-2d10a01ec9d6";
   volume.mountPoint = "/";
   const PropertyDictionary dictionary = volumeDictionary(volume);

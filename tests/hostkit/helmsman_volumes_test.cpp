@@ -192,9 +192,9 @@ TEST_F(LackingVolumes, WhatIsLeftOutAndIncludedIsPrintedAsJson) {
 // ---- which mounts are volumes of their own
 
 // Places that are folders on every host.
-Volume volumeAt(const char* mountPoint, const char* device, const char* root,
-                std::uint64_t number) {
-  Volume volume;
+host::Volume volumeAt(const char* mountPoint, const char* device, const char* root,
+                      std::uint64_t number) {
+  host::Volume volume;
   volume.mountPoint = mountPoint;
   volume.device = device;
   volume.type = "ext4";
@@ -203,14 +203,14 @@ Volume volumeAt(const char* mountPoint, const char* device, const char* root,
   return volume;
 }
 
-std::vector<std::string> placesOf(const std::vector<Volume>& volumes) {
+std::vector<std::string> placesOf(const std::vector<host::Volume>& volumes) {
   std::vector<std::string> places;
-  for (const Volume& volume : ownVolumes(volumes)) places.push_back(volume.mountPoint);
+  for (const host::Volume& volume : ownVolumes(volumes)) places.push_back(volume.mountPoint);
   return places;
 }
 
 TEST(OwnVolumes, WhatShowsAFolderOfTheRootAgainIsNone) {
-  const Volume again = volumeAt("/usr", "/dev/sda1", "/srv", 1);
+  const host::Volume again = volumeAt("/usr", "/dev/sda1", "/srv", 1);
   EXPECT_THAT(placesOf({volumeAt("/", "/dev/sda1", "/", 1), again}), ElementsAre("/"));
   EXPECT_THAT(placesOf({again, volumeAt("/", "/dev/sda1", "/", 1)}), ElementsAre("/"));
   EXPECT_THAT(placesOf({volumeAt("/", "/dev/sda1", "/jail", 1), again}), ElementsAre("/", "/usr"))
@@ -226,7 +226,7 @@ TEST(OwnVolumes, ASubvolumeIsOneOfItsOwn) {
 }
 
 TEST(OwnVolumes, AnImageThatNobodyCanWriteToIsNone) {
-  Volume image = volumeAt("/usr", "/dev/loop0", "/", 2);
+  host::Volume image = volumeAt("/usr", "/dev/loop0", "/", 2);
   EXPECT_THAT(placesOf({image}), ElementsAre("/usr"));
   image.type = "squashfs";
   EXPECT_THAT(placesOf({image}), IsEmpty());

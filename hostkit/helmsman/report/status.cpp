@@ -15,7 +15,6 @@
 #include "common/table.h"
 #include "common/times.h"
 #include "common/version.h"
-#include "common/volumes.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/size_estimate.h"
 #include "helmsman/run/backup_health.h"
@@ -27,6 +26,7 @@
 #include "helmsman/settings/servers.h"
 #include "helmsman/snapshots/repository.h"
 #include "host/files/files.h"
+#include "host/volumes/volume.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -40,7 +40,7 @@ constexpr char kOfLastRun[] = "Problem of the last run: ";
 struct HostStatus {
   bool setUp = false;
   BackupHealth health;
-  std::optional<Volume> volume;
+  std::optional<host::Volume> volume;
   std::optional<Snapshot> latest;
   PidFileState run;
   std::optional<RunningBackup> running;
@@ -68,7 +68,7 @@ void gather(const StatusArguments& arguments, HostStatus& status) {
   status.health = backupHealth(secondsNow());
   const BackupHealth& health = status.health;
   if (health.snapshotsAreKnown()) {
-    if (auto volume = volumeOf(health.destination.path)) status.volume = std::move(*volume);
+    if (auto volume = host::volumeOf(health.destination.path)) status.volume = std::move(*volume);
     std::string ignored;
     status.latest = findSnapshot(health.snapshots, "", ignored);
   }

@@ -10,8 +10,8 @@
 #include "base/text.h"
 #include "common/sizes.h"
 #include "common/tree_size.h"
-#include "common/volumes.h"
 #include "host/files/files.h"
+#include "host/volumes/volume.h"
 #include "product/descriptor_keys.h"
 
 namespace halyard::hostkit {
@@ -66,7 +66,7 @@ std::vector<std::string> roomProblems(const std::vector<PlannedItem>& plan) {
   std::map<std::string, Need> needs;
   for (const PlannedItem& item : plan) {
     if (!item.inSnapshot) continue;
-    const auto volume = volumeOf(standingFolder(item.path));
+    const auto volume = host::volumeOf(standingFolder(item.path));
     if (!volume) continue;
     Need& need = needs[volume->mountPoint];
     need.bytes += item.bytes;

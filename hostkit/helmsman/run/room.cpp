@@ -20,11 +20,11 @@
 #include "common/paths.h"
 #include "common/sizes.h"
 #include "common/tree_size.h"
-#include "common/volumes.h"
 #include "helmsman/run/expected_services.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
-#include "host/volumes/volumes.h"
+#include "host/volumes/mounting.h"
+#include "host/volumes/volume.h"
 #include "product/paths.h"
 
 namespace halyard::hostkit {
@@ -185,7 +185,7 @@ RoomFigures measureRoom(const RoomQuestion& question) {
 
 void measureFree(RoomFigures& figures) {
   const auto freeBytesOf = [](const std::string& path) {
-    const auto volume = volumeOf(path);
+    const auto volume = host::volumeOf(path);
     return volume ? volume->freeBytes : 0;
   };
   figures.freeOnRoot = freeBytesOf("/");

@@ -19,14 +19,14 @@
 #include "common/property_file.h"
 #include "common/sizes.h"
 #include "common/table.h"
-#include "common/volumes.h"
 #include "helmsman/settings/schedule.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/timer.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "host/volumes/alias.h"
-#include "host/volumes/volumes.h"
+#include "host/volumes/mount_table.h"
+#include "host/volumes/volume.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
 #include "product/snapshot_engine.h"
@@ -85,10 +85,10 @@ std::string lastingSpecification(const DestinationArguments& arguments, const st
   if (arguments.asGiven || !arguments.specification.starts_with('/')) {
     return arguments.specification;
   }
-  const auto volume = volumeOf(path);
+  const auto volume = host::volumeOf(path);
   if (!volume || volume->mountPoint != host::realPath(path).value_or(path) ||
       volume->mountPoint == "/" || !volume->device.starts_with("/dev/") ||
-      volume->identity != Volume::Identity::fileSystem) {
+      volume->identity != host::Volume::Identity::fileSystem) {
     return arguments.specification;
   }
   const std::string byUuid = "UUID=" + volume->uuid;
@@ -110,7 +110,7 @@ bool isFit(const DestinationArguments& arguments, const std::string& path) {
 }
 
 // What the destination will not survive; told, since it may be meant.
-void warnOfNextStart(const Volume& volume) {
+void warnOfNextStart(const host::Volume& volume) {
   if (volume.type == "tmpfs" || volume.type == "ramfs") {
     printWarning(volume.mountPoint + " is in memory: all snapshots go with the next start");
   } else if (volume.device.starts_with("/dev/") && volume.mountPoint != "/" &&
@@ -126,8 +126,8 @@ int show(bool asJson) {
   if (!problem.empty()) printError(problem);
   const std::string specification = preferences ? storedSpecification(*preferences) : "";
   const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
-  const Result<Volume> volume =
-      session ? volumeOf(session->destination) : Error{ENOENT, specification};
+  const Result<host::Volume> volume =
+      session ? host::volumeOf(session->destination) : Error{ENOENT, specification};
   if (asJson) {
     nlohmann::json document = {{"specification", nullptr}, {"path", nullptr}};
     if (!specification.empty()) document["specification"] = specification;
@@ -170,7 +170,7 @@ int set(const DestinationArguments& arguments) {
   }
   // The timer rests until there is somewhere to go.
   if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
-  const auto volume = volumeOf(*path);
+  const auto volume = host::volumeOf(*path);
   if (volume) warnOfNextStart(*volume);
   if (arguments.json) return show(true);
   printNote("snapshots go to " + *path + " (" + specification + ")" +
@@ -182,13 +182,13 @@ int list(bool asJson) {
   nlohmann::json volumes = nlohmann::json::array();
   std::vector<std::vector<std::string>> rows = {
       {"SPECIFICATION", "MOUNT POINT", "TYPE", "SIZE", "FREE", "LABEL"}};
-  for (const Volume& volume : mountedVolumes()) {
+  for (const host::Volume& volume : host::mountedVolumes()) {
     if (volume.readOnly || volume.type == "tmpfs" || volume.type == "overlay" ||
         onVolumeOfRoot(volume.mountPoint)) {
       continue;
     }
     const bool byUuid =
-        volume.device.starts_with("/dev/") && volume.identity == Volume::Identity::fileSystem;
+        volume.device.starts_with("/dev/") && volume.identity == host::Volume::Identity::fileSystem;
     const std::string specification = byUuid ? "UUID=" + volume.uuid : volume.mountPoint;
     volumes.push_back({{"specification", specification},
                        {"mountPoint", volume.mountPoint},

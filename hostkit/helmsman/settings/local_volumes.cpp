@@ -23,6 +23,7 @@
 #include "helmsman/settings/folders.h"
 #include "helmsman/settings/services.h"
 #include "host/files/files.h"
+#include "host/volumes/mount_table.h"
 #include "product/paths.h"
 #include "product/snapshot_engine.h"
 
@@ -45,19 +46,19 @@ bool isAtOrBelowAsText(const std::string& path, const std::string& folder) {
 }
 
 // Images that nobody can write to hold nothing that is not elsewhere.
-bool isImage(const Volume& volume) {
+bool isImage(const host::Volume& volume) {
   constexpr std::array<std::string_view, 5> kKinds = {"squashfs", "erofs", "iso9660", "cramfs",
                                                       "romfs"};
   return std::ranges::find(kKinds, volume.type) != kKinds.end();
 }
 
-bool isLocal(const Volume& volume) {
+bool isLocal(const host::Volume& volume) {
   const bool hasDevice = volume.device.starts_with("/dev/") || volume.type == "zfs";
   return hasDevice && !isImage(volume) && host::isDirectory(volume.mountPoint);
 }
 
 // Whether a volume shows what another one shows as well, by the folders that are mounted of both.
-bool isShownBy(const Volume& volume, const Volume& other) {
+bool isShownBy(const host::Volume& volume, const host::Volume& other) {
   return volume.number == other.number && !volume.root.empty() && !other.root.empty() &&
          isAtOrBelowAsText(volume.root, other.root);
 }
@@ -69,13 +70,13 @@ bool isDestination(const ListedVolume& listed) {
          (listed.source == specification || isAtOrBelow(specification, listed.mountPoint));
 }
 
-bool isMountedIn(const std::vector<Volume>& mounted, const ListedVolume& listed) {
+bool isMountedIn(const std::vector<host::Volume>& mounted, const ListedVolume& listed) {
   const std::string place = host::realPath(listed.mountPoint).value_or(listed.mountPoint);
-  return std::ranges::find(mounted, place, &Volume::mountPoint) != mounted.end();
+  return std::ranges::find(mounted, place, &host::Volume::mountPoint) != mounted.end();
 }
 
-std::vector<ListedVolume> unmountedVolumes(const std::vector<Volume>& mounted) {
-  if (!areMountsKnown()) return {};
+std::vector<ListedVolume> unmountedVolumes(const std::vector<host::Volume>& mounted) {
+  if (!host::mounts()) return {};
   std::vector<ListedVolume> volumes = listedVolumes();
   std::erase_if(volumes, [&](const ListedVolume& listed) {
     return isMountedIn(mounted, listed) || isDestination(listed);
@@ -97,7 +98,7 @@ std::string withoutEndingSlash(std::string path) {
 
 bool isVolume(const std::string& path) {
   const auto isHere = [&path](const auto& volume) { return volume.mountPoint == path; };
-  return std::ranges::any_of(ownVolumes(mountedVolumes()), isHere) ||
+  return std::ranges::any_of(ownVolumes(host::mountedVolumes()), isHere) ||
          std::ranges::any_of(listedVolumes(), isHere);
 }
 
@@ -224,10 +225,11 @@ const char* stateText(State state) {
   return "not in the snapshot";
 }
 
-std::vector<Volume> ownVolumes(std::vector<Volume> mounted) {
-  std::erase_if(mounted,
-                [](const Volume& volume) { return volume.mountPoint != "/" && !isLocal(volume); });
-  std::vector<Volume> own;
+std::vector<host::Volume> ownVolumes(std::vector<host::Volume> mounted) {
+  std::erase_if(mounted, [](const host::Volume& volume) {
+    return volume.mountPoint != "/" && !isLocal(volume);
+  });
+  std::vector<host::Volume> own;
   for (std::size_t index = 0; index < mounted.size(); ++index) {
     bool isShown = false;
     for (std::size_t other = 0; other < mounted.size(); ++other) {
@@ -248,10 +250,10 @@ std::vector<LocalVolume> localVolumes(const std::string& destination,
   const auto isLeftOut = [&](const std::string& mountPoint) {
     return isListed(leftOut, mountPoint) || isExcluded(exclusions, mountPoint);
   };
-  const Result<Volume> holder = volumeOf(destination);
-  const std::vector<Volume> mounted = mountedVolumes();
+  const Result<host::Volume> holder = host::volumeOf(destination);
+  const std::vector<host::Volume> mounted = host::mountedVolumes();
   std::vector<LocalVolume> local;
-  for (Volume& volume : ownVolumes(mounted)) {
+  for (host::Volume& volume : ownVolumes(mounted)) {
     const bool isRoot = volume.mountPoint == "/";
     const bool isOurs =
         holder && (holder->mountPoint == volume.mountPoint || isShownBy(volume, *holder));
@@ -277,7 +279,7 @@ bool isLacking(const LocalVolume& volume) {
 }
 
 std::vector<ListedOnUnmounted> listedOnUnmounted() {
-  const std::vector<ListedVolume> unmounted = unmountedVolumes(mountedVolumes());
+  const std::vector<ListedVolume> unmounted = unmountedVolumes(host::mountedVolumes());
   const PropertyDictionary preferences = servicePreferences();
   std::vector<ListedOnUnmounted> found;
   for (const InstalledDescriptor& descriptor : installedDescriptors()) {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "common/volumes.h"
 #include "helmsman/settings/helmsman_configuration.h"
+#include "host/volumes/volume.h"
 
 namespace halyard::hostkit {
 
@@ -19,7 +19,7 @@ struct LocalVolume {
     notMounted,  ///< /etc/fstab lists it, and nobody can say what it holds.
     leftOut,     ///< Not in the snapshot, because an administrator says so.
   };
-  Volume volume;
+  host::Volume volume;
   State state = State::notInSnapshot;
 };
 
@@ -28,7 +28,7 @@ const char* stateText(LocalVolume::State state);
 /// Those of the mounted volumes that hold files of this host: "/" and what lies on its devices.
 /// What is mounted a second time, in whole or in part, counts once, and not at all when it belongs
 /// to "/"; single files and images that nobody can write to do not count.
-std::vector<Volume> ownVolumes(std::vector<Volume> mounted);
+std::vector<host::Volume> ownVolumes(std::vector<host::Volume> mounted);
 
 /// "/", every file system on a device of this host that is mounted, and every one that /etc/fstab
 /// wants mounted and that is not; without the one that holds `destination` (empty for none), or is

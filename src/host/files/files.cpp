@@ -5,6 +5,7 @@
 
 #include <dirent.h>
 #include <grp.h>
+#include <linux/limits.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,6 +90,12 @@ std::optional<std::string> realPath(const std::string& path) {
                                                          &std::free);
   if (!real) return std::nullopt;
   return std::string(real.get());
+}
+
+std::string realPathAsFarAsItLeads(const std::string& path) {
+  std::array<char, PATH_MAX> real{};
+  (void)!::realpath(path.c_str(), real.data());  // The C library of GNU leaves that much behind.
+  return real.data();
 }
 
 bool isExecutableFile(const std::string& path) {

@@ -29,6 +29,8 @@ bool isRealDirectory(const std::string& path);
 bool isSymbolicLink(const std::string& path);
 /// The absolute path without links, "." and ".."; absent when it leads nowhere.
 std::optional<std::string> realPath(const std::string& path);
+/// The same up to the first name that is not there, that name included.
+std::string realPathAsFarAsItLeads(const std::string& path);
 /// A regular file, or a link to one, that may be executed; a folder never is.
 bool isExecutableFile(const std::string& path);
 

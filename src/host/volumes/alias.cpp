@@ -3,15 +3,13 @@
 
 #include "host/volumes/alias.h"
 
-#include <linux/limits.h>
-
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <utility>
 
 #include "host/files/files.h"
-#include "host/volumes/volumes.h"
+#include "host/volumes/mount_table.h"
+#include "host/volumes/mounting.h"
 
 namespace halyard::host {
 
@@ -38,14 +36,6 @@ std::optional<std::string> resolveTag(const VolumeTag& tag) {
   // The look at the place starts an automount; another volume that stands there is not covered.
   if (!isMountPoint(*listed)) (void)mountListed(*listed);
   return mountPointOf(tag);
-}
-
-/// The path without symbolic links, up to the first name that is not there: the C library of GNU
-/// leaves that much behind when the path leads nowhere (yet).
-std::string realPathAsFarAsItLeads(const std::string& path) {
-  std::array<char, PATH_MAX> real{};
-  (void)!::realpath(path.c_str(), real.data());
-  return real.data();
 }
 
 /// Mounts what fstab lists for the path or a folder above it. False when one cannot be mounted:

@@ -51,6 +51,11 @@ std::optional<MountLibrary> load() {
   loader.find("mnt_fs_get_target", library.target);
   loader.find("mnt_fs_get_root", library.root);
   loader.find("mnt_fs_get_id", library.mountIdentifier);
+  loader.find("mnt_fs_get_devno", library.deviceNumber);
+  loader.find("mnt_fs_get_fstype", library.type);
+  loader.find("mnt_fs_get_option", library.option);
+  loader.find("mnt_fs_is_netfs", library.isNetwork);
+  loader.find("mnt_fs_is_pseudofs", library.isPseudo);
   loader.find("mnt_new_context", library.newContext);
   loader.find("mnt_free_context", library.freeContext);
   loader.find("mnt_context_set_fstab", library.setFstab);

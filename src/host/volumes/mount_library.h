@@ -32,6 +32,11 @@ struct MountLibrary {
   decltype(&::mnt_fs_get_target) target = nullptr;
   decltype(&::mnt_fs_get_root) root = nullptr;
   decltype(&::mnt_fs_get_id) mountIdentifier = nullptr;
+  decltype(&::mnt_fs_get_devno) deviceNumber = nullptr;
+  decltype(&::mnt_fs_get_fstype) type = nullptr;
+  decltype(&::mnt_fs_get_option) option = nullptr;
+  decltype(&::mnt_fs_is_netfs) isNetwork = nullptr;
+  decltype(&::mnt_fs_is_pseudofs) isPseudo = nullptr;
   decltype(&::mnt_new_context) newContext = nullptr;
   decltype(&::mnt_free_context) freeContext = nullptr;
   decltype(&::mnt_context_set_fstab) setFstab = nullptr;

@@ -11,7 +11,7 @@
 
 #include "base/result.h"
 
-namespace halyard::hostkit {
+namespace halyard::host {
 
 struct Volume {
   /// What the identifier was made from.
@@ -43,11 +43,9 @@ struct Volume {
 /// stored, so no copy can carry it along.
 Result<Volume> volumeOf(const std::string& path);
 
-/// Whether the kernel's table of mounts can be read; without it "/" is all that is known.
-bool areMountsKnown();
-
 /// The mounted volumes that hold files: those on block devices, network file systems, tmpfs and
-/// overlay roots; no kernel interfaces. In the order they were mounted, each mount point once.
+/// overlay roots; no kernel interfaces. In the order they were mounted, each mount point once. "/"
+/// is all that is known where the kernel's table cannot be read.
 std::vector<Volume> mountedVolumes();
 
 /// The identifier for a root folder that has no better one; pure, so that tests can pin it.
@@ -55,4 +53,4 @@ std::string folderIdentifier(std::uint64_t fileSystemType, std::uint64_t fileSys
                              std::uint64_t inode, std::int64_t birthSeconds,
                              std::uint32_t birthNanoseconds);
 
-}  // namespace halyard::hostkit
+}  // namespace halyard::host

@@ -1,20 +1,20 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "common/kernel_uuid.h"
+#include "host/volumes/kernel_uuid.h"
 
 #include <linux/btrfs.h>
 #include <linux/magic.h>
 #include <sys/ioctl.h>
 #include <sys/vfs.h>
-#include <uuid.h>
+#include <uuid/uuid.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 
-namespace halyard::hostkit {
+namespace halyard::host {
 
 namespace {
 
@@ -93,4 +93,4 @@ std::string kernelUuid(int folder) {
   return uuidText(answer.uuid);
 }
 
-}  // namespace halyard::hostkit
+}  // namespace halyard::host

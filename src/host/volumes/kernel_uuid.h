@@ -6,9 +6,9 @@
 
 #include <string>
 
-namespace halyard::hostkit {
+namespace halyard::host {
 
 /// Of the file system that holds the open folder; empty for one that tells none.
 std::string kernelUuid(int folder);
 
-}  // namespace halyard::hostkit
+}  // namespace halyard::host

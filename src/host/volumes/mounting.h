@@ -1,12 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-// Volumes: where they are mounted, and mounting what fstab lists.
+// Where a volume is mounted, by what names it, and mounting what fstab lists.
 #pragma once
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "base/result.h"
 #include "host/files/descriptor.h"
@@ -18,13 +17,6 @@ struct VolumeTag {
   std::string name;  ///< UUID, LABEL, PARTUUID or PARTLABEL.
   std::string value;
 };
-
-/// Whether a volume is mounted at the path; "/" always counts as one. Triggers an automount.
-bool isMountPoint(const std::string& path);
-
-/// The mount points in fstab that the path names or lies below, outermost first, without "/".
-/// Compared as text without doubled slashes, "." and ".."; reads nothing but fstab.
-std::vector<std::string> listedMountPoints(const std::string& path);
 
 /// Where the volume is mounted now: a mount of all of it before one of a part, the oldest first,
 /// and none that another mount hides. Absent when it is not mounted.
@@ -41,9 +33,5 @@ bool mountListed(const std::string& mountPoint);
 /// in the way, be it for this process alone. For the calls that are relative to a descriptor. Takes
 /// the right to mount (EPERM) and a kernel that knows how (ENOSYS).
 Result<Descriptor> openWithoutMounts(const std::string& path);
-
-/// Where file systems on this host's own block devices are mounted to be written. None where the
-/// kernel's table cannot be read, as in a root without /proc.
-std::vector<std::string> writableLocalVolumes();
 
 }  // namespace halyard::host

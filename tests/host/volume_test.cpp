@@ -1,7 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-// drivectl on real file systems, where loop devices can be had.
+// Volumes of real file systems, where loop devices can be had.
+#include "host/volumes/volume.h"
+
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -10,10 +12,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "common/volumes.h"
 #include "support/scratch.h"
 
-namespace halyard::hostkit {
+namespace halyard::host {
 namespace {
 
 /// A process has its own: mkfs.btrfs refuses one that another test's volume has at the same time.
@@ -89,5 +90,17 @@ TEST_P(MountedVolume, ShowsThatItIsReadOnly) {
 INSTANTIATE_TEST_SUITE_P(FileSystems, MountedVolume, testing::Values("ext4", "btrfs", "xfs"),
                          [](const auto& type) { return std::string(type.param); });
 
+TEST(FolderIdentifier, IsAUuidThatDependsOnEveryPart) {
+  const std::string plain = folderIdentifier(0xEF53, 7, 12, 1000, 5);
+  EXPECT_EQ(plain, folderIdentifier(0xEF53, 7, 12, 1000, 5));
+  EXPECT_EQ(plain.size(), 36U);
+  EXPECT_EQ(plain[14], '5');
+  EXPECT_NE(plain, folderIdentifier(0x9123683E, 7, 12, 1000, 5));
+  EXPECT_NE(plain, folderIdentifier(0xEF53, 8, 12, 1000, 5));
+  EXPECT_NE(plain, folderIdentifier(0xEF53, 7, 13, 1000, 5));
+  EXPECT_NE(plain, folderIdentifier(0xEF53, 7, 12, 1001, 5));
+  EXPECT_NE(plain, folderIdentifier(0xEF53, 7, 12, 1000, 6));
+}
+
 }  // namespace
-}  // namespace halyard::hostkit
+}  // namespace halyard::host

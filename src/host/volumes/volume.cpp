@@ -1,85 +1,65 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "common/volumes.h"
+#include "host/volumes/volume.h"
 
-#include <blkid.h>
+#include <blkid/blkid.h>
 #include <fcntl.h>
-#include <libmount.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <sys/vfs.h>
-#include <unistd.h>
-#include <uuid.h>
+#include <uuid/uuid.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <set>
 #include <string_view>
 
-#include "common/kernel_uuid.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/volumes/kernel_uuid.h"
+#include "host/volumes/mount_table.h"
 
-namespace halyard::hostkit {
+namespace halyard::host {
 
 namespace {
 
 constexpr std::uint64_t kExt4RootInode = 2;
-constexpr char kMountInfo[] = "/proc/self/mountinfo";
 
-struct TableDeleter {
-  void operator()(libmnt_table* table) const { mnt_unref_table(table); }
-};
-using MountTable = std::unique_ptr<libmnt_table, TableDeleter>;
+using Mounts = std::vector<Mount>;
 
-// Null where /proc is not mounted.
-MountTable mountTable() { return MountTable(mnt_new_table_from_file(kMountInfo)); }
-
-std::string orEmpty(const char* text) { return text == nullptr ? std::string{} : text; }
-
-// The row of the mount that an item lies on; null when this process cannot see it, as in a chroot
-// whose root is a plain folder. The device number guards against a table that is not this host's;
-// a btrfs gives each subvolume a number of its own.
-libmnt_fs* mountOf(libmnt_table* table, const struct statx& item) {
-  if (table == nullptr) return nullptr;
-  const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> rows(mnt_new_iter(MNT_ITER_BACKWARD),
-                                                                    &mnt_free_iter);
-  const dev_t device = makedev(item.stx_dev_major, item.stx_dev_minor);
-  libmnt_fs* row = nullptr;
-  while (mnt_table_next_fs(table, rows.get(), &row) == 0) {
-    const int id = mnt_fs_get_id(row);
-    if (id < 0 || static_cast<std::uint64_t>(id) != item.stx_mnt_id) continue;
-    if (mnt_fs_get_devno(row) == device || mnt_fs_match_fstype(row, "btrfs") == 1) return row;
-  }
-  return nullptr;
+// Its number and birth, too.
+Result<struct statx> statusOf(const std::string& path) {
+  return mountStatusOf(path, STATX_INO | STATX_BTIME);
 }
 
-Result<struct statx> statusOf(const std::string& path) {
-  struct statx status {};
-  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID, &status) !=
-      0) {
-    return Error{errno, path};
-  }
-  return status;
+dev_t deviceOf(const struct statx& item) { return makedev(item.stx_dev_major, item.stx_dev_minor); }
+
+// The mount that an item lies on; null when this process cannot see it, as in a chroot whose root
+// is a plain folder. The device number guards against a table that is not this host's; a btrfs
+// gives each subvolume a number of its own.
+const Mount* mountOf(const Mounts& mounts, const struct statx& item) {
+  const auto mount = std::find_if(mounts.rbegin(), mounts.rend(), [&](const Mount& row) {
+    return row.identifier == item.stx_mnt_id &&
+           (row.number == deviceOf(item) || row.type == "btrfs");
+  });
+  return mount == mounts.rend() ? nullptr : &*mount;
 }
 
 // The highest folder above `path` on the same mount: by the path alone, for roots without /proc.
 std::string highestFolder(const std::string& path, const struct statx& status) {
-  std::string folder = host::realPath(path).value_or("/");
+  std::string folder = realPath(path).value_or("/");
   while (folder != "/") {
     const std::size_t slash = folder.rfind('/');
     const std::string parent = slash == 0 ? "/" : folder.substr(0, slash);
     const auto above = statusOf(parent);
-    if (!above || above->stx_mnt_id != status.stx_mnt_id ||
-        above->stx_dev_major != status.stx_dev_major ||
-        above->stx_dev_minor != status.stx_dev_minor) {
+    if (!above || above->stx_mnt_id != status.stx_mnt_id || deviceOf(*above) != deviceOf(status)) {
       break;
     }
     folder = parent;
@@ -114,17 +94,17 @@ DeviceTags tagsOf(const std::string& device) {
 
 std::string typeName(long magic) {
   switch (magic) {
-    case 0xEF53:
+    case EXT4_SUPER_MAGIC:
       return "ext4";
-    case 0x58465342:
+    case XFS_SUPER_MAGIC:
       return "xfs";
-    case 0x9123683E:
+    case BTRFS_SUPER_MAGIC:
       return "btrfs";
-    case 0x01021994:
+    case TMPFS_MAGIC:
       return "tmpfs";
-    case 0x794c7630:
+    case OVERLAYFS_SUPER_MAGIC:
       return "overlay";
-    case 0x6969:
+    case NFS_SUPER_MAGIC:
       return "nfs";
     default:
       return {};
@@ -161,20 +141,19 @@ void measure(Volume& volume, const struct statfs& fileSystem) {
 
 // A container or chroot: "/" is not the root folder of the volume that holds it. A btrfs is one
 // volume, whichever of its subvolumes is mounted.
-bool isFolderOfBiggerVolume(libmnt_fs* row, const struct statx& top, const std::string& mountPoint,
-                            const std::string& type) {
+bool isFolderOfBiggerVolume(const Mount* row, const struct statx& top,
+                            const std::string& mountPoint, const std::string& type) {
   if (mountPoint != "/") return false;
   if (row == nullptr) {
     // Without /proc a folder that was bind-mounted still shows by its number on ext4.
     return (top.stx_attributes & STATX_ATTR_MOUNT_ROOT) == 0 ||
            (type == "ext4" && top.stx_ino != kExt4RootInode);
   }
-  return type != "btrfs" && orEmpty(mnt_fs_get_root(row)) != "/";
+  return type != "btrfs" && row->root != "/";
 }
 
-void identify(Volume& volume, libmnt_fs* row, const struct statfs& fileSystem) {
-  const host::Descriptor folder(
-      ::open(volume.mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+void identify(Volume& volume, const Mount* row, const struct statfs& fileSystem) {
+  const Descriptor folder(::open(volume.mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const auto top = statusOf(volume.mountPoint);
   if (isBlockDevice(volume.device)) {
     DeviceTags tags = tagsOf(volume.device);
@@ -192,15 +171,39 @@ void identify(Volume& volume, libmnt_fs* row, const struct statfs& fileSystem) {
 
 constexpr std::array<std::string_view, 3> kStorageWithoutDevice = {"tmpfs", "overlay", "zfs"};
 
-bool holdsFiles(libmnt_fs* row, const std::string& device) {
-  const std::string target = orEmpty(mnt_fs_get_target(row));
-  if (target.starts_with("/sys/") || target.starts_with("/proc/")) return false;
-  if (mnt_fs_is_swaparea(row) || mnt_fs_is_pseudofs(row)) {
-    const std::string type = orEmpty(mnt_fs_get_fstype(row));
-    return std::find(kStorageWithoutDevice.begin(), kStorageWithoutDevice.end(), type) !=
-           kStorageWithoutDevice.end();
+bool holdsFiles(const Mount& mount) {
+  if (mount.mountPoint.starts_with("/sys/") || mount.mountPoint.starts_with("/proc/")) return false;
+  if (mount.isPseudo) {
+    return std::ranges::find(kStorageWithoutDevice, mount.type) != kStorageWithoutDevice.end();
   }
-  return mnt_fs_is_netfs(row) || device.starts_with('/') || device.find(':') != std::string::npos;
+  return mount.isNetwork || mount.device.starts_with('/') ||
+         mount.device.find(':') != std::string::npos;
+}
+
+Result<Volume> volumeOf(const std::string& path, const Mounts& mounts) {
+  const Result<struct statx> status = statusOf(path);
+  if (!status) return status.error();
+  struct statfs fileSystem {};
+  if (::statfs(path.c_str(), &fileSystem) != 0) return Error{errno, path};
+
+  Volume volume;
+  volume.number = deviceOf(*status);
+  const Mount* row = mountOf(mounts, *status);
+  if (row != nullptr) {
+    volume.mountPoint = row->mountPoint;
+    volume.device = row->device;
+    volume.type = row->type;
+    volume.root = row->root;
+  } else {
+    volume.mountPoint = highestFolder(path, *status);
+    volume.type = typeName(fileSystem.f_type);
+    const std::unique_ptr<char, decltype(&std::free)> device(
+        blkid_devno_to_devname(deviceOf(*status)), &std::free);
+    if (device) volume.device = device.get();
+  }
+  measure(volume, fileSystem);
+  identify(volume, row, fileSystem);
+  return volume;
 }
 
 }  // namespace
@@ -222,53 +225,22 @@ std::string folderIdentifier(std::uint64_t fileSystemType, std::uint64_t fileSys
 }
 
 Result<Volume> volumeOf(const std::string& path) {
-  const Result<struct statx> status = statusOf(path);
-  if (!status) return status.error();
-  struct statfs fileSystem {};
-  if (::statfs(path.c_str(), &fileSystem) != 0) return Error{errno, path};
-
-  Volume volume;
-  volume.number = makedev(status->stx_dev_major, status->stx_dev_minor);
-  const MountTable table = mountTable();
-  libmnt_fs* row = mountOf(table.get(), *status);
-  if (row != nullptr) {
-    volume.mountPoint = orEmpty(mnt_fs_get_target(row));
-    volume.device = orEmpty(mnt_fs_get_source(row));
-    volume.type = orEmpty(mnt_fs_get_fstype(row));
-    volume.root = orEmpty(mnt_fs_get_root(row));
-  } else {
-    volume.mountPoint = highestFolder(path, *status);
-    volume.type = typeName(fileSystem.f_type);
-    const std::unique_ptr<char, decltype(&std::free)> device(
-        blkid_devno_to_devname(makedev(status->stx_dev_major, status->stx_dev_minor)), &std::free);
-    volume.device = orEmpty(device.get());
-  }
-  measure(volume, fileSystem);
-  identify(volume, row, fileSystem);
-  return volume;
+  return volumeOf(path, mounts().value_or(Mounts()));
 }
-
-bool areMountsKnown() { return ::access(kMountInfo, R_OK) == 0; }
 
 std::vector<Volume> mountedVolumes() {
   std::vector<Volume> volumes;
   std::set<std::string> seen;
-  const MountTable table = mountTable();
-  const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> rows(mnt_new_iter(MNT_ITER_FORWARD),
-                                                                    &mnt_free_iter);
-  libmnt_fs* row = nullptr;
-  while (table && mnt_table_next_fs(table.get(), rows.get(), &row) == 0) {
-    const std::string mountPoint = orEmpty(mnt_fs_get_target(row));
-    if (!holdsFiles(row, orEmpty(mnt_fs_get_source(row))) || !seen.insert(mountPoint).second) {
-      continue;
-    }
+  const Mounts table = mounts().value_or(Mounts());
+  for (const Mount& mount : table) {
+    if (!holdsFiles(mount) || !seen.insert(mount.mountPoint).second) continue;
     // By path, not by row: what is mounted on top is what the path leads to.
-    if (auto volume = volumeOf(mountPoint)) volumes.push_back(std::move(*volume));
+    if (auto volume = volumeOf(mount.mountPoint, table)) volumes.push_back(std::move(*volume));
   }
   if (!seen.contains("/")) {
-    if (auto volume = volumeOf("/")) volumes.insert(volumes.begin(), std::move(*volume));
+    if (auto volume = volumeOf("/", table)) volumes.insert(volumes.begin(), std::move(*volume));
   }
   return volumes;
 }
 
-}  // namespace halyard::hostkit
+}  // namespace halyard::host
