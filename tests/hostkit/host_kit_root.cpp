@@ -5,33 +5,12 @@
 
 #include <fcntl.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <set>
 
 #include "support/build_paths.h"
 
 namespace halyard::test {
 namespace fs = std::filesystem;
-namespace {
-
-// The libraries that the loader would take, by absolute path.
-std::set<std::string> librariesOf(const std::string& program) {
-  std::set<std::string> libraries;
-  FILE* pipe = ::popen(("ldd " + program).c_str(), "r");
-  std::array<char, 4096> line{};
-  while (pipe != nullptr && std::fgets(line.data(), line.size(), pipe) != nullptr) {
-    const std::string text = line.data();
-    const std::size_t start = text.find('/');
-    if (start != std::string::npos)
-      libraries.insert(text.substr(start, text.find(' ', start) - start));
-  }
-  if (pipe != nullptr) ::pclose(pipe);
-  return libraries;
-}
-
-}  // namespace
 
 host::Descriptor holdBackupLock(const PrivateRoot& root) {
   const std::string lock = "/run/halyard/backup.lock";
@@ -57,14 +36,6 @@ void HostKitTest::install(const std::string& program, const PrivateRoot& root) {
   const std::string target = root.path("/usr/sbin/" + program);
   fs::remove(target);
   fs::create_hard_link(built, target);
-  static std::map<std::string, std::set<std::string>> known;
-  if (!known.contains(program)) known[program] = librariesOf(built);
-  for (const std::string& library : known[program]) {
-    const std::string place = root.path(library);
-    if (fs::exists(place)) continue;
-    fs::create_directories(fs::path(place).parent_path());
-    fs::copy_file(library, place);
-  }
 }
 
 CommandResult HostKitTest::helmsman(const std::vector<std::string>& words,

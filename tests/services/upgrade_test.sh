@@ -21,17 +21,10 @@ folder=/usr/share/halyard/services
 newRoot() {
   rm -rf -- "$root"
   "$source_dir/tools/private-root" create "$root" --program "${HALYARD_PROGRAM:-/bin/true}" \
-    --template "$scratch/template" || exit 1
-  local program library
+    --libraries-of "$(type -P dpkg-query)" --libraries-of "$(type -P dpkg)" --template "$scratch/template" || exit 1
   mkdir -p "$root/usr/share/dpkg/sh"
   cp -- /usr/share/dpkg/sh/dpkg-error.sh "$root/usr/share/dpkg/sh"
-  cp -- "$(type -P dpkg-maintscript-helper)" "$root/usr/bin"
-  for program in dpkg-query dpkg; do
-    cp -- "$(type -P "$program")" "$root/usr/bin/$program"
-    while IFS= read -r library; do
-      [[ -e $root$library ]] || { mkdir -p "$root${library%/*}" && cp -L -- "$library" "$root$library"; }
-    done < <(ldd "$root/usr/bin/$program" | sed -nE 's|^.*=> (/[^ ]+) .*$|\1|p; s|^[[:space:]]+(/[^ ]+) \(0x.*$|\1|p')
-  done
+  cp -- "$(type -P dpkg-maintscript-helper)" "$(type -P dpkg-query)" "$(type -P dpkg)" "$root/usr/bin"
   mkdir -p "$root"/var/lib/dpkg/{info,updates,triggers} "$root/etc/halyard"
   : >"$root/var/lib/dpkg/status"
 }

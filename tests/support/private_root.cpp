@@ -23,6 +23,7 @@
 #include "support/build_paths.h"
 #include "support/coverage.h"
 #include "support/root_process.h"
+#include "support/root_template.h"
 
 namespace halyard::test {
 namespace fs = std::filesystem;
@@ -36,52 +37,11 @@ constexpr const char* kCallsFile = "/plugin-calls";
   std::abort();
 }
 
-std::string layOutTool() { return sourceFolder() + "/tools/private-root"; }
-
-// Programs of this test build, hard-linked into every root; named after the state of the program
-// and of the tool, so that a new build makes a new one.
-std::string templateFolder() {
-  struct stat status {};
-  if (stat(builtProgram().c_str(), &status) != 0) stop("no program at " + builtProgram());
-  struct stat tool {};
-  if (stat(layOutTool().c_str(), &tool) != 0) stop("no program at " + layOutTool());
-  std::ostringstream name;
-  name << buildFolder() << "/private-roots/template-" << status.st_ino << '-'
-       << status.st_mtim.tv_sec << '-' << status.st_mtim.tv_nsec << '-' << tool.st_mtim.tv_sec;
-  return name.str();
-}
-
-// Every rebuild of the program leaves a template behind; the first test after it clears them away.
-void removeStaleTemplates(const fs::path& current) {
-  const std::string name = current.filename().string();
-  if (fs::exists(current)) return;
-  for (const auto& entry : fs::directory_iterator(current.parent_path())) {
-    const std::string other = entry.path().filename().string();
-    std::error_code ignored;  // Another test program may be removing the same one.
-    if (other.starts_with("template-") && !other.starts_with(name)) fs::remove_all(entry, ignored);
-  }
-}
-
 int waitFor(pid_t child) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-}
-
-// The layout itself lives in one place, the tool.
-void layOut(const std::string& folder) {
-  const std::string shared = templateFolder();
-  removeStaleTemplates(shared);
-  const std::string tool = layOutTool();
-  const pid_t child = fork();
-  if (child < 0) stop("fork");
-  if (child == 0) {
-    execl(tool.c_str(), tool.c_str(), "create", folder.c_str(), "--program", builtProgram().c_str(),
-          "--template", shared.c_str(), nullptr);
-    _exit(127);
-  }
-  if (waitFor(child) != 0) stop(tool + " failed for " + folder);
 }
 
 std::string escaped(std::string_view text) {
@@ -181,7 +141,7 @@ PrivateRoot::PrivateRoot() {
   fs::create_directories(roots);
   folder_ = roots + "/root-XXXXXX";
   if (mkdtemp(folder_.data()) == nullptr) stop("no folder " + folder_);
-  layOut(folder_);
+  makeRoot(folder_);
   shareCounters(folder_);
 }
 
