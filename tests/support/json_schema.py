@@ -2,9 +2,10 @@
 # SPDX-FileCopyrightText: 2026 The Halyard authors
 # SPDX-License-Identifier: MIT
 
-"""Holds JSON objects against a schema: json_schema.py SCHEMA [--lines] < OUTPUT
+"""Holds JSON objects against schemas: json_schema.py FOLDER OUTPUT
 
-Without --lines the output is one object, with it one object a line. Says what is wrong and ends with 1 when the schema
+Reads the names of schemas in FOLDER, one a line, and holds what the file OUTPUT then has against each: one object, or
+after the name and "--lines" one object a line. Says what is wrong, then "fits" or "does not fit": that when the schema
 is none, an object does not fit it, or there is no object.
 """
 
@@ -12,6 +13,7 @@ import json
 import sys
 
 from jsonschema import Draft202012Validator
+from jsonschema.exceptions import SchemaError
 
 
 def open_objects(schema, place="schema"):
@@ -26,22 +28,32 @@ def open_objects(schema, place="schema"):
             yield from open_objects(part, f"{place}/{key}")
 
 
-def main():
-    with open(sys.argv[1], encoding="utf-8") as file:
+def complaints_about(schema_file, output_file, is_lines):
+    with open(schema_file, encoding="utf-8") as file:
         schema = json.load(file)
     Draft202012Validator.check_schema(schema)
-    complaints = [f"{place} takes members that it does not name" for place in open_objects(schema)]
-    text = sys.stdin.read()
-    pieces = text.splitlines() if "--lines" in sys.argv[2:] else [text]
+    yield from (f"{place} takes members that it does not name" for place in open_objects(schema))
+    with open(output_file, encoding="utf-8") as file:
+        text = file.read()
+    pieces = text.splitlines() if is_lines else [text]
     if not pieces:
-        complaints.append("there is no output")
+        yield "there is no output"
     for piece in pieces:
         for error in Draft202012Validator(schema).iter_errors(json.loads(piece)):
-            complaints.append(f"{error.json_path}: {error.message}")
-            complaints += [f"  {part.json_path}: {part.message}" for part in error.context]
-    print("\n".join(complaints), end="")
-    return 1 if complaints else 0
+            yield f"{error.json_path}: {error.message}"
+            yield from (f"  {part.json_path}: {part.message}" for part in error.context)
+
+
+def main():
+    folder, output = sys.argv[1:]
+    for line in sys.stdin:
+        name, *flags = line.split()
+        try:
+            complaints = list(complaints_about(f"{folder}/{name}.schema.json", output, "--lines" in flags))
+        except (OSError, ValueError, SchemaError) as error:
+            complaints = [f"{name}: {error}"]
+        print(*complaints, "does not fit" if complaints else "fits", sep="\n", flush=True)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()
