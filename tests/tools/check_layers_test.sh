@@ -11,28 +11,19 @@ source_dir=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd)
 tree=$(mktemp -d)
 trap 'rm -rf -- "$tree"' EXIT
 
-# offence FILE INCLUDE: the message for a tree in which only this line stands; empty when it is allowed.
-offence() {
-  rm -rf -- "$tree/src" "$tree/hostkit"
-  mkdir -p "$tree/src" "$tree/hostkit" "$tree/$(dirname -- "$1")"
-  printf '#include %s\n' "$2" >"$tree/$1"
-  local output status
-  output=$("$source_dir/tools/check_layers" "$tree")
-  status=$?
-  if [[ $status -ne 0 ]]; then
-    printf '%s\n' "$output" | head -n 1
-  elif [[ $output != *" 0 offences" ]]; then
-    printf 'status 0 with offences: %s\n' "$output"
-  fi
+# put KIND FILE INCLUDE: the line, at the end of the file in the tree of that kind; its place is then in $at.
+put() {
+  mkdir -p "$tree/$1/hostkit" "$tree/$1/$(dirname -- "$2")"
+  printf '#include %s\n' "$3" >>"$tree/$1/$2"
+  at=$2:$(wc -l <"$tree/$1/$2")
 }
 
-refused() {
-  checkContains "$1 must not include $2" "$3" "$(offence "$1" "$2")"
+declare -A why=()
+refused() { # FILE INCLUDE REASON
+  put refused "$1" "$2"
+  why[$at]=$3
 }
-
-allowed() {
-  checkEqual "$1 may include $2" "" "$(offence "$1" "$2")"
-}
+allowed() { put allowed "$1" "$2"; }
 
 refused src/base/text.cpp '"host/files/files.h"' 'no arrow from src/base'
 refused src/base/text.cpp '<unistd.h>' 'only host/'
@@ -91,4 +82,13 @@ allowed hostkit/snapwheel/main.cpp '<CLI/CLI.hpp>'
 allowed hostkit/helmsman/restore/undo.cpp '"helmsman/settings/services.h"'
 allowed hostkit/helmsman/command_line.cpp '"helmsman/report/status.h"'
 
+output=$("$source_dir/tools/check_layers" "$tree/refused")
+checkEqual "the status with offences" 1 $?
+for at in "${!why[@]}"; do
+  checkContains "$at: $(sed -n "${at##*:}p" "$tree/refused/${at%:*}")" "${why[$at]}" "$(grep -F "$at: " <<<"$output")"
+done
+checkContains "nothing else is an offence" " ${#why[@]} offences" "$(tail -n 1 <<<"$output")"
+output=$("$source_dir/tools/check_layers" "$tree/allowed")
+checkEqual "the status without one" 0 $?
+checkContains "all is allowed there" ' 0 offences' "$output"
 finishTests
