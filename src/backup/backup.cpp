@@ -67,7 +67,9 @@ void backUpServices(BackupPass& pass) {
              if (!host::exists(path)) return;
              const ServiceDescriptor descriptor = ServiceDescriptor::read(path);
              showDescriptor(descriptor);
-             if (isEnabledForBackup(descriptor.serviceName())) backUpService(descriptor, pass);
+             if (isEnabledForBackup(descriptor.serviceName(), pass.preferences)) {
+               backUpService(descriptor, pass);
+             }
            }});
 }
 
@@ -106,10 +108,10 @@ bool isBackupSource(const CommandLine& line) {
 void fillMetadataFolder(ProgressLog& progress) {
   validate_FullPath("");
   validate_LogPaths();
-  get_Helmsman_Prefs();
+  const PreferenceRecord& preferences = get_Helmsman_Prefs();
   get_Boot_Volume_Size();  // Kept: the measurement is not used.
   resetMetadataFolder();
-  BackupPass pass{.progress = ProgressLog::open()};
+  BackupPass pass{.preferences = preferences, .progress = ProgressLog::open()};
   backUpServices(pass);
   writeSourceDiskInfo(pass.progress);
   writeSignature(pass.progress);

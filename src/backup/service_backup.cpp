@@ -8,7 +8,6 @@
 
 #include "config/plugin_call.h"
 #include "frontend/run/log.h"
-#include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "host/tree/tree_copy.h"
@@ -107,10 +106,10 @@ void copyFiles(const ServiceDescriptor& descriptor, const std::string& folder) {
 }
 
 /// Kept: these lines say "Skipping" of the services that are being processed.
-void logFlags() {
+void logFlags(const PreferenceRecord& preferences) {
   for (std::size_t i = 0; i < kKnownServices.size(); ++i) {
     debugPlatformLog("Skipping: %s : %ld", std::string(kKnownServices.at(i)).c_str(),
-                     long{runState().preferences.serviceFlag(i)});
+                     long{preferences.serviceFlag(i)});
   }
 }
 
@@ -129,15 +128,15 @@ void mirrorAncestorDirectories(const std::string& source, const std::string& cop
   }
 }
 
-bool isEnabledForBackup(const MaybeString& service) {
+bool isEnabledForBackup(const MaybeString& service, const PreferenceRecord& preferences) {
   if (!service) return true;
   const auto index = knownServiceIndex(*service);
-  return isBackedUp(*service, index ? runState().preferences.serviceFlag(*index) : 0);
+  return isBackedUp(*service, index ? preferences.serviceFlag(*index) : 0);
 }
 
 void backUpService(const ServiceDescriptor& descriptor, BackupPass& pass) {
   const MaybeString service = descriptor.serviceName();
-  logFlags();
+  logFlags(pass.preferences);
   const std::string folder = joinPath(paths::kMetadataFolder, service);
   if (!host::exists(folder)) (void)host::createDirectory(folder);  // The copies will tell.
   debugLine("pStr", folder);

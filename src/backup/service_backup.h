@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "frontend/run/preference_record.h"
 #include "frontend/run/progress_log.h"
 #include "product/service_descriptor.h"
 
@@ -14,6 +15,7 @@ namespace halyard {
 
 /// What the services of one run share.
 struct BackupPass {
+  const PreferenceRecord& preferences;
   ProgressLog progress;
   /// Of the latest backup executable or post-backup command. Kept: never reset between services,
   /// so that a failure left over from one is reported by the pre-backup commands of the next.
@@ -22,7 +24,7 @@ struct BackupPass {
 
 /// Whether the service takes part: a known one with the flag 0, or without a flag, does not; a
 /// service that the program does not know by name always does.
-bool isEnabledForBackup(const MaybeString& service);
+bool isEnabledForBackup(const MaybeString& service, const PreferenceRecord& preferences);
 
 /// Runs the service's commands and copies its files into its folder in "/.Halyards".
 void backUpService(const ServiceDescriptor& descriptor, BackupPass& pass);

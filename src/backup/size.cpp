@@ -27,13 +27,13 @@ constexpr std::string_view kTotalPrefix = texts::kSizeTotal;
 constexpr std::int64_t kBytesPerKib = 1024;
 
 /// Kept: names fold case and the flag must be exactly 1; the backup run itself is less strict.
-bool isMeasured(const MaybeString& service) {
+bool isMeasured(const MaybeString& service, const PreferenceRecord& preferences) {
   if (!service) return false;
   const auto* const known = std::ranges::find_if(
       kKnownServices, [&](std::string_view name) { return equalsIgnoringCase(name, *service); });
   if (known == kKnownServices.end()) return false;
   const auto index = static_cast<std::size_t>(known - kKnownServices.begin());
-  return runState().preferences.serviceFlag(index) == 1;
+  return preferences.serviceFlag(index) == 1;
 }
 
 SizeAnswer askForSize(const std::string& executable) {
@@ -48,13 +48,15 @@ SizeAnswer askForSize(const std::string& executable) {
 /// One pass over the descriptors.
 class SizeEstimate {
  public:
+  explicit SizeEstimate(const PreferenceRecord& preferences) : preferences_(preferences) {}
+
   void takeDescriptor(const std::string& path) {
     if (host::exists(path)) {
       descriptor_ = ServiceDescriptor::read(path);
       service_ = descriptor_.serviceName();
       debugLine("ServiceName", service_);
     }  // Kept: otherwise the previous entry stays in force.
-    if (!isMeasured(service_)) {
+    if (!isMeasured(service_, preferences_)) {
       debugText("Skipping size calculation for ServiceName := %s because it is disabled.\n",
                 orNull(service_));
       return;
@@ -79,6 +81,7 @@ class SizeEstimate {
     total_ += answer_.sum();
   }
 
+  const PreferenceRecord& preferences_;
   ProgressLog progress_ = ProgressLog::open();
   ServiceDescriptor descriptor_;
   MaybeString service_ = "";
@@ -147,7 +150,7 @@ std::int64_t SizeRequired(bool print) {
   const FunctionLog scope(__func__);
   validate_LogPaths();
   verboseLine("HALYARD_CONF", paths::kConfigurationFolder);
-  SizeEstimate estimate;
+  SizeEstimate estimate(runState().preferences);
   const auto showName = [](const std::string& name) { debugText("%s\n", name.c_str()); };
   scanServiceDescriptors(
       {.shortName = showName, .longName = showName, .taken = [&](const std::string& path) {
