@@ -19,10 +19,10 @@
 #include "product/paths.h"
 #include "snapwheel/backup_state.h"
 #include "snapwheel/failure.h"
-#include "snapwheel/host_lock.h"
 #include "snapwheel/manifest.h"
 #include "snapwheel/remove_snapshots.h"
 #include "snapwheel/settings.h"
+#include "snapwheel/snapshot_lock.h"
 #include "snapwheel/take_snapshot.h"
 
 namespace halyard::snapwheel {
@@ -69,7 +69,7 @@ std::string countText(std::uint64_t count, const char* noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-/// Removes what the rules do not keep, or shows it. Needs HostLock unless it only shows.
+/// Removes what the rules do not keep, or shows it. Needs SnapshotLock unless it only shows.
 int prune(const Repository& repository, const RetentionRules& rules, bool dryRun, bool json) {
   const std::vector<PlannedRemoval> plan = planPrune(repository, rules);
   nlohmann::json removed = nlohmann::json::array();
@@ -167,7 +167,7 @@ int runSnapshot(const CommandOptions& options) {
     hostkit::printWarning("nothing was pruned: earlier snapshots may hold what this one lacks");
     return hostkit::kPartial;
   }
-  const HostLock lock(repository);
+  const SnapshotLock lock(repository);
   return prune(repository, rulesFor(options), false, false);
 }
 
@@ -206,7 +206,7 @@ int runDelete(const CommandOptions& options) {
         std::find(unfinished.begin(), unfinished.end(), word) != unfinished.end();
     names.push_back(isUnfinished ? word : repository.find(word));
   }
-  const HostLock lock(repository);
+  const SnapshotLock lock(repository);
   for (const std::string& name : names) {
     removeSnapshots(repository, {name});
     hostkit::printLine("removed " + repository.path(name));
@@ -216,7 +216,7 @@ int runDelete(const CommandOptions& options) {
 
 int runLatest(const CommandOptions& options) {
   const Repository repository = openToChange(options);
-  const HostLock lock(repository);
+  const SnapshotLock lock(repository);
   const std::string newest = settleLatest(repository);
   if (newest.empty()) {
     hostkit::printNote("there is no snapshot in " + repository.hostFolder());
@@ -236,7 +236,7 @@ int runPrune(const CommandOptions& options) {
     throw Failure("there is no snapshot in " + repository.hostFolder());
   }
   if (options.dryRun) return prune(repository, rules, true, options.json);
-  const HostLock lock(repository);
+  const SnapshotLock lock(repository);
   return prune(repository, rules, false, options.json);
 }
 

@@ -16,15 +16,15 @@ namespace halyard::snapwheel {
 inline constexpr char kNewestIsNotGood[] = "newest is not good";
 
 /// Makes "Latest" lead to the newest complete snapshot other than `without`, or removes it when
-/// there is none. Nothing is written when it does so already. Needs HostLock. Throws Failure.
+/// there is none. Nothing is written when it does so already. Needs SnapshotLock. Throws Failure.
 ///
 /// Returns: the name of that snapshot; empty when there is none.
 std::string settleLatest(const Repository& repository, const std::string& without = "");
 
 /// Removes complete snapshots by name, and moves "Latest" to the newest that stays. Each is first
 /// renamed to one in progress, so that a half-removed one never passes for a good one. Names of
-/// snapshots in progress are taken too. Needs HostLock. Throws Failure at the first one that cannot
-/// be removed.
+/// snapshots in progress are taken too. Needs SnapshotLock. Throws Failure at the first one that
+/// cannot be removed.
 void removeSnapshots(const Repository& repository, const std::vector<std::string>& names);
 
 /// One line of a prune plan.

@@ -11,7 +11,7 @@
 #include "host/volumes/alias.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
-#include "product/snapshot_engine.h"
+#include "product/stored_snapshots.h"
 #include "snapwheel/failure.h"
 
 namespace halyard::snapwheel {

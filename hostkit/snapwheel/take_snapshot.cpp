@@ -149,7 +149,7 @@ Manifest beginManifest(const Repository& repository, const SnapshotRequest& requ
 
 SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest request) {
   repository.create();
-  const HostLock lock(repository, request.machineLock);
+  const SnapshotLock lock(repository, request.machineLock);
   settleSource(repository, request);
 
   const std::vector<std::string> earlier = repository.list().snapshots;

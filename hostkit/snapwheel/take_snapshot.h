@@ -7,9 +7,9 @@
 #include <string>
 
 #include "common/exclusions.h"
-#include "snapwheel/host_lock.h"
 #include "snapwheel/manifest.h"
 #include "snapwheel/repository.h"
+#include "snapwheel/snapshot_lock.h"
 
 namespace halyard::snapwheel {
 
@@ -19,7 +19,7 @@ struct SnapshotRequest {
   std::string source = "/";       ///< The root of the volume.
   std::string volume = "System";  ///< The name of its folder in the snapshot.
   Exclusions exclusions;
-  std::string machineLock = HostLock::defaultMachineLock();
+  std::string machineLock = SnapshotLock::defaultMachineLock();
 };
 
 struct SnapshotOutcome {

@@ -19,7 +19,7 @@ std::string bootIdentifier();
 /// The basis is one of: nothing; the previous snapshot, whose unchanged files are linked; on btrfs
 /// a writable snapshot of the previous one, which is then brought up to date; or what an
 /// interrupted run of the same start of the host left behind (after a power cut its files may be
-/// hollow, so an older one is removed). Needs HostLock.
+/// hollow, so an older one is removed). Needs SnapshotLock.
 class WorkFolder {
  public:
   WorkFolder(const Repository& repository, std::string name, std::string volume,

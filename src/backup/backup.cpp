@@ -14,7 +14,7 @@
 #include "config/preferences.h"
 #include "config/validation.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "frontend/run/progress_log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"

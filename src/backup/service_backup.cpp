@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "config/plugin_call.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "host/tree/tree_copy.h"

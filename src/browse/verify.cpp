@@ -10,7 +10,7 @@
 #include "config/plugin_call.h"
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "product/descriptor_keys.h"
 #include "product/run_texts.h"
 #include "product/service_descriptor.h"

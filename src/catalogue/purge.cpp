@@ -7,12 +7,12 @@
 
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "frontend/run/progress_log.h"
 #include "host/files/files.h"
 #include "product/paths.h"
-#include "product/snapshot_engine.h"
 #include "product/snapshot_name.h"
+#include "product/stored_snapshots.h"
 
 namespace halyard {
 

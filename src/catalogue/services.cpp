@@ -7,7 +7,7 @@
 
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 
 namespace halyard {
 

@@ -5,12 +5,12 @@
 
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "product/computer_name.h"
 #include "product/paths.h"
-#include "product/snapshot_engine.h"
+#include "product/stored_snapshots.h"
 
 namespace halyard {
 

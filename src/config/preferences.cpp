@@ -9,7 +9,7 @@
 
 #include "base/property_list.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"

@@ -8,7 +8,7 @@
 #include "base/property_list.h"
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "host/files/property_file.h"
 #include "host/log/system_log.h"
 #include "host/process/task.h"

@@ -18,7 +18,7 @@
 #include "catalogue/snapshot_list.h"
 #include "config/preferences.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "frontend/run/pid_file.h"
 #include "frontend/run/progress_log.h"
 #include "frontend/run/run_state.h"

@@ -14,7 +14,7 @@
 #include "frontend/options.h"
 #include "frontend/run/command_line.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "frontend/run/run_state.h"
 #include "frontend/usage.h"
 #include "host/files/files.h"

@@ -5,7 +5,7 @@
 
 #include "base/property_list.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "host/files/property_file.h"
 #include "product/paths.h"
 

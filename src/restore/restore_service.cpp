@@ -10,15 +10,15 @@
 #include "config/preferences.h"
 #include "config/validation.h"
 #include "frontend/run/function_log.h"
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "frontend/run/progress_log.h"
 #include "frontend/run/run_state.h"
 #include "host/files/files.h"
 #include "product/descriptor_keys.h"
-#include "product/metadata_folder.h"
 #include "product/paths.h"
 #include "product/run_texts.h"
 #include "product/service_descriptor.h"
+#include "product/snapshot_metadata.h"
 #include "restore/service_files.h"
 
 namespace halyard {

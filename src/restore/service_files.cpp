@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/tree/move_item.h"

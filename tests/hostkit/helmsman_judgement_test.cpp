@@ -7,7 +7,7 @@
 
 #include "backup_test.h"
 #include "helmsman/restore/restore_plan.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 namespace {

@@ -82,7 +82,7 @@ TEST_P(SnapshotTrouble, RemovesWhatWasInterruptedBeforeTheHostStartedAnew) {
 
 TEST_P(SnapshotTrouble, ASecondOneAtTheSameTimeIsRefused) {
   repository_->create();
-  const HostLock lock(*repository_, scratch_ / "lock");
+  const SnapshotLock lock(*repository_, scratch_ / "lock");
   try {
     take();
     FAIL() << "two at a time";

@@ -8,16 +8,18 @@
 #include <string>
 #include <vector>
 
+#include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
-#include "helmsman/lint/configuration_lint.h"
+#include "common/paths.h"
 #include "helmsman/lint/descriptor_lint.h"
 #include "helmsman/lint/finding.h"
 #include "helmsman/lint/host_lint.h"
 #include "helmsman/lint/preference_lint.h"
+#include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "product/descriptor_keys.h"
@@ -47,6 +49,26 @@ void askForSize(const InstalledDescriptor& descriptor, Findings& findings) {
   if (!program || !host::isExecutableFile(*program)) return;
   const host::TaskResult result = host::RunTask(*program, {"-cmd", "size", "-opt", "all"});
   lintSizeAnswer(descriptor, result.output, findings);
+}
+
+// Has snapwheel itself read its configuration: it refuses what it does not know.
+void lintEngineConfiguration(Findings& findings) {
+  if (!host::exists(kEngineConfigFile) || !host::isExecutableFile(paths::kSnapshotTool)) return;
+  const host::TaskResult result =
+      host::RunTask(std::string(paths::kSnapshotTool), {"list", "--help"});
+  if (result.status == kSuccess) return;
+  const std::string_view reason = trimLineFeeds(result.error);
+  FindingList list(kEngineConfigFile, findings);
+  list.error("", "snapwheel does not take it: " + std::string(reason.substr(0, reason.find('\n'))),
+             "mend it; until then no snapshot is taken or removed");
+}
+
+// Reads helmsman's own configuration and the files of its folder "services", as a backup does.
+void lintHelmsmanConfiguration(Findings& findings) {
+  std::string problem;
+  if (helmsmanConfiguration(problem)) return;
+  FindingList list(kNativePreferenceFolder, findings);
+  list.error("", problem, "mend it; until then nothing is backed up");
 }
 
 void noteWhatIsNotHere(const std::vector<InstalledDescriptor>& descriptors) {

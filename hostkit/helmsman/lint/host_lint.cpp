@@ -16,7 +16,7 @@
 #include "helmsman/settings/local_volumes.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/setup.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "product/computer_name.h"
 #include "product/paths.h"
 

@@ -24,7 +24,7 @@
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/servers.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "host/files/files.h"
 #include "host/volumes/volume.h"
 #include "product/paths.h"

@@ -11,7 +11,7 @@
 #include "helmsman/restore/restore_plan.h"
 #include "helmsman/restore/restore_trace.h"
 #include "helmsman/settings/services.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

@@ -25,7 +25,7 @@
 #include "helmsman/settings/descriptor_conflicts.h"
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/services.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "host/files/files.h"
 #include "product/descriptor_keys.h"
 

@@ -10,7 +10,7 @@
 
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "helmsman/restore/restore.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

@@ -14,7 +14,7 @@
 #include "helmsman/run/run_record.h"
 #include "helmsman/settings/schedule.h"
 #include "helmsman/settings/timer.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

@@ -8,7 +8,7 @@
 #include "common/times.h"
 #include "common/version.h"
 #include "helmsman/run/run_record.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "product/snapshot_name.h"
 
 namespace halyard::hostkit {

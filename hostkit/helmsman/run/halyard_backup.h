@@ -11,7 +11,7 @@
 #include "helmsman/run/expected_services.h"
 #include "helmsman/run/run_guard.h"
 #include "helmsman/run/run_judge.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "helmsman/run/run_record.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

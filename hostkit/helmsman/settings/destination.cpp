@@ -29,7 +29,7 @@
 #include "host/volumes/volume.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
-#include "product/snapshot_engine.h"
+#include "product/stored_snapshots.h"
 
 namespace halyard::hostkit {
 

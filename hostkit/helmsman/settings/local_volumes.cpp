@@ -25,7 +25,7 @@
 #include "host/files/files.h"
 #include "host/volumes/mount_table.h"
 #include "product/paths.h"
-#include "product/snapshot_engine.h"
+#include "product/stored_snapshots.h"
 
 namespace halyard::hostkit {
 

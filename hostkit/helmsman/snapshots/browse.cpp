@@ -13,7 +13,7 @@
 #include "common/visible_text.h"
 #include "helmsman/program/halyard_run.h"
 #include "helmsman/settings/services.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "product/run_texts.h"
 
 namespace halyard::hostkit {

@@ -14,7 +14,7 @@
 #include "common/paths.h"
 #include "common/question.h"
 #include "common/safe_folder.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "host/files/files.h"
 #include "product/computer_name.h"
 #include "product/paths.h"

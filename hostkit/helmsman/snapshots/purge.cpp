@@ -9,7 +9,7 @@
 #include "common/messages.h"
 #include "common/question.h"
 #include "helmsman/program/halyard_run.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 #include "host/files/files.h"
 #include "host/process/task.h"
 #include "product/paths.h"

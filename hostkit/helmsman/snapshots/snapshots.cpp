@@ -10,7 +10,7 @@
 #include "common/messages.h"
 #include "common/table.h"
 #include "common/times.h"
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
 

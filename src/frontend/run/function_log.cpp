@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 #include "frontend/run/run_state.h"
 
 namespace halyard {

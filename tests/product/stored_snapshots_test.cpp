@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "product/snapshot_engine.h"
+#include "product/stored_snapshots.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -34,9 +34,9 @@ std::string preferences(const std::string& value) {
 }
 
 /// A repository with one snapshot of one host.
-class SnapshotEngine : public testing::Test {
+class StoredSnapshots : public testing::Test {
  protected:
-  SnapshotEngine() {
+  StoredSnapshots() {
     (void)scratch_.write("volume/Archives.snapdb/host/2026-03-01-120000/System/etc/hosts", "x");
   }
 
@@ -48,7 +48,7 @@ class SnapshotEngine : public testing::Test {
   BackupSession session_{volume_};
 };
 
-using DefaultBackupSession = SnapshotEngine;
+using DefaultBackupSession = StoredSnapshots;
 
 TEST_F(DefaultBackupSession, TakesTheAliasAsTextOrData) {
   const std::string text = scratch_.write(
@@ -73,7 +73,7 @@ TEST_F(DefaultBackupSession, IsAbsentWithoutAnAliasThatResolves) {
       "gone.plist", preferences("<key>BackupAlias</key><string>/no/such/volume</string>"))));
 }
 
-using IsSnapshot = SnapshotEngine;
+using IsSnapshot = StoredSnapshots;
 
 TEST_F(IsSnapshot, AFolderTwoLevelsBelowTheRepositoryIsOne) {
   EXPECT_TRUE(isSnapshot(session_, snapshot()));
@@ -120,7 +120,7 @@ TEST_F(IsSnapshot, AnotherVolumesSnapshotIsNone) {
   EXPECT_FALSE(isSnapshot({scratch_ / "missing"}, snapshot()));
 }
 
-using DeleteSnapshotTest = SnapshotEngine;
+using DeleteSnapshotTest = StoredSnapshots;
 
 TEST_F(DeleteSnapshotTest, TheWholeTreeGoesAndNothingElse) {
   (void)scratch_.write("volume/Archives.snapdb/host/other/System/file", "kept");
@@ -169,7 +169,7 @@ TEST_F(DeleteSnapshotTest, AReadOnlyVolumeAnswersItsErrorNumber) {
 }
 
 /// The repository on btrfs; the shell lines lay the snapshot out, in the repository's folder.
-class DeleteSnapshotOnBtrfs : public SnapshotEngine {
+class DeleteSnapshotOnBtrfs : public StoredSnapshots {
  protected:
   /// 0, or the number of the step that went wrong.
   int layOutAndDelete(const LoopVolume& volume, const std::string& lines) const {

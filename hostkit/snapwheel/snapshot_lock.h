@@ -15,11 +15,11 @@ namespace halyard::snapwheel {
 /// the host's folder of the repository (it keeps out a second machine that was given the same
 /// computer name, where the file system carries locks between machines). The kernel gives both up
 /// when the process ends, however it ends.
-class HostLock {
+class SnapshotLock {
  public:
   /// Throws Failure at once when another process holds one of them, naming it where it is known.
-  explicit HostLock(const Repository& repository,
-                    const std::string& machineLock = defaultMachineLock());
+  explicit SnapshotLock(const Repository& repository,
+                        const std::string& machineLock = defaultMachineLock());
 
   /// "/run/snapwheel.lock", or where the host keeps such files instead.
   static std::string defaultMachineLock();

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "snapwheel/host_lock.h"
+#include "snapwheel/snapshot_lock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -62,14 +62,14 @@ host::Descriptor lock(const std::string& path) {
 
 }  // namespace
 
-std::string HostLock::defaultMachineLock() {
+std::string SnapshotLock::defaultMachineLock() {
   for (const char* folder : {"/run", "/private/var/run", "/var/run"}) {
     if (host::isDirectory(folder)) return joinPath(folder, std::string(kLockName));
   }
   return joinPath("/tmp", std::string(kLockName));
 }
 
-HostLock::HostLock(const Repository& repository, const std::string& machineLock)
+SnapshotLock::SnapshotLock(const Repository& repository, const std::string& machineLock)
     : machine_(lock(machineLock)), repository_(lock(repository.path(kLockFile))) {}
 
 }  // namespace halyard::snapwheel

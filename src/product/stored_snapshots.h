@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-// What the program needs of the snapshot engine: its session and the deletion of one snapshot.
+// The snapshots that the engine has made, without a call of it: where they lie, which path is one,
+// and the deletion of one.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,7 @@
 
 namespace halyard {
 
-/// The engine's default session: where its snapshots lie.
+/// Where the snapshots lie.
 struct BackupSession {
   std::string destination;  ///< Path of the backup volume; snapshots are below its Archives.snapdb.
 };

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "frontend/run/log.h"
+#include "frontend/run/output.h"
 
 #include <cstdarg>
 #include <cstdio>

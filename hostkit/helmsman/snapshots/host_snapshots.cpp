@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "helmsman/snapshots/repository.h"
+#include "helmsman/snapshots/host_snapshots.h"
 
 #include <algorithm>
 #include <memory>
@@ -14,11 +14,11 @@
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/computer_name.h"
-#include "product/metadata_folder.h"
 #include "product/paths.h"
 #include "product/preference_keys.h"
-#include "product/snapshot_engine.h"
+#include "product/snapshot_metadata.h"
 #include "product/snapshot_name.h"
+#include "product/stored_snapshots.h"
 
 namespace halyard::hostkit {
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "product/metadata_folder.h"
+#include "product/snapshot_metadata.h"
 
 #include "base/text.h"
 #include "host/files/files.h"

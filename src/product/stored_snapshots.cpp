@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "product/snapshot_engine.h"
+#include "product/stored_snapshots.h"
 
 #include <string_view>
 
