@@ -4,6 +4,7 @@
 #include "base/property_list/builder.h"
 
 #include <algorithm>
+#include <array>
 
 #include "base/property_list/scalars.h"
 
@@ -14,49 +15,30 @@ namespace {
 using Element = PropertyElement;
 
 constexpr std::size_t kDeepest = 512;
-/// Texts and arrays beyond this many bytes keep their spare room: it was never touched, and giving
-/// it back would copy them.
-constexpr std::size_t kWorthTrimming = std::size_t{1} << 20;
 
 bool isBlank(std::string_view text) { return std::ranges::all_of(text, isXmlSpace); }
 
-/// A name of at most seven letters as one number, 0 for a longer one: half of a list is names.
-constexpr std::uint64_t packed(std::string_view name) {
-  if (name.size() > 7) return 0;
-  std::uint64_t number = name.size();
-  for (const char c : name) number = number << 8 | static_cast<unsigned char>(c);
-  return number;
-}
+/// Frequent ones first.
+constexpr std::array<std::pair<std::string_view, Element>, 11> kElements = {
+    {{"key", Element::key},
+     {"string", Element::string},
+     {"true", Element::yes},
+     {"dict", Element::dictionary},
+     {"array", Element::array},
+     {"integer", Element::integer},
+     {"false", Element::no},
+     {"real", Element::real},
+     {"date", Element::date},
+     {"data", Element::data},
+     {"plist", Element::plist}}};
 
 }  // namespace
 
 std::optional<PropertyElement> elementNamed(std::string_view name) {
-  switch (packed(name)) {
-    case packed("plist"):
-      return Element::plist;
-    case packed("dict"):
-      return Element::dictionary;
-    case packed("array"):
-      return Element::array;
-    case packed("key"):
-      return Element::key;
-    case packed("string"):
-      return Element::string;
-    case packed("integer"):
-      return Element::integer;
-    case packed("real"):
-      return Element::real;
-    case packed("true"):
-      return Element::yes;
-    case packed("false"):
-      return Element::no;
-    case packed("date"):
-      return Element::date;
-    case packed("data"):
-      return Element::data;
-    default:
-      return std::nullopt;
+  for (const auto& [known, element] : kElements) {
+    if (known == name) return element;
   }
+  return std::nullopt;
 }
 
 /// Whether an element may start here; the plist element stands first or nowhere.
@@ -66,7 +48,7 @@ bool PropertyListBuilder::mayStand(PropertyElement element) const {
   if (open_.empty()) return !root_ && element != Element::key;
   const Container& container = open_.back();
   if (!container.isDictionary) return element != Element::key;
-  return container.hasKey == (element != Element::key);
+  return container.key.has_value() == (element != Element::key);
 }
 
 bool PropertyListBuilder::start(PropertyElement element) {
@@ -89,14 +71,10 @@ bool PropertyListBuilder::characters(std::string_view text) {
   return true;
 }
 
-std::string PropertyListBuilder::takeText() {
-  return text_.size() < kWorthTrimming ? std::string(text_) : std::move(text_);
-}
-
 std::optional<PropertyValue> PropertyListBuilder::leafValue() {
   switch (*leaf_) {
     case Element::string:
-      return PropertyValue(takeText());
+      return PropertyValue(std::move(text_));
     case Element::integer:
       if (const auto integer = parseInteger(text_)) return PropertyValue(*integer);
       return std::nullopt;
@@ -104,7 +82,7 @@ std::optional<PropertyValue> PropertyListBuilder::leafValue() {
       if (const auto real = parseReal(text_)) return PropertyValue(*real);
       return std::nullopt;
     case Element::date:
-      return PropertyValue::date(takeText());
+      return PropertyValue::date(std::move(text_));
     case Element::data:
       if (auto bytes = decodeBase64(text_)) return PropertyValue::data(std::move(*bytes));
       return std::nullopt;
@@ -114,21 +92,15 @@ std::optional<PropertyValue> PropertyListBuilder::leafValue() {
 }
 
 bool PropertyListBuilder::end() {
-  if (leaf_) {
-    if (!endLeaf()) return false;
-  } else if (!open_.empty()) {
-    if (!endContainer()) return false;
-  } else {
-    plistIsOpen_ = false;
-  }
-  isComplete_ = !plistIsOpen_ && open_.empty();
-  return !isComplete_ || root_;
+  if (leaf_) return endLeaf();
+  if (!open_.empty()) return endContainer();
+  plistIsOpen_ = false;
+  return root_.has_value();
 }
 
 bool PropertyListBuilder::endLeaf() {
   if (leaf_ == Element::key) {
-    open_.back().key = takeText();
-    open_.back().hasKey = true;
+    open_.back().key = std::move(text_);
   } else {
     auto value = leafValue();
     if (!value) return false;
@@ -138,16 +110,18 @@ bool PropertyListBuilder::endLeaf() {
   return true;
 }
 
-/// Gives back what a vector holds for further elements, where that is worth a copy.
+/// Gives back what a vector holds for further elements. A large one keeps it: it was never touched,
+/// and giving it back would copy the elements.
 template <typename T>
 void trim(std::vector<T>& elements) {
+  constexpr std::size_t kWorthTrimming = std::size_t{1} << 20;
   if (elements.size() * sizeof(T) < kWorthTrimming) elements.shrink_to_fit();
 }
 
 bool PropertyListBuilder::endContainer() {
   Container container = std::move(open_.back());
   open_.pop_back();
-  if (container.hasKey) return false;
+  if (container.key) return false;
   if (container.isDictionary) {
     trim(container.entries);
     place(PropertyDictionary(std::move(container.entries)));
@@ -165,8 +139,8 @@ void PropertyListBuilder::place(PropertyValue&& value) {
   }
   Container& container = open_.back();
   if (container.isDictionary) {
-    container.entries.emplace_back(std::move(container.key), std::move(value));
-    container.hasKey = false;
+    container.entries.emplace_back(std::move(*container.key), std::move(value));
+    container.key.reset();
   } else {
     container.array.push_back(std::move(value));
   }

@@ -40,7 +40,7 @@ class PropertyListBuilder {
   bool characters(std::string_view text);
 
   /// Whether the root has ended.
-  bool isComplete() const { return isComplete_; }
+  bool isComplete() const { return root_ && !plistIsOpen_; }
   /// The value of a document whose root has ended.
   PropertyValue takeRoot() { return std::move(*root_); }
 
@@ -48,8 +48,7 @@ class PropertyListBuilder {
   /// A container whose end has not come yet.
   struct Container {
     bool isDictionary = false;
-    bool hasKey = false;
-    std::string key;
+    std::optional<std::string> key;  // whose value has not come yet
     std::vector<PropertyDictionary::Entry> entries;
     PropertyArray array;
   };
@@ -58,11 +57,9 @@ class PropertyListBuilder {
   bool endLeaf();
   bool endContainer();
   void place(PropertyValue&& value);
-  std::string takeText();
   std::optional<PropertyValue> leafValue();
 
   bool plistIsOpen_ = false;
-  bool isComplete_ = false;
   std::optional<PropertyElement> leaf_;  // the open element that is no container
   std::string text_;                     // of the leaf
   std::vector<Container> open_;

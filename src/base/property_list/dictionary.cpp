@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <random>
 
@@ -43,114 +44,68 @@ std::uint64_t hashOf(std::string_view key) {
   return multiplyAdd(hash, kPoint, 0);  // The last digit must reach every bit as well.
 }
 
-using Entries = std::vector<PropertyDictionary::Entry>;
-
-/// Places of keys in a vector of entries, found by open addressing.
-class KeyIndex {
- public:
-  /// Without keys, with room for `count` of them and more.
-  explicit KeyIndex(std::size_t count) {
-    std::size_t size = 2 * kLinearSearch;
-    while (size < count + count / 2) size *= 2;
-    slots_.resize(size);
-  }
-
-  /// Place of the key; absent when it is not there.
-  std::optional<std::size_t> find(std::string_view key, const Entries& entries) const {
-    const Slot& slot = slots_[slotOf(key, hashOf(key), entries)];
-    return slot.next == 0 ? std::nullopt : std::optional<std::size_t>(slot.next - 1);
-  }
-
-  /// Place of the first entry with the key of entry `place`, which is taken in when it is new.
-  std::size_t placeOf(const Entries& entries, std::size_t place) {
-    const std::string& key = entries[place].first;
-    const std::uint64_t hash = hashOf(key);
-    Slot& slot = slots_[slotOf(key, hash, entries)];
-    if (slot.next == 0) slot = {static_cast<std::uint32_t>(place + 1), tagOf(hash)};
-    return slot.next - 1;
-  }
-
-  /// Has the slot of a key fetched that is asked for soon: in a large index each is a cache miss.
-  void prepare(std::string_view key) const {
-    __builtin_prefetch(&slots_[hashOf(key) & (slots_.size() - 1)]);
-  }
-
-  bool hasRoomFor(std::size_t count) const { return count * 4 <= slots_.size() * 3; }
-
- private:
-  struct Slot {
-    std::uint32_t next = 0;  // place plus one; 0 marks a free slot
-    std::uint32_t tag = 0;   // tells most other keys apart without a look at their entries
-  };
-
-  static std::uint32_t tagOf(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 29); }
-
-  /// The slot of the key, or the free one where it belongs.
-  std::size_t slotOf(std::string_view key, std::uint64_t hash, const Entries& entries) const {
-    std::size_t place = hash & (slots_.size() - 1);
-    for (;; place = (place + 1) & (slots_.size() - 1)) {
-      const Slot& slot = slots_[place];
-      if (slot.next == 0) return place;
-      if (slot.tag == tagOf(hash) && entries[slot.next - 1].first == key) return place;
-    }
-  }
-
-  std::vector<Slot> slots_;  // their number is a power of two
-};
-
 }  // namespace
 
 struct PropertyDictionary::Storage {
-  Entries entries;
-  std::unique_ptr<KeyIndex> index;  // from kLinearSearch + 1 keys on
+  struct Slot {
+    std::uint32_t next = 0;  // the place of an entry plus one; 0 marks a free slot
+    std::uint32_t tag = 0;   // tells most other keys apart without a look at their entries
+  };
 
-  Storage() = default;
-  Storage(const Storage& other)
-      : entries(other.entries),
-        index(other.index ? std::make_unique<KeyIndex>(*other.index) : nullptr) {}
+  std::vector<Entry> entries;
+  std::vector<Slot> slots;  // by open addressing; a power of two, from kLinearSearch + 1 keys on
 
+  std::size_t slotAt(std::uint64_t hash) const { return hash & (slots.size() - 1); }
+  static std::uint32_t tagOf(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 29); }
+
+  /// The slot of the key, or the free one where it belongs.
+  Slot& slotOf(std::string_view key, std::uint64_t hash) {
+    for (std::size_t i = slotAt(hash);; i = slotAt(i + 1)) {
+      Slot& slot = slots[i];
+      if (slot.next == 0) return slot;
+      if (slot.tag == tagOf(hash) && entries[slot.next - 1].first == key) return slot;
+    }
+  }
+
+  /// The first entry with the key; null when there is none.
   Entry* find(std::string_view key) {
-    if (index) {
-      const auto place = index->find(key, entries);
-      return place ? &entries[*place] : nullptr;
+    if (!slots.empty()) {
+      const std::uint32_t next = slotOf(key, hashOf(key)).next;
+      return next == 0 ? nullptr : &entries[next - 1];
     }
     const auto found = std::ranges::find(entries, key, &Entry::first);
     return found == entries.end() ? nullptr : &*found;
   }
 
-  void append(std::string key, PropertyValue value) {
-    entries.emplace_back(std::move(key), std::move(value));
-    if (index && index->hasRoomFor(entries.size())) {
-      (void)index->placeOf(entries, entries.size() - 1);
-    } else if (entries.size() > kLinearSearch) {
-      index = nullptr;  // Not both at once.
-      index = std::make_unique<KeyIndex>(2 * entries.size());
-      for (std::size_t i = 0; i < entries.size(); ++i) (void)index->placeOf(entries, i);
+  /// The first entry with the key of the entry at `place`, before which all differ.
+  Entry& firstLike(std::size_t place) {
+    const std::string& key = entries[place].first;
+    if (slots.empty()) return *std::ranges::find(entries, key, &Entry::first);
+    const std::uint64_t hash = hashOf(key);
+    Slot& slot = slotOf(key, hash);
+    if (slot.next == 0) slot = {static_cast<std::uint32_t>(place + 1), tagOf(hash)};
+    return entries[slot.next - 1];
+  }
+
+  /// Leaves each key once: at its first place, with its last value. The first `count` entries are
+  /// known to differ.
+  void unite(std::size_t count) {
+    const std::size_t wanted = entries.size() + entries.size() / 2;
+    if (entries.size() > kLinearSearch && slots.size() < wanted) {
+      slots.assign(std::bit_ceil(wanted), Slot{});
+      count = 0;
     }
-  }
-
-  /// Place of the first entry with the key of entry `place`; all entries before it differ.
-  std::size_t firstWithKeyOf(std::size_t place) {
-    if (index) return index->placeOf(entries, place);
-    const auto last = entries.begin() + static_cast<std::ptrdiff_t>(place);
-    const auto found = std::find_if(entries.begin(), last,
-                                    [&](const Entry& entry) { return entry.first == last->first; });
-    return static_cast<std::size_t>(found - entries.begin());
-  }
-
-  /// Leaves each key once: at its first place, with its last value.
-  void unite() {
-    if (entries.size() > kLinearSearch) index = std::make_unique<KeyIndex>(entries.size());
-    constexpr std::size_t kAhead = 16;
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-      if (index && i + kAhead < entries.size()) index->prepare(entries[i + kAhead].first);
+    constexpr std::size_t kAhead = 16;  // In a large table each slot is a cache miss.
+    for (std::size_t i = count; i < entries.size(); ++i) {
+      if (!slots.empty() && i + kAhead < entries.size()) {
+        __builtin_prefetch(&slots[slotAt(hashOf(entries[i + kAhead].first))]);
+      }
       if (i != count) std::swap(entries[i], entries[count]);
-      const std::size_t first = firstWithKeyOf(count);
-      if (first == count) {
+      Entry& first = firstLike(count);
+      if (&first == &entries[count]) {
         ++count;
       } else {
-        entries[first].second = std::move(entries[count].second);
+        first.second = std::move(entries[count].second);
       }
     }
     entries.resize(count);
@@ -161,7 +116,7 @@ PropertyDictionary::PropertyDictionary(std::vector<Entry> entries) {
   if (entries.empty()) return;
   storage_ = std::make_unique<Storage>();
   storage_->entries = std::move(entries);
-  storage_->unite();
+  storage_->unite(0);
 }
 
 PropertyDictionary::PropertyDictionary() = default;
@@ -185,11 +140,8 @@ const PropertyValue* PropertyDictionary::find(std::string_view key) const {
 
 void PropertyDictionary::set(std::string key, PropertyValue value) {
   if (!storage_) storage_ = std::make_unique<Storage>();
-  if (Entry* entry = storage_->find(key)) {
-    entry->second = std::move(value);
-  } else {
-    storage_->append(std::move(key), std::move(value));
-  }
+  storage_->entries.emplace_back(std::move(key), std::move(value));
+  storage_->unite(storage_->entries.size() - 1);
 }
 
 std::vector<PropertyDictionary::Entry>::const_iterator PropertyDictionary::begin() const {
