@@ -3,10 +3,16 @@
 
 #include "snapwheel/manifest.h"
 
+#include "common/json_members.h"
 #include "host/files/files.h"
 #include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {
+
+using hostkit::countOf;
+using hostkit::flagOf;
+using hostkit::integerOf;
+using hostkit::textOf;
 
 namespace {
 
@@ -16,18 +22,6 @@ constexpr int kIndent = 2;
 
 std::string manifestPath(const std::string& snapshotPath) {
   return snapshotPath + "/" + std::string(kRecordFolder) + "/manifest.json";
-}
-
-/// A manifest lies where users of the host may have written: no value is trusted to have its type.
-template <typename Value>
-void take(const nlohmann::json& object, const char* key, Value& value) {
-  const auto found = object.find(key);
-  if (found == object.end()) return;
-  try {
-    found->get_to(value);
-  } catch (const nlohmann::json::exception&) {
-    value = Value{};
-  }
 }
 
 }  // namespace
@@ -59,25 +53,23 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   const auto text = host::readFile(manifestPath(snapshotPath), kManifestLimit);
   if (!text) return std::nullopt;
   const auto object = nlohmann::json::parse(*text, nullptr, false);
-  int format = 0;
-  if (object.is_object()) take(object, "format", format);
-  if (format != kFormat) return std::nullopt;
+  if (integerOf(object, "format") != kFormat) return std::nullopt;
 
   Manifest manifest;
-  take(object, "computer", manifest.computer);
-  take(object, "volume", manifest.volume);
-  take(object, "source", manifest.source);
-  take(object, "started", manifest.started);
-  take(object, "finished", manifest.finished);
-  take(object, "reference", manifest.reference);
-  take(object, "boot", manifest.boot);
-  take(object, "complete", manifest.complete);
-  take(object, "items", manifest.items);
-  take(object, "copied", manifest.copied);
-  take(object, "copiedBytes", manifest.copiedBytes);
-  take(object, "linked", manifest.linked);
-  take(object, "linkedBytes", manifest.linkedBytes);
-  take(object, "missingCount", manifest.missingCount);
+  manifest.computer = textOf(object, "computer");
+  manifest.volume = textOf(object, "volume");
+  manifest.source = textOf(object, "source");
+  manifest.started = textOf(object, "started");
+  manifest.finished = textOf(object, "finished");
+  manifest.reference = textOf(object, "reference");
+  manifest.boot = textOf(object, "boot");
+  manifest.complete = flagOf(object, "complete");
+  manifest.items = countOf(object, "items").value_or(0);
+  manifest.copied = countOf(object, "copied").value_or(0);
+  manifest.copiedBytes = countOf(object, "copiedBytes").value_or(0);
+  manifest.linked = countOf(object, "linked").value_or(0);
+  manifest.linkedBytes = countOf(object, "linkedBytes").value_or(0);
+  manifest.missingCount = countOf(object, "missingCount").value_or(0);
   const bool plainName = !manifest.volume.empty() && manifest.volume.front() != '.' &&
                          manifest.volume.find('/') == std::string::npos;
   if (!plainName) return std::nullopt;

@@ -10,10 +10,13 @@
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
+#include "common/json_members.h"
 #include "host/files/files.h"
 #include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {
+
+using hostkit::memberOf;
 
 namespace {
 
@@ -48,9 +51,9 @@ Names readAccounts(const std::string& path) {
 
 Names namesFrom(const nlohmann::json& object, const char* key) {
   Names names;
-  const auto found = object.find(key);
-  if (found == object.end() || !found->is_object()) return names;
-  for (const auto& [idText, name] : found->items()) {
+  const nlohmann::json& found = memberOf(object, key);
+  if (!found.is_object()) return names;
+  for (const auto& [idText, name] : found.items()) {
     const auto id = idIn(idText);
     if (id && name.is_string()) names.emplace(*id, name.get<std::string>());
   }

@@ -168,6 +168,20 @@ TEST_F(HelmsmanStall, StatusShowsWhatARunDoesWhileSizesAreAskedFor) {
   EXPECT_FALSE(root.exists("/run/halyard/backup.json"));
 }
 
+TEST_F(HelmsmanStall, StatusReadsOverWhatIsNoRunInTheFileOfTheRun) {
+  depotDoes("echo $$ >/asked; while [ ! -e /go ]; do sleep 0.1; done; mkdir -p \"$4/srv\"");
+  std::thread run([this] { EXPECT_EQ(helmsman({"backup"}).status, 0); });
+  EXPECT_GT(processIn("/asked"), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(600));  // The phase is written.
+  root.writeFile("/run/halyard/backup.json", R"({"process": "4711", "phase": 1})");
+  const auto result = helmsman({"status", "--json"});
+  root.writeFile("/go", "");
+  run.join();
+  auto document = nlohmann::json::parse(result.out, nullptr, false);
+  ASSERT_TRUE(document.is_object()) << result.out << result.err;
+  EXPECT_EQ(document["run"]["process"], 0);
+}
+
 TEST_F(HelmsmanStall, ASignalEndsTheRunInOrderAndNothingIsOrphaned) {
   depotDoes("sleep 305 & echo $! >/child\necho $PPID >/halyard; wait");
   test::CommandResult result;

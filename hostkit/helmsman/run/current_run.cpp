@@ -11,6 +11,7 @@
 
 #include "base/text.h"
 #include "common/exit_status.h"
+#include "common/json_members.h"
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/times.h"
@@ -40,11 +41,6 @@ nlohmann::json documentIn(const char* path) {
 std::optional<std::string> currentMark() {
   if (!host::exists(kCurrentRunFile)) return std::nullopt;
   return host::readFile(kCurrentRunFile, kLimit).value_or("");
-}
-
-std::string textOf(const nlohmann::json& document, const char* key) {
-  const auto found = document.find(key);
-  return found != document.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
 // Whether it came with the snapshot that its run took.
@@ -108,8 +104,7 @@ std::optional<RunningBackup> runningBackup() {
   if (!isHeldByBackup()) return std::nullopt;
   const nlohmann::json document = documentIn(kRunStateFile);
   RunningBackup running;
-  if (!document.is_object()) return running;
-  running.process = document.value("process", 0);
+  running.process = static_cast<int>(integerOf(document, "process").value_or(0));
   running.started = parseTime(textOf(document, "started")).value_or(0);
   running.phase = textOf(document, "phase");
   running.service = textOf(document, "service");

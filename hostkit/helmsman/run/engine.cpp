@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/text.h"
+#include "common/json_members.h"
 
 namespace halyard::hostkit {
 
@@ -17,12 +18,6 @@ std::string reasonOf(const host::TaskResult& result) {
   const std::string_view text = trimLineFeeds(result.error);
   const std::string line(text.substr(text.find_last_of('\n') + 1));
   return line.empty() ? "the engine ended with status " + std::to_string(result.status) : line;
-}
-
-/// Absent keys and values of other types are empty.
-std::string textIn(const nlohmann::json& answer, const char* key) {
-  if (!answer.is_object() || !answer.contains(key) || !answer[key].is_string()) return {};
-  return answer[key].get<std::string>();
 }
 
 }  // namespace
@@ -36,12 +31,9 @@ EngineSnapshot takeSnapshot(const RunEngine& runEngine, const std::vector<std::s
   const host::TaskResult result = runEngine(words);
   const nlohmann::json answer = nlohmann::json::parse(result.output, nullptr, false);
   EngineSnapshot snapshot;
-  snapshot.path = textIn(answer, "path");
-  snapshot.hasReference = !textIn(answer, "reference").empty();
-  if (answer.is_object() && answer.contains("copiedBytes") &&
-      answer["copiedBytes"].is_number_unsigned()) {
-    snapshot.copiedBytes = answer["copiedBytes"].get<std::uint64_t>();
-  }
+  snapshot.path = textOf(answer, "path");
+  snapshot.hasReference = !textOf(answer, "reference").empty();
+  snapshot.copiedBytes = countOf(answer, "copiedBytes").value_or(snapshot.copiedBytes);
   if (result.status != 0) {
     snapshot.problem =
         (snapshot.path.empty() ? "no snapshot was taken: " : "the snapshot is not complete: ") +
@@ -53,14 +45,8 @@ EngineSnapshot takeSnapshot(const RunEngine& runEngine, const std::vector<std::s
 }
 
 std::vector<std::string> snapshotsToPrune(const RunEngine& runEngine) {
-  std::vector<std::string> names;
   const std::string output = runEngine({"prune", "--dry-run", "--json"}).output;
-  const nlohmann::json answer = nlohmann::json::parse(output, nullptr, false);
-  if (!answer.is_object() || !answer.contains("removed")) return names;
-  for (const auto& name : answer["removed"]) {
-    if (name.is_string()) names.push_back(name.get<std::string>());
-  }
-  return names;
+  return textsOf(nlohmann::json::parse(output, nullptr, false), "removed");
 }
 
 std::string pruneSnapshots(const RunEngine& runEngine) {

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "base/text.h"
+#include "common/json_members.h"
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/settings/folders.h"
@@ -24,16 +25,6 @@ namespace {
 
 constexpr std::size_t kRecordLimit = std::size_t{16} << 20;
 constexpr std::string_view kRecordEnd = ".json";
-
-std::string textOf(const nlohmann::json& object, const char* key) {
-  const auto found = object.find(key);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
-}
-
-bool flagOf(const nlohmann::json& object, const char* key) {
-  const auto found = object.find(key);
-  return found != object.end() && found->is_boolean() && found->get<bool>();
-}
 
 nlohmann::json itemsJson(const std::vector<RestoreRecord::Item>& items) {
   nlohmann::json list = nlohmann::json::array();
@@ -49,20 +40,14 @@ nlohmann::json itemsJson(const std::vector<RestoreRecord::Item>& items) {
 // False when the list is none of a record: only what a restore can have named is ever moved.
 bool readItems(const nlohmann::json& document, const char* key,
                std::vector<RestoreRecord::Item>& items) {
-  const auto list = document.find(key);
-  if (list == document.end() || !list->is_array()) return false;
-  for (const auto& entry : *list) {
-    if (!entry.is_object() || !textOf(entry, "path").starts_with('/')) return false;
+  const nlohmann::json& list = memberOf(document, key);
+  if (!list.is_array()) return false;
+  for (const auto& entry : list) {
+    if (!textOf(entry, "path").starts_with('/')) return false;
     RestoreRecord::Item item{textOf(entry, "path"), flagOf(entry, "wasLive"), {}};
-    if (const auto aside = entry.find("aside");
-        aside != entry.end() && aside->is_number_unsigned()) {
-      item.aside.inode = aside->get<std::uint64_t>();
-    }
+    item.aside.inode = countOf(entry, "aside").value_or(item.aside.inode);
     // Records of earlier versions lack it.
-    if (const auto born = entry.find("asideBorn");
-        born != entry.end() && born->is_number_integer()) {
-      item.aside.born = born->get<std::int64_t>();
-    }
+    item.aside.born = integerOf(entry, "asideBorn").value_or(item.aside.born);
     items.push_back(std::move(item));
   }
   return true;
@@ -127,7 +112,7 @@ nlohmann::json restoreRecordJson(const RestoreRecord& record) {
 
 std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document) {
   RestoreRecord record;
-  if (!document.is_object() || !readItems(document, "items", record.items)) return std::nullopt;
+  if (!readItems(document, "items", record.items)) return std::nullopt;
   record.service = textOf(document, "service");
   record.snapshot = textOf(document, "snapshot");
   record.time = parseTime(textOf(document, "time")).value_or(0);
@@ -137,10 +122,8 @@ std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document) {
   if (document.contains("older") && !readItems(document, "older", record.older)) {
     return std::nullopt;
   }
-  if (const auto lost = document.find("lost"); lost != document.end() && lost->is_array()) {
-    for (const auto& entry : *lost) {
-      if (entry.is_object()) record.lost.push_back({textOf(entry, "path"), textOf(entry, "why")});
-    }
+  for (const auto& entry : memberOf(document, "lost")) {
+    if (entry.is_object()) record.lost.push_back({textOf(entry, "path"), textOf(entry, "why")});
   }
   return record;
 }

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "common/exit_status.h"
+#include "common/json_members.h"
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/settings/folders.h"
@@ -32,44 +33,23 @@ nlohmann::json serviceJson(const ServiceResult& service) {
           {"log", service.log.empty() ? nlohmann::json() : nlohmann::json(service.log)}};
 }
 
-// The members of a record that a text may lack are read one by one: a record of another version
-// still tells what both know.
-template <typename Value>
-Value valueOr(const nlohmann::json& document, const char* key, Value otherwise) {
-  const auto found = document.find(key);
-  if (found == document.end()) return otherwise;
-  if constexpr (std::is_same_v<Value, std::string>) {
-    return found->is_string() ? found->get<std::string>() : otherwise;
-  } else {
-    return found->is_number() ? found->get<Value>() : otherwise;
-  }
-}
-
-std::vector<std::string> textsOf(const nlohmann::json& document, const char* key) {
-  std::vector<std::string> texts;
-  const auto found = document.find(key);
-  if (found == document.end() || !found->is_array()) return texts;
-  for (const auto& entry : *found) {
-    if (entry.is_string()) texts.push_back(entry.get<std::string>());
-  }
-  return texts;
-}
-
 std::int64_t timeOf(const nlohmann::json& document, const char* key) {
-  return parseTime(valueOr<std::string>(document, key, "")).value_or(0);
+  return parseTime(textOf(document, key)).value_or(0);
 }
 
 ServiceResult serviceFrom(const nlohmann::json& document) {
   ServiceResult service;
-  service.name = valueOr<std::string>(document, "name", "");
-  const auto word = valueOr<std::string>(document, "result", "");
+  service.name = textOf(document, "name");
+  const auto word = textOf(document, "result");
   service.absent = word == kAbsentWord;
   service.done = service.absent || word == kGoodWord;
-  if (const int copied = valueOr(document, "copied", -1); copied >= 0) service.copied = copied;
-  service.bytes = valueOr(document, "bytes", std::uint64_t{0});
+  if (const auto copied = integerOf(document, "copied"); copied && *copied >= 0) {
+    service.copied = static_cast<int>(*copied);
+  }
+  service.bytes = countOf(document, "bytes").value_or(0);
   service.missing = textsOf(document, "missing");
   service.problems = textsOf(document, "problems");
-  service.log = valueOr<std::string>(document, "log", "");
+  service.log = textOf(document, "log");
   return service;
 }
 
@@ -138,33 +118,27 @@ nlohmann::json recordJson(const RunRecord& record) {
 }
 
 std::optional<RunRecord> recordFrom(const nlohmann::json& document) {
-  if (!document.is_object() || timeOf(document, "finished") == 0) return std::nullopt;
+  if (timeOf(document, "finished") == 0) return std::nullopt;
   RunRecord record;
   record.started = timeOf(document, "started");
   record.finished = timeOf(document, "finished");
-  const std::string word = valueOr<std::string>(document, "result", "failed");
+  const std::string word = textOf(document, "result");
   for (const auto result :
        {RunRecord::Result::good, RunRecord::Result::partial, RunRecord::Result::interrupted}) {
     if (word == resultWord(result)) record.result = result;
   }
-  if (const auto services = document.find("services"); services != document.end()) {
-    for (const auto& service : *services) {
-      if (service.is_object()) record.services.push_back(serviceFrom(service));
-    }
+  for (const auto& service : memberOf(document, "services")) {
+    if (service.is_object()) record.services.push_back(serviceFrom(service));
   }
   record.problems = textsOf(document, "problems");
-  record.snapshot = valueOr<std::string>(document, "snapshot", "");
-  if (document.contains("copiedBytes")) {
-    record.copiedBytes = valueOr(document, "copiedBytes", std::uint64_t{0});
-  }
-  if (document.contains("estimateBytes")) {
-    record.estimateBytes = valueOr(document, "estimateBytes", std::uint64_t{0});
-  }
-  if (const auto goods = document.find("lastGood"); goods != document.end() && goods->is_object()) {
-    for (const auto& [name, good] : goods->items()) {
+  record.snapshot = textOf(document, "snapshot");
+  record.copiedBytes = countOf(document, "copiedBytes");
+  record.estimateBytes = countOf(document, "estimateBytes");
+  if (const auto& goods = memberOf(document, "lastGood"); goods.is_object()) {
+    for (const auto& [name, good] : goods.items()) {
       if (!good.is_object()) continue;
-      record.lastGood[name] = {timeOf(good, "time"), valueOr(good, "bytes", std::uint64_t{0}),
-                               valueOr<std::string>(good, "snapshot", "")};
+      record.lastGood[name] = {timeOf(good, "time"), countOf(good, "bytes").value_or(0),
+                               textOf(good, "snapshot")};
     }
   }
   return record;
