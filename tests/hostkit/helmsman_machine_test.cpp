@@ -117,12 +117,6 @@ class HelmsmanClone : public HelmsmanMachine {
     root.makeFolder("/run");
     root.writeFile("/etc/machine-id", kTheirs);
   }
-  test::CommandResult snapwheel(const std::vector<std::string>& words) const {
-    test::RunOptions options;
-    options.argv0 = "snapwheel";
-    options.mayThrow = true;
-    return root.runProgram("/usr/sbin/snapwheel", words, {}, options);
-  }
   std::size_t snapshots() const {
     return helmsmanJson({"snapshots", "--json"})["snapshots"].size();
   }

@@ -40,6 +40,8 @@ class HostKitTest : public PrivateRootTest {
   /// starts itself must not see the memory map that is then shown, so nothing may be started.
   CommandResult refused(const std::string& program, const std::vector<std::string>& words) const;
   CommandResult drivectl(const std::vector<std::string>& words) const;
+  /// The real one, once it is installed.
+  CommandResult snapwheel(const std::vector<std::string>& words) const;
 
   /// The JSON that the command printed; the test fails when it is none.
   nlohmann::json helmsmanJson(const std::vector<std::string>& words) const;

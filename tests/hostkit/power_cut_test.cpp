@@ -40,11 +40,8 @@ class PowerCut : public test::HostKitTest {
   }
 
   void snapwheel(std::vector<std::string> words) const {
-    test::RunOptions options;
-    options.argv0 = "snapwheel";
-    options.mayThrow = true;
     words.insert(words.end(), {"--computer", "files1", "--days-to-retain", "0"});
-    const auto result = root.runProgram("/usr/sbin/snapwheel", words, {}, options);
+    const auto result = HostKitTest::snapwheel(words);
     ASSERT_EQ(result.status, 0) << result.err;
   }
 

@@ -44,13 +44,6 @@ class SnapwheelProgram : public test::HostKitTest {
     root.writeFile("/srv/data", "data");
   }
 
-  CommandResult snapwheel(const std::vector<std::string>& words) const {
-    test::RunOptions options;
-    options.argv0 = "snapwheel";
-    options.mayThrow = true;
-    return root.runProgram("/usr/sbin/snapwheel", words, {}, options);
-  }
-
   nlohmann::json listed() const {
     return nlohmann::json::parse(snapwheel({"list", "--json"}).out, nullptr, false)["snapshots"];
   }

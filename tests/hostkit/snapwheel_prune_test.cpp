@@ -32,12 +32,9 @@ class SnapshotPrune : public test::HostKitTest {
   }
 
   CommandResult snapwheel(std::vector<std::string> words, const std::string& last = "1") const {
-    test::RunOptions options;
-    options.argv0 = "snapwheel";
-    options.mayThrow = true;
     words.insert(words.end(),
                  {"--computer", "files1", "--days-to-retain", "0", "--keep-last", last});
-    return root.runProgram("/usr/sbin/snapwheel", words, {}, options);
+    return HostKitTest::snapwheel(words);
   }
   CommandResult snapshot() const { return snapwheel({"snapshot", "--source", "/data", "--prune"}); }
   std::vector<std::string> snapshots() const {
