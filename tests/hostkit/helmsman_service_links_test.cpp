@@ -49,6 +49,12 @@ class HelmsmanServiceLinks : public test::HostKitTest {
   }
 };
 
+TEST_F(HelmsmanServiceLinks, AServiceThatIsOffIsNotSaidToBeMissing) {
+  ASSERT_EQ(helmsman({"enable", "siteHost"}).status, 0);
+  ASSERT_EQ(helmsman({"disable", "siteHost"}).status, 0);
+  EXPECT_THAT(helmsman({"status"}).out, testing::ContainsRegex("\nsiteHost  *off "));
+}
+
 TEST_F(HelmsmanServiceLinks, SetupLinksEveryShippedServiceOfANewHost) {
   root.remove(kServices);
   EXPECT_EQ(helmsman({"setup"}).status, 0);

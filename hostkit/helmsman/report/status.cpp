@@ -24,6 +24,7 @@
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/servers.h"
+#include "helmsman/settings/service_links.h"
 #include "helmsman/snapshots/host_snapshots.h"
 #include "host/files/files.h"
 #include "host/volumes/volume.h"
@@ -268,10 +269,10 @@ void printServices(const BackupHealth& health, std::int64_t now) {
       {"SERVICE", "BACKUP", "LAST RUN", "LAST GOOD", "SIZE"}};
   for (const ServiceHealth& service : health.services) {
     rows.push_back({service.name,
-                    !service.installed ? "not installed"
-                    : service.absent   ? kAbsentWord
-                    : service.on       ? "on"
-                                       : "off",
+                    !service.installed && (service.on || !isShipped(service.name)) ? "not installed"
+                    : service.absent                                               ? kAbsentWord
+                    : service.on                                                   ? "on"
+                                                                                   : "off",
                     service.last ? resultWord(*service.last) : "-",
                     lastGoodText(health, service, now),
                     service.bytes ? sizeText(*service.bytes) : "-"});

@@ -3,13 +3,10 @@
 
 #include "helmsman/run/clock_check.h"
 
-#include <chrono>
-
 #include "common/times.h"
 #include "common/version.h"
 #include "helmsman/run/run_record.h"
 #include "helmsman/snapshots/host_snapshots.h"
-#include "product/snapshot_name.h"
 
 namespace halyard::hostkit {
 
@@ -38,8 +35,8 @@ std::string clockProblem(std::int64_t now, const KnownPast& past) {
   }
   if (past.newestSnapshot && *past.newestSnapshot > now + kTolerance) {
     return says + "and the newest snapshot is of " + timeText(*past.newestSnapshot) +
-           " (see: timedatectl; if the clock is right now: helmsman purge --latest " +
-           snapshotName(Instant(std::chrono::seconds(*past.newestSnapshot))) + ")";
+           " (see: timedatectl; if the clock is right now: purge the snapshots of the future, then "
+           "run helmsman backup)";
   }
   if (past.lastRecord && *past.lastRecord > now + kTolerance) {
     return says + "and the last backup ended at " + timeText(*past.lastRecord) + advice;
