@@ -69,6 +69,15 @@ std::string countText(std::uint64_t count, const char* noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
+/// "lacks 2 items, 1 changed while it was read".
+std::string lackText(std::uint64_t missing, std::uint64_t torn) {
+  std::string text;
+  if (missing != 0) text = "lacks " + countText(missing, "item");
+  if (torn == 0) return text;
+  return text + (text.empty() ? "" : ", ") + countText(torn, "file") + " changed while " +
+         (torn == 1 ? "it was" : "they were") + " read";
+}
+
 /// Removes what the rules do not keep, or shows it. Needs SnapshotLock unless it only shows.
 int prune(const Repository& repository, const RetentionRules& rules, bool dryRun, bool json) {
   const std::vector<PlannedRemoval> plan = planPrune(repository, rules);
@@ -99,7 +108,7 @@ nlohmann::json listEntry(const Repository& repository, const std::string& name) 
   const std::string path = repository.path(name);
   const auto manifest = readManifest(path);
   nlohmann::json entry = manifest ? toJson(*manifest) : nlohmann::json::object();
-  for (const char* own : {"format", "missing"}) entry.erase(own);  // Of the file.
+  for (const char* own : {"format", "missing", "torn"}) entry.erase(own);  // Of the file.
   entry["name"] = name;
   entry["path"] = path;
   entry["inProgress"] = isInProgress(name);
@@ -112,7 +121,8 @@ std::string stateOf(const nlohmann::json& entry) {
   if (entry["inProgress"].get<bool>()) return "in progress or interrupted";
   if (!entry.contains("items")) return "no manifest";
   if (!entry["complete"].get<bool>()) {
-    return "lacks " + countText(entry["missingCount"].get<std::uint64_t>(), "item");
+    return lackText(entry["missingCount"].get<std::uint64_t>(),
+                    entry["tornCount"].get<std::uint64_t>());
   }
   return entry["latest"].get<bool>() ? "latest" : "";
 }

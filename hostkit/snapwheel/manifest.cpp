@@ -17,7 +17,8 @@ using hostkit::textOf;
 namespace {
 
 constexpr std::size_t kManifestLimit = std::size_t{4} << 20;
-constexpr int kFormat = 1;
+constexpr int kFormat = 2;
+constexpr int kOldestFormat = 1;  // Knows no torn items.
 constexpr int kIndent = 2;
 
 std::string manifestPath(const std::string& snapshotPath) {
@@ -46,14 +47,17 @@ nlohmann::json toJson(const Manifest& manifest) {
           {"linked", manifest.linked},
           {"linkedBytes", manifest.linkedBytes},
           {"missingCount", manifest.missingCount},
-          {"missing", std::move(missing)}};
+          {"missing", std::move(missing)},
+          {"tornCount", manifest.tornCount},
+          {"torn", manifest.torn}};
 }
 
 std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   const auto text = host::readFile(manifestPath(snapshotPath), kManifestLimit);
   if (!text) return std::nullopt;
   const auto object = nlohmann::json::parse(*text, nullptr, false);
-  if (integerOf(object, "format") != kFormat) return std::nullopt;
+  const std::int64_t format = integerOf(object, "format").value_or(0);
+  if (format < kOldestFormat || format > kFormat) return std::nullopt;
 
   Manifest manifest;
   manifest.computer = textOf(object, "computer");
@@ -70,6 +74,7 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   manifest.linked = countOf(object, "linked").value_or(0);
   manifest.linkedBytes = countOf(object, "linkedBytes").value_or(0);
   manifest.missingCount = countOf(object, "missingCount").value_or(0);
+  manifest.tornCount = countOf(object, "tornCount").value_or(0);
   const bool plainName = !manifest.volume.empty() && manifest.volume.front() != '.' &&
                          manifest.volume.find('/') == std::string::npos;
   if (!plainName) return std::nullopt;

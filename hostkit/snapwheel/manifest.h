@@ -20,8 +20,8 @@ struct MissingItem {
   int error = 0;     ///< The errno value.
 };
 
-/// At most so many missing items are named; all are counted.
-inline constexpr std::size_t kNamedMissingItems = 1000;
+/// At most so many missing or torn items are named; all are counted.
+inline constexpr std::size_t kNamedItems = 1000;
 
 struct Manifest {
   std::string computer;
@@ -31,7 +31,7 @@ struct Manifest {
   std::string finished;   ///< Empty while the snapshot is being made.
   std::string reference;  ///< The snapshot that this one shares its data with; empty for none.
   std::string boot;       ///< The boot identifier of the host while it was made.
-  bool complete = false;  ///< Every item that was not excluded is in it.
+  bool complete = false;  ///< Every item that was not excluded is in it, and none is torn.
   std::uint64_t items = 0;
   std::uint64_t copied = 0;       ///< Regular files with data of their own,
   std::uint64_t copiedBytes = 0;  ///< and their sizes.
@@ -39,6 +39,8 @@ struct Manifest {
   std::uint64_t linkedBytes = 0;
   std::uint64_t missingCount = 0;
   std::vector<MissingItem> missing;
+  std::uint64_t tornCount = 0;
+  std::vector<std::string> torn;  ///< Files that changed whenever they were read: maybe mixtures.
 };
 
 /// Absent when there is none or it cannot be understood.

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 
 #include "host/files/descriptor.h"
 
@@ -18,7 +19,7 @@ namespace halyard::snapwheel {
 
 namespace {
 
-constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '1'};
+constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 constexpr std::size_t kAlignment = 8;
 
@@ -27,6 +28,7 @@ struct Header {
   std::uint64_t length;  ///< Of the whole file.
   std::uint64_t root;    ///< Where the root's block stands.
   std::uint64_t identityLength;
+  host::ContentDigest digest;  ///< Of all that follows.
 };
 
 struct BlockHeader {
@@ -50,12 +52,12 @@ bool keepsChangeTimes(const std::string& path) {
     case XFS_SUPER_MAGIC:
     case BTRFS_SUPER_MAGIC:
     case F2FS_SUPER_MAGIC:
-    case TMPFS_MAGIC:
     case OVERLAYFS_SUPER_MAGIC:
     case kZfs:
     case kBcachefs:
       return true;
-    default:  // FAT keeps the time of creation there; what a server answers is its own affair.
+    default:  // FAT keeps the time of creation there; what a server answers is its own affair;
+              // tmpfs does not see what is written through a mapping.
       return false;
   }
 }
@@ -83,13 +85,36 @@ const IndexEntry* SourceIndex::Folder::find(std::uint64_t inode, const char* nam
   return nullptr;
 }
 
-std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path, std::string_view identity) {
+const IndexEntry* SourceIndex::Folder::find(const char* name) {
+  if (byName_.empty()) {
+    byName_.resize(count_);
+    std::iota(byName_.begin(), byName_.end(), 0U);
+    std::ranges::sort(byName_, {}, [this](std::uint32_t at) { return nameOf(entries_[at]); });
+  }
+  const auto found =
+      std::ranges::lower_bound(byName_, std::string_view(name), {},
+                               [this](std::uint32_t at) { return nameOf(entries_[at]); });
+  if (found == byName_.end() || nameOf(entries_[*found]) != name) return nullptr;
+  return &entries_[*found];
+}
+
+std::string_view SourceIndex::Folder::nameOf(const IndexEntry& entry) const {
+  return entry.name < names_.size() ? names_.data() + entry.name : std::string_view();
+}
+
+std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path,
+                                               std::optional<std::string_view> identity) {
   const host::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
   const auto length = static_cast<std::size_t>(status.st_size);
-  if (length < sizeof(Header)) return nullptr;
-  void* bytes = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.get(), 0);
+  Header header{};
+  if (length < sizeof header ||
+      ::pread(file.get(), &header, sizeof header, 0) != ssize_t{sizeof header} ||
+      std::memcmp(header.magic, kMagic, sizeof kMagic) != 0 || header.length != length) {
+    return nullptr;
+  }
+  void* bytes = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file.get(), 0);
   if (bytes == MAP_FAILED) return nullptr;
   std::unique_ptr<SourceIndex> index(new SourceIndex(static_cast<const char*>(bytes), length));
   return index->readHeader(identity) ? std::move(index) : nullptr;
@@ -97,15 +122,17 @@ std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path, std::str
 
 SourceIndex::~SourceIndex() { ::munmap(const_cast<char*>(bytes_), length_); }
 
-bool SourceIndex::readHeader(std::string_view identity) {
+bool SourceIndex::readHeader(std::optional<std::string_view> identity) {
   Header header{};
   std::memcpy(&header, bytes_, sizeof header);
-  if (std::memcmp(header.magic, kMagic, sizeof kMagic) != 0 || header.length != length_ ||
-      header.identityLength > length_ - sizeof header) {
+  if (header.identityLength > length_ - sizeof header) return false;
+  root_ = header.root;
+  if (identity && *identity != std::string_view(bytes_ + sizeof header, header.identityLength)) {
     return false;
   }
-  root_ = header.root;
-  return identity == std::string_view(bytes_ + sizeof header, header.identityLength);
+  Digester digester;
+  digester.add(bytes_ + sizeof header, length_ - sizeof header);
+  return digester.digest() == header.digest;
 }
 
 SourceIndex::Folder SourceIndex::at(std::uint64_t offset) const {
@@ -131,12 +158,45 @@ SourceIndex::Folder SourceIndex::below(const IndexEntry& entry) const {
   return S_ISDIR(entry.mode) ? at(entry.size) : Folder();
 }
 
+void SourceIndex::listFiles() const {
+  folders_.push_back({0, nullptr, root()});
+  // Blocks of a sound index nest; one that was made to hold itself ends here.
+  const std::size_t most = length_ / sizeof(BlockHeader);
+  for (std::uint32_t at = 0; at < folders_.size() && folders_.size() < most; ++at) {
+    const std::span<const IndexEntry> entries = folders_[at].contents.entries();
+    for (std::uint32_t entry = 0; entry < entries.size(); ++entry) {
+      if (S_ISREG(entries[entry].mode)) files_.push_back({entries[entry].inode, at, entry});
+      if (S_ISDIR(entries[entry].mode)) {
+        folders_.push_back({at, &entries[entry], below(entries[entry])});
+      }
+    }
+  }
+  std::ranges::stable_sort(files_, {}, &KnownFile::inode);
+}
+
+std::optional<SourceIndex::Place> SourceIndex::findAnywhere(std::uint64_t inode) const {
+  if (folders_.empty()) listFiles();
+  const auto file = std::ranges::lower_bound(files_, inode, {}, &KnownFile::inode);
+  if (file == files_.end() || file->inode != inode) return std::nullopt;
+  const KnownFolder& folder = folders_[file->folder];
+  Place place;
+  place.entry = &folder.contents.entries()[file->entry];
+  place.name = folder.contents.nameOf(*place.entry);
+  for (std::uint32_t at = file->folder; at != 0; at = folders_[at].parent) {
+    const Folder& parent = folders_[folders_[at].parent].contents;
+    const std::string_view name = parent.nameOf(*folders_[at].entry);
+    place.folder = std::string(name) + (place.folder.empty() ? "" : "/") + place.folder;
+  }
+  return place;
+}
+
 SourceIndexWriter::SourceIndexWriter(std::string path, std::string_view identity)
     : path_(std::move(path)),
       file_(std::fopen(path_.c_str(), "we")),
       identityLength_(identity.size()) {
   const Header header{};  // Without the magic word until finish().
   write(&header, sizeof header);
+  digester_.begin();
   write(identity.data(), identity.size());
 }
 
@@ -165,13 +225,14 @@ void SourceIndexWriter::leave() {
   }
 }
 
-void SourceIndexWriter::add(const char* name, const struct stat& status, bool trusted) {
-  if (!trusted) return;
+void SourceIndexWriter::add(const char* name, const struct stat& status, bool trusted,
+                            const host::ContentDigest& digest) {
   IndexEntry entry;
   entry.inode = status.st_ino;
-  entry.changeTime = changeTimeOf(status);
+  entry.changeTime = trusted ? changeTimeOf(status) : kUntrusted;
   entry.size = static_cast<std::uint64_t>(status.st_size);
   entry.mode = status.st_mode;
+  entry.digest = digest;
   append(open_.back(), name, entry);
 }
 
@@ -200,6 +261,7 @@ void SourceIndexWriter::write(const void* bytes, std::size_t length) {
   if (file_ == nullptr || length == 0) return;
   // A failure stays in the stream's error flag, which finish() looks at.
   (void)std::fwrite(bytes, 1, length, file_);
+  digester_.add(bytes, length);
   position_ += length;
 }
 
@@ -210,6 +272,7 @@ bool SourceIndexWriter::finish() {
   header.length = position_;
   header.root = root_;
   header.identityLength = identityLength_;
+  header.digest = digester_.digest();
   bool whole = std::fseek(file_, 0, SEEK_SET) == 0;
   write(&header, sizeof header);
   whole = whole && std::ferror(file_) == 0;

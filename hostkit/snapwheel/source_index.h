@@ -6,10 +6,11 @@
 // An inode whose number and change time are the ones in the index has the contents, attributes and
 // links that went into the snapshot, when both walks carry the same attributes: everything that
 // changes one of them sets the change time, and no call sets it back. The next walk so needs one
-// stat(2) for an unchanged item, and none in the snapshot.
+// stat(2) for an unchanged item, and none in the snapshot. What changed is compared by its digest.
 //
 // The file: a header, then one block a folder, each after the blocks of the folders in it. A block
-// holds the entries in inode order, the order in which the walk meets them, and their names.
+// holds the entries in inode order, the order in which the walk meets them, and their names. The
+// header carries a digest of all the rest: an index with a wrong bit proves nothing.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,9 +18,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "snapwheel/digest.h"
 
 namespace halyard::snapwheel {
 
@@ -29,10 +34,13 @@ struct IndexEntry {
   std::int64_t changeTime = 0;  ///< Nanoseconds; kUntrusted when it proves nothing.
   std::uint64_t size = 0;       ///< Of a folder: where its block stands in the file.
   std::uint32_t mode = 0;
-  std::uint32_t name = 0;  ///< Where the name begins among the block's names.
+  std::uint32_t name = 0;           ///< Where the name begins among the block's names.
+  host::ContentDigest digest = {};  ///< Of the copy; kNoDigest of what is no regular file, and of
+                                    ///< a further name of one.
 };
 
 inline constexpr std::int64_t kUntrusted = 0;
+inline constexpr host::ContentDigest kNoDigest = {};
 
 /// An index that is being read. Whatever the file holds, nothing outside of it is touched.
 class SourceIndex {
@@ -42,17 +50,26 @@ class SourceIndex {
    public:
     /// The entry of that inode and name; null when there is none.
     const IndexEntry* find(std::uint64_t inode, const char* name);
+    /// The entry of that name, whatever its inode; null when there is none.
+    const IndexEntry* find(const char* name);
+
+    std::span<const IndexEntry> entries() const { return {entries_, count_}; }
+    /// Empty for an entry whose name lies outside of the index.
+    std::string_view nameOf(const IndexEntry& entry) const;
 
    private:
     friend class SourceIndex;
     const IndexEntry* entries_ = nullptr;
     std::uint32_t count_ = 0;
     std::uint32_t next_ = 0;
-    std::string_view names_;  ///< Each ended by a NUL, the last one too.
+    std::vector<std::uint32_t> byName_;  ///< Made when it is needed first.
+    std::string_view names_;             ///< Each ended by a NUL, the last one too.
   };
 
-  /// Null when there is no index, it is damaged, or it was made with another identity.
-  static std::unique_ptr<SourceIndex> open(const std::string& path, std::string_view identity);
+  /// Null when there is no index, it is damaged, or, where an identity is given, it was made with
+  /// another one.
+  static std::unique_ptr<SourceIndex> open(const std::string& path,
+                                           std::optional<std::string_view> identity = {});
   ~SourceIndex();
   SourceIndex(const SourceIndex&) = delete;
   SourceIndex& operator=(const SourceIndex&) = delete;
@@ -61,14 +78,36 @@ class SourceIndex {
   /// The folder that an entry stands for; an empty one when the entry is no folder.
   Folder below(const IndexEntry& entry) const;
 
+  /// A regular file wherever it stands.
+  struct Place {
+    const IndexEntry* entry;
+    std::string folder;  ///< Relative to the root, empty for it.
+    std::string name;
+  };
+  /// Of several names the first. The first call goes through the whole index.
+  std::optional<Place> findAnywhere(std::uint64_t inode) const;
+
  private:
+  struct KnownFolder {
+    std::uint32_t parent;
+    const IndexEntry* entry;
+    Folder contents;
+  };
+  struct KnownFile {
+    std::uint64_t inode;
+    std::uint32_t folder;
+    std::uint32_t entry;
+  };
   SourceIndex(const char* bytes, std::size_t length) : bytes_(bytes), length_(length) {}
-  bool readHeader(std::string_view identity);
+  bool readHeader(std::optional<std::string_view> identity);
   Folder at(std::uint64_t offset) const;
+  void listFiles() const;
 
   const char* bytes_;
   std::size_t length_;
   std::uint64_t root_ = 0;
+  mutable std::vector<KnownFolder> folders_;  ///< The root first, each after its parent.
+  mutable std::vector<KnownFile> files_;      ///< By inode.
 };
 
 /// An index that is being written, in the order of a walk.
@@ -83,7 +122,8 @@ class SourceIndexWriter {
   /// Goes into a folder; the first call is for the root.
   void enter(const char* name, const struct stat& status, bool trusted);
   void leave();
-  void add(const char* name, const struct stat& status, bool trusted);
+  void add(const char* name, const struct stat& status, bool trusted,
+           const host::ContentDigest& digest);
 
   /// False, and no index, when not everything could be written.
   bool finish();
@@ -101,6 +141,7 @@ class SourceIndexWriter {
 
   std::string path_;
   std::FILE* file_;
+  Digester digester_;  ///< Of all that follows the header.
   std::size_t identityLength_;
   std::uint64_t position_ = 0;
   std::uint64_t root_ = 0;

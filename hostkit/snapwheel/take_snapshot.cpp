@@ -14,10 +14,13 @@
 
 #include "base/text.h"
 #include "common/messages.h"
+#include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/tree/change_time.h"
 #include "host/tree/tree_copy.h"
 #include "host/volumes/mounting.h"
 #include "snapwheel/backup_state.h"
+#include "snapwheel/damage.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/walk_memory.h"
@@ -27,7 +30,7 @@ namespace halyard::snapwheel {
 
 namespace {
 
-constexpr std::size_t kToldMissingItems = 20;
+constexpr std::size_t kToldItems = 20;
 constexpr std::chrono::minutes kToldClockLag(1);
 
 Instant now() { return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()); }
@@ -59,9 +62,13 @@ class Walk {
     SourceIndexWriter writer(work_.indexPath(), identity);
     const bool isProof = work_.isReferenceExact() && keepsChangeTimes(request_.source);
     const auto before = isProof ? SourceIndex::open(work_.referenceIndexPath(), identity) : nullptr;
-    WalkMemory memory(writer, before.get());
+    const struct timespec began = host::timeOfChanges();
+    writeBack();
+    WalkMemory memory(writer, {before.get(), readDamage(work_.referencePath())}, began,
+                      [this](const std::string& path) { noteTorn(path); });
     host::TreeCopyOptions options;
     options.reference = work_.referenceVolume();
+    options.earlier = before ? work_.earlierVolume() : std::string();
     options.update = work_.isUpdate();
     options.intoExisting = options.update;
     options.oneFileSystem = true;
@@ -88,6 +95,20 @@ class Walk {
     return host::copyTree(host::Location{std::move(*source), "."}, work_.volumePath(), options);
   }
 
+  /// What is written through a mapping sets the change time when a page is touched that is as the
+  /// disk has it, so all are to be.
+  void writeBack() const {
+    const host::Descriptor source(::open(request_.source.c_str(), O_RDONLY | O_DIRECTORY));
+    if (source) (void)::syncfs(source.get());  // An error of the disk shows when files are read.
+  }
+
+  void noteTorn(const std::string& path) {
+    if (manifest_.tornCount++ < kNamedItems) manifest_.torn.push_back(path);
+    if (manifest_.tornCount <= kToldItems) {
+      hostkit::printWarning("/" + path + ": changed whenever it was read (kept as read last)");
+    }
+  }
+
   /// What must be the same for an index to prove anything: the folder that was walked (a file
   /// system that was made anew has another root inode or birth time) and what was left out.
   std::string indexIdentity() const {
@@ -105,10 +126,10 @@ class Walk {
       return false;
     }
     if (error == ENOENT) return true;  // It vanished: a later walk would not have seen it either.
-    if (manifest_.missingCount++ < kNamedMissingItems) {
+    if (manifest_.missingCount++ < kNamedItems) {
       manifest_.missing.push_back({std::string(path), error});
     }
-    if (manifest_.missingCount <= kToldMissingItems) {
+    if (manifest_.missingCount <= kToldItems) {
       hostkit::printWarning(errorText("/" + std::string(path), error) + " (left out)");
     }
     return true;
@@ -120,10 +141,15 @@ class Walk {
     manifest_.copiedBytes = report.copiedBytes;
     manifest_.linked = report.linked;
     manifest_.linkedBytes = report.linkedBytes;
-    manifest_.complete = manifest_.missingCount == 0;
-    if (manifest_.missingCount > kToldMissingItems) {
+    manifest_.complete = manifest_.missingCount == 0 && manifest_.tornCount == 0;
+    if (manifest_.missingCount > kToldItems) {
       hostkit::printWarning(std::to_string(manifest_.missingCount) +
                             " items were left out in all; the snapshot's manifest names them");
+    }
+    if (manifest_.tornCount > kToldItems) {
+      hostkit::printWarning(std::to_string(manifest_.tornCount) +
+                            " files changed while they were read in all; the snapshot's manifest "
+                            "names them");
     }
   }
 

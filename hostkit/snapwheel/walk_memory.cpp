@@ -3,44 +3,42 @@
 
 #include "snapwheel/walk_memory.h"
 
-#include <ctime>
+#include <utility>
+
+#include "host/tree/change_time.h"
 
 namespace halyard::snapwheel {
 
 namespace {
-
-constexpr std::int64_t kNanoseconds = 1'000'000'000;
-// Two changes within one tick of the clock can leave one change time. An item that changed this
-// shortly before it was looked at is looked at again next time: 20 ms where times have a fraction
-// (a tick is at most 10 ms), two seconds on file systems that keep whole seconds.
-constexpr std::int64_t kFineTick = 20'000'000;
-constexpr std::int64_t kCoarseTick = 2 * kNanoseconds;
-
-std::int64_t coarseNow() {
-  struct timespec now {};
-  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
-  return now.tv_sec * kNanoseconds + now.tv_nsec;
-}
 
 bool isSame(const IndexEntry& entry, const struct stat& status) {
   return entry.changeTime != kUntrusted && entry.changeTime == changeTimeOf(status) &&
          entry.mode == status.st_mode;
 }
 
+bool hasSize(const IndexEntry& entry, const struct stat& status) {
+  return entry.size == static_cast<std::uint64_t>(status.st_size);
+}
+
 }  // namespace
 
-WalkMemory::WalkMemory(SourceIndexWriter& writer, const SourceIndex* before)
+WalkMemory::WalkMemory(SourceIndexWriter& writer, EarlierWalk before, const struct timespec& began,
+                       std::function<void(const std::string& path)> tore)
     : writer_(writer),
-      before_(before),
-      sampled_(coarseNow()),
+      before_(std::move(before)),
+      began_(began),
+      tore_(std::move(tore)),
       lastUser_(static_cast<uid_t>(-1)),
       lastGroup_(static_cast<gid_t>(-1)) {}
 
-bool WalkMemory::isSettled(const struct stat& status) {
-  const std::int64_t tick = status.st_ctim.tv_nsec == 0 ? kCoarseTick : kFineTick;
-  const bool settled = changeTimeOf(status) + tick < sampled_;
-  sampled_ = coarseNow();
-  return settled;
+bool WalkMemory::isDamaged(const char* name) const {
+  return !before_.damaged.empty() && before_.damaged.contains(pathOf(name));
+}
+
+std::string WalkMemory::pathOf(const char* name) const {
+  std::string path;
+  for (const std::string& folder : path_) path += folder + "/";
+  return path + name;
 }
 
 void WalkMemory::noteOwner(const struct stat& status) {
@@ -50,37 +48,78 @@ void WalkMemory::noteOwner(const struct stat& status) {
 
 bool WalkMemory::enter(const char* name, const struct stat& status) {
   noteOwner(status);
-  writer_.enter(name, status, isSettled(status));
+  writer_.enter(name, status, host::isBefore(status, began_));
   SourceIndex::Folder folder;
   bool unchanged = false;
-  if (before_ != nullptr && folders_.empty()) {
-    folder = before_->root();
-  } else if (before_ != nullptr) {
+  const bool isRoot = folders_.empty();
+  if (before_.index != nullptr && isRoot) {
+    folder = before_.index->root();
+  } else if (before_.index != nullptr) {
     if (const IndexEntry* entry = folders_.back().find(status.st_ino, name)) {
-      folder = before_->below(*entry);
+      folder = before_.index->below(*entry);
       unchanged = isSame(*entry, status);
+    } else if (const IndexEntry* another = folders_.back().find(name)) {
+      folder = before_.index->below(*another);  // Made anew: its files may be the same.
     }
   }
-  folders_.push_back(folder);
+  folders_.push_back(std::move(folder));
+  if (!isRoot) path_.emplace_back(name);
   return unchanged;
 }
 
 void WalkMemory::leave() {
   folders_.pop_back();
+  if (!path_.empty()) path_.pop_back();
   writer_.leave();
 }
 
 bool WalkMemory::isUnchanged(const char* name, const struct stat& status) {
   noteOwner(status);
-  settled_ = isSettled(status);
-  if (before_ == nullptr) return false;
+  digest_ = kNoDigest;
+  if (before_.index == nullptr) return false;
   const IndexEntry* entry = folders_.back().find(status.st_ino, name);
-  return entry != nullptr && isSame(*entry, status) &&
-         entry->size == static_cast<std::uint64_t>(status.st_size);
+  if (entry == nullptr || !isSame(*entry, status) || !hasSize(*entry, status)) return false;
+  if (S_ISREG(status.st_mode) && isDamaged(name)) return false;
+  digest_ = entry->digest;
+  return true;
+}
+
+host::TreeMemory::Earlier WalkMemory::earlier(const char* name, const struct stat& status) {
+  Earlier earlier;
+  earlier.isDamaged = isDamaged(name);
+  if (before_.index == nullptr) return earlier;
+  const IndexEntry* entry = folders_.back().find(name);
+  if (entry != nullptr && S_ISREG(entry->mode) && hasSize(*entry, status) &&
+      entry->digest != kNoDigest) {
+    earlier.digest = &entry->digest;
+  }
+  return earlier;
+}
+
+std::optional<host::TreeMemory::Moved> WalkMemory::movedFrom(const struct stat& status) {
+  if (before_.index == nullptr) return std::nullopt;
+  moved_ = before_.index->findAnywhere(status.st_ino);
+  if (!moved_ || !hasSize(*moved_->entry, status)) return std::nullopt;
+  const std::string path = moved_->folder + (moved_->folder.empty() ? "" : "/") + moved_->name;
+  Moved moved{moved_->folder.c_str(), moved_->name.c_str(), {}, isSame(*moved_->entry, status)};
+  moved.earlier.isDamaged = before_.damaged.contains(path);
+  if (moved_->entry->digest != kNoDigest) moved.earlier.digest = &moved_->entry->digest;
+  if (moved.isProven) digest_ = moved_->entry->digest;
+  return moved;
+}
+
+void WalkMemory::begin() {
+  digester_.begin();
+  digest_ = kNoDigest;
 }
 
 void WalkMemory::took(const char* name, const struct stat& status) {
-  writer_.add(name, status, settled_);
+  writer_.add(name, status, host::isBefore(status, began_), digest_);
+}
+
+void WalkMemory::tookTorn(const char* name, const struct stat& status) {
+  writer_.add(name, status, false, digest_);
+  tore_(pathOf(name));
 }
 
 }  // namespace halyard::snapwheel

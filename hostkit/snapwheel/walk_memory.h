@@ -7,36 +7,65 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "host/tree/tree_memory.h"
+#include "snapwheel/digest.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/source_index.h"
 
 namespace halyard::snapwheel {
 
+/// What a walk builds upon.
+struct EarlierWalk {
+  /// The index of the reference; null when everything must be looked at.
+  const SourceIndex* index = nullptr;
+  /// Paths in the reference, relative to the root, that do not hold what was put there.
+  std::unordered_set<std::string> damaged;
+};
+
 class WalkMemory final : public host::TreeMemory {
  public:
-  /// `before` is the index of the reference; null when everything must be looked at.
-  WalkMemory(SourceIndexWriter& writer, const SourceIndex* before);
+  /// `began` is a time after which the source's file system was written back: what
+  /// was written through a mapping before that has set the change time, and so will what is written
+  /// from then on. `tore` is told of each item that changed whenever it was read.
+  WalkMemory(SourceIndexWriter& writer, EarlierWalk before, const struct timespec& began,
+             std::function<void(const std::string& path)> tore);
 
   bool enter(const char* name, const struct stat& status) override;
   void leave() override;
   bool isUnchanged(const char* name, const struct stat& status) override;
+  Earlier earlier(const char* name, const struct stat& status) override;
+  std::optional<Moved> movedFrom(const struct stat& status) override;
+  void begin() override;
+  void read(const char* bytes, std::size_t count) override { digester_.add(bytes, count); }
+  void readZeros(std::uint64_t count) override { digester_.addZeros(count); }
+  void end() override { digest_ = digester_.digest(); }
+  host::ContentDigest digest() override { return digest_; }
   void took(const char* name, const struct stat& status) override;
+  void tookTorn(const char* name, const struct stat& status) override;
 
   /// The owners of everything that the walk met.
   const OwnerIds& owners() const { return owners_; }
 
  private:
-  bool isSettled(const struct stat& status);
+  bool isDamaged(const char* name) const;
+  std::string pathOf(const char* name) const;
   void noteOwner(const struct stat& status);
 
   SourceIndexWriter& writer_;
-  const SourceIndex* before_;
-  std::vector<SourceIndex::Folder> folders_;  ///< Of `before`, down to where the walk is.
-  std::int64_t sampled_;                      ///< A time before the item at hand was looked at.
-  bool settled_ = false;                      ///< What isSettled said of the item at hand.
+  EarlierWalk before_;
+  struct timespec began_;
+  std::function<void(const std::string& path)> tore_;
+  std::vector<SourceIndex::Folder> folders_;  ///< Of the reference, down to where the walk is.
+  std::vector<std::string> path_;             ///< Names of the folders below the root.
+  Digester digester_;
+  host::ContentDigest digest_ = kNoDigest;  ///< Of the item at hand.
+  std::optional<SourceIndex::Place> moved_;
   OwnerIds owners_;
   uid_t lastUser_;
   gid_t lastGroup_;

@@ -14,6 +14,7 @@
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/volumes/subvolume.h"
+#include "snapwheel/damage.h"
 #include "snapwheel/failure.h"
 
 namespace halyard::snapwheel {
@@ -57,13 +58,18 @@ std::string WorkFolder::record(const std::string& snapshot, const char* name) {
   return snapshot + "/" + std::string(kRecordFolder) + "/" + name;
 }
 
-std::string WorkFolder::referenceIndexPath() const {
-  return record(repository_.path(reference_), "index");
-}
+std::string WorkFolder::referenceIndexPath() const { return record(referencePath(), "index"); }
 
 std::string WorkFolder::referenceVolume() const {
-  if (reference_.empty() || basis_ == Basis::copyOfReference) return {};
-  return repository_.path(reference_) + "/" + referenceFolder_;
+  return basis_ == Basis::copyOfReference ? std::string() : earlierVolume();
+}
+
+std::string WorkFolder::earlierVolume() const {
+  return reference_.empty() ? std::string() : referencePath() + "/" + referenceFolder_;
+}
+
+std::string WorkFolder::referencePath() const {
+  return reference_.empty() ? std::string() : repository_.path(reference_);
 }
 
 bool WorkFolder::isReusable(const std::string& name) const {
@@ -117,6 +123,10 @@ void WorkFolder::begin(const Manifest& manifest) {
   const std::string records = path_ + "/" + std::string(kRecordFolder);
   if (::mkdir(records.c_str(), kRecordMode) != 0 && errno != EEXIST) {
     throw Failure(errorText(records, errno));
+  }
+  // On btrfs the records are copies too, and what is damaged there is made anew.
+  if (const Status undamaged = writeDamage(path_, {}); !undamaged) {
+    throw failureOf(undamaged.error());
   }
   if (const Status written = writeManifest(path_, manifest); !written) {
     throw failureOf(written.error());

@@ -43,6 +43,10 @@ class WorkFolder {
   /// The folder whose files may be linked; empty when there is none, or when the copy is made by
   /// bringing the work folder up to date.
   std::string referenceVolume() const;
+  /// The same folder also when the copy is made by bringing the work folder up to date.
+  std::string earlierVolume() const;
+  /// The previous snapshot; empty when there is none to build upon.
+  std::string referencePath() const;
   /// Whether the folder began as a copy of an earlier state.
   bool isUpdate() const { return basis_ == Basis::copyOfReference || basis_ == Basis::leftover; }
   /// Whether the reference's index describes what the walk builds upon.

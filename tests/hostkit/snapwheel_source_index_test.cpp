@@ -23,11 +23,11 @@ std::string writeSample(const test::Scratch& scratch) {
   const std::string path = scratch / "index";
   SourceIndexWriter writer(path, "identity");
   writer.enter("", item(2, S_IFDIR | 0755, 100), true);
-  writer.add("b", item(12, S_IFREG | 0644, 200, 5), true);
-  writer.add("a", item(11, S_IFREG | 0644, 300, 6), true);
-  writer.add("fresh", item(13, S_IFREG | 0644, 999), false);
+  writer.add("b", item(12, S_IFREG | 0644, 200, 5), true, kNoDigest);
+  writer.add("a", item(11, S_IFREG | 0644, 300, 6), true, kNoDigest);
+  writer.add("fresh", item(13, S_IFREG | 0644, 999), false, kNoDigest);
   writer.enter("d", item(20, S_IFDIR | 0755, 400), true);
-  writer.add("c", item(21, S_IFLNK | 0777, 500), true);
+  writer.add("c", item(21, S_IFLNK | 0777, 500), true, kNoDigest);
   writer.leave();
   writer.enter("young", item(30, S_IFDIR | 0755, 999), false);
   writer.leave();
@@ -75,12 +75,14 @@ TEST(SourceIndex, GoesIntoFolders) {
   EXPECT_EQ(none.find(21, "c"), nullptr);
 }
 
-TEST(SourceIndex, KeepsNoItemThatProvesNothing) {
+TEST(SourceIndex, KeepsWhatProvesNothingWithoutItsTime) {
   const test::Scratch scratch;
   const auto index = SourceIndex::open(writeSample(scratch), "identity");
   ASSERT_NE(index, nullptr);
   SourceIndex::Folder root = index->root();
-  EXPECT_EQ(root.find(13, "fresh"), nullptr);
+  const IndexEntry* fresh = root.find(13, "fresh");
+  ASSERT_NE(fresh, nullptr);
+  EXPECT_EQ(fresh->changeTime, kUntrusted);
   const IndexEntry* young = root.find(30, "young");
   ASSERT_NE(young, nullptr);
   EXPECT_EQ(young->changeTime, kUntrusted);
@@ -92,7 +94,7 @@ TEST(SourceIndex, TellsNamesOfOneInodeApart) {
   SourceIndexWriter writer(path, "");
   writer.enter("", item(2, S_IFDIR, 1), true);
   for (const char* name : {"one", "two", "three"}) {
-    writer.add(name, item(5, S_IFREG, 1), true);
+    writer.add(name, item(5, S_IFREG, 1), true, kNoDigest);
   }
   writer.leave();
   ASSERT_TRUE(writer.finish());

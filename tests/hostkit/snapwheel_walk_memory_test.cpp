@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "host/tree/change_time.h"
 #include "snapwheel/walk_memory.h"
 #include "support/scratch.h"
 
@@ -30,13 +31,14 @@ class KnownFile : public testing::Test {
   void SetUp() override {
     SourceIndexWriter earlier(scratch_ / "before", "identity");
     earlier.enter("", statusOf(kRoot, S_IFDIR | 0755), true);
-    earlier.add("file", file_, true);
+    earlier.add("file", file_, true, kNoDigest);
     earlier.leave();
     ASSERT_TRUE(earlier.finish());
     before_ = SourceIndex::open(scratch_ / "before", "identity");
     ASSERT_NE(before_, nullptr);
     writer_ = std::make_unique<SourceIndexWriter>(scratch_ / "now", "identity");
-    memory_ = std::make_unique<WalkMemory>(*writer_, before_.get());
+    memory_ = std::make_unique<WalkMemory>(*writer_, EarlierWalk{before_.get(), {}},
+                                           host::timeOfChanges(), [](const std::string&) {});
     memory_->enter("", statusOf(kRoot, S_IFDIR | 0755));
   }
   bool isKnown() { return memory_->isUnchanged("file", file_); }

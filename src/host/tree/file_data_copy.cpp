@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <limits>
 
 #include "host/files/system_call.h"
@@ -17,6 +19,7 @@ namespace halyard::host {
 namespace {
 
 constexpr std::size_t kBufferBytes = std::size_t{128} << 10;
+constexpr std::size_t kBlockBytes = std::size_t{4} << 10;  // What file systems share at the least.
 constexpr off_t kToTheEnd = std::numeric_limits<off_t>::max();
 
 /// Errors that only say that this way is closed for this file: besides the usual ones, swap files
@@ -38,11 +41,147 @@ int FileDataCopier::copy(int from, int to, const struct stat& status, dev_t targ
   }
   if (shares_ && status.st_size > 0) {
     const int error = share(from, to);
+    // What was shared is what must be seen, whatever happens to the source.
+    if (error == 0 && watcher_ != nullptr) return read(to, status);
     if (error == 0 || !isRefusal(error)) return error;
   }
+  if (watcher_ != nullptr) return copyWatched(from, to, status);
   const bool small = status.st_size <= static_cast<off_t>(kBufferBytes);
   if (small && !hasHoles(status)) return copySmall(from, to, status);
   return copyLarge(from, to, status.st_size);
+}
+
+/// Calls `useBytes(bytes, count, at)` and `useZeros(count, at)` for the contents in their order
+/// until one answers with an error, and shows them to the watcher. Ends where the file is found to
+/// end.
+template <typename UseBytes, typename UseZeros>
+int FileDataCopier::readPieces(int from, const struct stat& status, UseBytes useBytes,
+                               UseZeros useZeros) {
+  if (watcher_ != nullptr) watcher_->begin();
+  // Files of the kernel promise nothing and are read to their end.
+  off_t size = status.st_size > 0 ? status.st_size : kToTheEnd;
+  bool seeks = hasHoles(status);
+  off_t at = 0;
+  while (at < size) {
+    off_t end = size;
+    if (seeks) {
+      const off_t hole = at;
+      at = uninterrupted([&] { return ::lseek(from, at, SEEK_DATA); });
+      if (at < 0 && errno == ENXIO) at = size;  // Nothing but a hole up to the end.
+      if (at < 0 && !isUnsupported(errno)) return errno;
+      seeks = at >= 0;
+      if (!seeks) at = hole;
+      if (at > hole) {
+        const auto count = static_cast<std::uint64_t>(std::min(at, size) - hole);
+        if (watcher_ != nullptr) watcher_->readZeros(count);
+        if (const int error = useZeros(count, hole)) return error;
+      }
+      if (seeks && at < size) {
+        end = uninterrupted([&] { return ::lseek(from, at, SEEK_HOLE); });
+        if (end < 0) return errno;
+        end = std::min(end, size);
+      }
+    }
+    while (at < std::min(end, size)) {
+      const auto wanted =
+          static_cast<std::size_t>(std::min(end - at, static_cast<off_t>(kBufferBytes)));
+      const auto got = uninterrupted([&] { return ::pread(from, buffer_.get(), wanted, at); });
+      if (got < 0) return errno;
+      if (got == 0) {
+        size = at;  // Shorter than it was a moment ago.
+        break;
+      }
+      const auto count = static_cast<std::size_t>(got);
+      if (watcher_ != nullptr) watcher_->read(buffer_.get(), count);
+      if (const int error = useBytes(buffer_.get(), count, at)) return error;
+      at += got;
+    }
+  }
+  if (watcher_ != nullptr) watcher_->end();
+  return 0;
+}
+
+int FileDataCopier::copyWatched(int from, int to, const struct stat& status) {
+  off_t holeEnd = 0;
+  const int error = readPieces(
+      from, status,
+      [&](const char* bytes, std::size_t count, off_t at) {
+        return writeAll(to, bytes, count, at);
+      },
+      [&](std::uint64_t count, off_t at) {
+        holeEnd = at + static_cast<off_t>(count);
+        return 0;
+      });
+  if (error != 0 || holeEnd != status.st_size || holeEnd == 0) return error;
+  return errorOf([&] { return ::ftruncate(to, holeEnd); });
+}
+
+int FileDataCopier::copyChanges(int from, int to, int earlier, const struct stat& status) {
+  if (const int error = errorOf([&] { return ::ioctl(to, FICLONE, earlier); })) {
+    return isRefusal(error) ? EOPNOTSUPP : error;
+  }
+  off_t end = 0;
+  int error = readPieces(
+      from, status,
+      [&](const char* bytes, std::size_t count, off_t at) {
+        end = at + static_cast<off_t>(count);
+        return replaceWhereOther(to, bytes, count, at);
+      },
+      [&](std::uint64_t count, off_t at) {
+        end = at + static_cast<off_t>(count);
+        return errorOf([&] {
+          return ::fallocate(to, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, at,
+                             static_cast<off_t>(count));
+        });
+      });
+  if (error == 0) error = errorOf([&] { return ::ftruncate(to, end); });
+  return error;
+}
+
+int FileDataCopier::replaceWhereOther(int to, const char* bytes, std::size_t count, off_t at) {
+  const char* there = otherBuffer();
+  const auto got = uninterrupted([&] { return ::pread(to, otherBuffer(), count, at); });
+  if (got < 0) return errno;
+  for (std::size_t block = 0; block < count; block += kBlockBytes) {
+    const std::size_t length = std::min(kBlockBytes, count - block);
+    const bool isThere = block + length <= static_cast<std::size_t>(got);
+    if (isThere && std::memcmp(bytes + block, there + block, length) == 0) continue;
+    const off_t blockAt = at + static_cast<off_t>(block);
+    if (const int error = writeAll(to, bytes + block, length, blockAt)) return error;
+  }
+  return 0;
+}
+
+int FileDataCopier::read(int from, const struct stat& status) {
+  return readPieces(
+      from, status, [](const char*, std::size_t, off_t) { return 0; },
+      [](std::uint64_t, off_t) { return 0; });
+}
+
+int FileDataCopier::compare(int left, int right, const struct stat& status) {
+  const auto compareAt = [&](const char* bytes, std::size_t count, off_t at) {
+    const auto got = uninterrupted([&] { return ::pread(right, otherBuffer(), count, at); });
+    if (got < 0) return errno;
+    const bool same =
+        static_cast<std::size_t>(got) == count && std::memcmp(bytes, otherBuffer(), count) == 0;
+    return same ? 0 : ENOENT;
+  };
+  static constexpr std::array<char, kBufferBytes> kZeros{};
+  return readPieces(left, status, compareAt, [&](std::uint64_t count, off_t at) {
+    int error = 0;
+    while (error == 0 && count > 0) {
+      const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(count, kBufferBytes));
+      error = compareAt(kZeros.data(), step, at);
+      at += static_cast<off_t>(step);
+      count -= step;
+    }
+    return error;
+  });
+}
+
+char* FileDataCopier::otherBuffer() {
+  if (!otherBuffer_) otherBuffer_.reset(new char[kBufferBytes]);
+  return otherBuffer_.get();
 }
 
 int FileDataCopier::share(int from, int to) {

@@ -9,9 +9,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <ctime>
+#include <utility>
 
 #include "host/files/system_call.h"
 #include "host/files/temporary_name.h"
+#include "host/tree/change_time.h"
 #include "host/tree/remove_tree.h"
 
 namespace halyard::host {
@@ -19,6 +22,9 @@ namespace halyard::host {
 namespace {
 
 constexpr mode_t kPrivateMode = 0600;
+constexpr int kReadings = 3;
+// Of a smaller file that changed, finding the blocks that did not costs more than they do.
+constexpr off_t kWorthSharingBlocks = off_t{1} << 20;
 
 bool sameTime(const struct timespec& left, const struct timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
@@ -35,8 +41,25 @@ int statusOf(int folder, const char* name, struct stat& status) {
   return errorOf([&] { return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW); });
 }
 
+/// Whether a file stood still while it was read: changes within one tick of the clock may leave one
+/// change time. What bears a time to come is believed when it keeps it.
+bool isQuiet(const struct stat& before, const struct stat& after, const struct timespec& start) {
+  if (!sameTime(before.st_ctim, after.st_ctim)) return false;
+  const struct timespec now = timeOfChanges();
+  return isBefore(after, start) || std::pair(after.st_ctim.tv_sec, after.st_ctim.tv_nsec) >
+                                       std::pair(now.tv_sec, now.tv_nsec);
+}
+
 GivenAttributes givenBy(const struct stat& status) {
   return {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
+}
+
+/// Whether something of the same kind, and of a file the size, stands there.
+bool isAlike(int folder, const char* name, const struct stat& status) {
+  struct stat there = {};
+  return statusOf(folder, name, there) == 0 &&
+         (there.st_mode & S_IFMT) == (status.st_mode & S_IFMT) &&
+         (!S_ISREG(status.st_mode) || there.st_size == status.st_size);
 }
 
 int makeLink(const FolderPair& folders, const char* fromName, const char* name) {
@@ -80,18 +103,23 @@ int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
 int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toName,
                      unsigned char type) {
   if (type == DT_DIR) return EISDIR;
-  if (folders.memory == nullptr) return copyAfresh(folders, fromName, toName, type);
+  if (memory_ == nullptr) return copyAfresh(folders, fromName, toName, type);
 
   struct stat status = {};
   int error = statusOf(folders.source, fromName, status);
   if (error != 0) return error;
   if (S_ISDIR(status.st_mode)) return EISDIR;
   error = ENOENT;
-  if (folders.memory->isUnchanged(fromName, status)) {
+  if (memory_->isUnchanged(fromName, status)) {
     error = keep(folders, fromName, toName, status);
   }
+  isTorn_ = false;
   if (isLinkRefusal(error)) error = copyAfresh(folders, fromName, toName, type);
-  if (error == 0) folders.memory->took(fromName, status);
+  if (error == 0 && isTorn_) {
+    memory_->tookTorn(fromName, status);
+  } else if (error == 0) {
+    memory_->took(fromName, status);
+  }
   return error;
 }
 
@@ -105,9 +133,11 @@ int ItemCopier::keep(FolderPair& folders, const char* fromName, const char* toNa
                   [&](const char* name) { return hardLinks_.link(status, folders.target, name); });
     if (!isLinkRefusal(error)) return error;
   }
+  // Whoever can write to the earlier copy may have put something else there.
   if (folders.updates) {
-    error = 0;
-  } else if (folders.reference >= 0 && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode))) {
+    error = isAlike(folders.target, toName, status) ? 0 : ENOENT;
+  } else if (folders.reference >= 0 && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) &&
+             isAlike(folders.reference, fromName, status)) {
     error = place(folders, toName, [&](const char* name) {
       return errorOf(
           [&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });
@@ -135,7 +165,35 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
   struct stat status = {};
   if (const int error = errorOf([&] { return ::fstat(from.get(), &status); })) return error;
   if (!S_ISREG(status.st_mode)) return ELOOP;
+  if (memory_ == nullptr) return copyOpened(folders, from.get(), fromName, toName, status);
+  return copyUntorn(folders, from.get(), fromName, toName, status);
+}
 
+/// Copies a file again while it changes under the reading, a few times.
+int ItemCopier::copyUntorn(FolderPair& folders, int from, const char* fromName, const char* toName,
+                           struct stat status) {
+  for (int reading = 1;; ++reading) {
+    // What is written through a mapping shows when a page is touched that is as the disk has it.
+    if (!isBefore(status, began_)) (void)::fdatasync(from);
+    const struct timespec start = timeOfChanges();
+    const TreeCopyReport before = report_;
+    if (const int error = copyOpened(folders, from, fromName, toName, status)) return error;
+    const struct stat earlier = status;
+    if (const int error = errorOf([&] { return ::fstat(from, &status); })) return error;
+    isTorn_ = !isQuiet(earlier, status, start);
+    if (!isTorn_ || reading == kReadings) return 0;
+    report_ = before;
+    if (const int error = errorOf([&] { return ::unlinkat(folders.target, toName, 0); })) {
+      return error;
+    }
+    if (::lseek(from, 0, SEEK_SET) != 0) return errno;
+    const struct timespec pause = tickOf(status);
+    (void)::nanosleep(&pause, nullptr);
+  }
+}
+
+int ItemCopier::copyOpened(FolderPair& folders, int from, const char* fromName, const char* toName,
+                           const struct stat& status) {
   int error = ENOENT;
   if (hasOtherNames(status)) {
     error = place(folders, toName,
@@ -143,19 +201,13 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
     if (error == 0) return 0;
     if (!isLinkRefusal(error)) return error;
   }
-  error = attributes_.read(AttributeItem::opened(from.get()));
+  error = attributes_.read(AttributeItem::opened(from));
   if (error != 0) return error;
-  // A copy with more names than one may be another item's as well: that one is made anew.
-  struct stat there = {};
-  if (folders.updates && !hasOtherNames(status) && statusOf(folders.target, toName, there) == 0 &&
-      !hasOtherNames(there) && isSame(folders.target, toName, status, there)) {
-    countShared(status);
-    return 0;
-  }
-  error = linkToReference(folders, fromName, toName, status);
+  EarlierFile base;
+  error = shareEarlier(folders, from, fromName, toName, status, base);
   if (isLinkRefusal(error)) {
     error = place(folders, toName,
-                  [&](const char* name) { return makeFile(folders, from.get(), name, status); });
+                  [&](const char* name) { return makeFile(folders, from, name, status, base); });
     if (error == 0) {
       ++report_.copied;
       report_.copiedBytes += static_cast<std::uint64_t>(status.st_size);
@@ -165,20 +217,75 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
   return error;
 }
 
-int ItemCopier::makeFile(FolderPair& folders, int from, const char* name,
-                         const struct stat& status) {
+/// Takes the file from an earlier copy. ENOENT when none is the same; `base` then is the one whose
+/// blocks may serve.
+int ItemCopier::shareEarlier(FolderPair& folders, int from, const char* fromName,
+                             const char* toName, const struct stat& status, EarlierFile& base) {
+  const auto known =
+      memory_ == nullptr ? TreeMemory::Earlier{} : memory_->earlier(fromName, status);
+  digest_.reset();
+  const auto attempt = [&](EarlierFile earlier) {
+    if (!earlier || !isSame(from, status, earlier)) {
+      if (earlier && !base) base = std::move(earlier);
+      return ENOENT;
+    }
+    const int error = share(folders, earlier, toName, status);
+    if (isLinkRefusal(error)) {
+      base = std::move(earlier);
+      base.isProven = true;
+    }
+    return error;
+  };
+  int error = ENOENT;
+  if (folders.updates && !hasOtherNames(status)) {
+    EarlierFile there = openEarlier(opener_, folders.target, toName, known);
+    // A copy with more names than one may be another item's as well: that one is made anew.
+    there.isInPlace = there && !hasOtherNames(there.status);
+    if (there.isInPlace) error = attempt(std::move(there));
+  }
+  if (isLinkRefusal(error)) {
+    error = attempt(openEarlier(opener_, folders.reference, fromName, known));
+  }
+  if (isLinkRefusal(error) && !base.isProven && memory_ != nullptr && folders.earlierRoot >= 0) {
+    if (const auto moved = memory_->movedFrom(status)) {
+      error = attempt(openMoved(opener_, folders.earlierRoot, *moved));
+    }
+  }
+  return error;
+}
+
+int ItemCopier::share(FolderPair& folders, const EarlierFile& earlier, const char* toName,
+                      const struct stat& status) {
+  int error = 0;
+  if (!earlier.isInPlace) {
+    // Names of one item in the reference may be names of two items by now, which stay apart.
+    if (hasOtherNames(earlier.status) && !linkedInodes_.insert(earlier.status.st_ino)) {
+      return ENOENT;
+    }
+    error = place(folders, toName, [&](const char* name) {
+      return errorOf(
+          [&] { return ::linkat(earlier.folder, earlier.name.c_str(), folders.target, name, 0); });
+    });
+  }
+  if (error == 0) countShared(status);
+  return error;
+}
+
+int ItemCopier::makeFile(FolderPair& folders, int from, const char* name, const struct stat& status,
+                         const EarlierFile& base) {
   // Closed to others until it is whole and has its owner and lists: nobody reads or runs a part.
   const Descriptor to(uninterrupted([&] {
-    return ::openat(folders.target, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+    return ::openat(folders.target, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                     kPrivateMode);
   }));
   if (!to) return errno;
-  const int error = fillFile(folders, from, to.get(), status);
+  const int error = fillFile(folders, from, to.get(), status, base);
   if (error != 0) (void)errorOf([&] { return ::unlinkat(folders.target, name, 0); });
   return error;
 }
 
-int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct stat& status) {
+int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct stat& status,
+                         const EarlierFile& base) {
   int error = 0;
   if (!folders.firstMade) {
     struct stat made = {};
@@ -186,12 +293,22 @@ int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct sta
     if (error != 0) return error;
     folders.firstMade = made;
   }
-  error = data_.copy(from, to, status, folders.firstMade->st_dev);
+  error = copyData(folders, from, to, status, base);
   if (error == 0 && folders.handsDown) error = removeInheritedLists(to);
   GivenAttributes given = givenBy(*folders.firstMade);
   given.permissions = kPrivateMode;
   if (error == 0) error = giveAttributes(to, status, attributes_, given);
   return error;
+}
+
+int ItemCopier::copyData(FolderPair& folders, int from, int to, const struct stat& status,
+                         const EarlierFile& base) {
+  const bool mayShareBlocks = base && (base.isProven || status.st_size >= kWorthSharingBlocks);
+  if (mayShareBlocks) {
+    const int error = data_.copyChanges(from, to, base.file.get(), status);
+    if (error != EOPNOTSUPP) return error;
+  }
+  return data_.copy(from, to, status, folders.firstMade->st_dev);
 }
 
 int ItemCopier::copyOther(FolderPair& folders, const char* fromName, const char* toName) {
@@ -232,41 +349,31 @@ int ItemCopier::makeOther(FolderPair& folders, const char* fromName, const char*
   return error;
 }
 
-/// Whether a regular file, whose status is `earlier`, is a copy of the one at hand as far as its
-/// attributes tell.
-bool ItemCopier::isSame(int folder, const char* name, const struct stat& status,
-                        const struct stat& earlier) {
-  if (earlier.st_mode != status.st_mode || earlier.st_size != status.st_size ||
-      earlier.st_uid != status.st_uid || earlier.st_gid != status.st_gid ||
-      !sameTime(earlier.st_mtim, status.st_mtim)) {
-    return false;
+/// Whether an earlier file is a copy of the one at hand.
+bool ItemCopier::isSame(int from, const struct stat& status, const EarlierFile& earlier) {
+  return earlier.status.st_mode == status.st_mode && earlier.status.st_size == status.st_size &&
+         earlier.status.st_uid == status.st_uid && earlier.status.st_gid == status.st_gid &&
+         sameTime(earlier.status.st_mtim, status.st_mtim) &&
+         earlierAttributes_.read(AttributeItem::opened(earlier.file.get())) == 0 &&
+         earlierAttributes_.isSameEverywhere(attributes_) && hasSameContents(from, status, earlier);
+}
+
+/// Neither size nor time prove anything: both can be kept, or set back.
+bool ItemCopier::hasSameContents(int from, const struct stat& status, const EarlierFile& earlier) {
+  if (earlier.isProven) return true;
+  if (earlier.known.digest == nullptr) {
+    return data_.compare(from, earlier.file.get(), status) == 0;
   }
-  const Descriptor file(
-      opener_.open(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  return file && referenceAttributes_.read(AttributeItem::opened(file.get())) == 0 &&
-         referenceAttributes_.isSameEverywhere(attributes_);
+  if (!digest_) {
+    if (data_.read(from, status) != 0) return false;  // The copy meets the error again.
+    digest_ = memory_->digest();
+  }
+  return *digest_ == *earlier.known.digest;
 }
 
 void ItemCopier::countShared(const struct stat& status) {
   ++report_.linked;
   report_.linkedBytes += static_cast<std::uint64_t>(status.st_size);
-}
-
-/// ENOENT when there is no earlier copy that is the same.
-int ItemCopier::linkToReference(FolderPair& folders, const char* fromName, const char* toName,
-                                const struct stat& status) {
-  struct stat earlier = {};
-  if (folders.reference < 0 || statusOf(folders.reference, fromName, earlier) != 0 ||
-      !isSame(folders.reference, fromName, status, earlier)) {
-    return ENOENT;
-  }
-  // Names of one item in the reference may be names of two items by now, which stay apart.
-  if (earlier.st_nlink > 1 && !linkedInodes_.insert(earlier.st_ino)) return ENOENT;
-  const int error = place(folders, toName, [&](const char* name) {
-    return errorOf([&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });
-  });
-  if (error == 0) countShared(status);
-  return error;
 }
 
 }  // namespace halyard::host

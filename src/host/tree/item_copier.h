@@ -8,6 +8,8 @@
 
 #include <optional>
 
+#include "host/tree/change_time.h"
+#include "host/tree/earlier_file.h"
 #include "host/tree/extended_attributes.h"
 #include "host/tree/file_data_copy.h"
 #include "host/tree/hard_links.h"
@@ -27,7 +29,7 @@ struct FolderPair {
   bool updates = false;    ///< The same items may stay.
   bool handsDown = false;  ///< The target gives new items an access control list of its own.
   bool changed = false;    ///< Something in the target was made or replaced.
-  TreeMemory* memory = nullptr;
+  int earlierRoot = -1;    ///< The root of the copy that the memory knows; -1 for none.
   /// The first file that was made in the target, as it came out: its owner, group and device are
   /// those of the next ones too.
   std::optional<struct stat> firstMade;
@@ -36,7 +38,9 @@ struct FolderPair {
 /// Copies items with everything that belongs to them. REQUIRES: a umask of 0.
 class ItemCopier {
  public:
-  explicit ItemCopier(TreeCopyReport& report) : report_(report) {}
+  ItemCopier(TreeCopyReport& report, TreeMemory* memory) : report_(report), memory_(memory) {
+    data_.watch(memory);
+  }
 
   /// Copies the item `fromName` to `toName`; `type` is its kind as a directory entry tells it.
   /// EISDIR, and nothing done, for a folder. After any other error nothing new stands at `toName`.
@@ -50,25 +54,40 @@ class ItemCopier {
   int keep(FolderPair& folders, const char* fromName, const char* toName,
            const struct stat& status);
   int copyFile(FolderPair& folders, const char* fromName, const char* toName);
+  int copyUntorn(FolderPair& folders, int from, const char* fromName, const char* toName,
+                 struct stat status);
+  int copyOpened(FolderPair& folders, int from, const char* fromName, const char* toName,
+                 const struct stat& status);
+  int shareEarlier(FolderPair& folders, int from, const char* fromName, const char* toName,
+                   const struct stat& status, EarlierFile& base);
   int copyOther(FolderPair& folders, const char* fromName, const char* toName);
   template <typename Make>
   int place(FolderPair& folders, const char* name, Make make);
-  int makeFile(FolderPair& folders, int from, const char* name, const struct stat& status);
-  int fillFile(FolderPair& folders, int from, int to, const struct stat& status);
+  int share(FolderPair& folders, const EarlierFile& earlier, const char* toName,
+            const struct stat& status);
+  int makeFile(FolderPair& folders, int from, const char* name, const struct stat& status,
+               const EarlierFile& base);
+  int fillFile(FolderPair& folders, int from, int to, const struct stat& status,
+               const EarlierFile& base);
+  int copyData(FolderPair& folders, int from, int to, const struct stat& status,
+               const EarlierFile& base);
   int makeOther(FolderPair& folders, const char* fromName, const char* name,
                 const struct stat& status);
-  bool isSame(int folder, const char* name, const struct stat& status, const struct stat& earlier);
-  int linkToReference(FolderPair& folders, const char* fromName, const char* toName,
-                      const struct stat& status);
+  bool isSame(int from, const struct stat& status, const EarlierFile& earlier);
+  bool hasSameContents(int from, const struct stat& status, const EarlierFile& earlier);
   void countShared(const struct stat& status);
 
   TreeCopyReport& report_;
+  TreeMemory* memory_;
+  struct timespec began_ = timeOfChanges();
   QuietOpener opener_;
   HardLinks hardLinks_;
   InodeSet linkedInodes_;  ///< Of the reference.
   FileDataCopier data_;
   ExtendedAttributes attributes_;  ///< Of the item at hand.
-  ExtendedAttributes referenceAttributes_;
+  ExtendedAttributes earlierAttributes_;
+  bool isTorn_ = false;                  ///< It changed whenever it was read.
+  std::optional<ContentDigest> digest_;  ///< Of the file at hand, once it was read to compare it.
 };
 
 }  // namespace halyard::host

@@ -18,13 +18,17 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0700;
 
+bool sameTime(const struct timespec& left, const struct timespec& right) {
+  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
 /// The rest of the tree will fare no better.
 bool endsEveryCopy(int error) { return error == ENOSPC || error == EDQUOT || error == EROFS; }
 
 }  // namespace
 
 TreeCopier::TreeCopier(const TreeCopyOptions& options, SelfCopy selfCopy)
-    : options_(options), selfCopy_(selfCopy) {}
+    : options_(options), selfCopy_(selfCopy), items_(report_, options.memory) {}
 
 TreeCopyReport TreeCopier::copy(const Location& source, const Location& target) {
   int error = copyRoot(source, target);
@@ -107,12 +111,18 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
   error = openTarget(targetFolder, toName, target, level);
   if (error == 0) error = identify(target.get(), targetIdentity);
   if (error == 0 && isRoot) error = items_.hardLinks().begin(target.get());
+  if (isRoot && !options_.earlier.empty()) {
+    earlierRoot_ = Descriptor(uninterrupted(
+        [&] { return ::open(options_.earlier.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+  }
   if (error == 0 && targetIdentity.sameItem(identity)) error = EINVAL;
   if (error != 0) return tolerate(error, shownName);
 
   level.pathLength = appendToPath(shownName);
   if (options_.memory != nullptr) {
-    level.isKnown = options_.memory->enter(isRoot ? "" : fromName, level.source);
+    // A copy that was changed since is looked through, whatever is known of the source.
+    level.isKnown = options_.memory->enter(isRoot ? "" : fromName, level.source) &&
+                    sameTime(level.givenTime, level.source.st_mtim);
   }
   enterReference(fromName);
   source_.push(std::move(source), identity);
@@ -164,6 +174,7 @@ int TreeCopier::openTarget(int folder, const char* name, Descriptor& opened, Lev
 int TreeCopier::prepareTarget(int folder, Level& level) {
   struct stat status = {};
   if (const int error = errorOf([&] { return ::fstat(folder, &status); })) return error;
+  level.givenTime = status.st_mtim;
   level.given = {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
   if (level.isMerged) {
     level.handsDown = handsDownLists(folder);
@@ -197,7 +208,7 @@ int TreeCopier::copyEntries() {
   folders.updates = options_.update && levels_.back().isMerged;
   folders.replaces = options_.intoExisting || options_.update;
   folders.handsDown = levels_.back().handsDown;
-  folders.memory = options_.memory;
+  folders.earlierRoot = earlierRoot_.get();
   int error = 0;
   do {
     error = tolerate(reader_.next(folders.source, entries_), "");

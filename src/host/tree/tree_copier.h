@@ -41,11 +41,12 @@ class TreeCopier {
     NameQueue folders;  ///< Still to be copied.
     struct stat source;
     GivenAttributes given;
-    bool isMerged;           ///< The target folder was there before.
-    bool handsDown;          ///< The target folder gives new items an access control list.
-    bool isKnown;            ///< As it was when the earlier copy was made, as far as names go.
-    bool isChanged;          ///< Something in the target folder was made, replaced or removed.
-    std::size_t pathLength;  ///< Of the relative path of the folder above.
+    struct timespec givenTime;  ///< When the target folder was changed last.
+    bool isMerged;              ///< The target folder was there before.
+    bool handsDown;             ///< The target folder gives new items an access control list.
+    bool isKnown;               ///< As it was when the earlier copy was made, as far as names go.
+    bool isChanged;             ///< Something in the target folder was made, replaced or removed.
+    std::size_t pathLength;     ///< Of the relative path of the folder above.
   };
 
   int copyRoot(const Location& source, const Location& target);
@@ -70,13 +71,14 @@ class TreeCopier {
   SelfCopy selfCopy_;
   TreeCopyReport report_;
   ScopedUmask exactModes_{0};
-  ItemCopier items_{report_};
+  ItemCopier items_;
   FolderReader reader_;
   std::vector<FolderEntry> entries_;
   std::vector<std::string> names_;  ///< Of the current folder, where the copy may have others.
   FolderChain source_;
   FolderChain target_;
-  FolderChain reference_;  ///< Shorter than the others where the earlier copy lacks folders.
+  FolderChain reference_;   ///< Shorter than the others where the earlier copy lacks folders.
+  Descriptor earlierRoot_;  ///< Of the copy that the memory is about.
   std::vector<Level> levels_;
   std::string path_;  ///< Of the current folder relative to the root.
   Identity sourceRoot_;

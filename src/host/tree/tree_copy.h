@@ -59,7 +59,7 @@ bool copyItem(const std::string& source, const std::string& destination);
 
 /// How a tree is copied for a snapshot or from one.
 struct TreeCopyOptions {
-  /// A tree with an earlier copy of the source: a regular file whose kind, size, modification time,
+  /// A tree with an earlier copy of the source: a regular file whose contents, modification time,
   /// mode, owner, group and extended attributes are the same there becomes a hard link to it.
   std::string reference;
   /// Does not descend into other mounted file systems (the empty mount point is copied). A folder
@@ -82,6 +82,8 @@ struct TreeCopyOptions {
   /// reference, or in an update the destination: an item that it knows to be unchanged is not
   /// compared with that copy.
   TreeMemory* memory = nullptr;
+  /// The tree that the memory remembers, where files that moved since are found; empty for none.
+  std::string earlier;
 };
 
 struct TreeCopyReport {

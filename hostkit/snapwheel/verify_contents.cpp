@@ -1,0 +1,285 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
+#include "snapwheel/verify_contents.h"
+
+#include <fcntl.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <span>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "base/text.h"
+#include "common/messages.h"
+#include "host/files/descriptor.h"
+#include "host/files/files.h"
+#include "host/files/identity.h"
+#include "host/files/system_call.h"
+#include "host/tree/file_data_copy.h"
+#include "host/tree/folder_chain.h"
+#include "host/tree/quiet_opener.h"
+#include "host/volumes/subvolume.h"
+#include "snapwheel/damage.h"
+#include "snapwheel/digest.h"
+#include "snapwheel/failure.h"
+#include "snapwheel/source_index.h"
+
+namespace halyard::snapwheel {
+
+namespace {
+
+/// What reading a file of the repository told.
+struct Reading {
+  int error = 0;
+  host::ContentDigest digest = kNoDigest;
+};
+
+class FileReader final : public host::ContentWatcher {
+ public:
+  FileReader() { data_.watch(this); }
+
+  Reading read(int file, const struct stat& status) {
+    Reading reading;
+    reading.error = data_.read(file, status);
+    if (reading.error == 0) reading.digest = digest_;
+    return reading;
+  }
+  std::uint64_t bytes() const { return bytes_; }
+
+  void begin() override { digester_.begin(); }
+  void read(const char* bytes, std::size_t count) override {
+    digester_.add(bytes, count);
+    bytes_ += count;
+  }
+  void readZeros(std::uint64_t count) override { digester_.addZeros(count); }
+  void end() override { digest_ = digester_.digest(); }
+
+ private:
+  host::FileDataCopier data_;
+  Digester digester_;
+  host::ContentDigest digest_ = kNoDigest;
+  std::uint64_t bytes_ = 0;
+};
+
+/// What tells a file whose data other snapshots share from all others: its inode where it has
+/// several names, and on btrfs, where each snapshot has inodes of its own, the places of its data on
+/// the disk. Empty where neither is to be had.
+std::string sharedKey(int file, const struct stat& status) {
+  if (status.st_nlink > 1) {
+    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+  }
+  constexpr std::size_t kMostExtents = 32;
+  union {
+    struct fiemap map;
+    char room[sizeof(struct fiemap) + kMostExtents * sizeof(struct fiemap_extent)];
+  } answer{};
+  answer.map.fm_length = FIEMAP_MAX_OFFSET;
+  answer.map.fm_extent_count = kMostExtents;
+  if (!host::isOnBtrfs(file) || ::ioctl(file, FS_IOC_FIEMAP, &answer.map) != 0) return {};
+  const std::span extents(answer.map.fm_extents, answer.map.fm_mapped_extents);
+  if (extents.empty() || (extents.back().fe_flags & FIEMAP_EXTENT_LAST) == 0) return {};
+  constexpr std::uint32_t kNowhere =
+      FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC | FIEMAP_EXTENT_DATA_INLINE;
+  std::string key = std::to_string(status.st_size);
+  for (const fiemap_extent& extent : extents) {
+    if ((extent.fe_flags & kNowhere) != 0) return {};
+    key += ":" + std::to_string(extent.fe_logical) + "," + std::to_string(extent.fe_physical) +
+           "," + std::to_string(extent.fe_length);
+  }
+  return key;
+}
+
+class Verification {
+ public:
+  Verification(const Repository& repository, const VerifyPart& part)
+      : repository_(repository), part_(part) {}
+
+  VerifyReport run(const std::vector<std::string>& snapshots) {
+    for (const std::string& name : snapshots) verify(name);
+    report_.bytesRead = reader_.bytes();
+    for (const Key& key : unproven_) report_.unproven += proven_.contains(key) ? 0 : 1;
+    for (auto& [key, file] : damaged_) report_.damaged.push_back(std::move(file));
+    return std::move(report_);
+  }
+
+ private:
+  struct Level {
+    SourceIndex::Folder folder;
+    std::size_t next = 0;
+    std::size_t pathLength = 0;  ///< Of the folder above.
+  };
+  /// What is the same for a file in every snapshot that shares it.
+  using Key = std::string;
+
+  void verify(const std::string& name) {
+    const std::string snapshot = repository_.path(name);
+    const auto index = SourceIndex::open(snapshot + "/" + std::string(kRecordFolder) + "/index");
+    const std::string root = snapshot + "/" + volumeFolder(snapshot);
+    host::Descriptor folder(::open(root.c_str(), host::kFolderFlags));
+    host::Identity identity;
+    if (!index || !folder || host::identify(folder.get(), identity) != 0) {
+      if (host::exists(snapshot)) report_.withoutDigests.push_back(name);
+      return;
+    }
+    name_ = name;
+    earlier_ = readDamage(snapshot);
+    stillDamaged_.clear();
+    found_.clear();
+    path_.clear();
+    folders_.clear();
+    folders_.push(std::move(folder), identity);
+    walk(*index);
+    // A snapshot that is removed meanwhile loses its files first.
+    if (host::exists(root)) {
+      keep(snapshot);
+    } else {
+      for (const Key& key : found_) forget(key);
+    }
+  }
+
+  void walk(const SourceIndex& index) {
+    std::vector<Level> levels(1);
+    levels.back().folder = index.root();
+    while (!levels.empty()) {
+      Level& level = levels.back();
+      if (level.next == level.folder.entries().size()) {
+        path_.resize(level.pathLength);
+        levels.pop_back();
+        if (!levels.empty() && folders_.pop() != 0) return;
+        continue;
+      }
+      const IndexEntry& entry = level.folder.entries()[level.next++];
+      const std::string entryName(level.folder.nameOf(entry));
+      if (S_ISREG(entry.mode)) verifyFile(entry, entryName);
+      if (!S_ISDIR(entry.mode) || !enter(entryName)) continue;
+      Level below;
+      below.folder = index.below(entry);
+      below.pathLength = path_.size();
+      path_ += (path_.empty() ? "" : "/") + entryName;
+      levels.push_back(std::move(below));
+    }
+  }
+
+  bool enter(const std::string& name) {
+    host::Descriptor folder(::openat(folders_.current(), name.c_str(), host::kFolderFlags));
+    host::Identity identity;
+    if (!folder || host::identify(folder.get(), identity) != 0) {
+      damage(pathOf(name), name, "cannot be opened: " + hostkit::errnoText(errno));
+      return false;
+    }
+    folders_.push(std::move(folder), identity);
+    return true;
+  }
+
+  void verifyFile(const IndexEntry& entry, const std::string& name) {
+    const host::Descriptor file(opener_.open(folders_.current(), name.c_str(),
+                                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0) {
+      // Of a file that cannot be opened no part is known: each part tells.
+      damage(pathOf(name), name, "cannot be opened: " + hostkit::errnoText(errno));
+      return;
+    }
+    Key key = sharedKey(file.get(), status);
+    const bool isShared = !key.empty();
+    if (!isShared) key = name_ + "/" + pathOf(name);
+    if (!S_ISREG(status.st_mode)) {
+      damage(key, name, "is no file any more");
+      return;
+    }
+    if (status.st_ino % part_.count != part_.number - 1) {
+      if (earlier_.contains(pathOf(name))) stillDamaged_.insert(pathOf(name));
+      return;
+    }
+    const Reading reading = readingOf(file.get(), status, isShared ? key : Key());
+    if (reading.error != 0) {
+      damage(key, name, "cannot be read: " + hostkit::errnoText(reading.error));
+    } else if (entry.digest == kNoDigest) {
+      unproven_.insert(key);  // As long as no other name of the file has a digest.
+    } else if (entry.digest != reading.digest) {
+      damage(key, name, "does not hold what was put there");
+    } else if (isShared) {
+      proven_.insert(key);
+    }
+  }
+
+  /// Each file is read once, however many snapshots share it.
+  Reading readingOf(int file, const struct stat& status, const Key& shared) {
+    const auto found = shared.empty() ? readings_.end() : readings_.find(shared);
+    if (found != readings_.end()) return found->second;
+    ++report_.files;
+    const Reading reading = reader_.read(file, status);
+    if (!shared.empty()) readings_.emplace(shared, reading);
+    return reading;
+  }
+
+  std::string pathOf(const std::string& name) const {
+    return path_ + (path_.empty() ? "" : "/") + name;
+  }
+
+  void damage(const Key& key, const std::string& name, const std::string& reason) {
+    DamagedFile& file = damaged_[key];
+    if (file.path.empty()) {
+      file.path = pathOf(name);
+      file.reason = reason;
+    }
+    if (file.snapshots.empty() || file.snapshots.back() != name_) file.snapshots.push_back(name_);
+    found_.push_back(key);
+    stillDamaged_.insert(pathOf(name));
+  }
+
+  void forget(const Key& key) {
+    const auto file = damaged_.find(key);
+    if (file == damaged_.end()) return;
+    std::erase(file->second.snapshots, name_);
+    if (file->second.snapshots.empty()) damaged_.erase(file);
+  }
+
+  void keep(const std::string& snapshot) {
+    std::unordered_set<std::string> paths;
+    paths.swap(stillDamaged_);
+    if (paths == earlier_) return;
+    const host::Descriptor folder = repository_.open();
+    const bool isLocked = host::isSubvolume(folder.get(), name_);
+    // A refusal shows in the next call.
+    if (isLocked) (void)host::setSubvolumeReadOnly(folder.get(), name_, false);
+    const Status kept = writeDamage(snapshot, paths);
+    // A precaution; nothing rests on it.
+    if (isLocked) (void)host::setSubvolumeReadOnly(folder.get(), name_, true);
+    if (!kept) throw failureOf(kept.error());
+  }
+
+  const Repository& repository_;
+  VerifyPart part_;
+  VerifyReport report_;
+  FileReader reader_;
+  host::QuietOpener opener_;
+  host::FolderChain folders_;  ///< Of the snapshot at hand, down to where the walk is.
+  std::string path_;           ///< Of the current folder.
+  std::string name_;           ///< Of the snapshot at hand.
+  std::unordered_set<std::string> earlier_;  ///< Damaged files that it had recorded before.
+  std::unordered_set<std::string> stillDamaged_;
+  std::vector<Key> found_;  ///< What is damaged in it.
+  std::unordered_map<Key, Reading> readings_;  ///< Of shared files.
+  std::unordered_set<Key> proven_;             ///< Shared files with a digest that is right.
+  std::unordered_set<Key> unproven_;           ///< Files without a digest under one of their names.
+  std::map<Key, DamagedFile> damaged_;
+};
+
+}  // namespace
+
+VerifyReport verifyContents(const Repository& repository, const std::vector<std::string>& snapshots,
+                            const VerifyPart& part) {
+  return Verification(repository, part).run(snapshots);
+}
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,41 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
+// Whether the files of the snapshots hold what was put there, by the digests of their indexes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "snapwheel/repository.h"
+
+namespace halyard::snapwheel {
+
+/// Part `number` of `count`: every file belongs to one of them, to the same one each time.
+struct VerifyPart {
+  std::uint64_t number = 1;
+  std::uint64_t count = 1;
+};
+
+struct DamagedFile {
+  std::string path;                    ///< Relative to the root of the volume.
+  std::string reason;                  ///< "does not hold what was put there".
+  std::vector<std::string> snapshots;  ///< The names of those that share it, oldest first.
+};
+
+struct VerifyReport {
+  std::uint64_t files = 0;      ///< That were read, each once however many snapshots share it.
+  std::uint64_t bytesRead = 0;  ///< Of their contents.
+  std::uint64_t unproven = 0;   ///< Files that no digest is known of.
+  std::vector<std::string> withoutDigests;  ///< Snapshots whose index has none, or is damaged.
+  std::vector<DamagedFile> damaged;
+};
+
+/// Reads the files of the part and keeps in each snapshot which of its files are damaged, so that
+/// none is the basis of a later one. What a snapshot that is removed meanwhile held does not count.
+/// Throws Failure when that cannot be kept.
+VerifyReport verifyContents(const Repository& repository, const std::vector<std::string>& snapshots,
+                            const VerifyPart& part);
+
+}  // namespace halyard::snapwheel

@@ -1,0 +1,21 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
+// Change times, which every change of an item sets and nobody chooses.
+#pragma once
+
+#include <sys/stat.h>
+
+namespace halyard::host {
+
+/// The time now as file systems keep it.
+struct timespec timeOfChanges();
+
+/// Two changes this close can leave one change time: 20 ms where times have a fraction (a tick of
+/// the clock is at most 10 ms), two seconds on file systems that keep whole seconds.
+struct timespec tickOf(const struct stat& status);
+
+/// Whether the item has changed last so long before that moment that a change after it shows.
+bool isBefore(const struct stat& status, const struct timespec& moment);
+
+}  // namespace halyard::host
