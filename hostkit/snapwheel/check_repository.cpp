@@ -24,7 +24,8 @@ namespace {
 
 class Check {
  public:
-  Check(const Repository& repository, CheckDepth depth) : repository_(repository), depth_(depth) {}
+  Check(const Repository& repository, CheckDepth depth, const VerifyPart& part)
+      : repository_(repository), depth_(depth), part_(part) {}
 
   CheckReport run() {
     const HostFolderListing listing = repository_.list();
@@ -37,6 +38,7 @@ class Check {
     }
     for (const std::string& name : listing.snapshots) checkSnapshot(name);
     checkLatest(listing.snapshots);
+    if (depth_ == CheckDepth::contents) checkContents(listing.snapshots);
     return std::move(report_);
   }
 
@@ -95,9 +97,6 @@ class Check {
       ++items;
       if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS) {
         problem(entry->fts_path, hostkit::errnoText(entry->fts_errno));
-      } else if (entry->fts_info == FTS_F && S_ISREG(entry->fts_statp->st_mode) &&
-                 depth_ == CheckDepth::contents) {
-        readContents(entry->fts_accpath, entry->fts_statp->st_size);
       }
     }
     report_.items += items;
@@ -107,35 +106,40 @@ class Check {
     }
   }
 
-  void readContents(const std::string& path, off_t expected) {
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "re"),
-                                                                  &std::fclose);
-    off_t length = 0;
-    if (file) {
-      std::size_t piece = 0;
-      while ((piece = std::fread(buffer_.data(), 1, buffer_.size(), file.get())) > 0) {
-        length += static_cast<off_t>(piece);
-      }
+  void checkContents(const std::vector<std::string>& snapshots) {
+    VerifyReport verified = verifyContents(repository_, snapshots, part_);
+    report_.bytesRead = verified.bytesRead;
+    for (const std::string& name : verified.withoutDigests) {
+      note(repository_.path(name),
+           "holds no digests to compare its files with; the snapshots after it do");
     }
-    if (!file || std::ferror(file.get()) != 0) {
-      problem(path, hostkit::errnoText(errno));
-    } else if (length != expected) {
-      problem(path, "ends early");
+    if (verified.unproven != 0) {
+      note(repository_.hostFolder(),
+           "no digest is known of " + std::to_string(verified.unproven) + " files");
     }
-    report_.bytesRead += static_cast<std::uint64_t>(length);
+    for (const DamagedFile& file : verified.damaged) {
+      problem(file.path, file.reason + ", in " + joined(file.snapshots));
+    }
+    report_.damaged = std::move(verified.damaged);
   }
 
-  static constexpr std::size_t kReadBytes = std::size_t{1} << 20;
+  static std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+    return text;
+  }
+
   const Repository& repository_;
   CheckDepth depth_;
+  VerifyPart part_;
   CheckReport report_;
-  std::vector<char> buffer_ = std::vector<char>(kReadBytes);
 };
 
 }  // namespace
 
-CheckReport checkRepository(const Repository& repository, CheckDepth depth) {
-  return Check(repository, depth).run();
+CheckReport checkRepository(const Repository& repository, CheckDepth depth,
+                            const VerifyPart& part) {
+  return Check(repository, depth, part).run();
 }
 
 }  // namespace halyard::snapwheel

@@ -269,9 +269,21 @@ int runRestore(const CommandOptions& options) {
   return hostkit::kPartial;
 }
 
+namespace {
+
+nlohmann::json toJson(const std::vector<DamagedFile>& damaged) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const DamagedFile& file : damaged) {
+    list.push_back({{"path", file.path}, {"reason", file.reason}, {"snapshots", file.snapshots}});
+  }
+  return list;
+}
+
+}  // namespace
+
 int runCheck(const CommandOptions& options) {
   const Repository repository = openRepository(options);
-  const CheckReport report = checkRepository(repository, options.depth);
+  const CheckReport report = checkRepository(repository, options.depth, options.part);
   nlohmann::json findings = nlohmann::json::array();
   std::uint64_t problems = 0;
   for (const Finding& finding : report.findings) {
@@ -289,7 +301,8 @@ int runCheck(const CommandOptions& options) {
                         {"items", report.items},
                         {"bytesRead", report.bytesRead},
                         {"problems", problems},
-                        {"findings", findings}});
+                        {"findings", findings},
+                        {"damaged", toJson(report.damaged)}});
   } else {
     hostkit::printLine(countText(report.snapshots, "snapshot") + ", " +
                        countText(report.items, "item") + " looked at, " +

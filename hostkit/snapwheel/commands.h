@@ -28,6 +28,7 @@ struct CommandOptions {
   std::vector<std::string> names;
   RestoreRequest restore;
   CheckDepth depth = CheckDepth::structure;
+  VerifyPart part;
   bool json = false;
   bool prune = false;
   bool dryRun = false;

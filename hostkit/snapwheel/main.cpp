@@ -4,7 +4,10 @@
 // snapwheel: takes, lists, removes, restores and checks snapshots of this host.
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <functional>
+#include <string>
+#include <string_view>
 
 #include "common/messages.h"
 #include "common/paths.h"
@@ -105,14 +108,41 @@ void addRestore(CLI::App& app, CommandOptions& options, Command& command) {
   word->callback([&command] { command = snapwheel::runRestore; });
 }
 
+/// "2/7". Throws what the parser tells as a wrong usage.
+snapwheel::VerifyPart partIn(const std::string& text) {
+  snapwheel::VerifyPart part;
+  const auto slash = text.find('/');
+  const auto numberIn = [](std::string_view digits) {
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return error == std::errc{} && end == digits.data() + digits.size() ? number : 0;
+  };
+  if (slash != std::string::npos) {
+    part.number = numberIn(std::string_view(text).substr(0, slash));
+    part.count = numberIn(std::string_view(text).substr(slash + 1));
+  }
+  if (slash == std::string::npos || part.number == 0 || part.number > part.count) {
+    throw CLI::ValidationError("--part", text + " is no part, such as 1/7");
+  }
+  return part;
+}
+
 void addCheck(CLI::App& app, CommandOptions& options, Command& command) {
   CLI::App* word = app.add_subcommand("check", "Look the repository over");
   word->add_flag_callback(
       "--read-metadata", [&options] { options.depth = snapwheel::CheckDepth::metadata; },
       "Look at every item and compare the count with the manifest");
   word->add_flag_callback(
-      "--read-data", [&options] { options.depth = snapwheel::CheckDepth::contents; },
-      "Read every file to its end, too");
+      "--verify,--read-data", [&options] { options.depth = snapwheel::CheckDepth::contents; },
+      "Read every file and compare it with the digest of what was put there, too");
+  word->add_option_function<std::string>(
+          "--part",
+          [&options](const std::string& text) {
+            options.part = partIn(text);
+            options.depth = snapwheel::CheckDepth::contents;
+          },
+          "Of the files only this part, so that M runs verify all")
+      ->type_name("N/M");
   word->add_flag("--json", options.json, "As JSON");
   word->callback([&command] { command = snapwheel::runCheck; });
 }

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <map>
 #include <memory>
@@ -71,21 +72,21 @@ class FileReader final : public host::ContentWatcher {
 };
 
 /// What tells a file whose data other snapshots share from all others: its inode where it has
-/// several names, and on btrfs, where each snapshot has inodes of its own, the places of its data on
-/// the disk. Empty where neither is to be had.
+/// several names, and on btrfs, where each snapshot has inodes of its own, the places of its data
+/// on the disk. Empty where neither is to be had.
 std::string sharedKey(int file, const struct stat& status) {
   if (status.st_nlink > 1) {
     return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
   }
   constexpr std::size_t kMostExtents = 32;
-  union {
-    struct fiemap map;
-    char room[sizeof(struct fiemap) + kMostExtents * sizeof(struct fiemap_extent)];
-  } answer{};
-  answer.map.fm_length = FIEMAP_MAX_OFFSET;
-  answer.map.fm_extent_count = kMostExtents;
-  if (!host::isOnBtrfs(file) || ::ioctl(file, FS_IOC_FIEMAP, &answer.map) != 0) return {};
-  const std::span extents(answer.map.fm_extents, answer.map.fm_mapped_extents);
+  alignas(struct fiemap)
+      std::array<char, sizeof(struct fiemap) + kMostExtents * sizeof(struct fiemap_extent)>
+          room{};
+  auto* const map = reinterpret_cast<struct fiemap*>(room.data());
+  map->fm_length = FIEMAP_MAX_OFFSET;
+  map->fm_extent_count = kMostExtents;
+  if (!host::isOnBtrfs(file) || ::ioctl(file, FS_IOC_FIEMAP, map) != 0) return {};
+  const std::span<const fiemap_extent> extents(map->fm_extents, map->fm_mapped_extents);
   if (extents.empty() || (extents.back().fe_flags & FIEMAP_EXTENT_LAST) == 0) return {};
   constexpr std::uint32_t kNowhere =
       FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC | FIEMAP_EXTENT_DATA_INLINE;
@@ -268,7 +269,7 @@ class Verification {
   std::string name_;           ///< Of the snapshot at hand.
   std::unordered_set<std::string> earlier_;  ///< Damaged files that it had recorded before.
   std::unordered_set<std::string> stillDamaged_;
-  std::vector<Key> found_;  ///< What is damaged in it.
+  std::vector<Key> found_;                     ///< What is damaged in it.
   std::unordered_map<Key, Reading> readings_;  ///< Of shared files.
   std::unordered_set<Key> proven_;             ///< Shared files with a digest that is right.
   std::unordered_set<Key> unproven_;           ///< Files without a digest under one of their names.

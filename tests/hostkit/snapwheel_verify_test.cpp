@@ -1,0 +1,154 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
+// Whether damage in a snapshot is found, named with all that share it, and not passed on.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include "host/files/descriptor.h"
+#include "host/files/files.h"
+#include "snapshot_test.h"
+#include "snapwheel/check_repository.h"
+#include "snapwheel/damage.h"
+
+namespace halyard::snapwheel {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class Verify : public SnapshotTest {
+ protected:
+  CheckReport verify(const VerifyPart& part = {}) const {
+    return checkRepository(*repository_, CheckDepth::contents, part);
+  }
+  static std::vector<Finding> problemsOf(const CheckReport& report) {
+    std::vector<Finding> problems;
+    for (const Finding& finding : report.findings) {
+      if (finding.severity == Severity::problem) problems.push_back(finding);
+    }
+    return problems;
+  }
+  /// Turns one bit of a file of a snapshot, whose size and times stay.
+  void flip(const SnapshotOutcome& outcome, const std::string& path) const {
+    makeWritable(outcome);
+    const host::Descriptor file(::open((volumeOf(outcome) + "/" + path).c_str(), O_RDWR));
+    struct stat before {};
+    char byte = 0;
+    ASSERT_EQ(::fstat(file.get(), &before), 0);
+    ASSERT_EQ(::pread(file.get(), &byte, 1, 2), 1);
+    byte = static_cast<char>(byte ^ 1);
+    ASSERT_EQ(::pwrite(file.get(), &byte, 1, 2), 1);
+    const timespec times[] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::futimens(file.get(), times), 0);
+    ASSERT_EQ(::fsync(file.get()), 0);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(On, Verify, fileSystems(), fileSystemName);
+
+TEST_P(Verify, SoundSnapshotsAreSound) {
+  take();
+  put("etc/hosts", "changed\n");
+  settle();
+  take();
+  const CheckReport report = verify();
+  EXPECT_THAT(report.findings, IsEmpty());
+  EXPECT_GT(report.bytesRead, 100000U);
+}
+
+TEST_P(Verify, AFileThatSeveralSnapshotsShareIsReadOnce) {
+  take();
+  const std::uint64_t once = verify().bytesRead;
+  take();
+  take();
+  // On btrfs small files lie in the records of the volume itself, one a snapshot.
+  EXPECT_LE(verify().bytesRead, once + 2000U);
+}
+
+TEST_P(Verify, OneWrongBitIsFoundWithAllThatShareIt) {
+  const SnapshotOutcome first = take();
+  if (isOnBtrfs()) GTEST_SKIP() << "a write there would part the snapshots";
+  const SnapshotOutcome second = take();
+  flip(first, "srv/deep/er/two");
+
+  const CheckReport report = verify();
+
+  ASSERT_THAT(report.damaged, SizeIs(1));
+  EXPECT_EQ(report.damaged[0].path, "srv/deep/er/two");
+  EXPECT_EQ(report.damaged[0].reason, "does not hold what was put there");
+  EXPECT_THAT(report.damaged[0].snapshots, ElementsAre(first.name, second.name));
+  const auto problems = problemsOf(report);
+  ASSERT_THAT(problems, SizeIs(1));
+  EXPECT_THAT(problems[0].text, HasSubstr(first.name + ", " + second.name));
+}
+
+TEST_P(Verify, WhatIsDamagedIsCopiedAfreshAndThenSound) {
+  const SnapshotOutcome first = take();
+  flip(first, "etc/hosts");
+  flip(first, "srv/one");
+  EXPECT_THAT(verify().damaged, SizeIs(2));
+
+  const SnapshotOutcome second = take();
+
+  EXPECT_EQ(test::listTree(volumeOf(second)), expected());
+  const CheckReport report = verify();
+  ASSERT_THAT(report.damaged, SizeIs(2));
+  for (const DamagedFile& file : report.damaged) {
+    EXPECT_THAT(file.snapshots, ElementsAre(first.name)) << file.path;
+  }
+}
+
+TEST_P(Verify, AFileThatIsGoneOrAnotherKindIsDamaged) {
+  const SnapshotOutcome first = take();
+  makeWritable(first);
+  ASSERT_EQ(::unlink((volumeOf(first) + "/etc/hosts").c_str()), 0);
+  ASSERT_EQ(::unlink((volumeOf(first) + "/etc/group").c_str()), 0);
+  ASSERT_EQ(::mkfifo((volumeOf(first) + "/etc/group").c_str(), 0644), 0);
+  const CheckReport report = verify();
+  EXPECT_THAT(report.damaged, SizeIs(2));
+}
+
+TEST_P(Verify, TheRecordGoesOnceTheFileIsSoundAgain) {
+  const SnapshotOutcome first = take();
+  flip(first, "etc/hosts");
+  verify();
+  EXPECT_THAT(readDamage(repository_->path(first.name)), ElementsAre("etc/hosts"));
+  flip(first, "etc/hosts");
+  EXPECT_THAT(verify().damaged, IsEmpty());
+  EXPECT_THAT(readDamage(repository_->path(first.name)), IsEmpty());
+}
+
+TEST_P(Verify, AllPartsTogetherReadEveryFileOnce) {
+  const SnapshotOutcome first = take();
+  flip(first, "etc/hosts");
+  std::size_t found = 0;
+  std::uint64_t bytes = 0;
+  for (std::uint64_t number = 1; number <= 3; ++number) {
+    const CheckReport report = verify({number, 3});
+    found += report.damaged.size();
+    bytes += report.bytesRead;
+    if (!report.damaged.empty()) {
+      EXPECT_THAT(readDamage(repository_->path(first.name)), ElementsAre("etc/hosts"));
+    }
+  }
+  EXPECT_EQ(found, 1U);
+  EXPECT_EQ(bytes, verify().bytesRead);
+  EXPECT_THAT(readDamage(repository_->path(first.name)), ElementsAre("etc/hosts"))
+      << "a part does not forget what another one found";
+}
+
+TEST_P(Verify, ASnapshotWithoutDigestsIsTold) {
+  const SnapshotOutcome first = take();
+  makeWritable(first);
+  ASSERT_EQ(::unlink((repository_->path(first.name) + "/.snapwheel/index").c_str()), 0);
+  const CheckReport report = verify();
+  ASSERT_THAT(report.findings, SizeIs(1));
+  EXPECT_EQ(report.findings[0].severity, Severity::note);
+  EXPECT_THAT(report.findings[0].text, HasSubstr("no digests"));
+}
+
+}  // namespace
+}  // namespace halyard::snapwheel
