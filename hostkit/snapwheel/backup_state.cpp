@@ -16,6 +16,8 @@ namespace halyard::snapwheel {
 
 namespace {
 
+constexpr std::size_t kSignatureLimit = std::size_t{64} << 10;
+
 bool stands(const std::string& path) { return host::exists(path) || host::isSymbolicLink(path); }
 
 std::string metadataFolderOf(const std::string& volumePath) {
@@ -73,6 +75,16 @@ std::uint64_t markLackingServices(const std::string& source, const std::string& 
     hostkit::printWarning(service + ": " + *lack);
   }
   return made;
+}
+
+bool carriesUnfinishedBackup(const std::string& source, const std::string& volumePath) {
+  const std::string copy = metadataFolderOf(volumePath);
+  if (!host::isRealDirectory(copy)) return false;
+  const auto signature = [](const std::string& folder) {
+    return host::readFile(joinPath(folder, paths::kSignatureName), kSignatureLimit);
+  };
+  const auto copied = signature(copy);
+  return !copied || copied != signature(metadataFolderOf(source));
 }
 
 bool carriesBackup(const std::string& volumePath) {

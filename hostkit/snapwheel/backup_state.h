@@ -30,6 +30,10 @@ std::optional<std::string> lackOfService(const std::string& source, const std::s
 /// Returns: the items that were made. Throws Failure when a mark could not be written.
 std::uint64_t markLackingServices(const std::string& source, const std::string& volumePath);
 
+/// Whether a backup of the services was under way, or had been interrupted, while its source was
+/// copied: the copy has a metadata folder that is not signed, or the source another one by now.
+bool carriesUnfinishedBackup(const std::string& source, const std::string& volumePath);
+
 /// Whether the volume carries a signed backup of the services, whole or not.
 bool carriesBackup(const std::string& volumePath);
 

@@ -169,11 +169,17 @@ int runSnapshot(const CommandOptions& options) {
         "), " + std::to_string(manifest.linked) + " shared with " +
         (manifest.reference.empty() ? "none" : manifest.reference) + ", " + secondsText(begin));
   }
+  if (outcome.carriesUnfinishedBackup) {
+    hostkit::printWarning(std::string(paths::kMetadataFolder) +
+                          " was being filled, or a backup was interrupted: the snapshot carries no "
+                          "backup of the services that is finished");
+  }
   if (!manifest.complete) return hostkit::kPartial;
-  if (!options.prune) return hostkit::kSuccess;
+  if (!options.prune)
+    return outcome.carriesUnfinishedBackup ? hostkit::kPartial : hostkit::kSuccess;
   const auto problems = backupProblems(joinPath(repository.path(outcome.name), manifest.volume));
   for (const std::string& problem : problems) hostkit::printWarning(outcome.name + ": " + problem);
-  if (!problems.empty()) {
+  if (!problems.empty() || outcome.carriesUnfinishedBackup) {
     hostkit::printWarning("nothing was pruned: earlier snapshots may hold what this one lacks");
     return hostkit::kPartial;
   }

@@ -3,6 +3,7 @@
 
 #include "snapwheel/manifest.h"
 
+#include "common/json_file.h"
 #include "common/json_members.h"
 #include "host/files/files.h"
 #include "snapwheel/repository.h"
@@ -53,9 +54,7 @@ nlohmann::json toJson(const Manifest& manifest) {
 }
 
 std::optional<Manifest> readManifest(const std::string& snapshotPath) {
-  const auto text = host::readFile(manifestPath(snapshotPath), kManifestLimit);
-  if (!text) return std::nullopt;
-  const auto object = nlohmann::json::parse(*text, nullptr, false);
+  const nlohmann::json object = hostkit::readJsonFile(manifestPath(snapshotPath), kManifestLimit);
   const std::int64_t format = integerOf(object, "format").value_or(0);
   if (format < kOldestFormat || format > kFormat) return std::nullopt;
 

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
+#include "common/json_file.h"
 #include "common/json_members.h"
 #include "host/files/files.h"
 #include "snapwheel/repository.h"
@@ -23,6 +24,7 @@ namespace {
 using Names = std::map<std::uint32_t, std::string>;
 
 constexpr std::size_t kAccountFileLimit = std::size_t{64} << 20;
+constexpr std::size_t kOwnersLimit = std::size_t{16} << 20;
 constexpr int kIndent = 2;
 
 std::string ownersPath(const std::string& snapshotPath) {
@@ -98,9 +100,7 @@ Status writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names)
 }
 
 std::optional<OwnerNames> readOwnerNames(const std::string& snapshotPath) {
-  const auto text = host::readFile(ownersPath(snapshotPath), kAccountFileLimit);
-  if (!text) return std::nullopt;
-  const auto object = nlohmann::json::parse(*text, nullptr, false);
+  const nlohmann::json object = hostkit::readJsonFile(ownersPath(snapshotPath), kOwnersLimit);
   if (!object.is_object()) return std::nullopt;
   return OwnerNames{namesFrom(object, "users"), namesFrom(object, "groups")};
 }

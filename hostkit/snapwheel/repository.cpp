@@ -16,6 +16,8 @@
 #include "common/paths.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
+#include "host/files/system_call.h"
+#include "host/tree/folder_entries.h"
 #include "product/computer_name.h"
 #include "product/paths.h"
 #include "snapwheel/failure.h"
@@ -28,13 +30,39 @@ namespace {
 constexpr mode_t kRepositoryMode = 0775;
 constexpr mode_t kHostFolderMode = 0750;
 
-void makeFolder(const std::string& path, mode_t mode) {
-  if (::mkdir(path.c_str(), mode) == 0) {
-    if (::chmod(path.c_str(), mode) != 0) throw Failure(errorText(path, errno));
-    return;
+/// Opens a folder in another one, or at a path when that is AT_FDCWD; follows no link.
+host::Descriptor openFolder(int above, const std::string& name, const std::string& path) {
+  host::Descriptor folder(
+      host::uninterrupted([&] { return ::openat(above, name.c_str(), host::kFolderFlags); }));
+  if (!folder && (errno == ELOOP || errno == ENOTDIR)) {
+    throw Failure(path + " is a link, or no folder: a repository holds none in its place");
   }
-  const int error = errno;
-  if (error != EEXIST || !host::isDirectory(path)) throw Failure(errorText(path, error));
+  if (!folder) throw Failure(errorText(path, errno));
+  return folder;
+}
+
+host::Descriptor makeFolder(int above, const std::string& name, mode_t mode,
+                            const std::string& path) {
+  const bool isNew = ::mkdirat(above, name.c_str(), mode) == 0;
+  if (!isNew && errno != EEXIST) throw Failure(errorText(path, errno));
+  host::Descriptor folder = openFolder(above, name, path);
+  if (isNew && ::fchmod(folder.get(), mode) != 0) throw Failure(errorText(path, errno));
+  return folder;
+}
+
+/// What others could change at any moment is no place for root to work in.
+void refuseUnlessOwn(int folder, const std::string& path) {
+  struct stat status {};
+  if (::fstat(folder, &status) != 0) throw Failure(errorText(path, errno));
+  const bool groupMayWrite = (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0;
+  if (status.st_uid == 0 && !groupMayWrite && (status.st_mode & S_IWOTH) == 0) return;
+  throw Failure(path + " can be changed by others than root (see: chown root:root, chmod go-w)");
+}
+
+/// Whether anything has this name. What cannot be looked at does.
+bool stands(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 || errno != ENOENT;
 }
 
 bool isRealDirectory(const std::string& path) {
@@ -76,18 +104,35 @@ std::string Repository::path(std::string_view name) const {
 }
 
 void Repository::create() const {
-  makeFolder(folder(), kRepositoryMode);
-  makeFolder(hostFolder_, kHostFolderMode);
+  const host::Descriptor volume(::open(destination_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!volume) throw Failure(errorText(destination_, errno));
+  const host::Descriptor all =
+      makeFolder(volume.get(), paths::kRepositoryName, kRepositoryMode, folder());
+  refuseUnlessOwn(all.get(), folder());
+  const host::Descriptor own = makeFolder(all.get(), computerName_, kHostFolderMode, hostFolder_);
+  refuseUnlessOwn(own.get(), hostFolder_);
 }
 
 host::Descriptor Repository::open() const {
-  host::Descriptor folder(::open(hostFolder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder) throw Failure(errorText(hostFolder_, errno));
-  return folder;
+  const host::Descriptor all = openFolder(AT_FDCWD, folder(), folder());
+  return openFolder(all.get(), computerName_, hostFolder_);
 }
 
 HostFolderListing Repository::list() const {
-  HostFolderListing listing = sortNames(host::listDirectory(hostFolder_));
+  if (!stands(folder()) || !stands(hostFolder_)) return {};  // The first snapshot makes them.
+  const host::Descriptor folder = open();
+  std::vector<std::string> names;
+  host::FolderReader reader;
+  std::vector<host::FolderEntry> entries;
+  do {
+    if (const int error = reader.next(folder.get(), entries)) {
+      throw Failure(errorText(hostFolder_, error));
+    }
+    for (const host::FolderEntry& entry : entries) names.emplace_back(entry.name);
+  } while (!entries.empty());
+  std::sort(names.begin(), names.end());
+
+  HostFolderListing listing = sortNames(names);
   const auto misplaced = std::stable_partition(
       listing.snapshots.begin(), listing.snapshots.end(),
       [this](const std::string& name) { return isRealDirectory(path(name)); });

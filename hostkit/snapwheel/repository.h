@@ -51,12 +51,15 @@ class Repository {
   std::string path(std::string_view name) const;
 
   /// Makes both folders where they are missing, the outer one with 0775 as the backup program
-  /// does, the host's with 0750. Throws Failure.
+  /// does, the host's with 0750. Throws Failure, also when one of them is a link, or can be changed
+  /// by others than root: nothing is made in such a place.
   void create() const;
 
-  /// The host's folder, opened. Throws Failure.
+  /// The host's folder, opened, following no link below the destination. Throws Failure.
   host::Descriptor open() const;
 
+  /// Empty where there is no such folder yet. Throws Failure when it cannot be listed: no snapshot
+  /// must seem to be missing that is there.
   HostFolderListing list() const;
 
   /// The complete snapshot that a user's word means: its name, "latest", or its path. Throws

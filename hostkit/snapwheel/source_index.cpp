@@ -22,6 +22,7 @@ namespace {
 constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 constexpr std::size_t kAlignment = 8;
+constexpr std::size_t kMostCompressed = 16;
 
 struct Header {
   char magic[8];
@@ -108,8 +109,10 @@ std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path,
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
   const auto length = static_cast<std::size_t>(status.st_size);
+  // Digests are not to be compressed: a file of holes would only take memory.
+  const bool isHollow = static_cast<std::size_t>(status.st_blocks) * 512 < length / kMostCompressed;
   Header header{};
-  if (length < sizeof header ||
+  if (isHollow || length < sizeof header ||
       ::pread(file.get(), &header, sizeof header, 0) != ssize_t{sizeof header} ||
       std::memcmp(header.magic, kMagic, sizeof kMagic) != 0 || header.length != length) {
     return nullptr;
@@ -191,9 +194,10 @@ std::optional<SourceIndex::Place> SourceIndex::findAnywhere(std::uint64_t inode)
 }
 
 SourceIndexWriter::SourceIndexWriter(std::string path, std::string_view identity)
-    : path_(std::move(path)),
-      file_(std::fopen(path_.c_str(), "we")),
-      identityLength_(identity.size()) {
+    : path_(std::move(path)), identityLength_(identity.size()) {
+  // A leftover may have other names, or lead elsewhere: it is never written into.
+  (void)::unlink(path_.c_str());
+  file_ = std::fopen(path_.c_str(), "wxe");
   const Header header{};  // Without the magic word until finish().
   write(&header, sizeof header);
   digester_.begin();

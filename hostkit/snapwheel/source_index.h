@@ -113,7 +113,7 @@ class SourceIndex {
 /// An index that is being written, in the order of a walk.
 class SourceIndexWriter {
  public:
-  /// The path must be free or a leftover; the file counts as an index once finish() succeeded.
+  /// What stands at the path is removed; the file counts as an index once finish() succeeded.
   SourceIndexWriter(std::string path, std::string_view identity);
   ~SourceIndexWriter();
   SourceIndexWriter(const SourceIndexWriter&) = delete;
@@ -140,7 +140,7 @@ class SourceIndexWriter {
   void write(const void* bytes, std::size_t length);
 
   std::string path_;
-  std::FILE* file_;
+  std::FILE* file_ = nullptr;
   Digester digester_;  ///< Of all that follows the header.
   std::size_t identityLength_;
   std::uint64_t position_ = 0;

@@ -188,12 +188,17 @@ SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest reque
   }
 
   WorkFolder work(repository, name, request.volume, request.source);
-  SnapshotOutcome outcome{name, beginManifest(repository, request, name, work.reference())};
+  if (!snapshotInstant(name)) {
+    throw Failure("no name is left for a snapshot after " + earlier.back() +
+                  ": that one cannot be right; rename or delete it");
+  }
+  SnapshotOutcome outcome{name, beginManifest(repository, request, name, work.reference()), false};
   try {
     work.begin(outcome.manifest);
     Walk(request, work, outcome.manifest).run();
     // Before it has its name: no reader ever sees it without its marks.
     outcome.manifest.items += markLackingServices(request.source, work.volumePath());
+    outcome.carriesUnfinishedBackup = carriesUnfinishedBackup(request.source, work.volumePath());
     outcome.manifest.finished = snapshotName(now());
     work.publish(outcome.manifest);
   } catch (const Failure& failure) {

@@ -3,6 +3,7 @@
 
 #include "snapwheel/work_folder.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -73,7 +74,13 @@ std::string WorkFolder::referencePath() const {
 }
 
 bool WorkFolder::isReusable(const std::string& name) const {
-  const auto manifest = readManifest(repository_.path(name));
+  const std::string leftover = repository_.path(name);
+  // A link in its place would lead the copy, or the records, to somewhere else.
+  if (!host::isRealDirectory(leftover) || !host::isRealDirectory(leftover + "/" + volume_) ||
+      !host::isRealDirectory(leftover + "/" + std::string(kRecordFolder))) {
+    return false;
+  }
+  const auto manifest = readManifest(leftover);
   return manifest && !manifest->boot.empty() && manifest->boot == bootIdentifier() &&
          manifest->volume == volume_ && manifest->source == source_ &&
          snapshotInstant(completedName(name)).has_value() &&
@@ -111,6 +118,17 @@ void WorkFolder::makeFolder() {
   if (::chmod(path_.c_str(), kSnapshotMode) != 0) throw Failure(errorText(path_, errno));
 }
 
+/// A real folder, whatever a copied snapshot has there.
+void WorkFolder::makeRecordFolder() {
+  const std::string records = path_ + "/" + std::string(kRecordFolder);
+  if (!host::isRealDirectory(records) && ::unlink(records.c_str()) != 0 && errno != ENOENT) {
+    throw Failure(errorText(records, errno));
+  }
+  if (::mkdir(records.c_str(), kRecordMode) != 0 && errno != EEXIST) {
+    throw Failure(errorText(records, errno));
+  }
+}
+
 void WorkFolder::begin(const Manifest& manifest) {
   settleLeftovers();
   if (basis_ != Basis::leftover) makeFolder();
@@ -120,10 +138,7 @@ void WorkFolder::begin(const Manifest& manifest) {
       throw Failure(errorText(renamed, errno));
     }
   }
-  const std::string records = path_ + "/" + std::string(kRecordFolder);
-  if (::mkdir(records.c_str(), kRecordMode) != 0 && errno != EEXIST) {
-    throw Failure(errorText(records, errno));
-  }
+  makeRecordFolder();
   // On btrfs the records are copies too, and what is damaged there is made anew.
   if (const Status undamaged = writeDamage(path_, {}); !undamaged) {
     throw failureOf(undamaged.error());
@@ -136,9 +151,10 @@ void WorkFolder::begin(const Manifest& manifest) {
 int WorkFolder::fault(int error) const {
   if (error == ENOSPC || error == EDQUOT || error == EROFS) return error;
   const std::string probe = record(path_, "probe");
-  if (const Status made = host::createOrEmptyFile(probe, kRecordMode); !made) {
-    return made.error().code;
-  }
+  (void)::unlink(probe.c_str());  // Of a run that was cut off here.
+  const host::Descriptor made(
+      ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kRecordMode));
+  if (!made) return errno;
   (void)::unlink(probe.c_str());
   return 0;
 }

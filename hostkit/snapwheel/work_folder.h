@@ -64,6 +64,7 @@ class WorkFolder {
   void settleLeftovers();
   bool isReusable(const std::string& name) const;
   void makeFolder();
+  void makeRecordFolder();
 
   /// The folder's own name, which path_ ends in.
   std::string workName() const { return name_ + std::string(kInProgress); }

@@ -12,6 +12,9 @@ namespace halyard {
 
 namespace {
 
+// No clock of a host told another one. Every name that follows one of these is a name, too.
+constexpr std::chrono::year kFirstYear(1970);
+constexpr std::chrono::year kLastYear(9998);
 constexpr std::string_view kShape = "dddd-dd-dd-dddddd";
 
 bool hasShape(std::string_view name) {
@@ -49,7 +52,8 @@ std::optional<Instant> snapshotInstant(std::string_view name) {
   const unsigned hours = number(name.substr(11, 2));
   const unsigned minutes = number(name.substr(13, 2));
   const unsigned seconds = number(name.substr(15, 2));
-  if (!date.ok() || hours > 23 || minutes > 59 || seconds > 59) return std::nullopt;
+  const bool isPlausible = date.year() >= kFirstYear && date.year() <= kLastYear;
+  if (!date.ok() || !isPlausible || hours > 23 || minutes > 59 || seconds > 59) return std::nullopt;
   return std::chrono::sys_days(date) + std::chrono::hours(hours) + std::chrono::minutes(minutes) +
          std::chrono::seconds(seconds);
 }

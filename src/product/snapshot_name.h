@@ -21,7 +21,8 @@ inline constexpr std::string_view kInProgressExtension = kInProgress.substr(1);
 /// "YYYY-MM-DD-HHMMSS".
 std::string snapshotName(Instant instant);
 
-/// The inverse; absent for a text that no instant gives ("2026-02-30-000000" among them).
+/// The inverse; absent for a text that no instant gives ("2026-02-30-000000" among them), and for
+/// years before 1970 and after 9998.
 std::optional<Instant> snapshotInstant(std::string_view name);
 
 /// Whether the name belongs to something that is being made or removed.

@@ -160,6 +160,13 @@ int removeInheritedLists(int descriptor) {
   return 0;
 }
 
+int removeInheritedList(int folder, const char* name) {
+  const WorkingFolder here(folder);
+  if (here.error() != 0) return here.error();
+  const int error = AttributeItem::named(name).remove(kAccessList);
+  return error == ENODATA || error == EOPNOTSUPP ? 0 : error;
+}
+
 bool handsDownLists(int folder) {
   return uninterrupted([&] { return ::fgetxattr(folder, kDefaultList, nullptr, 0); }) > 0;
 }

@@ -71,6 +71,8 @@ class ExtendedAttributes {
 
 /// Takes away the access control lists that a new item inherited from its folder.
 int removeInheritedLists(int descriptor);
+/// The same for an item that cannot be opened, and is no folder.
+int removeInheritedList(int folder, const char* name);
 
 /// Whether new items in this folder inherit an access control list.
 bool handsDownLists(int folder);

@@ -342,6 +342,9 @@ int ItemCopier::makeOther(FolderPair& folders, const char* fromName, const char*
   if (error != 0) return error;
   struct stat made = {};
   error = statusOf(folders.target, name, made);
+  if (error == 0 && folders.handsDown && !S_ISLNK(status.st_mode)) {
+    error = removeInheritedList(folders.target, name);
+  }
   if (error == 0) {
     error = giveAttributesByName(folders.target, name, status, attributes_, givenBy(made));
   }
