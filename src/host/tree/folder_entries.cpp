@@ -4,8 +4,10 @@
 #include "host/tree/folder_entries.h"
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "host/files/system_call.h"
 
@@ -41,6 +43,29 @@ int FolderReader::next(int folder, std::vector<FolderEntry>& entries) {
   }
   std::ranges::sort(entries, {}, &FolderEntry::inode);
   return 0;
+}
+
+int FolderKinds::read(FolderReader& reader, int folder) {
+  kinds_.clear();
+  names_.clear();
+  std::vector<FolderEntry> entries;
+  std::vector<std::pair<std::size_t, unsigned char>> places;
+  do {
+    if (const int error = reader.next(folder, entries)) return error;
+    for (const FolderEntry& entry : entries) {
+      places.emplace_back(names_.size(), entry.type);
+      names_.append(entry.name).push_back('\0');
+    }
+  } while (!entries.empty());
+  kinds_.reserve(places.size());
+  for (const auto& [place, kind] : places) kinds_.emplace(names_.c_str() + place, kind);
+  return ::lseek(folder, 0, SEEK_SET) == 0 ? 0 : errno;
+}
+
+std::optional<unsigned char> FolderKinds::find(std::string_view name) const {
+  const auto found = kinds_.find(name);
+  if (found == kinds_.end()) return std::nullopt;
+  return found->second;
 }
 
 void NameQueue::add(const char* name) { names_.append(name).push_back('\0'); }

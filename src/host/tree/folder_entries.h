@@ -8,7 +8,10 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace halyard::host {
@@ -31,6 +34,20 @@ class FolderReader {
 
  private:
   std::unique_ptr<char[]> buffer_;
+};
+
+/// What stands in a folder, by kind.
+class FolderKinds {
+ public:
+  /// `folder` is read from where it stands and stands at its beginning afterwards.
+  int read(FolderReader& reader, int folder);
+
+  /// As d_type of readdir(3); absent when there is no such name.
+  std::optional<unsigned char> find(std::string_view name) const;
+
+ private:
+  std::string names_;
+  std::unordered_map<std::string_view, unsigned char> kinds_;  ///< Of names in names_.
 };
 
 /// Names kept for later, first in, first out, without an allocation for each.

@@ -134,7 +134,11 @@ int ItemCopier::keep(FolderPair& folders, const char* fromName, const char* toNa
   }
   // Whoever can write to the earlier copy may have put something else there.
   if (folders.updates) {
-    error = isAlike(folders.target, toName, status) ? 0 : ENOENT;
+    const auto kind = folders.there.find(toName);
+    const bool isAsked = kind && *kind == DT_UNKNOWN;
+    const bool stays =
+        isAsked ? isAlike(folders.target, toName, status) : kind == IFTODT(status.st_mode);
+    error = stays ? 0 : ENOENT;
   } else if (folders.reference >= 0 && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) &&
              isAlike(folders.reference, fromName, status)) {
     error = place(folders, toName, [&](const char* name) {

@@ -12,6 +12,7 @@
 #include "host/tree/earlier_file.h"
 #include "host/tree/extended_attributes.h"
 #include "host/tree/file_data_copy.h"
+#include "host/tree/folder_entries.h"
 #include "host/tree/hard_links.h"
 #include "host/tree/inode_set.h"
 #include "host/tree/item_attributes.h"
@@ -27,6 +28,7 @@ struct FolderPair {
   int reference = -1;      ///< Where an earlier copy of the source folder stands; -1 for none.
   bool replaces = false;   ///< Items may stand in the target already: they are replaced.
   bool updates = false;    ///< The same items may stay.
+  FolderKinds there;       ///< What the target has, where a memory says what may stay.
   bool handsDown = false;  ///< The target gives new items an access control list of its own.
   bool changed = false;    ///< Something in the target was made or replaced.
   int earlierRoot = -1;    ///< The root of the copy that the memory knows; -1 for none.

@@ -210,8 +210,11 @@ int TreeCopier::copyEntries() {
   folders.handsDown = levels_.back().handsDown;
   folders.earlierRoot = earlierRoot_.get();
   int error = 0;
+  if (folders.updates && options_.memory != nullptr) {
+    error = folders.there.read(reader_, folders.target);
+  }
   do {
-    error = tolerate(reader_.next(folders.source, entries_), "");
+    if (error == 0) error = tolerate(reader_.next(folders.source, entries_), "");
     for (std::size_t at = 0; error == 0 && at < entries_.size(); ++at) {
       error = copyEntry(folders, entries_[at]);
     }
