@@ -18,7 +18,7 @@ constexpr time_t kCoarseTick = 2;
 
 struct timespec timeOfChanges() {
   struct timespec now = {};
-  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  ::clock_gettime(CLOCK_REALTIME, &now);
   return now;
 }
 

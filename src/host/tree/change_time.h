@@ -8,7 +8,7 @@
 
 namespace halyard::host {
 
-/// The time now as file systems keep it.
+/// The time now; a change from here on bears one that is less than a tick earlier.
 struct timespec timeOfChanges();
 
 /// Two changes this close can leave one change time: 20 ms where times have a fraction (a tick of

@@ -23,7 +23,6 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0600;
 constexpr int kReadings = 3;
-constexpr long kMostOfATick = 10'000'000;  // The clock of change times may be that much behind.
 // Of a smaller file that changed, finding the blocks that did not costs more than they do.
 constexpr off_t kWorthSharingBlocks = off_t{1} << 20;
 
@@ -177,8 +176,7 @@ int ItemCopier::letSettle(int from, struct stat& status) {
   // What is written through a mapping shows when a page is touched that is as the disk has it.
   if (!isBefore(status, began_)) (void)::fdatasync(from);
   if (isSettled(status)) return 0;
-  struct timespec pause = tickOf(status);
-  pause.tv_nsec += kMostOfATick;
+  const struct timespec pause = tickOf(status);
   (void)::nanosleep(&pause, nullptr);
   return errorOf([&] { return ::fstat(from, &status); });
 }

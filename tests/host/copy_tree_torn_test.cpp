@@ -1,0 +1,90 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
+// A file that changes while it is read is read again, and told when it never stands still.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/files/descriptor.h"
+#include "host/tree/tree_copy.h"
+#include "support/scratch.h"
+
+namespace halyard::host {
+namespace {
+
+using test::Scratch;
+
+/// Knows nothing, and changes the file that is read under its first readings.
+class Disturbance : public TreeMemory {
+ public:
+  Disturbance(std::string file, int readings) : file_(std::move(file)), left_(readings) {}
+
+  bool enter(const char*, const struct stat&) override { return false; }
+  void leave() override {}
+  bool isUnchanged(const char*, const struct stat&) override { return false; }
+  Earlier earlier(const char*, const struct stat&) override { return {}; }
+  std::optional<Moved> movedFrom(const struct stat&) override { return std::nullopt; }
+  void begin() override { ++readings; }
+  void read(const char*, std::size_t) override {
+    if (left_ == 0) return;
+    --left_;
+    const Descriptor file(::open(file_.c_str(), O_WRONLY | O_APPEND));
+    ASSERT_EQ(::write(file.get(), "x", 1), 1);
+  }
+  void readZeros(std::uint64_t) override {}
+  void end() override {}
+  ContentDigest digest() override { return {}; }
+  void took(const char*, const struct stat&) override { ++taken; }
+  void tookTorn(const char*, const struct stat&) override { ++torn; }
+
+  int readings = 0;
+  int taken = 0;
+  int torn = 0;
+
+ private:
+  std::string file_;
+  int left_;
+};
+
+class Torn : public testing::Test {
+ protected:
+  Disturbance copyDisturbed(int readings) const {
+    Disturbance memory(scratch_ / "source/file", readings);
+    TreeCopyOptions options;
+    options.memory = &memory;
+    const TreeCopyReport report = copyTree(scratch_ / "source", scratch_ / "copy", options);
+    EXPECT_TRUE(report.complete);
+    EXPECT_EQ(report.copied, 1U);
+    return memory;
+  }
+  Scratch scratch_;
+};
+
+TEST_F(Torn, AFileThatStandsStillIsReadOnce) {
+  scratch_.write("source/file", "content");
+  const Disturbance memory = copyDisturbed(0);
+  EXPECT_EQ(memory.readings, 1);
+  EXPECT_EQ(memory.taken, 1);
+}
+
+TEST_F(Torn, AFileThatChangedWhileItWasReadIsReadAgain) {
+  scratch_.write("source/file", "content");
+  const Disturbance memory = copyDisturbed(2);
+  EXPECT_EQ(memory.readings, 3);
+  EXPECT_EQ(memory.taken, 1);
+  EXPECT_EQ(memory.torn, 0);
+  EXPECT_EQ(Scratch::contents(scratch_ / "copy/file"), "contentxx");
+}
+
+TEST_F(Torn, AFileThatNeverStandsStillIsToldAsTorn) {
+  scratch_.write("source/file", "content");
+  const Disturbance memory = copyDisturbed(3);
+  EXPECT_EQ(memory.readings, 3);
+  EXPECT_EQ(memory.taken, 0);
+  EXPECT_EQ(memory.torn, 1);
+}
+
+}  // namespace
+}  // namespace halyard::host
