@@ -140,8 +140,9 @@ int FileDataCopier::copyChanges(int from, int to, int earlier, const struct stat
 
 int FileDataCopier::replaceWhereOther(int to, const char* bytes, std::size_t count, off_t at) {
   const char* there = otherBuffer();
-  const auto got = uninterrupted([&] { return ::pread(to, otherBuffer(), count, at); });
-  if (got < 0) return errno;
+  // What cannot be read there, as where the disk has lost it, is written like what is another.
+  const auto got =
+      std::max<ssize_t>(0, uninterrupted([&] { return ::pread(to, otherBuffer(), count, at); }));
   for (std::size_t block = 0; block < count; block += kBlockBytes) {
     const std::size_t length = std::min(kBlockBytes, count - block);
     const bool isThere = block + length <= static_cast<std::size_t>(got);
