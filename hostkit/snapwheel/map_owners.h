@@ -4,10 +4,13 @@
 // Owners by name: for a restore onto a host whose accounts have other numbers.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <map>
 #include <string>
 
+#include "host/tree/extended_attributes.h"
 #include "snapwheel/owner_names.h"
 
 namespace halyard::snapwheel {
@@ -26,10 +29,8 @@ OwnerMap ownerMapFor(const OwnerNames& names);
 /// value that is none is given back as it is.
 std::string mapAcl(std::string value, const OwnerMap& map);
 
-/// Gives the copies of everything in a snapshot's volume the ids that the names have on this host;
-/// set-id bits and capabilities stay. Other items of the target are not touched. Items that fail
-/// are told on standard error and counted.
-std::uint64_t mapOwners(const std::string& volumePath, const std::string& target,
-                        const OwnerNames& names);
+/// Gives an item that is being copied the ids that the names have on this host, in its access
+/// control lists too.
+void mapOwners(const OwnerMap& map, struct stat& status, host::ExtendedAttributes& attributes);
 
 }  // namespace halyard::snapwheel

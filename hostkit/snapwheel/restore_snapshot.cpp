@@ -94,6 +94,12 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
 
   host::TreeCopyOptions options;
   options.intoExisting = true;
+  if (names) {
+    options.adapt = [map = ownerMapFor(*names)](struct stat& status,
+                                                host::ExtendedAttributes& attributes) {
+      mapOwners(map, status, attributes);
+    };
+  }
   options.failed = [&](std::string_view path, int error) {
     ++outcome.failed;
     hostkit::printError(errorText(appendPath(target, path), error));
@@ -106,7 +112,6 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
   if (report.error == ENOSPC || report.error == EDQUOT || report.error == EROFS) {
     throw Failure(errorText(target, report.error) + "; the target is incomplete");
   }
-  if (names) outcome.failed += mapOwners(source, target, *names);
   syncVolumesIn(target);
   return outcome;
 }

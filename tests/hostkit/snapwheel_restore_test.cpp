@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "common/exclusions.h"
@@ -139,6 +140,43 @@ TEST_F(RestoreSnapshot, GivesOwnersTheNumbersOfThisHost) {
   EXPECT_EQ(status.st_uid, 0U);
   EXPECT_EQ(status.st_gid, 0U);
   EXPECT_EQ(status.st_mode & 07777U, 04755U);
+}
+
+TEST_F(RestoreSnapshot, GivesOwnersInListsAndOfLinksAndFoldersTheNumbersOfThisHost) {
+  const std::string volume = request_.snapshotPath + "/System";
+  ASSERT_EQ(::mkdir((volume + "/etc/folder").c_str(), 0750), 0);
+  ASSERT_EQ(::symlink("nowhere", (volume + "/etc/link").c_str()), 0);
+  ASSERT_EQ(::mkfifo((volume + "/etc/fifo").c_str(), 0640), 0);
+  const auto list = [](char user) {
+    return std::string("\2\0\0\0\1\0\6\0\377\377\377\377\2\0\4\0", 16) + user +
+           std::string(
+               "\7\0\0\4\0\4\0\377\377\377\377\x10\0\4\0\377\377\377\377\x20\0\0\0\377\377\377"
+               "\377",
+               27);
+  };
+  const std::string before = list('\x17');  // For the user 0x0717, which is 1815.
+  const std::string fifo = volume + "/etc/fifo";
+  ASSERT_EQ(::setxattr(fifo.c_str(), "system.posix_acl_access", before.data(), before.size(), 0),
+            0);
+  for (const char* name : {"folder", "link", "fifo"}) {
+    ASSERT_EQ(::lchown((volume + "/etc/" + name).c_str(), 1815, 1816), 0);
+  }
+  ASSERT_TRUE(host::writeFile(request_.snapshotPath + "/.snapwheel/owners.json",
+                              R"({"users":{"1815":"root"},"groups":{"1816":"root"}})"));
+  request_.mapOwners = true;
+  restoreSnapshot(request_);
+  for (const char* name : {"folder", "link", "fifo"}) {
+    struct stat status {};
+    ASSERT_EQ(::lstat((scratch_ / "target/etc/" + name).c_str(), &status), 0) << name;
+    EXPECT_EQ(status.st_uid, 0U) << name;
+    EXPECT_EQ(status.st_gid, 0U) << name;
+  }
+  std::string after(100, '\0');
+  const ssize_t length = ::getxattr((scratch_ / "target/etc/fifo").c_str(),
+                                    "system.posix_acl_access", after.data(), after.size());
+  ASSERT_GT(length, 0);
+  after.resize(static_cast<std::size_t>(length));
+  EXPECT_EQ(after.substr(16, 4), std::string(4, '\0')) << "the user is root now";
 }
 
 TEST(OwnerMap, HoldsOnlyNamesThatHaveAnotherNumberHere) {

@@ -54,6 +54,11 @@ class ExtendedAttributes {
  public:
   int read(const AttributeItem& item);
   bool empty() const { return attributes_.empty(); }
+  /// Gives each of them the value that `value(name, what it has)` answers.
+  template <typename Value>
+  void change(Value value) {
+    for (auto& [name, held] : attributes_) held = value(name, std::move(held));
+  }
   /// Whether both hold the same, what belongs to one kind of file system alone left aside.
   bool isSameEverywhere(const ExtendedAttributes& other) const;
 

@@ -308,7 +308,9 @@ int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct sta
   if (error == 0 && folders.handsDown) error = removeInheritedLists(to);
   GivenAttributes given = givenBy(*folders.firstMade);
   given.permissions = kPrivateMode;
-  if (error == 0) error = giveAttributes(to, status, attributes_, given);
+  struct stat wanted = status;
+  if (options_.adapt) options_.adapt(wanted, attributes_);
+  if (error == 0) error = giveAttributes(to, wanted, attributes_, given);
   return error;
 }
 
@@ -351,13 +353,15 @@ int ItemCopier::makeOther(FolderPair& folders, const char* fromName, const char*
                   ? makeLink(folders, fromName, name)
                   : errorOf([&] { return ::mknodat(folders.target, name, mode, status.st_rdev); });
   if (error != 0) return error;
-  struct stat made = {};
-  error = statusOf(folders.target, name, made);
-  if (error == 0 && folders.handsDown && !S_ISLNK(status.st_mode)) {
+  if (folders.handsDown && !S_ISLNK(status.st_mode)) {
     error = removeInheritedList(folders.target, name);
   }
+  struct stat made = {};
+  if (error == 0) error = statusOf(folders.target, name, made);
+  struct stat wanted = status;
+  if (options_.adapt) options_.adapt(wanted, attributes_);
   if (error == 0) {
-    error = giveAttributesByName(folders.target, name, status, attributes_, givenBy(made));
+    error = giveAttributesByName(folders.target, name, wanted, attributes_, givenBy(made));
   }
   if (error != 0) (void)errorOf([&] { return ::unlinkat(folders.target, name, 0); });
   return error;

@@ -40,8 +40,9 @@ struct FolderPair {
 /// Copies items with everything that belongs to them. REQUIRES: a umask of 0.
 class ItemCopier {
  public:
-  ItemCopier(TreeCopyReport& report, TreeMemory* memory) : report_(report), memory_(memory) {
-    data_.watch(memory);
+  ItemCopier(TreeCopyReport& report, const TreeCopyOptions& options)
+      : report_(report), options_(options), memory_(options.memory) {
+    data_.watch(memory_);
   }
 
   /// Copies the item `fromName` to `toName`; `type` is its kind as a directory entry tells it.
@@ -81,6 +82,7 @@ class ItemCopier {
   void countShared(const struct stat& status);
 
   TreeCopyReport& report_;
+  const TreeCopyOptions& options_;
   TreeMemory* memory_;
   struct timespec began_ = timeOfChanges();
   QuietOpener opener_;

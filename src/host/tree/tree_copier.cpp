@@ -28,7 +28,7 @@ bool endsEveryCopy(int error) { return error == ENOSPC || error == EDQUOT || err
 }  // namespace
 
 TreeCopier::TreeCopier(const TreeCopyOptions& options, SelfCopy selfCopy)
-    : options_(options), selfCopy_(selfCopy), items_(report_, options.memory) {}
+    : options_(options), selfCopy_(selfCopy), items_(report_, options) {}
 
 TreeCopyReport TreeCopier::copy(const Location& source, const Location& target) {
   int error = copyRoot(source, target);
@@ -277,7 +277,10 @@ int TreeCopier::giveFolderAttributes(const Level& level) {
   if (error == 0 && level.isMerged) {
     error = attributes.removeOthers(AttributeItem::opened(target));
   }
-  return error != 0 ? error : giveAttributes(target, level.source, attributes, level.given);
+  if (error != 0) return error;
+  struct stat wanted = level.source;
+  if (options_.adapt) options_.adapt(wanted, attributes);
+  return giveAttributes(target, wanted, attributes, level.given);
 }
 
 /// Gives the folder its attributes, last of all, since every item in it changed its times, and goes

@@ -9,6 +9,8 @@
 // descriptors, however deep or wide the tree is.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -20,6 +22,8 @@
 #include "host/tree/tree_memory.h"
 
 namespace halyard::host {
+
+class ExtendedAttributes;
 
 /// A complete copy of an item that stands beside its destination, in a folder with a temporary name
 /// that is closed to others. Goes away with the object unless it was published.
@@ -78,6 +82,9 @@ struct TreeCopyOptions {
   /// file that is the same there stays, and what the source no longer has is removed. No file is
   /// written into: it may have names in other copies.
   bool update = false;
+  /// Changes what an item of the copy is to be given, before it is: its owner, its group and the
+  /// values of its extended attributes. Null for nothing.
+  std::function<void(struct stat& status, ExtendedAttributes& attributes)> adapt;
   /// What the caller remembers of the source at the time of the earlier copy, which is the
   /// reference, or in an update the destination: an item that it knows to be unchanged is not
   /// compared with that copy.
