@@ -39,7 +39,7 @@ TEST_F(HelmsmanStatus, IsNotWellWhenTheLastGoodBackupIsOlderThanTwoPeriods) {
   const auto result = helmsman({"status", "--check"});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.out, HasSubstr("Problem: the last good backup was 2 days ago, and one is due "
-                                    "every day (look why none came after it: journalctl --unit "
+                                    "every day (look why none after it was good: journalctl --unit "
                                     "halyard-backup.service)"));
   EXPECT_THAT(findings(), Contains("warning : the last good backup was 2 days ago, and one is due "
                                    "every day"));

@@ -149,7 +149,9 @@ int carryOut(RestoreRecord record) {
     record.undone = !record.undone;
     kept = record.time == 0 || keepRestoreRecord(record);
     if (!kept) printError("the record of the restore could not be written");
-    printNote("the restored items stand beside, as .previous (see: helmsman tidy)");
+    printNote(
+        "what stood there until now, with all that came into it since, is beside it as .previous "
+        "(see: helmsman tidy)");
   }
   const bool running = server.start();
   if (!server.advice().empty()) printWarning(server.advice());

@@ -115,7 +115,7 @@ void addOverdue(std::int64_t now, BackupHealth& health) {
                                            : ", and automatic backups are off";
   const std::string advice =
       health.automatic
-          ? std::string("look why none came after it: journalctl --unit ") + kBackupUnit
+          ? std::string("look why none after it was good: journalctl --unit ") + kBackupUnit
           : "run helmsman schedule --on";
   if (health.lastGood && isTooOld(*health.lastGood)) {
     health.problems.push_back(
