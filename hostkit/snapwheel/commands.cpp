@@ -271,7 +271,7 @@ int runRestore(const CommandOptions& options) {
                      request.snapshotPath + "/" + outcome.volume + " restored (" +
                      hostkit::sizeText(outcome.bytes) + "), " + secondsText(begin));
   if (outcome.failed == 0) return hostkit::kSuccess;
-  hostkit::printError(countText(outcome.failed, "item") + " could not be restored");
+  hostkit::printError(countText(outcome.failed, "item") + " could not be restored as they were");
   return hostkit::kPartial;
 }
 

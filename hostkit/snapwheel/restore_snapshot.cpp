@@ -19,6 +19,8 @@
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/repository.h"
+#include "snapwheel/restore_proof.h"
+#include "snapwheel/source_index.h"
 
 namespace halyard::snapwheel {
 
@@ -105,6 +107,19 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
     hostkit::printError(errorText(appendPath(target, path), error));
     return error != ENOSPC && error != EDQUOT && error != EROFS;
   };
+  const auto index =
+      SourceIndex::open(request.snapshotPath + "/" + std::string(kRecordFolder) + "/index");
+  std::unique_ptr<RestoreProof> proof;
+  if (index) {
+    proof = std::make_unique<RestoreProof>(*index, [&](const std::string& path, const char* what) {
+      ++outcome.failed;
+      hostkit::printError(appendPath(target, path) + ": " + what);
+    });
+  } else {
+    hostkit::printNote("no digests are known of " + request.snapshotPath +
+                       ": whether its files hold what was put there cannot be told");
+  }
+  options.memory = proof.get();
   const auto report = host::copyTree(source, target, options);
   outcome.items = report.items;
   outcome.bytes = report.copiedBytes;

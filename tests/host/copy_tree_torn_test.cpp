@@ -19,7 +19,7 @@ using test::Scratch;
 /// Knows nothing, and changes the file that is read under its first readings.
 class Disturbance : public TreeMemory {
  public:
-  Disturbance(std::string file, int readings) : file_(std::move(file)), left_(readings) {}
+  Disturbance(std::string file, int changes) : file_(std::move(file)), left_(changes) {}
 
   bool enter(const char*, const struct stat&) override { return false; }
   void leave() override {}

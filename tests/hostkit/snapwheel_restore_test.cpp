@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -177,6 +178,36 @@ TEST_F(RestoreSnapshot, GivesOwnersInListsAndOfLinksAndFoldersTheNumbersOfThisHo
   ASSERT_GT(length, 0);
   after.resize(static_cast<std::size_t>(length));
   EXPECT_EQ(after.substr(16, 4), std::string(4, '\0')) << "the user is root now";
+}
+
+TEST_F(RestoreSnapshot, TellsAFileThatDoesNotHoldWhatWasPutThere) {
+  const std::string file = request_.snapshotPath + "/System/etc/hosts";
+  struct stat before {};
+  ASSERT_EQ(::stat(file.c_str(), &before), 0);
+  ASSERT_TRUE(host::writeFile(file, "127.0.0.1 localhosT\n"));
+  const timespec times[] = {before.st_atim, before.st_mtim};
+  ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(restoreSnapshot(request_).failed, 1U);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("/target/etc/hosts: does not hold what was put into the snapshot"));
+}
+
+TEST_F(RestoreSnapshot, TellsWhatIsMissingInTheSnapshot) {
+  ASSERT_TRUE(host::removeItem(request_.snapshotPath + "/System/etc"));
+  ASSERT_TRUE(host::removeItem(request_.snapshotPath + "/System/link"));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(restoreSnapshot(request_).failed, 2U);
+  const std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(told, HasSubstr("/target/etc: is missing in the snapshot"));
+  EXPECT_THAT(told, HasSubstr("/target/link: is missing in the snapshot"));
+}
+
+TEST_F(RestoreSnapshot, SaysWhenNothingCanBeProven) {
+  ASSERT_TRUE(host::removeItem(request_.snapshotPath + "/.snapwheel/index"));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(restoreSnapshot(request_).failed, 0U);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("no digests are known of"));
 }
 
 TEST(OwnerMap, HoldsOnlyNamesThatHaveAnotherNumberHere) {
