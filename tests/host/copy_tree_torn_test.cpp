@@ -86,5 +86,28 @@ TEST_F(Torn, AFileThatNeverStandsStillIsToldAsTorn) {
   EXPECT_EQ(memory.torn, 1);
 }
 
+TEST_F(Torn, AFileWithTwoNamesIsReadAgainInAnUpdateToo) {
+  scratch_.write("source/file", "before");
+  ASSERT_EQ(::link((scratch_ / "source/file").c_str(), (scratch_ / "source/other").c_str()), 0);
+  ASSERT_TRUE(copyTree(scratch_ / "source", scratch_ / "copy").complete);
+  scratch_.write("source/file", "content");
+
+  Disturbance memory(scratch_ / "source/file", 1);
+  TreeCopyOptions options;
+  options.memory = &memory;
+  options.update = true;
+  ASSERT_TRUE(copyTree(scratch_ / "source", scratch_ / "copy", options).complete);
+
+  EXPECT_EQ(memory.readings, 2);
+  EXPECT_EQ(memory.torn, 0);
+  EXPECT_EQ(Scratch::contents(scratch_ / "copy/file"), "contentx");
+  EXPECT_EQ(Scratch::contents(scratch_ / "copy/other"), "contentx");
+  struct stat file = {};
+  struct stat other = {};
+  ASSERT_EQ(::stat((scratch_ / "copy/file").c_str(), &file), 0);
+  ASSERT_EQ(::stat((scratch_ / "copy/other").c_str(), &other), 0);
+  EXPECT_EQ(file.st_ino, other.st_ino);
+}
+
 }  // namespace
 }  // namespace halyard::host

@@ -195,10 +195,9 @@ int ItemCopier::copyUntorn(FolderPair& folders, int from, const char* fromName, 
     if (!isTorn_ || reading == kReadings) return 0;
     status = after;
     report_ = before;
-    if (!folders.replaces) {
-      const int error = errorOf([&] { return ::unlinkat(folders.target, toName, 0); });
-      if (error != 0) return error;
-    }
+    // It must be found neither as another name's copy nor as an earlier one.
+    const int error = errorOf([&] { return ::unlinkat(folders.target, toName, 0); });
+    if (error != 0) return error;
     if (::lseek(from, 0, SEEK_SET) != 0) return errno;
   }
 }
