@@ -133,6 +133,33 @@ TEST_P(Proof, AFolderThatMovedIsSharedAndNotCopied) {
   }
 }
 
+TEST_P(Proof, AFileThatMovedAndItsCopyInItsPlaceAreTwoFiles) {
+  put("srv/log", "a line\n");
+  put("srv/deep/log", "another line\n");
+  settle();
+  take();
+  for (const std::string path : {"srv/log", "srv/deep/log"}) {
+    const struct stat before = statusAt(path);
+    ASSERT_EQ(::rename(at(path).c_str(), at(path + ".1").c_str()), 0);
+    put(path, Scratch::contents(at(path + ".1")));
+    setTimes(path, before);
+  }
+  settle();
+  expectWhole(take());
+}
+
+TEST_P(Proof, AFolderThatMovedAndItsCopyInItsPlaceAreTwoFolders) {
+  put("var/spool/a", "a line\n");
+  settle();
+  take();
+  const struct stat before = statusAt("var/spool/a");
+  ASSERT_EQ(::rename(at("var/spool").c_str(), at("var/old").c_str()), 0);
+  put("var/spool/a", "a line\n");
+  setTimes("var/spool/a", before);
+  settle();
+  expectWhole(take());
+}
+
 TEST_P(Proof, AnotherFileWithTheInodeOfARemovedOneIsSaved) {
   put("srv/short", "12345");
   settle();

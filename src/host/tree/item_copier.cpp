@@ -268,10 +268,9 @@ int ItemCopier::share(FolderPair& folders, const EarlierFile& earlier, const cha
                       const struct stat& status) {
   int error = 0;
   if (!earlier.isInPlace) {
-    // Names of one item in the reference may be names of two items by now, which stay apart.
-    if (hasOtherNames(earlier.status) && !linkedInodes_.insert(earlier.status.st_ino)) {
-      return ENOENT;
-    }
+    // Two items stay apart: names of one item in the reference may be theirs by now, and one of
+    // them may have moved away while the other took its place.
+    if (!linkedInodes_.insert(earlier.status.st_ino)) return ENOENT;
     error = place(folders, toName, [&](const char* name) {
       return errorOf(
           [&] { return ::linkat(earlier.folder, earlier.name.c_str(), folders.target, name, 0); });
