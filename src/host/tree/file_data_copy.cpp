@@ -41,8 +41,7 @@ int FileDataCopier::copy(int from, int to, const struct stat& status, dev_t targ
   }
   if (shares_ && status.st_size > 0) {
     const int error = share(from, to);
-    // What was shared is what must be seen, whatever happens to the source.
-    if (error == 0 && watcher_ != nullptr) return read(to, status);
+    if (error == 0 && watcher_ != nullptr) return readShared(to);
     if (error == 0 || !isRefusal(error)) return error;
   }
   if (watcher_ != nullptr) return copyWatched(from, to, status);
@@ -78,7 +77,8 @@ int FileDataCopier::readPieces(int from, const struct stat& status, UseBytes use
       }
       if (seeks && at < size) {
         end = uninterrupted([&] { return ::lseek(from, at, SEEK_HOLE); });
-        if (end < 0) return errno;
+        if (end < 0 && errno != ENXIO) return errno;
+        if (end < 0) size = at;  // Shorter than it was a moment ago.
         end = std::min(end, size);
       }
     }
@@ -101,18 +101,26 @@ int FileDataCopier::readPieces(int from, const struct stat& status, UseBytes use
   return 0;
 }
 
+/// What was shared is what must be seen, whatever happens to the source; it may have grown before.
+int FileDataCopier::readShared(int to) {
+  struct stat status = {};
+  const int error = errorOf([&] { return ::fstat(to, &status); });
+  return error != 0 ? error : read(to, status);
+}
+
 int FileDataCopier::copyWatched(int from, int to, const struct stat& status) {
-  off_t holeEnd = 0;
+  off_t holeEnd = 0;  // Of a hole that nothing follows.
   const int error = readPieces(
       from, status,
       [&](const char* bytes, std::size_t count, off_t at) {
+        holeEnd = 0;
         return writeAll(to, bytes, count, at);
       },
       [&](std::uint64_t count, off_t at) {
         holeEnd = at + static_cast<off_t>(count);
         return 0;
       });
-  if (error != 0 || holeEnd != status.st_size || holeEnd == 0) return error;
+  if (error != 0 || holeEnd == 0) return error;
   return errorOf([&] { return ::ftruncate(to, holeEnd); });
 }
 

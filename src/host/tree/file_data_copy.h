@@ -45,6 +45,7 @@ class FileDataCopier {
   int readPieces(int from, const struct stat& status, UseBytes useBytes, UseZeros useZeros);
   int copyWatched(int from, int to, const struct stat& status);
   int share(int from, int to);
+  int readShared(int to);
   int copySmall(int from, int to, const struct stat& status);
   int copyLarge(int from, int to, off_t size);
   int copyRange(int from, int to, off_t& at, off_t end);
