@@ -59,14 +59,24 @@ class Check {
     } else if (manifest->finished.empty()) {
       problem(path, "was never finished; delete it");
     } else if (!manifest->complete) {
-      note(path, "lacks " + std::to_string(manifest->missingCount) +
-                     " items that could not be read when it was made");
+      noteLack(path, *manifest);
     }
     const std::string volume = volumeFolder(path);
     if (volume.empty()) {
       problem(path, "holds no volume; delete it");
     } else if (depth_ != CheckDepth::structure) {
       readTree(path + "/" + volume, manifest ? manifest->items : 0);
+    }
+  }
+
+  void noteLack(const std::string& path, const Manifest& manifest) {
+    if (manifest.missingCount != 0 || manifest.tornCount == 0) {
+      note(path, "lacks " + std::to_string(manifest.missingCount) +
+                     " items that could not be read when it was made");
+    }
+    if (manifest.tornCount != 0) {
+      note(path, "may hold mixtures: " + std::to_string(manifest.tornCount) +
+                     " files changed whenever they were read when it was made");
     }
   }
 
@@ -127,6 +137,10 @@ class Check {
     }
     for (const DamagedFile& file : verified.damaged) {
       problem(file.path, file.reason + ", in " + joined(file.snapshots));
+    }
+    for (const Error& error : verified.unrecorded) {
+      problem(error.tried, "the damage could not be recorded, later snapshots may share it: " +
+                               hostkit::errnoText(error.code));
     }
     report_.damaged = std::move(verified.damaged);
   }

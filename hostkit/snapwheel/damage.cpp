@@ -41,6 +41,7 @@ Status writeDamage(const std::string& snapshotPath, const std::unordered_set<std
   }
   std::string text;
   for (const std::string& path : paths) text.append(path).push_back('\0');
+  if (text.size() > kDamageLimit) return Error{EFBIG, file};  // Nobody would read it.
   return host::writeFile(file, text);
 }
 

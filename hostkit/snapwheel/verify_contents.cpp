@@ -31,7 +31,6 @@
 #include "host/volumes/subvolume.h"
 #include "snapwheel/damage.h"
 #include "snapwheel/digest.h"
-#include "snapwheel/failure.h"
 #include "snapwheel/source_index.h"
 
 namespace halyard::snapwheel {
@@ -256,7 +255,7 @@ class Verification {
     const Status kept = writeDamage(snapshot, paths);
     // A precaution; nothing rests on it.
     if (isLocked) (void)host::setSubvolumeReadOnly(folder.get(), name_, true);
-    if (!kept) throw failureOf(kept.error());
+    if (!kept) report_.unrecorded.push_back(kept.error());
   }
 
   const Repository& repository_;

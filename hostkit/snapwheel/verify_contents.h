@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/result.h"
 #include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {
@@ -30,11 +31,11 @@ struct VerifyReport {
   std::uint64_t unproven = 0;   ///< Files that no digest is known of.
   std::vector<std::string> withoutDigests;  ///< Snapshots whose index has none, or is damaged.
   std::vector<DamagedFile> damaged;
+  std::vector<Error> unrecorded;  ///< Why the damage of a snapshot could not be kept.
 };
 
 /// Reads the files of the part and keeps in each snapshot which of its files are damaged, so that
 /// none is the basis of a later one. What a snapshot that is removed meanwhile held does not count.
-/// Throws Failure when that cannot be kept.
 VerifyReport verifyContents(const Repository& repository, const std::vector<std::string>& snapshots,
                             const VerifyPart& part);
 

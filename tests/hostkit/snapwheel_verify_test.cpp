@@ -11,6 +11,7 @@
 #include "snapshot_test.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/damage.h"
+#include "snapwheel/manifest.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -148,6 +149,34 @@ TEST_P(Verify, ASnapshotWithoutDigestsIsTold) {
   ASSERT_THAT(report.findings, SizeIs(1));
   EXPECT_EQ(report.findings[0].severity, Severity::note);
   EXPECT_THAT(report.findings[0].text, HasSubstr("no digests"));
+}
+
+TEST_P(Verify, WhatCannotBeRecordedHidesNothing) {
+  const SnapshotOutcome first = take();
+  flip(first, "etc/hosts");
+  put("etc/hosts", "anew\n");
+  settle();
+  const SnapshotOutcome second = take();
+  flip(second, "etc/hosts");
+  const std::string record = repository_->path(first.name) + "/.snapwheel/damaged";
+  ASSERT_EQ(::mkdir(record.c_str(), 0700), 0);
+
+  const CheckReport report = verify();
+
+  EXPECT_THAT(report.damaged, SizeIs(2));
+  EXPECT_THAT(problemsOf(report), SizeIs(3)) << "the two, and that one is not recorded";
+}
+
+TEST_P(Verify, ATornFileIsNoItemThatLacks) {
+  const SnapshotOutcome first = take();
+  makeWritable(first);
+  Manifest manifest = first.manifest;
+  manifest.complete = false;
+  manifest.tornCount = 1;
+  ASSERT_TRUE(writeManifest(repository_->path(first.name), manifest));
+  const CheckReport report = verify();
+  ASSERT_THAT(report.findings, SizeIs(1));
+  EXPECT_THAT(report.findings[0].text, HasSubstr("1 files changed whenever they were read"));
 }
 
 }  // namespace
