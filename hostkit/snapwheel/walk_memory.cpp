@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/tree/change_time.h"
+#include "product/paths.h"
 
 namespace halyard::snapwheel {
 
@@ -113,7 +114,14 @@ void WalkMemory::begin() {
   digest_ = kNoDigest;
 }
 
+/// What the engine itself may write into the snapshot, once the walk is over.
+bool WalkMemory::isMark(std::string_view name) const {
+  return path_.size() == 2 && path_.front() == paths::kMetadataFolderName &&
+         name == paths::kIncompleteMark;
+}
+
 void WalkMemory::took(const char* name, const struct stat& status) {
+  if (isMark(name)) return writer_.add(name, status, false, kNoDigest);
   writer_.add(name, status, host::isBefore(status, began_), digest_);
 }
 

@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -55,6 +56,7 @@ class WalkMemory final : public host::TreeMemory {
  private:
   bool isDamaged(const char* name) const;
   std::string pathOf(const char* name) const;
+  bool isMark(std::string_view name) const;
   void noteOwner(const struct stat& status);
 
   SourceIndexWriter& writer_;

@@ -8,6 +8,7 @@
 
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "product/paths.h"
 #include "snapshot_test.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/damage.h"
@@ -165,6 +166,16 @@ TEST_P(Verify, WhatCannotBeRecordedHidesNothing) {
 
   EXPECT_THAT(report.damaged, SizeIs(2));
   EXPECT_THAT(problemsOf(report), SizeIs(3)) << "the two, and that one is not recorded";
+}
+
+TEST_P(Verify, AMarkThatTheEngineItselfLeftIsSound) {
+  put(".Halyards/depotHost/" + std::string(paths::kIncompleteMark), "its database was left out\n");
+  // The repository is never copied, so that the service lacks what is counted there.
+  repository_ = std::make_unique<Repository>(
+      scratch_.makeFolder("source/.Halyards/depotHost/backup"), "files1");
+  settle();
+  take();
+  EXPECT_THAT(verify().damaged, IsEmpty());
 }
 
 TEST_P(Verify, ATornFileIsNoItemThatLacks) {
