@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <numeric>
 
@@ -39,6 +40,21 @@ struct BlockHeader {
 
 std::size_t aligned(std::size_t length) {
   return (length + kAlignment - 1) / kAlignment * kAlignment;
+}
+
+/// Whether all that follows the header can be read and has this digest. By reading: what the disk
+/// cannot give back would end the program when it is met in a mapping.
+bool isSound(int file, std::size_t length, const host::ContentDigest& digest) {
+  Digester digester;
+  std::array<char, std::size_t{64} << 10> piece{};
+  for (std::size_t at = sizeof(Header); at < length;) {
+    const std::size_t wanted = std::min(piece.size(), length - at);
+    const ssize_t got = ::pread(file, piece.data(), wanted, static_cast<off_t>(at));
+    if (got <= 0) return false;
+    digester.add(piece.data(), static_cast<std::size_t>(got));
+    at += static_cast<std::size_t>(got);
+  }
+  return digester.digest() == digest;
 }
 
 }  // namespace
@@ -114,7 +130,8 @@ std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path,
   Header header{};
   if (isHollow || length < sizeof header ||
       ::pread(file.get(), &header, sizeof header, 0) != ssize_t{sizeof header} ||
-      std::memcmp(header.magic, kMagic, sizeof kMagic) != 0 || header.length != length) {
+      std::memcmp(header.magic, kMagic, sizeof kMagic) != 0 || header.length != length ||
+      !isSound(file.get(), length, header.digest)) {
     return nullptr;
   }
   void* bytes = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file.get(), 0);
@@ -130,12 +147,7 @@ bool SourceIndex::readHeader(std::optional<std::string_view> identity) {
   std::memcpy(&header, bytes_, sizeof header);
   if (header.identityLength > length_ - sizeof header) return false;
   root_ = header.root;
-  if (identity && *identity != std::string_view(bytes_ + sizeof header, header.identityLength)) {
-    return false;
-  }
-  Digester digester;
-  digester.add(bytes_ + sizeof header, length_ - sizeof header);
-  return digester.digest() == header.digest;
+  return !identity || *identity == std::string_view(bytes_ + sizeof header, header.identityLength);
 }
 
 SourceIndex::Folder SourceIndex::at(std::uint64_t offset) const {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "snapwheel/source_index.h"
+#include "support/mounted_volume.h"
 #include "support/scratch.h"
 
 namespace halyard::snapwheel {
@@ -159,6 +160,24 @@ TEST(SourceIndex, AFileThatCannotBeMadeIsNoIndex) {
   writer.enter("", item(2, S_IFDIR, 1), true);
   writer.leave();
   EXPECT_FALSE(writer.finish());
+}
+
+TEST(SourceIndex, OneThatTheDiskCannotReadIsNone) {
+  const test::Scratch scratch;
+  const test::MountedVolume volume(scratch, "btrfs", 320);
+  if (!volume.reason().empty()) GTEST_SKIP() << volume.reason();
+  const std::string path = volume.path() + "/index";
+  SourceIndexWriter writer(path, "identity");
+  writer.enter("", item(2, S_IFDIR | 0755, 100), true);
+  for (ino_t inode = 10; inode < 1000; ++inode) {
+    writer.add(("a rare name " + std::to_string(inode)).c_str(),
+               item(inode, S_IFREG | 0644, 200, 5), true, kNoDigest);
+  }
+  writer.leave();
+  ASSERT_TRUE(writer.finish());
+  ASSERT_NE(SourceIndex::open(path, "identity"), nullptr);
+  ASSERT_TRUE(volume.spoil("a rare name 500", path));
+  EXPECT_EQ(SourceIndex::open(path, "identity"), nullptr);
 }
 
 }  // namespace

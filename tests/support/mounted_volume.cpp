@@ -3,11 +3,15 @@
 
 #include "support/mounted_volume.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <vector>
 
+#include "host/files/descriptor.h"
 #include "host/process/task.h"
 
 namespace halyard::test {
@@ -41,6 +45,7 @@ MountedVolume::MountedVolume(const Scratch& scratch, const std::string& kind,
     return;
   }
   path_ = folder;
+  image_ = image;
 }
 
 MountedVolume::~MountedVolume() {
@@ -50,6 +55,21 @@ MountedVolume::~MountedVolume() {
 bool MountedVolume::remount(bool readOnly) const {
   return ::mount(nullptr, path_.c_str(), nullptr, MS_REMOUNT | (readOnly ? MS_RDONLY : 0),
                  nullptr) == 0;
+}
+
+bool MountedVolume::spoil(const std::string& bytes, const std::string& file) const {
+  const host::Descriptor held(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  const host::Descriptor image(::open(image_.c_str(), O_RDWR | O_CLOEXEC));
+  if (!held || !image || ::syncfs(held.get()) != 0) return false;
+  const auto length = static_cast<std::size_t>(::lseek(image.get(), 0, SEEK_END));
+  void* const disk = ::mmap(nullptr, length, PROT_READ, MAP_SHARED, image.get(), 0);
+  if (disk == MAP_FAILED) return false;
+  const void* const found = ::memmem(disk, length, bytes.data(), bytes.size());
+  const off_t at =
+      found == nullptr ? -1 : static_cast<const char*>(found) - static_cast<char*>(disk);
+  ::munmap(disk, length);
+  return at >= 0 && ::pwrite(image.get(), "spoilt", 6, at) == 6 && ::fsync(image.get()) == 0 &&
+         ::posix_fadvise(held.get(), 0, 0, POSIX_FADV_DONTNEED) == 0;
 }
 
 }  // namespace halyard::test

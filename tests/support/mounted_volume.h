@@ -27,9 +27,14 @@ class MountedVolume {
   const std::string& reason() const { return reason_; }
   /// Mounts it again read-only or writable; false when that was refused.
   bool remount(bool readOnly) const;
+  /// Spoils the first place on the disk where these bytes stand, as a bad block does; false when
+  /// they stand nowhere. Of btrfs, whose checksums tell, a file that holds them cannot be read
+  /// then.
+  bool spoil(const std::string& bytes, const std::string& file) const;
 
  private:
   std::string path_;
+  std::string image_;
   std::string reason_;
 };
 
