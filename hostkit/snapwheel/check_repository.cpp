@@ -126,10 +126,14 @@ class Check {
     VerifyReport verified = verifyContents(repository_, snapshots, part_);
     report_.bytesRead = verified.bytesRead;
     for (const std::string& name : verified.withoutDigests) {
-      const std::string path = repository_.path(name);
-      readTree(path + "/" + volumeFolder(path), 0, true);
+      readUncompared(name);
       note(repository_.path(name),
            "holds no digests to compare its files with; the snapshots after it do");
+    }
+    for (const std::string& name : verified.damagedIndexes) {
+      readUncompared(name);
+      problem(repository_.path(name),
+              "its index is damaged: its files could only be read, not compared");
     }
     if (verified.unproven != 0) {
       note(repository_.hostFolder(),
@@ -143,6 +147,11 @@ class Check {
                                hostkit::errnoText(error.code));
     }
     report_.damaged = std::move(verified.damaged);
+  }
+
+  void readUncompared(const std::string& name) {
+    const std::string path = repository_.path(name);
+    readTree(path + "/" + volumeFolder(path), 0, true);
   }
 
   void readContents(const std::string& path, off_t expected) {

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <numeric>
 
@@ -21,6 +22,7 @@ namespace halyard::snapwheel {
 namespace {
 
 constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
+constexpr char kFormerMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '1'};  // Without digests.
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 constexpr std::size_t kAlignment = 8;
 constexpr std::size_t kMostCompressed = 16;
@@ -138,6 +140,15 @@ std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path,
   if (bytes == MAP_FAILED) return nullptr;
   std::unique_ptr<SourceIndex> index(new SourceIndex(static_cast<const char*>(bytes), length));
   return index->readHeader(identity) ? std::move(index) : nullptr;
+}
+
+bool SourceIndex::isDamaged(const std::string& path) {
+  const host::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file) return errno != ENOENT;
+  char magic[sizeof kFormerMagic] = {};
+  const bool isFormer = ::pread(file.get(), magic, sizeof magic, 0) == ssize_t{sizeof magic} &&
+                        std::memcmp(magic, kFormerMagic, sizeof magic) == 0;
+  return !isFormer && open(path) == nullptr;
 }
 
 SourceIndex::~SourceIndex() { ::munmap(const_cast<char*>(bytes_), length_); }

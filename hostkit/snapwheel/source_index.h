@@ -70,6 +70,9 @@ class SourceIndex {
   /// another one.
   static std::unique_ptr<SourceIndex> open(const std::string& path,
                                            std::optional<std::string_view> identity = {});
+  /// Whether an index of this format, or one that cannot even tell its format, stands there and
+  /// cannot be opened.
+  static bool isDamaged(const std::string& path);
   ~SourceIndex();
   SourceIndex(const SourceIndex&) = delete;
   SourceIndex& operator=(const SourceIndex&) = delete;

@@ -122,12 +122,16 @@ class Verification {
 
   void verify(const std::string& name) {
     const std::string snapshot = repository_.path(name);
-    const auto index = SourceIndex::open(snapshot + "/" + std::string(kRecordFolder) + "/index");
+    const std::string indexPath = snapshot + "/" + std::string(kRecordFolder) + "/index";
+    const auto index = SourceIndex::open(indexPath);
     const std::string root = snapshot + "/" + volumeFolder(snapshot);
     host::Descriptor folder(::open(root.c_str(), host::kFolderFlags));
     host::Identity identity;
     if (!index || !folder || host::identify(folder.get(), identity) != 0) {
-      if (host::exists(snapshot)) report_.withoutDigests.push_back(name);
+      if (!host::exists(snapshot)) return;
+      auto& names =
+          SourceIndex::isDamaged(indexPath) ? report_.damagedIndexes : report_.withoutDigests;
+      names.push_back(name);
       return;
     }
     name_ = name;

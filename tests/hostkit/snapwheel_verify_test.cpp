@@ -152,6 +152,21 @@ TEST_P(Verify, ASnapshotWithoutDigestsIsTold) {
   EXPECT_THAT(report.findings[0].text, HasSubstr("no digests"));
 }
 
+TEST_P(Verify, ADamagedIndexIsAProblem) {
+  const SnapshotOutcome first = take();
+  makeWritable(first);
+  {
+    const std::string index = repository_->path(first.name) + "/.snapwheel/index";
+    const host::Descriptor file(::open(index.c_str(), O_WRONLY));
+    ASSERT_EQ(::pwrite(file.get(), "!", 1, 100), 1);
+  }
+  const CheckReport report = verify();
+  EXPECT_GT(report.bytesRead, 100000U);
+  ASSERT_THAT(report.findings, SizeIs(1));
+  EXPECT_EQ(report.findings[0].severity, Severity::problem);
+  EXPECT_THAT(report.findings[0].text, HasSubstr("its index is damaged"));
+}
+
 TEST_P(Verify, WhatCannotBeRecordedHidesNothing) {
   const SnapshotOutcome first = take();
   flip(first, "etc/hosts");
