@@ -186,15 +186,16 @@ SourceIndex::Folder SourceIndex::below(const IndexEntry& entry) const {
 
 void SourceIndex::listFiles() const {
   folders_.push_back({0, nullptr, root()});
-  // Blocks of a sound index nest; one that was made to hold itself ends here.
-  const std::size_t most = length_ / sizeof(BlockHeader);
-  for (std::uint32_t at = 0; at < folders_.size() && folders_.size() < most; ++at) {
+  // One that was made to hold itself, or one block many times, tells more than it has room for.
+  const std::size_t most = length_ / sizeof(IndexEntry);
+  for (std::uint32_t at = 0; at < folders_.size(); ++at) {
     const std::span<const IndexEntry> entries = folders_[at].contents.entries();
     for (std::uint32_t entry = 0; entry < entries.size(); ++entry) {
       if (S_ISREG(entries[entry].mode)) files_.push_back({entries[entry].inode, at, entry});
       if (S_ISDIR(entries[entry].mode)) {
         folders_.push_back({at, &entries[entry], below(entries[entry])});
       }
+      if (files_.size() + folders_.size() > most) return files_.clear();
     }
   }
   std::ranges::stable_sort(files_, {}, &KnownFile::inode);

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
 #include "snapwheel/source_index.h"
 #include "support/mounted_volume.h"
 #include "support/scratch.h"
@@ -178,6 +180,35 @@ TEST(SourceIndex, OneThatTheDiskCannotReadIsNone) {
   ASSERT_NE(SourceIndex::open(path, "identity"), nullptr);
   ASSERT_TRUE(volume.spoil("a rare name 500", path));
   EXPECT_EQ(SourceIndex::open(path, "identity"), nullptr);
+}
+
+TEST(SourceIndex, OneThatHoldsItselfNamesNoFile) {
+  const test::Scratch scratch;
+  // One block: fifty folders, each of them the block itself, and fifty files.
+  struct Bytes {
+    char magic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
+    std::uint64_t length = sizeof(Bytes);
+    std::uint64_t root = offsetof(Bytes, count);
+    std::uint64_t identityLength = 0;
+    host::ContentDigest digest;
+    std::uint32_t count = 100;
+    std::uint32_t nameBytes = 8;
+    IndexEntry entries[100];
+    char names[8] = "a";
+  } bytes;
+  for (int at = 0; at < 100; ++at) {
+    bytes.entries[at].inode = 100 + static_cast<unsigned>(at);
+    bytes.entries[at].mode = at < 50 ? S_IFDIR : S_IFREG;
+    bytes.entries[at].size = bytes.root;
+  }
+  Digester digester;
+  digester.add(&bytes.count, sizeof bytes - offsetof(Bytes, count));
+  bytes.digest = digester.digest();
+  scratch.write("index", std::string(reinterpret_cast<const char*>(&bytes), sizeof bytes));
+  const auto index = SourceIndex::open(scratch / "index");
+  ASSERT_NE(index, nullptr);
+  EXPECT_EQ(index->root().entries().size(), 100U);
+  EXPECT_FALSE(index->findAnywhere(150));
 }
 
 }  // namespace
