@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: MIT
 
 // What a watcher is shown of a file is what its copy holds, whatever the source does meanwhile.
-#include "host/tree/file_data_copy.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -13,6 +11,7 @@
 #include <string>
 
 #include "host/files/descriptor.h"
+#include "host/tree/file_data_copy.h"
 #include "support/mounted_volume.h"
 #include "support/scratch.h"
 
