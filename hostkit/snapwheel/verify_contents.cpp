@@ -259,7 +259,8 @@ class Verification {
     const Status kept = writeDamage(snapshot, paths);
     // A precaution; nothing rests on it.
     if (isLocked) (void)host::setSubvolumeReadOnly(folder.get(), name_, true);
-    if (!kept) report_.unrecorded.push_back(kept.error());
+    // Of one that was removed meanwhile nothing is to be kept.
+    if (!kept && host::exists(snapshot)) report_.unrecorded.push_back(kept.error());
   }
 
   const Repository& repository_;
