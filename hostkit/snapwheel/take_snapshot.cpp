@@ -14,6 +14,7 @@
 
 #include "base/text.h"
 #include "common/messages.h"
+#include "common/paths.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
 #include "host/tree/change_time.h"
@@ -103,6 +104,12 @@ class Walk {
   }
 
   void noteTorn(const std::string& path) {
+    if (manifest_.tornCount == 0) {
+      hostkit::printNote(
+          std::string("a file that is written all the time is saved by a dump of its "
+                      "own server; leave it out in ") +
+          hostkit::kExclusionFile);
+    }
     if (manifest_.tornCount++ < kNamedItems) manifest_.torn.push_back(path);
     if (manifest_.tornCount <= kToldItems) {
       hostkit::printWarning("/" + path + ": changed whenever it was read (kept as read last)");

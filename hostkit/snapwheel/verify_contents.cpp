@@ -88,7 +88,8 @@ std::string sharedKey(int file, const struct stat& status) {
   const std::span<const fiemap_extent> extents(map->fm_extents, map->fm_mapped_extents);
   if (extents.empty() || (extents.back().fe_flags & FIEMAP_EXTENT_LAST) == 0) return {};
   constexpr std::uint32_t kNowhere =
-      FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC | FIEMAP_EXTENT_DATA_INLINE;
+      FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC | FIEMAP_EXTENT_DATA_INLINE |
+      FIEMAP_EXTENT_ENCODED;  // Of compressed data two files may use different parts.
   std::string key = std::to_string(status.st_size);
   for (const fiemap_extent& extent : extents) {
     if ((extent.fe_flags & kNowhere) != 0) return {};
@@ -158,7 +159,7 @@ class Verification {
       if (level.next == level.folder.entries().size()) {
         path_.resize(level.pathLength);
         levels.pop_back();
-        if (!levels.empty() && folders_.pop() != 0) return;
+        if (!levels.empty() && folders_.pop() != 0) return breakOff();
         continue;
       }
       const IndexEntry& entry = level.folder.entries()[level.next++];
@@ -171,6 +172,12 @@ class Verification {
       path_ += (path_.empty() ? "" : "/") + entryName;
       levels.push_back(std::move(below));
     }
+  }
+
+  /// The way back up is lost, as when the folder above cannot be read any more.
+  void breakOff() {
+    damage(pathOf("."), ".", "could not be verified to its end");
+    stillDamaged_.insert(earlier_.begin(), earlier_.end());
   }
 
   bool enter(const std::string& name) {
