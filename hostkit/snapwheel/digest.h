@@ -32,4 +32,25 @@ class Digester {
   std::unique_ptr<XXH3_state_s, Free> state_;
 };
 
+inline constexpr host::ContentDigest kNoDigest = {};
+
+/// A ContentWatcher, or what is one too, that takes the digest of what it sees.
+template <typename Watcher>
+class Digesting : public Watcher {
+ public:
+  void begin() override {
+    digester_.begin();
+    digest_ = kNoDigest;
+  }
+  void read(const char* bytes, std::size_t count) override { digester_.add(bytes, count); }
+  void readZeros(std::uint64_t count) override { digester_.addZeros(count); }
+  void end() override { digest_ = digester_.digest(); }
+
+ protected:
+  host::ContentDigest digest_ = kNoDigest;  ///< Of the file at hand, once it was seen to its end.
+
+ private:
+  Digester digester_;
+};
+
 }  // namespace halyard::snapwheel

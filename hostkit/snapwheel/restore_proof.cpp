@@ -46,11 +46,6 @@ bool RestoreProof::isUnchanged(const char* /*name*/, const struct stat& /*status
   return false;
 }
 
-void RestoreProof::begin() {
-  digester_.begin();
-  digest_ = kNoDigest;
-}
-
 void RestoreProof::took(const char* name, const struct stat& status) {
   const IndexEntry* entry = meet(name);
   if (entry == nullptr) return;

@@ -16,7 +16,7 @@
 
 namespace halyard::snapwheel {
 
-class RestoreProof final : public host::TreeMemory {
+class RestoreProof final : public Digesting<host::TreeMemory> {
  public:
   /// `tell` is told of each item that is damaged or missing, by its path relative to the root.
   using Tell = std::function<void(const std::string& path, const char* what)>;
@@ -27,10 +27,6 @@ class RestoreProof final : public host::TreeMemory {
   bool isUnchanged(const char* name, const struct stat& status) override;
   Earlier earlier(const char*, const struct stat&) override { return {}; }
   std::optional<Moved> movedFrom(const struct stat&) override { return std::nullopt; }
-  void begin() override;
-  void read(const char* bytes, std::size_t count) override { digester_.add(bytes, count); }
-  void readZeros(std::uint64_t count) override { digester_.addZeros(count); }
-  void end() override { digest_ = digester_.digest(); }
   host::ContentDigest digest() override { return digest_; }
   void took(const char* name, const struct stat& status) override;
   void tookTorn(const char* name, const struct stat& status) override { took(name, status); }
@@ -46,8 +42,6 @@ class RestoreProof final : public host::TreeMemory {
   const SourceIndex& index_;
   Tell tell_;
   std::vector<Level> levels_;
-  Digester digester_;
-  host::ContentDigest digest_ = kNoDigest;  ///< Of the item at hand.
 };
 
 }  // namespace halyard::snapwheel

@@ -40,7 +40,6 @@ struct IndexEntry {
 };
 
 inline constexpr std::int64_t kUntrusted = 0;
-inline constexpr host::ContentDigest kNoDigest = {};
 
 /// An index that is being read. Whatever the file holds, nothing outside of it is touched.
 class SourceIndex {

@@ -43,7 +43,7 @@ struct Reading {
   host::ContentDigest digest = kNoDigest;
 };
 
-class FileReader final : public host::ContentWatcher {
+class FileReader final : public Digesting<host::ContentWatcher> {
  public:
   FileReader() { data_.watch(this); }
 
@@ -55,18 +55,13 @@ class FileReader final : public host::ContentWatcher {
   }
   std::uint64_t bytes() const { return bytes_; }
 
-  void begin() override { digester_.begin(); }
   void read(const char* bytes, std::size_t count) override {
-    digester_.add(bytes, count);
+    Digesting::read(bytes, count);
     bytes_ += count;
   }
-  void readZeros(std::uint64_t count) override { digester_.addZeros(count); }
-  void end() override { digest_ = digester_.digest(); }
 
  private:
   host::FileDataCopier data_;
-  Digester digester_;
-  host::ContentDigest digest_ = kNoDigest;
   std::uint64_t bytes_ = 0;
 };
 

@@ -109,11 +109,6 @@ std::optional<host::TreeMemory::Moved> WalkMemory::movedFrom(const struct stat& 
   return moved;
 }
 
-void WalkMemory::begin() {
-  digester_.begin();
-  digest_ = kNoDigest;
-}
-
 /// What the engine itself may write into the snapshot, once the walk is over.
 bool WalkMemory::isMark(std::string_view name) const {
   return path_.size() == 2 && path_.front() == paths::kMetadataFolderName &&

@@ -29,7 +29,7 @@ struct EarlierWalk {
   std::unordered_set<std::string> damaged;
 };
 
-class WalkMemory final : public host::TreeMemory {
+class WalkMemory final : public Digesting<host::TreeMemory> {
  public:
   /// `began` is a time after which the source's file system was written back: what
   /// was written through a mapping before that has set the change time, and so will what is written
@@ -42,10 +42,6 @@ class WalkMemory final : public host::TreeMemory {
   bool isUnchanged(const char* name, const struct stat& status) override;
   Earlier earlier(const char* name, const struct stat& status) override;
   std::optional<Moved> movedFrom(const struct stat& status) override;
-  void begin() override;
-  void read(const char* bytes, std::size_t count) override { digester_.add(bytes, count); }
-  void readZeros(std::uint64_t count) override { digester_.addZeros(count); }
-  void end() override { digest_ = digester_.digest(); }
   host::ContentDigest digest() override { return digest_; }
   void took(const char* name, const struct stat& status) override;
   void tookTorn(const char* name, const struct stat& status) override;
@@ -65,8 +61,6 @@ class WalkMemory final : public host::TreeMemory {
   std::function<void(const std::string& path)> tore_;
   std::vector<SourceIndex::Folder> folders_;  ///< Of the reference, down to where the walk is.
   std::vector<std::string> path_;             ///< Names of the folders below the root.
-  Digester digester_;
-  host::ContentDigest digest_ = kNoDigest;  ///< Of the item at hand.
   std::optional<SourceIndex::Place> moved_;
   OwnerIds owners_;
   uid_t lastUser_;

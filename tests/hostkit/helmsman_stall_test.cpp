@@ -15,7 +15,6 @@
 #include <thread>
 
 #include "backup_test.h"
-#include "common/durations.h"
 #include "common/times.h"
 #include "helmsman/program/pid_file_state.h"
 #include "helmsman/program/process_tree.h"
@@ -373,37 +372,6 @@ TEST_F(HelmsmanInterrupted, ASpanThatMeansNothingIsRefused) {
   EXPECT_EQ(result.status, 2);
   EXPECT_THAT(result.err, HasSubstr("depotHost.conf:1: 'soon' is no span of time"));
   EXPECT_EQ(refused("helmsman", {"backup", "--stall-limit", "4"}).status, 2);
-}
-
-TEST(Duration, IsANumberAndItsUnit) {
-  EXPECT_EQ(parseDuration("4s"), std::chrono::seconds(4));
-  EXPECT_EQ(parseDuration("30min"), std::chrono::minutes(30));
-  EXPECT_EQ(parseDuration("2h"), std::chrono::hours(2));
-  for (const char* text : {"", "4", "s", "0s", "-1s", "4 s", "4m", "4sec", "99999999999h"}) {
-    EXPECT_EQ(parseDuration(text), std::nullopt) << text;
-  }
-  EXPECT_EQ(durationText(std::chrono::seconds(90)), "90s");
-  EXPECT_EQ(durationText(std::chrono::minutes(60)), "1h");
-}
-
-TEST(ProcessEntry, ANameMayHoldBracketsAndBlanks) {
-  const auto entry = parseProcessEntry(
-      "12 (a) b (c) S 7 12 12 0 -1 4194560 100 200 0 0 11 12 13 14 20 0 1 0 5678 0 0");
-  ASSERT_TRUE(entry);
-  EXPECT_EQ(entry->process, 12);
-  EXPECT_EQ(entry->parent, 7);
-  EXPECT_FALSE(entry->hasEnded);
-  EXPECT_EQ(entry->ticks, 50U);
-  EXPECT_EQ(entry->startTime, 5678U);
-  EXPECT_EQ(parseProcessEntry("12 (a) S"), std::nullopt);
-}
-
-TEST(ProcessesBelow, AreFoundAtAnyDepthAndWithoutThoseThatHaveEnded) {
-  const std::vector<ProcessEntry> all = {
-      {2, 9, false, 0, 0}, {9, 5, false, 0, 0}, {7, 5, true, 0, 0}, {5, 1, false, 0, 0}};
-  std::vector<int> found;
-  for (const ProcessEntry& entry : processesBelow(all, 5)) found.push_back(entry.process);
-  EXPECT_THAT(found, ElementsAre(2, 9));
 }
 
 }  // namespace
