@@ -148,7 +148,9 @@ bool SourceIndex::isDamaged(const std::string& path) {
   char magic[sizeof kFormerMagic] = {};
   const bool isFormer = ::pread(file.get(), magic, sizeof magic, 0) == ssize_t{sizeof magic} &&
                         std::memcmp(magic, kFormerMagic, sizeof magic) == 0;
-  return !isFormer && open(path) == nullptr;
+  if (isFormer) return false;
+  const auto index = open(path);
+  return index == nullptr;
 }
 
 SourceIndex::~SourceIndex() { ::munmap(const_cast<char*>(bytes_), length_); }
