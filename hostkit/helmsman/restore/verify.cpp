@@ -56,7 +56,8 @@ bool isOnThisHost(const std::string& service) {
 // Why Halyard has no program to ask; empty when it has one.
 std::string undescribedReason(const std::string& service) {
   if (!descriptorsOfService(service).empty()) return "";
-  const PropertyValue* preference = servicePreferences().find(service);
+  const PropertyDictionary preferences = servicePreferences();
+  const PropertyValue* preference = preferences.find(service);
   const bool isOn = preference != nullptr && preference->integerValue() != 0;
   return isOn ? undescribedText(service)
               : "it is not enabled (see: helmsman enable " + service + ")";
