@@ -7,6 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <thread>
+
 #include "host/files/descriptor.h"
 #include "host/tree/tree_copy.h"
 #include "support/scratch.h"
@@ -84,6 +87,29 @@ TEST_F(Torn, AFileThatNeverStandsStillIsToldAsTorn) {
   EXPECT_EQ(memory.readings, 3);
   EXPECT_EQ(memory.taken, 0);
   EXPECT_EQ(memory.torn, 1);
+}
+
+TEST_F(Torn, AFileWithManyNamesThatIsWrittenAllTheTimeStaysOneFile) {
+  scratch_.write("source/a", "content");
+  for (const char* name : {"b", "c", "d", "e", "f"}) {
+    ASSERT_EQ(::link((scratch_ / "source/a").c_str(), (scratch_ / "source/" + name).c_str()), 0);
+  }
+  std::atomic<bool> ends = false;
+  std::thread writer([&] {
+    const Descriptor file(::open((scratch_ / "source/a").c_str(), O_WRONLY));
+    while (!ends) (void)!::pwrite(file.get(), "x", 1, 0);
+  });
+  Disturbance memory(scratch_ / "source/a", 0);
+  TreeCopyOptions options;
+  options.memory = &memory;
+  const TreeCopyReport report = copyTree(scratch_ / "source", scratch_ / "copy", options);
+  ends = true;
+  writer.join();
+  EXPECT_TRUE(report.complete);
+  EXPECT_EQ(report.copied, 1U);
+  struct stat first = {};
+  ASSERT_EQ(::stat((scratch_ / "copy/a").c_str(), &first), 0);
+  EXPECT_EQ(first.st_nlink, 6U);
 }
 
 TEST_F(Torn, AFileWithTwoNamesIsReadAgainInAnUpdateToo) {

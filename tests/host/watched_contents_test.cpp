@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <string>
 
@@ -62,6 +63,27 @@ TEST(FileDataCopier, ShowsWhatItCopiedOfAFileThatShrinksInAHole) {
   copier.watch(&recorder);
   ASSERT_EQ(copier.copy(files.from.get(), files.to.get(), files.status, files.status.st_dev), 0);
   EXPECT_TRUE(Scratch::contents(scratch / "to") == recorder.seen);
+}
+
+TEST(FileDataCopier, AFileThatEndsEarlyIsNotTheSameAsALongerOne) {
+  Scratch scratch;
+  constexpr off_t kHole = 1 << 20;
+  for (const char* name : {"from", "to"}) {
+    scratch.write(name);
+    ASSERT_EQ(::truncate((scratch / name).c_str(), kHole), 0);
+    const Descriptor file(::open((scratch / name).c_str(), O_WRONLY));
+    ASSERT_EQ(::pwrite(file.get(), "data", 4, kHole), 4);
+  }
+  const Descriptor from(::open((scratch / "from").c_str(), O_RDONLY));
+  const Descriptor to(::open((scratch / "to").c_str(), O_RDONLY));
+  struct stat status = {};
+  ASSERT_EQ(::fstat(from.get(), &status), 0);
+  FileDataCopier copier;
+  EXPECT_EQ(copier.compare(from.get(), to.get(), status), 0);
+  Recorder recorder;
+  recorder.atHole = [&] { ASSERT_EQ(::truncate((scratch / "from").c_str(), kHole), 0); };
+  copier.watch(&recorder);
+  EXPECT_EQ(copier.compare(from.get(), to.get(), status), ENOENT);
 }
 
 TEST(FileDataCopier, ShowsWhatItSharedOfAFileThatGrew) {

@@ -168,7 +168,9 @@ int FileDataCopier::read(int from, const struct stat& status) {
 }
 
 int FileDataCopier::compare(int left, int right, const struct stat& status) {
+  off_t end = 0;
   const auto compareAt = [&](const char* bytes, std::size_t count, off_t at) {
+    end = at + static_cast<off_t>(count);
     const auto got = uninterrupted([&] { return ::pread(right, otherBuffer(), count, at); });
     if (got < 0) return errno;
     const bool same =
@@ -176,7 +178,7 @@ int FileDataCopier::compare(int left, int right, const struct stat& status) {
     return same ? 0 : ENOENT;
   };
   static constexpr std::array<char, kBufferBytes> kZeros{};
-  return readPieces(left, status, compareAt, [&](std::uint64_t count, off_t at) {
+  const auto compareZeros = [&](std::uint64_t count, off_t at) {
     int error = 0;
     while (error == 0 && count > 0) {
       const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(count, kBufferBytes));
@@ -185,7 +187,10 @@ int FileDataCopier::compare(int left, int right, const struct stat& status) {
       count -= step;
     }
     return error;
-  });
+  };
+  const int error = readPieces(left, status, compareAt, compareZeros);
+  // One that became shorter meanwhile is not what the other holds.
+  return error == 0 && end < status.st_size ? ENOENT : error;
 }
 
 char* FileDataCopier::otherBuffer() {

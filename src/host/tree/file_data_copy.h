@@ -37,7 +37,7 @@ class FileDataCopier {
   int read(int from, const struct stat& status);
 
   /// Whether `right` holds what `left` does, whose fstat(2) is `status`; the watcher sees `left` up
-  /// to where they differ. ENOENT when they do.
+  /// to where they differ. ENOENT when they do, and when `left` ends before its size.
   int compare(int left, int right, const struct stat& status);
 
  private:

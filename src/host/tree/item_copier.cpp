@@ -167,6 +167,13 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
   struct stat status = {};
   if (const int error = errorOf([&] { return ::fstat(from.get(), &status); })) return error;
   if (!S_ISREG(status.st_mode)) return ELOOP;
+  if (hasOtherNames(status)) {
+    // What was copied under another name was read then, and is not read once more.
+    const int error = place(folders, toName, [&](const char* name) {
+      return hardLinks_.link(status, folders.target, name);
+    });
+    if (!isLinkRefusal(error)) return error;
+  }
   if (memory_ == nullptr) return copyOpened(folders, from.get(), fromName, toName, status);
   return copyUntorn(folders, from.get(), fromName, toName, status);
 }
@@ -204,14 +211,7 @@ int ItemCopier::copyUntorn(FolderPair& folders, int from, const char* fromName, 
 
 int ItemCopier::copyOpened(FolderPair& folders, int from, const char* fromName, const char* toName,
                            const struct stat& status) {
-  int error = ENOENT;
-  if (hasOtherNames(status)) {
-    error = place(folders, toName,
-                  [&](const char* name) { return hardLinks_.link(status, folders.target, name); });
-    if (error == 0) return 0;
-    if (!isLinkRefusal(error)) return error;
-  }
-  error = attributes_.read(AttributeItem::opened(from));
+  int error = attributes_.read(AttributeItem::opened(from));
   if (error != 0) return error;
   EarlierFile base;
   error = shareEarlier(folders, from, fromName, toName, status, base);
