@@ -68,6 +68,40 @@ TEST_F(GoodBackup, AnIncompleteSnapshotPrunesNothing) {
   EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall));
 }
 
+TEST_F(GoodBackup, EverythingThatTheEngineSaysIsToldAndRecorded) {
+  installEngine(
+      std::string(kCopyMetadata) +
+      "\nfor item in $(seq 40); do echo \"snapwheel: warning: /srv/$item: left out\" >&2; done"
+      "\necho 'snapwheel: warning: 40 items were left out in all' >&2; exit 4");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("the engine said 16 lines more"));
+  EXPECT_THAT(result.err, HasSubstr("/srv/40: left out"));
+  EXPECT_THAT(result.err, HasSubstr("not complete: snapwheel: warning: 40 items were left out"));
+  EXPECT_EQ(record()["problems"].size(), 26U);
+}
+
+TEST_F(GoodBackup, WhatTheEngineSaysOfAGoodSnapshotIsToldAndNoProblem) {
+  installEngine(std::string(kCopyMetadata) +
+                "\necho 'snapwheel: warning: the clock is behind' >&2");
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr("snapwheel: warning: the clock is behind"));
+  EXPECT_TRUE(record()["problems"].empty());
+}
+
+TEST_F(GoodBackup, FilesThatChangedWhileTheyWereReadHoldNoPruningBack) {
+  const std::string torn =
+      "\necho 'snapwheel: warning: /srv/busy: changed whenever it was read' >&2; exit 4";
+  std::string body = kCopyMetadata;
+  body.replace(body.rfind("\\\"}\""), 4, "\\\", \\\"missingCount\\\": 0, \\\"tornCount\\\": 1}\"");
+  installEngine(body + torn);
+  const auto result = helmsman({"backup"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr("/srv/busy: changed whenever it was read"));
+  EXPECT_THAT(engineCalls(), ElementsAre(test::kSnapshotCall, "prune"));
+}
+
 TEST_F(GoodBackup, OldSnapshotsThatCannotBeRemovedAreAPartOfTheRun) {
   installEngine(std::string(kCopyMetadata) +
                 "\n;; prune) echo 'snapwheel: busy disk' >&2; exit 1\n");

@@ -110,6 +110,7 @@ class BackupCycle {
   bool isFirst_ = true;  // There is no snapshot yet.
   std::vector<ServiceLack> lacks_;
   bool metadataIsWhole_ = false;
+  std::size_t tornProblems_ = 0;  // That only tell of files that changed while they were read.
 };
 
 int BackupCycle::run() {
@@ -293,7 +294,9 @@ bool BackupCycle::takeSnapshot() {
   // A host that is recovered from the snapshot would find the mark of a run that never ended.
   leftOut.insert(leftOut.begin(), kCurrentRunFile);
   const EngineSnapshot taken = hostkit::takeSnapshot(runEngine_, leftOut);
-  if (!taken.problem.empty()) problem(taken.problem);
+  for (const std::string& remark : taken.remarks) printWarning(remark);
+  for (const std::string& text : taken.problems) problem(text);
+  if (taken.isOnlyTorn) tornProblems_ = taken.problems.size();
   if (taken.path.empty()) return false;
   const Snapshot snapshot = readSnapshot(taken.path);
   if (snapshot.metadataFolder.empty() ||
@@ -320,8 +323,11 @@ void BackupCycle::complete() {
 }
 
 void BackupCycle::prune() {
-  // A snapshot that lacks something is no reason to part with an older one.
-  if (result() != RunRecord::Result::good) return;
+  // A snapshot that lacks something is no reason to part with an older one. A file that is written
+  // all the time is none to keep them all: the engine keeps the newest one without such a file.
+  const bool isOtherwiseGood = !isToStop() && record_.problems.size() == tornProblems_ &&
+                               std::ranges::all_of(record_.services, &ServiceResult::done);
+  if (!isOtherwiseGood) return;
   phase("removing snapshots that are out of date");
   const std::string reason = pruneSnapshots(runEngine_);
   if (!reason.empty()) problem("old snapshots could not be removed: " + reason);

@@ -7,17 +7,34 @@
 #include <string_view>
 
 #include "base/text.h"
+#include "common/exit_status.h"
 #include "common/json_members.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
+constexpr std::size_t kToldLines = 25;  // The engine itself names twenty items of a kind.
+constexpr std::size_t kLineLimit = 500;
+
+/// What the engine said, a bounded number of bounded lines: the last ones, which tell the outcome.
+std::vector<std::string> linesOf(const host::TaskResult& result) {
+  std::vector<std::string> lines;
+  for (const std::string_view line : splitAt(trimLineFeeds(result.error), '\n')) {
+    if (!line.empty()) lines.emplace_back(line.substr(0, kLineLimit));
+  }
+  if (lines.size() <= kToldLines) return lines;
+  const std::size_t untold = lines.size() - kToldLines;
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(untold));
+  lines.insert(lines.begin(), "the engine said " + std::to_string(untold) + " lines more");
+  return lines;
+}
+
 /// The line of the engine that says what went wrong, or its status.
 std::string reasonOf(const host::TaskResult& result) {
-  const std::string_view text = trimLineFeeds(result.error);
-  const std::string line(text.substr(text.find_last_of('\n') + 1));
-  return line.empty() ? "the engine ended with status " + std::to_string(result.status) : line;
+  const std::vector<std::string> lines = linesOf(result);
+  return lines.empty() ? "the engine ended with status " + std::to_string(result.status)
+                       : lines.back();
 }
 
 }  // namespace
@@ -34,13 +51,22 @@ EngineSnapshot takeSnapshot(const RunEngine& runEngine, const std::vector<std::s
   snapshot.path = textOf(answer, "path");
   snapshot.hasReference = !textOf(answer, "reference").empty();
   snapshot.copiedBytes = countOf(answer, "copiedBytes").value_or(snapshot.copiedBytes);
+  std::vector<std::string> lines = linesOf(result);
   if (result.status != 0) {
-    snapshot.problem =
+    if (!lines.empty()) lines.pop_back();  // The last problem tells it.
+    snapshot.problems = std::move(lines);
+    snapshot.problems.push_back(
         (snapshot.path.empty() ? "no snapshot was taken: " : "the snapshot is not complete: ") +
-        reasonOf(result);
+        reasonOf(result));
   } else if (snapshot.path.empty()) {
-    snapshot.problem = "the engine did not name its snapshot";
+    snapshot.problems.emplace_back("the engine did not name its snapshot");
+  } else {
+    snapshot.remarks = std::move(lines);
   }
+  snapshot.isOnlyTorn = result.status == kPartial && !snapshot.path.empty() &&
+                        countOf(answer, "missingCount") == std::uint64_t{0} &&
+                        countOf(answer, "tornCount").value_or(0) != 0 &&
+                        !flagOf(answer, "unfinishedBackup");
   return snapshot;
 }
 

@@ -17,9 +17,11 @@ namespace halyard::hostkit {
 using RunEngine = std::function<host::TaskResult(const std::vector<std::string>& words)>;
 
 struct EngineSnapshot {
-  std::string path;           ///< Empty when there is none.
-  std::string problem;        ///< Empty when it is there and complete.
-  bool hasReference = false;  ///< Only what changed since another one was copied.
+  std::string path;                   ///< Empty when there is none.
+  std::vector<std::string> problems;  ///< None when it is there and complete.
+  std::vector<std::string> remarks;   ///< What the engine said of one that is, a line each.
+  bool isOnlyTorn = false;            ///< It lacks nothing, but files changed while they were read.
+  bool hasReference = false;          ///< Only what changed since another one was copied.
   std::uint64_t copiedBytes = 0;
 };
 
