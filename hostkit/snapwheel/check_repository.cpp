@@ -139,6 +139,11 @@ class Check {
       note(repository_.hostFolder(),
            "no digest is known of " + std::to_string(verified.unproven) + " files");
     }
+    for (const std::string& name : verified.unreadableRecords) {
+      problem(repository_.path(name),
+              "its record of damaged files cannot be read: no later "
+              "snapshot shares its files until check --verify read them all");
+    }
     for (const DamagedFile& file : verified.damaged) {
       problem(file.path, file.reason + ", in " + joined(file.snapshots));
     }

@@ -120,11 +120,17 @@ nlohmann::json listEntry(const Repository& repository, const std::string& name) 
 std::string stateOf(const nlohmann::json& entry) {
   if (entry["inProgress"].get<bool>()) return "in progress or interrupted";
   if (!entry.contains("items")) return "no manifest";
+  std::string text;
   if (!entry["complete"].get<bool>()) {
-    return lackText(entry["missingCount"].get<std::uint64_t>(),
+    text = lackText(entry["missingCount"].get<std::uint64_t>(),
                     entry["tornCount"].get<std::uint64_t>());
   }
-  return entry["latest"].get<bool>() ? "latest" : "";
+  const auto add = [&text](const char* more) {
+    text += (text.empty() ? "" : ", ") + std::string(more);
+  };
+  if (entry["unfinishedBackup"].get<bool>()) add("carries an unfinished backup");
+  if (entry["latest"].get<bool>()) add("latest");
+  return text;
 }
 
 std::vector<std::string> listRow(const nlohmann::json& entry) {
@@ -169,22 +175,23 @@ int runSnapshot(const CommandOptions& options) {
         "), " + std::to_string(manifest.linked) + " shared with " +
         (manifest.reference.empty() ? "none" : manifest.reference) + ", " + secondsText(begin));
   }
-  if (outcome.carriesUnfinishedBackup) {
+  if (manifest.unfinishedBackup) {
     hostkit::printWarning(std::string(paths::kMetadataFolder) +
                           " was being filled, or a backup was interrupted: the snapshot carries no "
                           "backup of the services that is finished");
   }
-  if (!manifest.complete) return hostkit::kPartial;
-  if (!options.prune)
-    return outcome.carriesUnfinishedBackup ? hostkit::kPartial : hostkit::kSuccess;
+  const int status =
+      manifest.complete && !manifest.unfinishedBackup ? hostkit::kSuccess : hostkit::kPartial;
+  if (!options.prune || !manifest.lacksNothing()) return status;
   const auto problems = backupProblems(joinPath(repository.path(outcome.name), manifest.volume));
   for (const std::string& problem : problems) hostkit::printWarning(outcome.name + ": " + problem);
-  if (!problems.empty() || outcome.carriesUnfinishedBackup) {
+  if (!problems.empty() || manifest.unfinishedBackup) {
     hostkit::printWarning("nothing was pruned: earlier snapshots may hold what this one lacks");
     return hostkit::kPartial;
   }
   const SnapshotLock lock(repository);
-  return prune(repository, rulesFor(options), false, false);
+  const int pruned = prune(repository, rulesFor(options), false, false);
+  return status == hostkit::kSuccess ? pruned : status;
 }
 
 int runList(const CommandOptions& options) {

@@ -12,10 +12,19 @@
 
 namespace halyard::snapwheel {
 
-/// Their paths relative to the root of the volume. None when there is no such record.
-std::unordered_set<std::string> readDamage(const std::string& snapshotPath);
+struct DamageRecord {
+  std::unordered_set<std::string> paths;  ///< Relative to the root of the volume.
+  /// Something stands in its place that is no such record: nothing of the snapshot is proven.
+  bool isUnreadable = false;
 
-/// Replaces the record, or removes it where nothing is damaged.
+  bool covers(const std::string& path) const { return isUnreadable || paths.contains(path); }
+  bool isEmpty() const { return !isUnreadable && paths.empty(); }
+};
+
+/// Empty when there is no record.
+DamageRecord readDamage(const std::string& snapshotPath);
+
+/// Replaces the record, whatever stands in its place, or removes it where nothing is damaged.
 Status writeDamage(const std::string& snapshotPath, const std::unordered_set<std::string>& paths);
 
 }  // namespace halyard::snapwheel

@@ -50,7 +50,8 @@ nlohmann::json toJson(const Manifest& manifest) {
           {"missingCount", manifest.missingCount},
           {"missing", std::move(missing)},
           {"tornCount", manifest.tornCount},
-          {"torn", manifest.torn}};
+          {"torn", manifest.torn},
+          {"unfinishedBackup", manifest.unfinishedBackup}};
 }
 
 std::optional<Manifest> readManifest(const std::string& snapshotPath) {
@@ -74,6 +75,7 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   manifest.linkedBytes = countOf(object, "linkedBytes").value_or(0);
   manifest.missingCount = countOf(object, "missingCount").value_or(0);
   manifest.tornCount = countOf(object, "tornCount").value_or(0);
+  manifest.unfinishedBackup = flagOf(object, "unfinishedBackup");
   const bool plainName = !manifest.volume.empty() && manifest.volume.front() != '.' &&
                          manifest.volume.find('/') == std::string::npos;
   if (!plainName) return std::nullopt;

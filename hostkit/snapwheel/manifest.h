@@ -41,6 +41,10 @@ struct Manifest {
   std::vector<MissingItem> missing;
   std::uint64_t tornCount = 0;
   std::vector<std::string> torn;  ///< Files that changed whenever they were read: maybe mixtures.
+  bool unfinishedBackup = false;  ///< A backup of the services was under way: none in it is whole.
+
+  /// Whether it is finished and every item that was not excluded is in it, torn ones included.
+  bool lacksNothing() const { return complete || (missingCount == 0 && tornCount != 0); }
 };
 
 /// Absent when there is none or it cannot be understood.

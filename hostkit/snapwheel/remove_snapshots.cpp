@@ -48,31 +48,40 @@ bool holdsServices(const std::string& snapshot) {
   return manifest && carriesBackup(joinPath(snapshot, manifest->volume));
 }
 
-bool isWhole(const std::string& snapshot) {
+/// What a snapshot is worth when others may go for it. A file that is written all the time must
+/// not fill the disk with snapshots: torn ones hold nothing back, but they make none good.
+enum class Worth { lacking, torn, good };
+
+Worth worthOf(const std::string& snapshot) {
   const auto manifest = readManifest(snapshot);
-  return manifest && manifest->complete &&
-         backupProblems(joinPath(snapshot, manifest->volume)).empty();
+  const bool isWhole = manifest && manifest->lacksNothing() && !manifest->unfinishedBackup &&
+                       backupProblems(joinPath(snapshot, manifest->volume)).empty();
+  if (!isWhole) return Worth::lacking;
+  return manifest->complete ? Worth::good : Worth::torn;
 }
 
-/// Whether older snapshots may go for it: it is complete, and when any of them holds the services,
-/// it does so too, and whole.
+/// Whether older snapshots may go for it: it lacks nothing, and when any of them holds the
+/// services, it does so too, and whole.
 bool mayReplace(const Repository& repository, const std::vector<std::string>& names) {
   if (names.empty()) return false;
   const std::string newest = repository.path(names.back());
-  if (!isWhole(newest)) return false;
+  if (worthOf(newest) == Worth::lacking) return false;
   return holdsServices(newest) || std::ranges::none_of(names, [&](const std::string& name) {
            return holdsServices(repository.path(name));
          });
 }
 
 /// Snapshots whose backup is not whole take no place of others: what the rules keep among those
-/// that are whole stays, too.
+/// that are whole stays, too, and so does the newest one without a torn file.
 void keepOfWhole(const Repository& repository, const RetentionRules& rules, Instant now,
                  std::vector<PlannedRemoval>& plan) {
   std::vector<PlannedRemoval*> whole;
   std::vector<Instant> instants;
+  PlannedRemoval* newestGood = nullptr;
   for (PlannedRemoval& item : plan) {
-    if (!isWhole(repository.path(item.name))) continue;
+    const Worth worth = worthOf(repository.path(item.name));
+    if (worth == Worth::lacking) continue;
+    if (worth == Worth::good) newestGood = &item;
     whole.push_back(&item);
     instants.push_back(*snapshotInstant(item.name));
   }
@@ -80,6 +89,7 @@ void keepOfWhole(const Repository& repository, const RetentionRules& rules, Inst
   for (std::size_t index = 0; index < whole.size(); ++index) {
     if (!whole[index]->verdict.keep) whole[index]->verdict = verdicts[index];
   }
+  if (newestGood != nullptr && !newestGood->verdict.keep) newestGood->verdict = {true, kNewestGood};
 }
 
 }  // namespace

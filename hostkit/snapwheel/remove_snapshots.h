@@ -14,6 +14,7 @@ namespace halyard::snapwheel {
 
 /// The reason to keep what the rules would let go.
 inline constexpr char kNewestIsNotGood[] = "newest is not good";
+inline constexpr char kNewestGood[] = "newest without torn files";
 
 /// Makes "Latest" lead to the newest complete snapshot other than `without`, or removes it when
 /// there is none. Nothing is written when it does so already. Needs SnapshotLock. Throws Failure.
@@ -35,7 +36,8 @@ struct PlannedRemoval {
 
 /// Judges every complete snapshot of the host, oldest first. Nothing is to go unless the newest
 /// snapshot is a good one: nothing was left out of it, and the backup of the services that it
-/// carries is whole.
+/// carries is whole. When files changed while it was read, the newest one of which that is not true
+/// stays, too.
 std::vector<PlannedRemoval> planPrune(const Repository& repository, const RetentionRules& rules);
 
 }  // namespace halyard::snapwheel

@@ -139,7 +139,7 @@ std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path,
   void* bytes = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file.get(), 0);
   if (bytes == MAP_FAILED) return nullptr;
   std::unique_ptr<SourceIndex> index(new SourceIndex(static_cast<const char*>(bytes), length));
-  return index->readHeader(identity) ? std::move(index) : nullptr;
+  return index->readHeader(identity) && index->isTree() ? std::move(index) : nullptr;
 }
 
 bool SourceIndex::isDamaged(const std::string& path) {
@@ -161,6 +161,23 @@ bool SourceIndex::readHeader(std::optional<std::string_view> identity) {
   if (header.identityLength > length_ - sizeof header) return false;
   root_ = header.root;
   return !identity || *identity == std::string_view(bytes_ + sizeof header, header.identityLength);
+}
+
+/// Whether it tells no more than it has room for. One that was made to hold itself, or one block
+/// many times, would keep whoever walks through it busy for ever.
+bool SourceIndex::isTree() const {
+  std::size_t left = length_ / sizeof(IndexEntry);
+  std::vector<std::span<const IndexEntry>> open = {root().entries()};
+  while (!open.empty()) {
+    const std::span<const IndexEntry> entries = open.back();
+    open.pop_back();
+    if (entries.size() > left) return false;
+    left -= entries.size();
+    for (const IndexEntry& entry : entries) {
+      if (S_ISDIR(entry.mode)) open.push_back(below(entry).entries());
+    }
+  }
+  return true;
 }
 
 SourceIndex::Folder SourceIndex::at(std::uint64_t offset) const {
@@ -188,8 +205,6 @@ SourceIndex::Folder SourceIndex::below(const IndexEntry& entry) const {
 
 void SourceIndex::listFiles() const {
   folders_.push_back({0, nullptr, root()});
-  // One that was made to hold itself, or one block many times, tells more than it has room for.
-  const std::size_t most = length_ / sizeof(IndexEntry);
   for (std::uint32_t at = 0; at < folders_.size(); ++at) {
     const std::span<const IndexEntry> entries = folders_[at].contents.entries();
     for (std::uint32_t entry = 0; entry < entries.size(); ++entry) {
@@ -197,7 +212,6 @@ void SourceIndex::listFiles() const {
       if (S_ISDIR(entries[entry].mode)) {
         folders_.push_back({at, &entries[entry], below(entries[entry])});
       }
-      if (files_.size() + folders_.size() > most) return files_.clear();
     }
   }
   std::ranges::stable_sort(files_, {}, &KnownFile::inode);

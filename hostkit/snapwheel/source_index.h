@@ -65,8 +65,8 @@ class SourceIndex {
     std::string_view names_;             ///< Each ended by a NUL, the last one too.
   };
 
-  /// Null when there is no index, it is damaged, or, where an identity is given, it was made with
-  /// another one.
+  /// Null when there is no index, it is damaged, it names one folder's block many times or in
+  /// itself, or, where an identity is given, it was made with another one.
   static std::unique_ptr<SourceIndex> open(const std::string& path,
                                            std::optional<std::string_view> identity = {});
   /// Whether an index of this format, or one that cannot even tell its format, stands there and
@@ -102,6 +102,7 @@ class SourceIndex {
   };
   SourceIndex(const char* bytes, std::size_t length) : bytes_(bytes), length_(length) {}
   bool readHeader(std::optional<std::string_view> identity);
+  bool isTree() const;
   Folder at(std::uint64_t offset) const;
   void listFiles() const;
 

@@ -65,7 +65,7 @@ class Walk {
     const auto before = isProof ? SourceIndex::open(work_.referenceIndexPath(), identity) : nullptr;
     const struct timespec began = host::timeOfChanges();
     writeBack();
-    WalkMemory memory(writer, {before.get(), readDamage(work_.referencePath())}, began,
+    WalkMemory memory(writer, {before.get(), damageOfReference()}, began,
                       [this](const std::string& path) { noteTorn(path); });
     host::TreeCopyOptions options;
     options.reference = work_.referenceVolume();
@@ -101,6 +101,16 @@ class Walk {
   void writeBack() const {
     const host::Descriptor source(::open(request_.source.c_str(), O_RDONLY | O_DIRECTORY));
     if (source) (void)::syncfs(source.get());  // An error of the disk shows when files are read.
+  }
+
+  DamageRecord damageOfReference() const {
+    if (work_.reference().empty()) return {};
+    DamageRecord damage = readDamage(work_.referencePath());
+    if (damage.isUnreadable) {
+      hostkit::printWarning("the record of damaged files in " + work_.reference() +
+                            " cannot be read: every file is copied afresh");
+    }
+    return damage;
   }
 
   void noteTorn(const std::string& path) {
@@ -199,13 +209,13 @@ SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest reque
     throw Failure("no name is left for a snapshot after " + earlier.back() +
                   ": that one cannot be right; rename or delete it");
   }
-  SnapshotOutcome outcome{name, beginManifest(repository, request, name, work.reference()), false};
+  SnapshotOutcome outcome{name, beginManifest(repository, request, name, work.reference())};
   try {
     work.begin(outcome.manifest);
     Walk(request, work, outcome.manifest).run();
     // Before it has its name: no reader ever sees it without its marks.
     outcome.manifest.items += markLackingServices(request.source, work.volumePath());
-    outcome.carriesUnfinishedBackup = carriesUnfinishedBackup(request.source, work.volumePath());
+    outcome.manifest.unfinishedBackup = carriesUnfinishedBackup(request.source, work.volumePath());
     outcome.manifest.finished = snapshotName(now());
     work.publish(outcome.manifest);
   } catch (const Failure& failure) {

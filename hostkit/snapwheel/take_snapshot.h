@@ -25,7 +25,6 @@ struct SnapshotRequest {
 struct SnapshotOutcome {
   std::string name;
   Manifest manifest;
-  bool carriesUnfinishedBackup = false;  ///< As backup_state.h tells it.
 };
 
 /// Builds the snapshot beside the others, syncs it, gives it its name and moves "Latest" to it.

@@ -132,6 +132,7 @@ class Verification {
     }
     name_ = name;
     earlier_ = readDamage(snapshot);
+    if (earlier_.isUnreadable) report_.unreadableRecords.push_back(name);
     stillDamaged_.clear();
     found_.clear();
     path_.clear();
@@ -172,7 +173,14 @@ class Verification {
   /// The way back up is lost, as when the folder above cannot be read any more.
   void breakOff() {
     damage(pathOf("."), ".", "could not be verified to its end");
-    stillDamaged_.insert(earlier_.begin(), earlier_.end());
+    stillDamaged_.insert(earlier_.paths.begin(), earlier_.paths.end());
+  }
+
+  /// What is below a folder that cannot be entered is as it was known before.
+  void keepEarlierBelow(const std::string& folder) {
+    for (const std::string& path : earlier_.paths) {
+      if (path.starts_with(folder + "/")) stillDamaged_.insert(path);
+    }
   }
 
   bool enter(const std::string& name) {
@@ -180,6 +188,7 @@ class Verification {
     host::Identity identity;
     if (!folder || host::identify(folder.get(), identity) != 0) {
       damage(pathOf(name), name, "cannot be opened: " + hostkit::errnoText(errno));
+      keepEarlierBelow(pathOf(name));
       return false;
     }
     folders_.push(std::move(folder), identity);
@@ -203,7 +212,7 @@ class Verification {
       return;
     }
     if (status.st_ino % part_.count != part_.number - 1) {
-      if (earlier_.contains(pathOf(name))) stillDamaged_.insert(pathOf(name));
+      if (earlier_.paths.contains(pathOf(name))) stillDamaged_.insert(pathOf(name));
       return;
     }
     const Reading reading = readingOf(file.get(), status, isShared ? key : Key());
@@ -253,7 +262,8 @@ class Verification {
   void keep(const std::string& snapshot) {
     std::unordered_set<std::string> paths;
     paths.swap(stillDamaged_);
-    if (paths == earlier_) return;
+    // One that cannot be read stands for all that it may name, until all was read.
+    if (earlier_.isUnreadable ? part_.count > 1 : paths == earlier_.paths) return;
     const host::Descriptor folder = repository_.open();
     const bool isLocked = host::isSubvolume(folder.get(), name_);
     // A refusal shows in the next call.
@@ -273,7 +283,7 @@ class Verification {
   host::FolderChain folders_;  ///< Of the snapshot at hand, down to where the walk is.
   std::string path_;           ///< Of the current folder.
   std::string name_;           ///< Of the snapshot at hand.
-  std::unordered_set<std::string> earlier_;  ///< Damaged files that it had recorded before.
+  DamageRecord earlier_;       ///< What it had recorded before.
   std::unordered_set<std::string> stillDamaged_;
   std::vector<Key> found_;                     ///< What is damaged in it.
   std::unordered_map<Key, Reading> readings_;  ///< Of shared files.

@@ -29,8 +29,9 @@ struct VerifyReport {
   std::uint64_t files = 0;      ///< That were read, each once however many snapshots share it.
   std::uint64_t bytesRead = 0;  ///< Of their contents.
   std::uint64_t unproven = 0;   ///< Files that no digest is known of.
-  std::vector<std::string> withoutDigests;  ///< Snapshots that have no index, or one of none.
-  std::vector<std::string> damagedIndexes;  ///< Snapshots whose index cannot be used.
+  std::vector<std::string> withoutDigests;     ///< Snapshots that have no index, or one of none.
+  std::vector<std::string> damagedIndexes;     ///< Snapshots whose index cannot be used.
+  std::vector<std::string> unreadableRecords;  ///< Snapshots whose record of damage was none.
   std::vector<DamagedFile> damaged;
   std::vector<Error> unrecorded;  ///< Why the damage of a snapshot could not be kept.
 };

@@ -33,7 +33,7 @@ WalkMemory::WalkMemory(SourceIndexWriter& writer, EarlierWalk before, const stru
       lastGroup_(static_cast<gid_t>(-1)) {}
 
 bool WalkMemory::isDamaged(const char* name) const {
-  return !before_.damaged.empty() && before_.damaged.contains(pathOf(name));
+  return !before_.damaged.isEmpty() && before_.damaged.covers(pathOf(name));
 }
 
 std::string WalkMemory::pathOf(const char* name) const {
@@ -103,7 +103,7 @@ std::optional<host::TreeMemory::Moved> WalkMemory::movedFrom(const struct stat& 
   if (!moved_ || !hasSize(*moved_->entry, status)) return std::nullopt;
   const std::string path = moved_->folder + (moved_->folder.empty() ? "" : "/") + moved_->name;
   Moved moved{moved_->folder.c_str(), moved_->name.c_str(), {}, isSame(*moved_->entry, status)};
-  moved.earlier.isDamaged = before_.damaged.contains(path);
+  moved.earlier.isDamaged = before_.damaged.covers(path);
   if (moved_->entry->digest != kNoDigest) moved.earlier.digest = &moved_->entry->digest;
   if (moved.isProven) digest_ = moved_->entry->digest;
   return moved;

@@ -11,10 +11,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "host/tree/tree_memory.h"
+#include "snapwheel/damage.h"
 #include "snapwheel/digest.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/source_index.h"
@@ -25,8 +25,7 @@ namespace halyard::snapwheel {
 struct EarlierWalk {
   /// The index of the reference; null when everything must be looked at.
   const SourceIndex* index = nullptr;
-  /// Paths in the reference, relative to the root, that do not hold what was put there.
-  std::unordered_set<std::string> damaged;
+  DamageRecord damaged;  ///< Of the reference.
 };
 
 class WalkMemory final : public Digesting<host::TreeMemory> {

@@ -15,7 +15,6 @@
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/volumes/subvolume.h"
-#include "snapwheel/damage.h"
 #include "snapwheel/failure.h"
 
 namespace halyard::snapwheel {
@@ -118,15 +117,16 @@ void WorkFolder::makeFolder() {
   if (::chmod(path_.c_str(), kSnapshotMode) != 0) throw Failure(errorText(path_, errno));
 }
 
-/// A real folder, whatever a copied snapshot has there.
+/// A new one, whatever a copied snapshot or a leftover has there: on btrfs the records are copies,
+/// too, and none of them is about this snapshot.
 void WorkFolder::makeRecordFolder() {
   const std::string records = path_ + "/" + std::string(kRecordFolder);
-  if (!host::isRealDirectory(records) && ::unlink(records.c_str()) != 0 && errno != ENOENT) {
-    throw Failure(errorText(records, errno));
+  struct stat status {};
+  if (::lstat(records.c_str(), &status) == 0) {
+    const Status removed = host::removeWithSubvolumes(path_, std::string(kRecordFolder));
+    if (!removed) throw Failure(errorText(records, removed.error().code));
   }
-  if (::mkdir(records.c_str(), kRecordMode) != 0 && errno != EEXIST) {
-    throw Failure(errorText(records, errno));
-  }
+  if (::mkdir(records.c_str(), kRecordMode) != 0) throw Failure(errorText(records, errno));
 }
 
 void WorkFolder::begin(const Manifest& manifest) {
@@ -139,10 +139,6 @@ void WorkFolder::begin(const Manifest& manifest) {
     }
   }
   makeRecordFolder();
-  // On btrfs the records are copies too, and what is damaged there is made anew.
-  if (const Status undamaged = writeDamage(path_, {}); !undamaged) {
-    throw failureOf(undamaged.error());
-  }
   if (const Status written = writeManifest(path_, manifest); !written) {
     throw failureOf(written.error());
   }

@@ -216,7 +216,7 @@ TEST_P(Proof, ADamagedFileIsCopiedAfresh) {
   const SnapshotOutcome second = take();
   expectWhole(second);
   EXPECT_EQ(second.manifest.copied, 1U);
-  EXPECT_TRUE(readDamage(repository_->path(second.name)).empty());
+  EXPECT_TRUE(readDamage(repository_->path(second.name)).isEmpty());
   const SnapshotOutcome third = take();
   expectWhole(third);
   EXPECT_EQ(third.manifest.copied, 0U);

@@ -124,6 +124,40 @@ TEST_F(RepositoryTest, PruneKeepsEverythingWhileTheNewestLacksItems) {
   EXPECT_TRUE(plan[0].verdict.keep);
 }
 
+TEST_F(RepositoryTest, PruneGoesOnAfterTornFilesAndKeepsTheNewestWithoutThem) {
+  constexpr const char* kThree = "2026-01-03-000000";
+  constexpr const char* kFour = "2026-01-04-000000";
+  makeSnapshot(kOne);
+  makeSnapshot(kTwo);
+  for (const char* name : {kThree, kFour}) {
+    makeSnapshot(name);
+    auto manifest = readManifest(repository_.path(name));
+    manifest->complete = false;
+    manifest->tornCount = 1;
+    ASSERT_TRUE(writeManifest(repository_.path(name), *manifest));
+  }
+  RetentionRules rules;
+  rules.last = 1;
+  const auto plan = planPrune(repository_, rules);
+  ASSERT_EQ(plan.size(), 4U);
+  EXPECT_FALSE(plan[0].verdict.keep);
+  EXPECT_TRUE(plan[1].verdict.keep);
+  EXPECT_EQ(plan[1].verdict.reason, kNewestGood);
+  EXPECT_FALSE(plan[2].verdict.keep);
+  EXPECT_TRUE(plan[3].verdict.keep);
+}
+
+TEST_F(RepositoryTest, PruneKeepsEverythingWhileTheNewestCarriesAnUnfinishedBackup) {
+  makeSnapshot(kOne);
+  makeSnapshot(kTwo);
+  auto manifest = readManifest(repository_.path(kTwo));
+  manifest->unfinishedBackup = true;
+  ASSERT_TRUE(writeManifest(repository_.path(kTwo), *manifest));
+  RetentionRules rules;
+  rules.last = 1;
+  EXPECT_EQ(planPrune(repository_, rules)[0].verdict.reason, kNewestIsNotGood);
+}
+
 TEST_F(RepositoryTest, PruneLetsGoWhatNoRuleKeeps) {
   makeSnapshot(kOne);
   makeSnapshot(kTwo);

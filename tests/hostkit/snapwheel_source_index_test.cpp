@@ -1,10 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstddef>
 
+#include "host/files/descriptor.h"
 #include "snapwheel/source_index.h"
 #include "support/mounted_volume.h"
 #include "support/scratch.h"
@@ -182,33 +185,51 @@ TEST(SourceIndex, OneThatTheDiskCannotReadIsNone) {
   EXPECT_EQ(SourceIndex::open(path, "identity"), nullptr);
 }
 
-TEST(SourceIndex, OneThatHoldsItselfNamesNoFile) {
-  const test::Scratch scratch;
-  // One block: fifty folders, each of them the block itself, and fifty files.
-  struct Bytes {
-    char magic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
-    std::uint64_t length = sizeof(Bytes);
-    std::uint64_t root = offsetof(Bytes, count);
-    std::uint64_t identityLength = 0;
-    host::ContentDigest digest;
-    std::uint32_t count = 100;
-    std::uint32_t nameBytes = 8;
-    IndexEntry entries[100];
-    char names[8] = "a";
-  } bytes;
-  for (int at = 0; at < 100; ++at) {
-    bytes.entries[at].inode = 100 + static_cast<unsigned>(at);
-    bytes.entries[at].mode = at < 50 ? S_IFDIR : S_IFREG;
-    bytes.entries[at].size = bytes.root;
+/// A root with fifty folders, each at the same place, and a block there with fifty files.
+struct SharedBlock {
+  char magic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
+  std::uint64_t length = sizeof(SharedBlock);
+  std::uint64_t root = offsetof(SharedBlock, count);
+  std::uint64_t identityLength = 0;
+  host::ContentDigest digest = {};
+  std::uint32_t count = 50;
+  std::uint32_t nameBytes = 8;
+  IndexEntry entries[50];
+  char names[8] = "a";
+  std::uint32_t countBelow = 50;
+  std::uint32_t nameBytesBelow = 8;
+  IndexEntry entriesBelow[50];
+  char namesBelow[8] = "b";
+
+  void write(const std::string& path, std::uint64_t place) {
+    for (IndexEntry& entry : entries) {
+      entry.mode = S_IFDIR;
+      entry.size = place;
+    }
+    for (IndexEntry& entry : entriesBelow) entry.mode = S_IFREG;
+    Digester digester;
+    digester.add(&count, sizeof *this - offsetof(SharedBlock, count));
+    digest = digester.digest();
+    const host::Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600));
+    ASSERT_EQ(::write(file.get(), this, sizeof *this), ssize_t{sizeof *this});
   }
-  Digester digester;
-  digester.add(&bytes.count, sizeof bytes - offsetof(Bytes, count));
-  bytes.digest = digester.digest();
-  scratch.write("index", std::string(reinterpret_cast<const char*>(&bytes), sizeof bytes));
-  const auto index = SourceIndex::open(scratch / "index");
-  ASSERT_NE(index, nullptr);
-  EXPECT_EQ(index->root().entries().size(), 100U);
-  EXPECT_FALSE(index->findAnywhere(150));
+};
+
+TEST(SourceIndex, OneThatHoldsItselfIsRefused) {
+  const test::Scratch scratch;
+  SharedBlock block;
+  block.write(scratch / "index", offsetof(SharedBlock, count));
+  EXPECT_EQ(SourceIndex::open(scratch / "index"), nullptr);
+  EXPECT_TRUE(SourceIndex::isDamaged(scratch / "index"));
+}
+
+TEST(SourceIndex, OneThatNamesABlockManyTimesIsRefused) {
+  const test::Scratch scratch;
+  SharedBlock block;
+  block.write(scratch / "index", offsetof(SharedBlock, countBelow));
+  EXPECT_EQ(SourceIndex::open(scratch / "index"), nullptr);
+  block.write(scratch / "index", 0);  // Where no block stands.
+  EXPECT_NE(SourceIndex::open(scratch / "index"), nullptr);
 }
 
 }  // namespace

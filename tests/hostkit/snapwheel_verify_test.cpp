@@ -4,7 +4,10 @@
 // Whether damage in a snapshot is found, named with all that share it, and not passed on.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
@@ -21,6 +24,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 class Verify : public SnapshotTest {
  protected:
@@ -117,10 +121,10 @@ TEST_P(Verify, TheRecordGoesOnceTheFileIsSoundAgain) {
   const SnapshotOutcome first = take();
   flip(first, "etc/hosts");
   verify();
-  EXPECT_THAT(readDamage(repository_->path(first.name)), ElementsAre("etc/hosts"));
+  EXPECT_THAT(readDamage(repository_->path(first.name)).paths, ElementsAre("etc/hosts"));
   flip(first, "etc/hosts");
   EXPECT_THAT(verify().damaged, IsEmpty());
-  EXPECT_THAT(readDamage(repository_->path(first.name)), IsEmpty());
+  EXPECT_THAT(readDamage(repository_->path(first.name)).paths, IsEmpty());
 }
 
 TEST_P(Verify, AllPartsTogetherReadEveryFileOnce) {
@@ -133,12 +137,12 @@ TEST_P(Verify, AllPartsTogetherReadEveryFileOnce) {
     found += report.damaged.size();
     bytes += report.bytesRead;
     if (!report.damaged.empty()) {
-      EXPECT_THAT(readDamage(repository_->path(first.name)), ElementsAre("etc/hosts"));
+      EXPECT_THAT(readDamage(repository_->path(first.name)).paths, ElementsAre("etc/hosts"));
     }
   }
   EXPECT_EQ(found, 1U);
   EXPECT_EQ(bytes, verify().bytesRead);
-  EXPECT_THAT(readDamage(repository_->path(first.name)), ElementsAre("etc/hosts"))
+  EXPECT_THAT(readDamage(repository_->path(first.name)).paths, ElementsAre("etc/hosts"))
       << "a part does not forget what another one found";
 }
 
@@ -170,17 +174,51 @@ TEST_P(Verify, ADamagedIndexIsAProblem) {
 TEST_P(Verify, WhatCannotBeRecordedHidesNothing) {
   const SnapshotOutcome first = take();
   flip(first, "etc/hosts");
-  put("etc/hosts", "anew\n");
-  settle();
-  const SnapshotOutcome second = take();
-  flip(second, "etc/hosts");
-  const std::string record = repository_->path(first.name) + "/.snapwheel/damaged";
-  ASSERT_EQ(::mkdir(record.c_str(), 0700), 0);
+  // Nothing can be written from here on.
+  struct rlimit before {};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto action = std::signal(SIGXFSZ, SIG_IGN);
+  const struct rlimit none = {0, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
 
   const CheckReport report = verify();
 
-  EXPECT_THAT(report.damaged, SizeIs(2));
-  EXPECT_THAT(problemsOf(report), SizeIs(3)) << "the two, and that one is not recorded";
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+  (void)std::signal(SIGXFSZ, action);
+  EXPECT_THAT(report.damaged, SizeIs(1));
+  EXPECT_THAT(problemsOf(report), SizeIs(2)) << "the file, and that it is not recorded";
+}
+
+TEST_P(Verify, ARecordThatCannotBeReadProvesNothingUntilAllWasRead) {
+  const SnapshotOutcome first = take();
+  makeWritable(first);
+  const std::string record = repository_->path(first.name) + "/.snapwheel/damaged";
+  ASSERT_EQ(::mkdir(record.c_str(), 0700), 0);
+  EXPECT_TRUE(readDamage(repository_->path(first.name)).covers("etc/hosts"));
+
+  const SnapshotOutcome second = take();
+
+  EXPECT_EQ(second.manifest.linked, 0U);
+  EXPECT_EQ(test::listTree(volumeOf(second)), expected());
+  EXPECT_TRUE(readDamage(repository_->path(second.name)).isEmpty());
+  EXPECT_THAT(problemsOf(verify({1, 2})), SizeIs(1)) << "a part knows nothing of the others";
+  EXPECT_TRUE(readDamage(repository_->path(first.name)).isUnreadable);
+  EXPECT_THAT(problemsOf(verify()), SizeIs(1));
+  EXPECT_TRUE(readDamage(repository_->path(first.name)).isEmpty());
+  EXPECT_THAT(problemsOf(verify()), IsEmpty());
+}
+
+TEST_P(Verify, ADamagedFolderHidesNoDamageBelowIt) {
+  const SnapshotOutcome first = take();
+  flip(first, "srv/deep/er/two");
+  verify();
+  makeWritable(first);
+  const std::string folder = volumeOf(first) + "/srv/deep/er";
+  ASSERT_EQ(::rename(folder.c_str(), (folder + "-away").c_str()), 0);
+  ASSERT_EQ(::mkfifo(folder.c_str(), 0600), 0);
+  EXPECT_THAT(verify().damaged, SizeIs(1));
+  const DamageRecord record = readDamage(repository_->path(first.name));
+  EXPECT_THAT(record.paths, UnorderedElementsAre("srv/deep/er", "srv/deep/er/two"));
 }
 
 TEST_P(Verify, AMarkThatTheEngineItselfLeftIsSound) {
