@@ -3,45 +3,41 @@
 
 #include "common/tree_size.h"
 
-#include <ftw.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <set>
+#include <utility>
+
+#include "host/tree/walk_tree.h"
 
 namespace halyard::hostkit {
 
 namespace {
 
-constexpr int kOpenFolders = 32;
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
-
-struct Count {
-  TreeActivity seen;
-  std::set<ino_t> linked;  // Files with several names, which one file system holds.
-};
-
-// nftw has no argument for its caller.
-thread_local Count count;
-
-int addFile(const char* /*path*/, const struct stat* status, int kind, struct FTW* /*position*/) {
-  ++count.seen.count.items;
-  const auto changed = static_cast<std::int64_t>(status->st_mtim.tv_sec) * kNanoseconds +
-                       static_cast<std::int64_t>(status->st_mtim.tv_nsec);
-  if (kind != FTW_NS) count.seen.newest = std::max(count.seen.newest, changed);
-  if (kind == FTW_F && S_ISREG(status->st_mode) &&
-      (status->st_nlink == 1 || count.linked.insert(status->st_ino).second)) {
-    count.seen.count.bytes += static_cast<std::uint64_t>(status->st_size);
-  }
-  return 0;
-}
 
 }  // namespace
 
 TreeActivity treeActivity(const std::string& path) {
-  count = {};
-  (void)::nftw(path.c_str(), &addFile, kOpenFolders, FTW_PHYS | FTW_MOUNT);
-  return count.seen;
+  TreeActivity seen;
+  std::set<std::pair<dev_t, ino_t>> linked;  // Files with several names.
+  host::TreeWalk walk;
+  walk.visit = [&](const host::WalkedItem& item) {
+    const struct stat& status = item.status;
+    ++seen.count.items;
+    const auto changed = static_cast<std::int64_t>(status.st_mtim.tv_sec) * kNanoseconds +
+                         static_cast<std::int64_t>(status.st_mtim.tv_nsec);
+    seen.newest = std::max(seen.newest, changed);
+    if (S_ISREG(status.st_mode) &&
+        (status.st_nlink == 1 || linked.emplace(status.st_dev, status.st_ino).second)) {
+      seen.count.bytes += static_cast<std::uint64_t>(status.st_size);
+    }
+    return host::WalkStep::goOn;
+  };
+  // What cannot be looked at holds nothing, as far as is known.
+  (void)host::walkTree(path, walk);
+  return seen;
 }
 
 TreeCount treeCount(const std::string& path) { return treeActivity(path).count; }

@@ -3,17 +3,20 @@
 
 #include "snapwheel/check_repository.h"
 
-#include <fts.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <memory>
+#include <string_view>
 
 #include "base/text.h"
 #include "common/messages.h"
+#include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/files/system_call.h"
+#include "host/tree/walk_tree.h"
 #include "product/paths.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
@@ -94,26 +97,21 @@ class Check {
   }
 
   void readTree(const std::string& root, std::uint64_t expected, bool readsFiles = false) {
-    char* roots[] = {const_cast<char*>(root.c_str()), nullptr};
-    const std::unique_ptr<FTS, decltype(&::fts_close)> tree(
-        ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr), &::fts_close);
-    if (!tree) {
-      problem(root, hostkit::errnoText(errno));
-      return;
-    }
     std::uint64_t items = 0;
-    while (const FTSENT* entry = ::fts_read(tree.get())) {
-      if (entry->fts_info == FTS_DP) continue;
+    host::TreeWalk walk;
+    walk.visit = [&](const host::WalkedItem& item) {
       ++items;
-      if (readsFiles) {
-        if (entry->fts_info == FTS_F && S_ISREG(entry->fts_statp->st_mode)) {
-          readContents(entry->fts_accpath, entry->fts_statp->st_size);
-        }
-      } else if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR ||
-                 entry->fts_info == FTS_NS) {
-        problem(entry->fts_path, hostkit::errnoText(entry->fts_errno));
-      }
-    }
+      if (readsFiles && S_ISREG(item.status.st_mode)) readContents(item, root);
+      return host::WalkStep::goOn;
+    };
+    bool isTold = false;
+    walk.failed = [&](std::string_view path, int error) {
+      isTold = true;
+      // The structure of a snapshot was looked at before its contents.
+      if (!readsFiles) problem(appendPath(root, path), hostkit::errnoText(error));
+    };
+    const Status walked = host::walkTree(root, walk);
+    if (!walked && !isTold) problem(root, hostkit::errnoText(walked.error().code));
     if (readsFiles) return;
     report_.items += items;
     if (expected != 0 && items != expected) {
@@ -159,20 +157,23 @@ class Check {
     readTree(path + "/" + volumeFolder(path), 0, true);
   }
 
-  void readContents(const std::string& path, off_t expected) {
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "re"),
-                                                                  &std::fclose);
+  void readContents(const host::WalkedItem& item, const std::string& root) {
+    const host::Descriptor file(host::uninterrupted([&] {
+      return ::openat(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    }));
+    int error = file ? 0 : errno;
     off_t length = 0;
-    if (file) {
-      std::size_t piece = 0;
-      while ((piece = std::fread(buffer_.data(), 1, buffer_.size(), file.get())) > 0) {
-        length += static_cast<off_t>(piece);
-      }
+    while (error == 0) {
+      const ssize_t piece =
+          host::uninterrupted([&] { return ::read(file.get(), buffer_.data(), buffer_.size()); });
+      if (piece < 0) error = errno;
+      if (piece <= 0) break;
+      length += piece;
     }
-    if (!file || std::ferror(file.get()) != 0) {
-      problem(path, hostkit::errnoText(errno));
-    } else if (length != expected) {
-      problem(path, "ends early");
+    if (error != 0) {
+      problem(appendPath(root, item.path), hostkit::errnoText(error));
+    } else if (length != item.status.st_size) {
+      problem(appendPath(root, item.path), "ends early");
     }
     report_.bytesRead += static_cast<std::uint64_t>(length);
   }

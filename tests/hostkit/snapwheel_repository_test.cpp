@@ -7,12 +7,14 @@
 
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
+#include "host/tree/remove_tree.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
 #include "snapwheel/remove_snapshots.h"
 #include "snapwheel/repository.h"
 #include "snapwheel/settings.h"
+#include "support/deep_tree.h"
 #include "support/scratch.h"
 
 namespace halyard::snapwheel {
@@ -31,7 +33,7 @@ class RepositoryTest : public testing::Test {
  protected:
   void SetUp() override { repository_.create(); }
 
-  void makeSnapshot(const std::string& name, bool complete = true) {
+  void makeSnapshot(const std::string& name, bool complete = true, std::uint64_t items = 3) {
     scratch_.write("Archives.snapdb/files1/" + name + "/System/etc/hosts", name);
     scratch_.makeFolder("Archives.snapdb/files1/" + name + "/.snapwheel");
     Manifest manifest;
@@ -39,7 +41,7 @@ class RepositoryTest : public testing::Test {
     manifest.finished = name;
     manifest.complete = complete;
     manifest.missingCount = complete ? 0 : 2;
-    manifest.items = 3;
+    manifest.items = items;
     ASSERT_TRUE(writeManifest(repository_.path(name), manifest));
   }
 
@@ -215,6 +217,18 @@ TEST_F(RepositoryTest, CheckMissesAnItemThatWentAway) {
   EXPECT_THAT(findings(), ElementsAre("problem 2026-01-01-000000/System holds 2 items, but its "
                                       "manifest counts 3"));
   EXPECT_THAT(findings(CheckDepth::structure), IsEmpty());
+}
+
+TEST_F(RepositoryTest, CheckFindsASnapshotSoundThatNoPathReachesTheBottomOf) {
+  constexpr int kLevels = 10000;
+  makeSnapshot(kOne, true, 3 + kLevels + 3);
+  ASSERT_TRUE(repository_.setLatest(kOne));
+  const test::DeepTree deep(scratch_, kLevels,
+                            std::string("Archives.snapdb/files1/") + kOne + "/System/tree");
+  EXPECT_THAT(findings(CheckDepth::metadata), IsEmpty());
+  const CheckReport report = checkRepository(repository_, CheckDepth::contents);
+  EXPECT_EQ(report.bytesRead, 17U + 2 * 4U) << "a file with two names";
+  ASSERT_TRUE(host::removeTree(repository_.path(kOne)));
 }
 
 TEST_F(RepositoryTest, RemovalTakesUnfinishedNamesToo) {

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "host/tree/remove_tree.h"
+#include "support/deep_tree.h"
 #include "support/scratch.h"
 
 namespace halyard::hostkit {
@@ -37,6 +39,15 @@ TEST(TreeBytes, FollowsNoLink) {
   ASSERT_EQ(::symlink((scratch / "outside").c_str(), (scratch / "tree/link").c_str()), 0);
   EXPECT_EQ(treeBytes(scratch / "tree"), 0U);
   EXPECT_EQ(treeBytes(scratch / "none"), 0U);
+}
+
+TEST(TreeCount, ReachesWhatNoPathDoes) {
+  const Scratch scratch;
+  const test::DeepTree tree(scratch, 3000);
+  const TreeCount count = treeCount(scratch / "tree");
+  EXPECT_EQ(count.items, 3003U);
+  EXPECT_EQ(count.bytes, 4U);
+  EXPECT_TRUE(host::removeTree(scratch / "tree"));
 }
 
 }  // namespace

@@ -3,14 +3,12 @@
 
 #include "helmsman/restore/restore_trace.h"
 
-#include <fts.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
-#include <memory>
 
 #include "base/text.h"
+#include "host/tree/walk_tree.h"
 
 namespace halyard::hostkit {
 
@@ -22,15 +20,15 @@ bool isAfter(const std::timespec& time, const std::timespec& other) {
 
 // Whether anything at or below the path has changed since; links are not followed.
 bool changedSince(const std::string& path, const std::timespec& started) {
-  std::string root = path;
-  std::array<char*, 2> roots = {root.data(), nullptr};
-  const std::unique_ptr<FTS, decltype(&::fts_close)> walk(
-      ::fts_open(roots.data(), FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr), &::fts_close);
-  while (const FTSENT* entry = walk ? ::fts_read(walk.get()) : nullptr) {
-    if (entry->fts_info == FTS_DP || entry->fts_info == FTS_NS) continue;
-    if (isAfter(entry->fts_statp->st_ctim, started)) return true;
-  }
-  return false;
+  bool changed = false;
+  host::TreeWalk walk;
+  walk.visit = [&](const host::WalkedItem& item) {
+    changed = isAfter(item.status.st_ctim, started);
+    return changed ? host::WalkStep::end : host::WalkStep::goOn;
+  };
+  // Of what cannot be looked at, nobody can tell.
+  (void)host::walkTree(path, walk);
+  return changed;
 }
 
 void tracePath(const PathBefore& before, const std::timespec& started, RestoreRecord& record) {

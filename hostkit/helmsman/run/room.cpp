@@ -4,7 +4,6 @@
 #include "helmsman/run/room.h"
 
 #include <fcntl.h>
-#include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <set>
+#include <utility>
 
 #include "base/text.h"
 #include "common/exclusions.h"
@@ -23,6 +23,7 @@
 #include "helmsman/run/expected_services.h"
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/tree/walk_tree.h"
 #include "host/volumes/mounting.h"
 #include "host/volumes/volume.h"
 #include "product/paths.h"
@@ -31,32 +32,7 @@ namespace halyard::hostkit {
 
 namespace {
 
-constexpr int kOpenFolders = 32;
 constexpr std::uint64_t kBlock = 512;  // Of st_blocks, whatever the file system's own are.
-
-struct VolumeWalk {
-  Exclusions exclusions = Exclusions::defaults();
-  std::string repository;
-  std::uint64_t bytes = 0;
-  std::set<ino_t> linked;
-};
-
-// nftw has no argument for its caller.
-thread_local VolumeWalk* walk = nullptr;
-
-int addItem(const char* path, const struct stat* status, int kind, struct FTW* /*position*/) {
-  // "." is "/", "./etc" is "/etc".
-  const std::string_view absolute = std::string_view(path).substr(1);
-  if (absolute == walk->repository || absolute == paths::kMetadataFolder ||
-      (!absolute.empty() && walk->exclusions.match(absolute.substr(1)))) {
-    return FTW_SKIP_SUBTREE;
-  }
-  if (kind != FTW_NS && (S_ISDIR(status->st_mode) || status->st_nlink == 1 ||
-                         walk->linked.insert(status->st_ino).second)) {
-    walk->bytes += static_cast<std::uint64_t>(status->st_blocks) * kBlock;
-  }
-  return FTW_CONTINUE;
-}
 
 std::string shortOf(const std::string& what, std::uint64_t needed, const std::string& place,
                     std::uint64_t free) {
@@ -102,20 +78,29 @@ RoomVerdict judgeRoom(const RoomFigures& figures) {
 }
 
 std::uint64_t bytesOfVolume(const std::string& repository) {
-  VolumeWalk volume;
-  volume.repository = repository;
-  if (auto exclusions = Exclusions::read(kExclusionFile)) {
-    volume.exclusions = std::move(*exclusions);
-  }
-  const host::Descriptor before(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  // As the engine walks it: what a mount hides is copied too.
+  Exclusions exclusions = Exclusions::defaults();
+  if (auto listed = Exclusions::read(kExclusionFile)) exclusions = std::move(*listed);
+  std::uint64_t bytes = 0;
+  std::set<std::pair<dev_t, ino_t>> linked;
+  host::TreeWalk walk;
+  walk.visit = [&](const host::WalkedItem& item) {
+    const std::string absolute = "/" + std::string(item.path);
+    if (absolute == repository || absolute == paths::kMetadataFolder ||
+        (!item.path.empty() && exclusions.match(item.path))) {
+      return host::WalkStep::passOver;
+    }
+    const struct stat& status = item.status;
+    if (S_ISDIR(status.st_mode) || status.st_nlink == 1 ||
+        linked.emplace(status.st_dev, status.st_ino).second) {
+      bytes += static_cast<std::uint64_t>(status.st_blocks) * kBlock;
+    }
+    return host::WalkStep::goOn;
+  };
+  // As the engine walks it: what a mount hides is copied too. What cannot be looked at is not.
   Result<host::Descriptor> root = host::openWithoutMounts("/");
-  if (root ? ::fchdir(root->get()) != 0 : ::chdir("/") != 0) return 0;
-  walk = &volume;
-  (void)::nftw(".", &addItem, kOpenFolders, FTW_PHYS | FTW_MOUNT | FTW_ACTIONRETVAL);
-  walk = nullptr;
-  (void)!::fchdir(before.get());  // Every other path here is absolute.
-  return volume.bytes;
+  (void)(root ? host::walkTree(host::Location{std::move(*root), "."}, walk)
+              : host::walkTree("/", walk));
+  return bytes;
 }
 
 std::uint64_t bytesOfListedFiles() {
