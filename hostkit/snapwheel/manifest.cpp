@@ -3,8 +3,12 @@
 
 #include "snapwheel/manifest.h"
 
+#include <algorithm>
+
+#include "base/text.h"
 #include "common/json_file.h"
 #include "common/json_members.h"
+#include "common/volume_names.h"
 #include "host/files/files.h"
 #include "snapwheel/repository.h"
 
@@ -13,17 +17,93 @@ namespace halyard::snapwheel {
 using hostkit::countOf;
 using hostkit::flagOf;
 using hostkit::integerOf;
+using hostkit::memberOf;
 using hostkit::textOf;
+using hostkit::textsOf;
 
 namespace {
 
 constexpr std::size_t kManifestLimit = std::size_t{4} << 20;
-constexpr int kFormat = 2;
+constexpr int kFormat = 3;
+constexpr int kOneVolumeFormat = 2;
 constexpr int kOldestFormat = 1;  // Knows no torn items.
 constexpr int kIndent = 2;
+constexpr std::size_t kMostVolumes = 1000;
 
 std::string manifestPath(const std::string& snapshotPath) {
   return snapshotPath + "/" + std::string(kRecordFolder) + "/manifest.json";
+}
+
+bool isPlainName(const std::string& name) {
+  return !name.empty() && name.front() != '.' && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
+VolumeRecord onlyVolumeOf(const Manifest& manifest) {
+  VolumeRecord volume;
+  volume.folder = manifest.volume;
+  volume.mountPoint = "/";
+  volume.reference = manifest.reference;
+  volume.items = manifest.items;
+  volume.copied = manifest.copied;
+  volume.copiedBytes = manifest.copiedBytes;
+  volume.linked = manifest.linked;
+  volume.linkedBytes = manifest.linkedBytes;
+  return volume;
+}
+
+nlohmann::json toJson(const VolumeRecord& volume) {
+  return {{"folder", volume.folder},
+          {"mountPoint", volume.mountPoint},
+          {"uuid", volume.uuid},
+          {"type", volume.type},
+          {"reference", volume.reference},
+          {"ofOneInstant", volume.ofOneInstant},
+          {"items", volume.items},
+          {"copied", volume.copied},
+          {"copiedBytes", volume.copiedBytes},
+          {"linked", volume.linked},
+          {"linkedBytes", volume.linkedBytes}};
+}
+
+/// By the folder, which is exact where the text had bytes that are no UTF-8. Empty when the two do
+/// not belong together.
+std::string mountPointIn(const nlohmann::json& object, const std::string& folder) {
+  std::string told = textOf(object, "mountPoint");
+  if (told == "/") return told;
+  const std::string exact = hostkit::mountPointOfFolder(folder).value_or("");
+  return told == exact || !isValidUtf8(exact) ? exact : std::string();
+}
+
+VolumeRecord volumeIn(const nlohmann::json& object) {
+  VolumeRecord volume;
+  volume.folder = textOf(object, "folder");
+  volume.mountPoint = mountPointIn(object, volume.folder);
+  volume.uuid = textOf(object, "uuid");
+  volume.type = textOf(object, "type");
+  volume.reference = textOf(object, "reference");
+  volume.ofOneInstant = flagOf(object, "ofOneInstant");
+  volume.items = countOf(object, "items").value_or(0);
+  volume.copied = countOf(object, "copied").value_or(0);
+  volume.copiedBytes = countOf(object, "copiedBytes").value_or(0);
+  volume.linked = countOf(object, "linked").value_or(0);
+  volume.linkedBytes = countOf(object, "linkedBytes").value_or(0);
+  return volume;
+}
+
+/// Whether a restore may go by them: each has a folder and, as that is called after it, a mount
+/// point of its own.
+bool areSound(const std::vector<VolumeRecord>& volumes, const std::string& first) {
+  if (volumes.empty() || volumes.size() > kMostVolumes) return false;
+  if (volumes.front().folder != first || volumes.front().mountPoint != "/") return false;
+  std::vector<std::string> folders;
+  for (const VolumeRecord& volume : volumes) {
+    const bool isFirst = folders.empty();
+    if (volume.mountPoint.empty() || (volume.mountPoint == "/") != isFirst) return false;
+    folders.push_back(volume.folder);
+  }
+  std::ranges::sort(folders);
+  return std::ranges::adjacent_find(folders) == folders.end();
 }
 
 }  // namespace
@@ -33,6 +113,9 @@ nlohmann::json toJson(const Manifest& manifest) {
   for (const MissingItem& item : manifest.missing) {
     missing.push_back({{"path", item.path}, {"errno", item.error}});
   }
+  nlohmann::json volumes = nlohmann::json::array();
+  for (const VolumeRecord& volume : manifest.volumes) volumes.push_back(toJson(volume));
+  if (volumes.empty()) volumes.push_back(toJson(onlyVolumeOf(manifest)));
   return {{"format", kFormat},
           {"computer", manifest.computer},
           {"volume", manifest.volume},
@@ -51,7 +134,9 @@ nlohmann::json toJson(const Manifest& manifest) {
           {"missing", std::move(missing)},
           {"tornCount", manifest.tornCount},
           {"torn", manifest.torn},
-          {"unfinishedBackup", manifest.unfinishedBackup}};
+          {"unfinishedBackup", manifest.unfinishedBackup},
+          {"volumes", std::move(volumes)},
+          {"absentVolumes", manifest.absentVolumes}};
 }
 
 std::optional<Manifest> readManifest(const std::string& snapshotPath) {
@@ -76,9 +161,16 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   manifest.missingCount = countOf(object, "missingCount").value_or(0);
   manifest.tornCount = countOf(object, "tornCount").value_or(0);
   manifest.unfinishedBackup = flagOf(object, "unfinishedBackup");
-  const bool plainName = !manifest.volume.empty() && manifest.volume.front() != '.' &&
-                         manifest.volume.find('/') == std::string::npos;
-  if (!plainName) return std::nullopt;
+  if (!isPlainName(manifest.volume)) return std::nullopt;
+  if (format <= kOneVolumeFormat) {
+    manifest.volumes = {onlyVolumeOf(manifest)};
+    return manifest;
+  }
+  const nlohmann::json& volumes = memberOf(object, "volumes");
+  if (!volumes.is_array() || volumes.size() > kMostVolumes) return std::nullopt;
+  for (const nlohmann::json& volume : volumes) manifest.volumes.push_back(volumeIn(volume));
+  if (!areSound(manifest.volumes, manifest.volume)) return std::nullopt;
+  manifest.absentVolumes = textsOf(object, "absentVolumes");
   return manifest;
 }
 

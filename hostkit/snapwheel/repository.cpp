@@ -21,7 +21,7 @@
 #include "product/computer_name.h"
 #include "product/paths.h"
 #include "snapwheel/failure.h"
-#include "snapwheel/manifest.h"
+#include "snapwheel/snapshot_volumes.h"
 
 namespace halyard::snapwheel {
 
@@ -198,15 +198,8 @@ std::vector<std::string> Repository::computers() const {
 }
 
 std::string volumeFolder(const std::string& snapshotPath) {
-  const auto manifest = readManifest(snapshotPath);
-  if (manifest && isRealDirectory(snapshotPath + "/" + manifest->volume)) return manifest->volume;
-  std::string found;
-  for (const std::string& name : host::listDirectory(snapshotPath)) {
-    if (name.front() == '.' || !isRealDirectory(appendPath(snapshotPath, name))) continue;
-    if (!found.empty()) return {};
-    found = name;
-  }
-  return found;
+  const auto volumes = volumesOf(snapshotPath);
+  return volumes.empty() ? std::string() : volumes.front().folder;
 }
 
 }  // namespace halyard::snapwheel

@@ -5,7 +5,8 @@
 //
 //   <destination>/Archives.snapdb/<computer name>/
 //     2026-11-21-055330/            a complete snapshot
-//       System/...                  the volume, as it was
+//       System/...                  the volume at "/", as it was
+//       srv/...                     a further one, called after its mount point
 //       .snapwheel/                 what the engine knows about the snapshot
 //     2026-11-22-020000.inProgress  one that is being made or removed, or was interrupted
 //     Latest -> 2026-11-21-055330
@@ -82,8 +83,7 @@ class Repository {
   std::string hostFolder_;
 };
 
-/// The name of the volume's folder in the snapshot: the one that its record names, else the only
-/// visible folder; empty when there is none.
+/// The name of the first volume's folder in the snapshot; empty when there is none.
 std::string volumeFolder(const std::string& snapshotPath);
 
 }  // namespace halyard::snapwheel

@@ -255,7 +255,7 @@ TEST(Manifest, IsAbsentWhenItCannotBeUnderstood) {
   const Scratch scratch;
   EXPECT_FALSE(readManifest(scratch / "missing").has_value());
   for (const char* text :
-       {"", "{", "[]", "{}", R"({"format":3,"volume":"System"})", R"({"format":1})",
+       {"", "{", "[]", "{}", R"({"format":4,"volume":"System"})", R"({"format":1})",
         R"({"format":1,"volume":"../../etc"})", R"({"format":1,"volume":".."})",
         R"({"format":"1","volume":"System"})"}) {
     scratch.write("s/.snapwheel/manifest.json", text);
