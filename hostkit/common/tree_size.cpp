@@ -17,9 +17,9 @@ namespace {
 
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 
-}  // namespace
-
-TreeActivity treeActivity(const std::string& path) {
+// `root` is a path or a Location.
+template <typename Root>
+TreeActivity activityOf(const Root& root) {
   TreeActivity seen;
   std::set<std::pair<dev_t, ino_t>> linked;  // Files with several names.
   host::TreeWalk walk;
@@ -36,12 +36,17 @@ TreeActivity treeActivity(const std::string& path) {
     return host::WalkStep::goOn;
   };
   // What cannot be looked at holds nothing, as far as is known.
-  (void)host::walkTree(path, walk);
+  (void)host::walkTree(root, walk);
   return seen;
 }
+
+}  // namespace
+
+TreeActivity treeActivity(const std::string& path) { return activityOf(path); }
 
 TreeCount treeCount(const std::string& path) { return treeActivity(path).count; }
 
 std::uint64_t treeBytes(const std::string& path) { return treeCount(path).bytes; }
+std::uint64_t treeBytes(const host::Location& root) { return activityOf(root).count.bytes; }
 
 }  // namespace halyard::hostkit

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "host/files/location.h"
+
 namespace halyard::hostkit {
 
 /// How many items stand at and below a path, and what they hold.
@@ -33,5 +35,7 @@ TreeActivity treeActivity(const std::string& path);
 /// The sizes of the regular files at and below `path`, each counted once whatever names it has,
 /// following no link and entering no other file system; 0 when there is nothing.
 std::uint64_t treeBytes(const std::string& path);
+/// The same of an item in an open folder.
+std::uint64_t treeBytes(const host::Location& root);
 
 }  // namespace halyard::hostkit

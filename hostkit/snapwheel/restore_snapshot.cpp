@@ -4,16 +4,22 @@
 #include "snapwheel/restore_snapshot.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "base/text.h"
 #include "common/messages.h"
+#include "common/trusted_folder.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
+#include "host/tree/folder_entries.h"
 #include "host/tree/tree_copy.h"
 #include "host/volumes/volume.h"
 #include "snapwheel/failure.h"
@@ -28,54 +34,81 @@ namespace {
 
 constexpr mode_t kTargetMode = 0755;
 
-bool isSameFolder(const std::string& left, const std::string& right) {
+/// Open for good: whatever becomes of the path, nothing else is written to.
+struct Target {
+  host::Descriptor folder;
+  std::string path;
+};
+
+bool isRunningSystem(const host::Descriptor& folder) {
   struct stat one {};
   struct stat other {};
-  return ::stat(left.c_str(), &one) == 0 && ::stat(right.c_str(), &other) == 0 &&
+  return ::fstat(folder.get(), &one) == 0 && ::stat("/", &other) == 0 &&
          one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-bool isEmptyEnough(const std::string& folder) {
-  const std::vector<std::string> names = host::listDirectory(folder);
-  return std::all_of(names.begin(), names.end(),
-                     [](const std::string& name) { return name == "lost+found"; });
+bool isEmptyEnough(const host::Descriptor& folder) {
+  host::FolderReader reader;
+  std::vector<host::FolderEntry> entries;
+  do {
+    if (reader.next(folder.get(), entries) != 0) return false;
+    if (std::ranges::any_of(entries, [](const host::FolderEntry& entry) {
+          return std::string_view(entry.name) != "lost+found";
+        })) {
+      return false;
+    }
+  } while (!entries.empty());
+  return ::lseek(folder.get(), 0, SEEK_SET) == 0;
 }
 
 bool isInside(const std::string& path, const std::string& folder) {
   return path == folder || folder == "/" || path.starts_with(folder + "/");
 }
 
-/// The real path of a target that may be written to.
-std::string settleTarget(const RestoreRequest& request) {
-  if (!host::exists(request.target) && ::mkdir(request.target.c_str(), kTargetMode) != 0) {
-    throw Failure(errorText(request.target, errno));
-  }
-  std::string target = host::realPath(request.target).value_or("");
-  if (target.empty() || !host::isDirectory(target)) {
-    throw Failure(request.target + " is no folder");
-  }
+/// The folder at the path, which is made when nothing is there. A link on the way to it, or in its
+/// place, is followed only where nobody but root can have planted it.
+host::Descriptor openTarget(const std::string& path) {
+  const auto place = hostkit::trustedPlace(path);
+  if (place) (void)::mkdirat(place->folder.get(), place->name.c_str(), kTargetMode);
+  auto folder = hostkit::openTrustedFolder(path);
+  if (folder) return std::move(*folder);
+  const int error = folder.error().code;
+  if (error == ENOTDIR) throw Failure(path + " is no folder");
+  if (error != ELOOP) throw Failure(errorText(path, error));
+  throw Failure("on the way to " + path +
+                " there is a link that others than root may have made; name the folder itself");
+}
+
+/// A target that may be written to.
+Target settleTarget(const RestoreRequest& request) {
+  const std::string here = host::realPath(".").value_or("");
+  const bool isAbsolute = request.target.starts_with('/');
+  const std::string path = isAbsolute ? request.target : here + "/" + request.target;
+  Target target{openTarget(path), host::realPath(path).value_or(path)};
   const std::string snapshot = host::realPath(request.snapshotPath).value_or("");
   const std::string repository = host::realPath(snapshot + "/../..").value_or("");
-  if (isInside(target, repository)) throw Failure(target + " lies in the repository");
-  const bool isRunningSystem = target == "/" || isSameFolder(target, "/");
-  if (isRunningSystem && !request.force) {
-    throw Failure(target + " is the root of the running system; --force writes to it nevertheless");
+  if (isInside(target.path, repository)) {
+    throw Failure(target.path + " lies in the repository");
   }
-  if (!isEmptyEnough(target) && !request.force) {
-    throw Failure(target + " is not empty; --force replaces what the snapshot holds as well");
+  if (isRunningSystem(target.folder) && !request.force) {
+    throw Failure(target.path +
+                  " is the root of the running system; --force writes to it nevertheless");
+  }
+  if (!isEmptyEnough(target.folder) && !request.force) {
+    throw Failure(target.path + " is not empty; --force replaces what the snapshot holds as well");
   }
   return target;
 }
 
 /// The volume of the target and those that are mounted below it, which a restore writes to as well.
-void syncVolumesIn(const std::string& target) {
-  std::vector<std::string> volumes = {target};
+void syncVolumesIn(const host::Descriptor& folder, const std::string& target) {
+  Status synced = host::syncFileSystem(folder.get());
+  std::vector<std::string> volumes;
   for (const host::Volume& volume : host::mountedVolumes()) {
     if (isInside(volume.mountPoint, target)) volumes.push_back(volume.mountPoint);
   }
-  if (const Status synced = host::syncFileSystems(volumes); !synced) {
-    throw failureOf(synced.error());
-  }
+  if (synced) synced = host::syncFileSystems(volumes);
+  if (!synced) throw failureOf(synced.error());
 }
 
 }  // namespace
@@ -92,7 +125,9 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
   if (request.mapOwners && !names) {
     throw Failure(request.snapshotPath + " has no record of its owners' names");
   }
-  const std::string target = settleTarget(request);
+  Target settled = settleTarget(request);
+  const std::string target = settled.path;
+  const host::Location root{std::move(settled.folder), "."};
 
   host::TreeCopyOptions options;
   options.intoExisting = true;
@@ -120,14 +155,14 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
                        ": whether its files hold what was put there cannot be told");
   }
   options.memory = proof.get();
-  const auto report = host::copyTree(source, target, options);
+  const auto report = host::copyTree(source, root, options);
   outcome.items = report.items;
   outcome.bytes = report.copiedBytes;
   if (!report.complete && outcome.failed == 0) throw Failure(errorText(target, report.error));
   if (report.error == ENOSPC || report.error == EDQUOT || report.error == EROFS) {
     throw Failure(errorText(target, report.error) + "; the target is incomplete");
   }
-  syncVolumesIn(target);
+  syncVolumesIn(root.folder, target);
   return outcome;
 }
 

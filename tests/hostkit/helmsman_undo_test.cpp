@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "helmsman/restore/tidy.h"
-#include "helmsman/restore/trusted_folder.h"
+#include "common/trusted_folder.h"
 #include "host_kit_root.h"
 #include "support/scratch.h"
 

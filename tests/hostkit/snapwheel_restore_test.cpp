@@ -114,6 +114,23 @@ TEST_F(RestoreSnapshot, RefusesAFile) {
   EXPECT_THAT(refusal(), HasSubstr("is no folder"));
 }
 
+TEST_F(RestoreSnapshot, FollowsOnlyLinksThatNobodyButRootCanHavePlanted) {
+  scratch_.makeFolder("real");
+  ASSERT_EQ(::chmod((scratch_ / "real").c_str(), 0755), 0);
+  const std::string link = scratch_ / "real/link";
+  ASSERT_EQ(::symlink(scratch_.makeFolder("elsewhere").c_str(), link.c_str()), 0);
+  request_.target = link;
+  EXPECT_EQ(refusal(), "not refused");
+  EXPECT_EQ(listTree(scratch_ / "elsewhere"), listTree(scratch_ / "source"));
+  ASSERT_EQ(::lchown(link.c_str(), 1815, 1816), 0);
+  request_.force = true;
+  const auto before = listTree(scratch_ / "elsewhere");
+  EXPECT_THAT(refusal(), HasSubstr("there is a link that others than root may have made"));
+  request_.target = link + "/etc";
+  EXPECT_THAT(refusal(), HasSubstr("there is a link that others than root may have made"));
+  EXPECT_EQ(listTree(scratch_ / "elsewhere"), before);
+}
+
 TEST_F(RestoreSnapshot, RefusesAVolumeThatIsNotThere) {
   request_.volume = "Data";
   EXPECT_THAT(refusal(), HasSubstr("holds no volume \"Data\""));

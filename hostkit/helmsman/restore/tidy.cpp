@@ -18,7 +18,7 @@
 #include "common/table.h"
 #include "common/times.h"
 #include "common/tree_size.h"
-#include "helmsman/restore/trusted_folder.h"
+#include "common/trusted_folder.h"
 #include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "host/files/sync.h"
@@ -36,6 +36,13 @@ struct SetAside {
   std::string problem;  // Why it is still there; empty when it is gone.
 };
 
+// By the open folder, too. Of what cannot be reached nothing is known, and nothing will be removed.
+std::uint64_t bytesOf(const std::string& path) {
+  Result<TrustedPlace> place = trustedPlace(path);
+  if (!place) return 0;
+  return treeBytes(host::Location{std::move(place->folder), std::move(place->name)});
+}
+
 std::vector<SetAside> findItems(std::int64_t before) {
   std::vector<SetAside> found;
   for (const RestoreRecord& record : readRestoreRecords()) {
@@ -43,7 +50,7 @@ std::vector<SetAside> findItems(std::int64_t before) {
     for (const auto* list : {&record.items, &record.older}) {
       for (const RestoreRecord::Item& item : *list) {
         if (!standsAside(item)) continue;
-        found.push_back({record.service, item, record.time, treeBytes(asidePath(item.path)), ""});
+        found.push_back({record.service, item, record.time, bytesOf(asidePath(item.path)), ""});
       }
     }
   }

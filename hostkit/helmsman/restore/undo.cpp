@@ -16,7 +16,7 @@
 #include "common/question.h"
 #include "common/times.h"
 #include "helmsman/restore/server_units.h"
-#include "helmsman/restore/trusted_folder.h"
+#include "common/trusted_folder.h"
 #include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"

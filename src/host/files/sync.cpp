@@ -35,6 +35,8 @@ int syncFileSystemOf(int item) {
 
 }  // namespace
 
+Status syncFileSystem(int item) { return outcomeOf(syncFileSystemOf(item), "the file system"); }
+
 Status syncFileSystem(const std::string& path) {
   const Descriptor item = openItem(path);
   return outcomeOf(item ? syncFileSystemOf(item.get()) : errno, path);

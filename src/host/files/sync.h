@@ -13,6 +13,8 @@ namespace halyard::host {
 
 /// Everything written so far on the file system that holds the file or folder `path`.
 Status syncFileSystem(const std::string& path);
+/// The same for an open item.
+Status syncFileSystem(int item);
 
 /// The same for each of the file systems that hold the paths, once each; the first error. A path
 /// that leads nowhere is passed over.

@@ -177,6 +177,15 @@ TreeCopyReport copyTree(const std::string& source, const std::string& destinatio
   return report;
 }
 
+TreeCopyReport copyTree(const std::string& source, const Location& destination,
+                        const TreeCopyOptions& options) {
+  const Result<Location> from = locate(source);
+  if (from) return TreeCopier(options, SelfCopy::leftOut).copy(*from, destination);
+  TreeCopyReport report;
+  report.error = from.error().code;
+  return report;
+}
+
 TreeCopyReport copyTree(const Location& source, const std::string& destination,
                         const TreeCopyOptions& options) {
   const Result<Location> to = locate(destination);

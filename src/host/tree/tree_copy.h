@@ -111,5 +111,8 @@ TreeCopyReport copyTree(const std::string& source, const std::string& destinatio
 /// The same for a source that is held open; "." is the open folder itself.
 TreeCopyReport copyTree(const Location& source, const std::string& destination,
                         const TreeCopyOptions& options = {});
+/// And for a destination that is.
+TreeCopyReport copyTree(const std::string& source, const Location& destination,
+                        const TreeCopyOptions& options = {});
 
 }  // namespace halyard::host

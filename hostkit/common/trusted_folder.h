@@ -22,4 +22,7 @@ struct TrustedPlace {
 /// answer is ELOOP.
 Result<TrustedPlace> trustedPlace(const std::string& path);
 
+/// The same of the folder at an absolute path itself.
+Result<host::Descriptor> openTrustedFolder(const std::string& path);
+
 }  // namespace halyard::hostkit

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "helmsman/restore/trusted_folder.h"
+#include "common/trusted_folder.h"
 
 #include <fcntl.h>
 #include <limits.h>
@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <deque>
+#include <utility>
 
 #include "base/text.h"
 #include "host/files/system_call.h"
@@ -49,31 +50,46 @@ void putInFront(std::deque<std::string>& names, const std::string& path) {
   names.insert(names.begin(), front.begin(), front.end());
 }
 
-}  // namespace
-
-Result<TrustedPlace> trustedPlace(const std::string& path) {
-  std::deque<std::string> names;
-  putInFront(names, path);
-  if (!path.starts_with('/') || names.empty()) return Error{EINVAL, path};
-  TrustedPlace place{host::Descriptor(::open("/", host::kFolderFlags)), names.back()};
-  names.pop_back();
-  if (!place.folder) return Error{errno, path};
+// Goes down the names from the root folder.
+Result<host::Descriptor> openOnTheWay(std::deque<std::string> names, const std::string& path) {
+  host::Descriptor folder(::open("/", host::kFolderFlags));
+  if (!folder) return Error{errno, path};
   for (int steps = 0; !names.empty(); ++steps) {
     const std::string name = names.front();
     names.pop_front();
-    host::Descriptor next(::openat(place.folder.get(), name.c_str(), host::kFolderFlags));
+    host::Descriptor next(::openat(folder.get(), name.c_str(), host::kFolderFlags));
     if (!next && (errno == ELOOP || errno == ENOTDIR)) {
       if (steps > kLongestWay) return Error{ELOOP, path};
-      const Result<std::string> target = readTrustedLink(place.folder.get(), name);
+      const Result<std::string> target = readTrustedLink(folder.get(), name);
       if (!target) return Error{target.error().code, path};
       putInFront(names, *target);
       if (!target->starts_with('/')) continue;
       next = host::Descriptor(::open("/", host::kFolderFlags));
     }
     if (!next) return Error{errno, path};
-    place.folder = std::move(next);
+    folder = std::move(next);
   }
-  return place;
+  return folder;
+}
+
+}  // namespace
+
+Result<TrustedPlace> trustedPlace(const std::string& path) {
+  std::deque<std::string> names;
+  putInFront(names, path);
+  if (!path.starts_with('/') || names.empty()) return Error{EINVAL, path};
+  std::string name = names.back();
+  names.pop_back();
+  Result<host::Descriptor> folder = openOnTheWay(std::move(names), path);
+  if (!folder) return folder.error();
+  return TrustedPlace{std::move(*folder), std::move(name)};
+}
+
+Result<host::Descriptor> openTrustedFolder(const std::string& path) {
+  if (!path.starts_with('/')) return Error{EINVAL, path};
+  std::deque<std::string> names;
+  putInFront(names, path);
+  return openOnTheWay(std::move(names), path);
 }
 
 }  // namespace halyard::hostkit
