@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <random>
 
 #include "host/files/descriptor.h"
@@ -16,16 +15,13 @@
 #include "snapshot_test.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/remove_snapshots.h"
+#include "support/environment_number.h"
 
 namespace halyard::snapwheel {
 namespace {
 
 using test::listTree;
-
-unsigned numberFrom(const char* variable, unsigned otherwise) {
-  const char* text = std::getenv(variable);
-  return text == nullptr ? otherwise : static_cast<unsigned>(std::strtoul(text, nullptr, 10));
-}
+using test::numberFrom;
 
 class RandomChanges : public SnapshotTest {
  protected:
