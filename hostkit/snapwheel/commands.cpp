@@ -277,8 +277,10 @@ int runRestore(const CommandOptions& options) {
   hostkit::printLine(request.target + ": " + countText(outcome.items, "item") + " of " +
                      request.snapshotPath + "/" + outcome.volume + " restored (" +
                      hostkit::sizeText(outcome.bytes) + "), " + secondsText(begin));
-  if (outcome.failed == 0) return hostkit::kSuccess;
-  hostkit::printError(countText(outcome.failed, "item") + " could not be restored as they were");
+  if (outcome.failed == 0 && outcome.flags.lacking == 0) return hostkit::kSuccess;
+  if (outcome.failed != 0) {
+    hostkit::printError(countText(outcome.failed, "item") + " could not be restored as they were");
+  }
   return hostkit::kPartial;
 }
 

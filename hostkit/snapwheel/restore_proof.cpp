@@ -46,6 +46,11 @@ bool RestoreProof::isUnchanged(const char* /*name*/, const struct stat& /*status
   return false;
 }
 
+host::InodeFlags RestoreProof::flagsOfContents(const char* name) {
+  const IndexEntry* entry = meet(name);
+  return entry == nullptr ? 0 : index_.flagsOf(*entry).value_or(0) & host::kFlagsOfContents;
+}
+
 void RestoreProof::took(const char* name, const struct stat& status) {
   const IndexEntry* entry = meet(name);
   if (entry == nullptr) return;

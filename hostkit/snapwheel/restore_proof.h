@@ -27,6 +27,7 @@ class RestoreProof final : public Digesting<host::TreeMemory> {
   bool isUnchanged(const char* name, const struct stat& status) override;
   Earlier earlier(const char*, const struct stat&) override { return {}; }
   std::optional<Moved> movedFrom(const struct stat&) override { return std::nullopt; }
+  host::InodeFlags flagsOfContents(const char* name) override;
   host::ContentDigest digest() override { return digest_; }
   void took(const char* name, const struct stat& status) override;
   void tookTorn(const char* name, const struct stat& status) override { took(name, status); }

@@ -3,6 +3,7 @@
 
 #include "snapwheel/restore_snapshot.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 #include "base/text.h"
 #include "common/messages.h"
 #include "common/trusted_folder.h"
+#include "host/files/descriptor.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/tree/folder_entries.h"
@@ -111,6 +113,31 @@ void syncVolumesIn(const host::Descriptor& folder, const std::string& target) {
   if (!synced) throw failureOf(synced.error());
 }
 
+host::TreeCopyReport copyInto(const Target& target, const std::string& source,
+                              const host::TreeCopyOptions& options) {
+  host::Location root{host::Descriptor(::fcntl(target.folder.get(), F_DUPFD_CLOEXEC, 0)), "."};
+  if (!root.folder) throw Failure(errorText(target.path, errno));
+  return host::copyTree(source, root, options);
+}
+
+/// Nothing is written after this: an item with some of the flags cannot be changed any more.
+FlagReport finishFlags(const SourceIndex* index, const Target& target,
+                       const std::vector<FlaggedFolder>& before) {
+  const PartOf everything = [](std::string_view) { return Part::all; };
+  FlagReport report = index == nullptr ? giveFlagsBack(target.folder.get(), before)
+                                       : giveFlags(*index, target.folder.get(), everything, before);
+  if (report.unknown != 0) {
+    hostkit::printNote("the snapshot does not know which inode flags " +
+                       std::to_string(report.unknown) + " of its items had");
+  }
+  if (report.lacking != 0) {
+    hostkit::printError(std::to_string(report.lacking) +
+                        " items could not be given their inode flags (see: lsattr), the first: " +
+                        appendPath(target.path, report.firstLacking));
+  }
+  return report;
+}
+
 }  // namespace
 
 RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
@@ -125,9 +152,8 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
   if (request.mapOwners && !names) {
     throw Failure(request.snapshotPath + " has no record of its owners' names");
   }
-  Target settled = settleTarget(request);
-  const std::string target = settled.path;
-  const host::Location root{std::move(settled.folder), "."};
+  const Target settled = settleTarget(request);
+  const std::string& target = settled.path;
 
   host::TreeCopyOptions options;
   options.intoExisting = true;
@@ -155,14 +181,19 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
                        ": whether its files hold what was put there cannot be told");
   }
   options.memory = proof.get();
-  const auto report = host::copyTree(source, root, options);
+  std::vector<FlaggedFolder> flagged;
+  options.flagged = [&](std::string_view path, host::InodeFlags flags) {
+    flagged.push_back({std::string(path), flags});
+  };
+  const auto report = copyInto(settled, source, options);
   outcome.items = report.items;
   outcome.bytes = report.copiedBytes;
+  outcome.flags = finishFlags(index.get(), settled, flagged);
   if (!report.complete && outcome.failed == 0) throw Failure(errorText(target, report.error));
   if (report.error == ENOSPC || report.error == EDQUOT || report.error == EROFS) {
     throw Failure(errorText(target, report.error) + "; the target is incomplete");
   }
-  syncVolumesIn(root.folder, target);
+  syncVolumesIn(settled.folder, target);
   return outcome;
 }
 

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "snapwheel/restore_flags.h"
+
 namespace halyard::snapwheel {
 
 struct RestoreRequest {
@@ -22,6 +24,7 @@ struct RestoreOutcome {
   std::uint64_t items = 0;
   std::uint64_t bytes = 0;
   std::uint64_t failed = 0;  ///< Each was told on standard error.
+  FlagReport flags;          ///< What is lacking was told, too.
 };
 
 /// Makes the target when only its last folder is missing. What the snapshot holds replaces what

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <numeric>
@@ -21,7 +22,9 @@ namespace halyard::snapwheel {
 
 namespace {
 
-constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
+constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '3'};
+// Without flags, which stand where that one has zeros.
+constexpr char kFlaglessMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
 constexpr char kFormerMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '1'};  // Without digests.
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 constexpr std::size_t kAlignment = 8;
@@ -31,7 +34,9 @@ struct Header {
   char magic[8];
   std::uint64_t length;  ///< Of the whole file.
   std::uint64_t root;    ///< Where the root's block stands.
-  std::uint64_t identityLength;
+  std::uint32_t identityLength;
+  std::uint16_t rootFlags;
+  std::uint16_t unused;
   host::ContentDigest digest;  ///< Of all that follows.
 };
 
@@ -39,6 +44,47 @@ struct BlockHeader {
   std::uint32_t count;
   std::uint32_t nameBytes;
 };
+
+/// Which flag each bit of an entry's flags stands for.
+constexpr std::array kFlagOfBit = {
+    FS_IMMUTABLE_FL, FS_APPEND_FL,  FS_NODUMP_FL,      FS_NOATIME_FL,
+    FS_SYNC_FL,      FS_DIRSYNC_FL, FS_NOCOW_FL,       FS_COMPR_FL,
+    FS_NOCOMP_FL,    FS_NOTAIL_FL,  FS_TOPDIR_FL,      FS_DAX_FL,
+    FS_SECRM_FL,     FS_UNRM_FL,    FS_PROJINHERIT_FL, FS_JOURNAL_DATA_FL};
+static_assert(std::accumulate(kFlagOfBit.begin(), kFlagOfBit.end(), host::InodeFlags{0},
+                              [](host::InodeFlags all, int flag) {
+                                return all | static_cast<host::InodeFlags>(flag);
+                              }) == host::kSettableFlags);
+/// No item is compressed and not compressed, so not all bits are set.
+constexpr std::uint16_t kUnknownFlags = 0xffff;
+
+std::uint16_t packed(const KnownFlags& flags) {
+  if (!flags) return kUnknownFlags;
+  unsigned bits = 0;
+  for (std::size_t bit = 0; bit < kFlagOfBit.size(); ++bit) {
+    if ((*flags & static_cast<host::InodeFlags>(kFlagOfBit[bit])) != 0) bits |= 1U << bit;
+  }
+  return static_cast<std::uint16_t>(bits);
+}
+
+KnownFlags unpacked(std::uint16_t bits) {
+  if (bits == kUnknownFlags) return std::nullopt;
+  host::InodeFlags flags = 0;
+  for (std::size_t bit = 0; bit < kFlagOfBit.size(); ++bit) {
+    if ((bits >> bit & 1U) != 0) flags |= static_cast<host::InodeFlags>(kFlagOfBit[bit]);
+  }
+  return flags;
+}
+
+bool isMagic(const char* bytes, const char (&magic)[8]) {
+  return std::memcmp(bytes, magic, sizeof magic) == 0;
+}
+
+/// The half of a former word that now is the mode comes first.
+bool hasKnownMagic(const char* bytes) {
+  return isMagic(bytes, kMagic) ||
+         (std::endian::native == std::endian::little && isMagic(bytes, kFlaglessMagic));
+}
 
 std::size_t aligned(std::size_t length) {
   return (length + kAlignment - 1) / kAlignment * kAlignment;
@@ -132,7 +178,7 @@ std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path,
   Header header{};
   if (isHollow || length < sizeof header ||
       ::pread(file.get(), &header, sizeof header, 0) != ssize_t{sizeof header} ||
-      std::memcmp(header.magic, kMagic, sizeof kMagic) != 0 || header.length != length ||
+      !hasKnownMagic(header.magic) || header.length != length ||
       !isSound(file.get(), length, header.digest)) {
     return nullptr;
   }
@@ -147,7 +193,7 @@ bool SourceIndex::isDamaged(const std::string& path) {
   if (!file) return errno != ENOENT;
   char magic[sizeof kFormerMagic] = {};
   const bool isFormer = ::pread(file.get(), magic, sizeof magic, 0) == ssize_t{sizeof magic} &&
-                        std::memcmp(magic, kFormerMagic, sizeof magic) == 0;
+                        isMagic(magic, kFormerMagic);
   if (isFormer) return false;
   const auto index = open(path);
   return index == nullptr;
@@ -160,6 +206,8 @@ bool SourceIndex::readHeader(std::optional<std::string_view> identity) {
   std::memcpy(&header, bytes_, sizeof header);
   if (header.identityLength > length_ - sizeof header) return false;
   root_ = header.root;
+  hasFlags_ = isMagic(header.magic, kMagic);
+  rootFlags_ = header.rootFlags;
   return !identity || *identity == std::string_view(bytes_ + sizeof header, header.identityLength);
 }
 
@@ -197,6 +245,14 @@ SourceIndex::Folder SourceIndex::at(std::uint64_t offset) const {
   folder.count_ = header.count;
   folder.names_ = names;
   return folder;
+}
+
+KnownFlags SourceIndex::flagsOf(const IndexEntry& entry) const {
+  return unpacked(hasFlags_ ? entry.flags : kUnknownFlags);
+}
+
+KnownFlags SourceIndex::flagsOfRoot() const {
+  return unpacked(hasFlags_ ? rootFlags_ : kUnknownFlags);
 }
 
 SourceIndex::Folder SourceIndex::below(const IndexEntry& entry) const {
@@ -254,8 +310,13 @@ void SourceIndexWriter::enter(const char* name, const struct stat& status, bool 
   IndexEntry entry;
   entry.inode = status.st_ino;
   entry.changeTime = trusted ? changeTimeOf(status) : kUntrusted;
-  entry.mode = status.st_mode;
+  entry.mode = static_cast<std::uint16_t>(status.st_mode);
+  entry.flags = kUnknownFlags;
   open_.push_back({name, entry, {}, {}});
+}
+
+void SourceIndexWriter::setFolderFlags(const KnownFlags& flags) {
+  open_.back().entry.flags = packed(flags);
 }
 
 void SourceIndexWriter::leave() {
@@ -264,18 +325,20 @@ void SourceIndexWriter::leave() {
   folder.entry.size = writeBlock(folder);
   if (open_.empty()) {
     root_ = folder.entry.size;
+    rootFlags_ = folder.entry.flags;
   } else {
     append(open_.back(), folder.name.c_str(), folder.entry);
   }
 }
 
 void SourceIndexWriter::add(const char* name, const struct stat& status, bool trusted,
-                            const host::ContentDigest& digest) {
+                            const host::ContentDigest& digest, const KnownFlags& flags) {
   IndexEntry entry;
   entry.inode = status.st_ino;
   entry.changeTime = trusted ? changeTimeOf(status) : kUntrusted;
   entry.size = static_cast<std::uint64_t>(status.st_size);
-  entry.mode = status.st_mode;
+  entry.mode = static_cast<std::uint16_t>(status.st_mode);
+  entry.flags = packed(flags);
   entry.digest = digest;
   append(open_.back(), name, entry);
 }
@@ -315,7 +378,8 @@ bool SourceIndexWriter::finish() {
   std::memcpy(header.magic, kMagic, sizeof kMagic);
   header.length = position_;
   header.root = root_;
-  header.identityLength = identityLength_;
+  header.identityLength = static_cast<std::uint32_t>(identityLength_);
+  header.rootFlags = rootFlags_;
   header.digest = digester_.digest();
   bool whole = std::fseek(file_, 0, SEEK_SET) == 0;
   write(&header, sizeof header);

@@ -8,6 +8,8 @@
 // changes one of them sets the change time, and no call sets it back. The next walk so needs one
 // stat(2) for an unchanged item, and none in the snapshot. What changed is compared by its digest.
 //
+// Inode flags stand in the index alone: a copy with flags of its own could not be removed.
+//
 // The file: a header, then one block a folder, each after the blocks of the folders in it. A block
 // holds the entries in inode order, the order in which the walk meets them, and their names. The
 // header carries a digest of all the rest: an index with a wrong bit proves nothing.
@@ -24,6 +26,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/tree/inode_flags.h"
 #include "snapwheel/digest.h"
 
 namespace halyard::snapwheel {
@@ -33,13 +36,17 @@ struct IndexEntry {
   std::uint64_t inode = 0;
   std::int64_t changeTime = 0;  ///< Nanoseconds; kUntrusted when it proves nothing.
   std::uint64_t size = 0;       ///< Of a folder: where its block stands in the file.
-  std::uint32_t mode = 0;
+  std::uint16_t mode = 0;
+  std::uint16_t flags = 0;          ///< As SourceIndex::flagsOf reads them.
   std::uint32_t name = 0;           ///< Where the name begins among the block's names.
   host::ContentDigest digest = {};  ///< Of the copy; kNoDigest of what is no regular file, and of
                                     ///< a further name of one.
 };
 
 inline constexpr std::int64_t kUntrusted = 0;
+
+/// The inode flags of a regular file or folder; absent where they are not known.
+using KnownFlags = std::optional<host::InodeFlags>;
 
 /// An index that is being read. Whatever the file holds, nothing outside of it is touched.
 class SourceIndex {
@@ -77,6 +84,8 @@ class SourceIndex {
   SourceIndex& operator=(const SourceIndex&) = delete;
 
   Folder root() const { return at(root_); }
+  KnownFlags flagsOf(const IndexEntry& entry) const;
+  KnownFlags flagsOfRoot() const;
   /// The folder that an entry stands for; an empty one when the entry is no folder.
   Folder below(const IndexEntry& entry) const;
 
@@ -109,6 +118,8 @@ class SourceIndex {
   const char* bytes_;
   std::size_t length_;
   std::uint64_t root_ = 0;
+  bool hasFlags_ = false;
+  std::uint16_t rootFlags_ = 0;
   mutable std::vector<KnownFolder> folders_;  ///< The root first, each after its parent.
   mutable std::vector<KnownFile> files_;      ///< By inode.
 };
@@ -125,8 +136,10 @@ class SourceIndexWriter {
   /// Goes into a folder; the first call is for the root.
   void enter(const char* name, const struct stat& status, bool trusted);
   void leave();
+  /// What is known of the folder that was entered last.
+  void setFolderFlags(const KnownFlags& flags);
   void add(const char* name, const struct stat& status, bool trusted,
-           const host::ContentDigest& digest);
+           const host::ContentDigest& digest, const KnownFlags& flags = 0);
 
   /// False, and no index, when not everything could be written.
   bool finish();
@@ -148,6 +161,7 @@ class SourceIndexWriter {
   std::size_t identityLength_;
   std::uint64_t position_ = 0;
   std::uint64_t root_ = 0;
+  std::uint16_t rootFlags_ = 0;
   std::vector<OpenFolder> open_;
 };
 

@@ -51,21 +51,35 @@ bool WalkMemory::enter(const char* name, const struct stat& status) {
   noteOwner(status);
   writer_.enter(name, status, host::isBefore(status, began_));
   SourceIndex::Folder folder;
-  bool unchanged = false;
+  const IndexEntry* same = nullptr;
   const bool isRoot = folders_.empty();
   if (before_.index != nullptr && isRoot) {
     folder = before_.index->root();
   } else if (before_.index != nullptr) {
     if (const IndexEntry* entry = folders_.back().find(status.st_ino, name)) {
       folder = before_.index->below(*entry);
-      unchanged = isSame(*entry, status);
+      if (isSame(*entry, status)) same = entry;
     } else if (const IndexEntry* another = folders_.back().find(name)) {
       folder = before_.index->below(*another);  // Made anew: its files may be the same.
     }
   }
   folders_.push_back(std::move(folder));
   if (!isRoot) path_.emplace_back(name);
-  return unchanged;
+  isAtFolder_ = true;
+  carryFlags(same);
+  return same != nullptr;
+}
+
+/// The change time of an item moves with its flags.
+void WalkMemory::carryFlags(const IndexEntry* unchanged) {
+  flags_ = unchanged == nullptr ? std::nullopt : before_.index->flagsOf(*unchanged);
+  areFlagsCarried_ = flags_.has_value();
+  if (isAtFolder_) writer_.setFolderFlags(flags_);
+}
+
+void WalkMemory::sawFlags(host::InodeFlags flags) {
+  flags_ = flags;
+  if (isAtFolder_) writer_.setFolderFlags(flags_);
 }
 
 void WalkMemory::leave() {
@@ -77,11 +91,18 @@ void WalkMemory::leave() {
 bool WalkMemory::isUnchanged(const char* name, const struct stat& status) {
   noteOwner(status);
   digest_ = kNoDigest;
+  isAtFolder_ = false;
+  carryFlags(nullptr);
+  if (!S_ISREG(status.st_mode)) {
+    flags_ = 0;
+    areFlagsCarried_ = true;
+  }
   if (before_.index == nullptr) return false;
   const IndexEntry* entry = folders_.back().find(status.st_ino, name);
   if (entry == nullptr || !isSame(*entry, status) || !hasSize(*entry, status)) return false;
   if (S_ISREG(status.st_mode) && isDamaged(name)) return false;
   digest_ = entry->digest;
+  if (S_ISREG(status.st_mode)) carryFlags(entry);
   return true;
 }
 
@@ -116,12 +137,12 @@ bool WalkMemory::isMark(std::string_view name) const {
 }
 
 void WalkMemory::took(const char* name, const struct stat& status) {
-  if (isMark(name)) return writer_.add(name, status, false, kNoDigest);
-  writer_.add(name, status, host::isBefore(status, began_), digest_);
+  if (isMark(name)) return writer_.add(name, status, false, kNoDigest, flags_);
+  writer_.add(name, status, host::isBefore(status, began_), digest_, flags_);
 }
 
 void WalkMemory::tookTorn(const char* name, const struct stat& status) {
-  writer_.add(name, status, false, digest_);
+  writer_.add(name, status, false, digest_, flags_);
   tore_(pathOf(name));
 }
 

@@ -41,6 +41,8 @@ class WalkMemory final : public Digesting<host::TreeMemory> {
   bool isUnchanged(const char* name, const struct stat& status) override;
   Earlier earlier(const char* name, const struct stat& status) override;
   std::optional<Moved> movedFrom(const struct stat& status) override;
+  bool wantsFlags() override { return !areFlagsCarried_; }
+  void sawFlags(host::InodeFlags flags) override;
   host::ContentDigest digest() override { return digest_; }
   void took(const char* name, const struct stat& status) override;
   void tookTorn(const char* name, const struct stat& status) override;
@@ -52,6 +54,7 @@ class WalkMemory final : public Digesting<host::TreeMemory> {
   bool isDamaged(const char* name) const;
   std::string pathOf(const char* name) const;
   bool isMark(std::string_view name) const;
+  void carryFlags(const IndexEntry* unchanged);
   void noteOwner(const struct stat& status);
 
   SourceIndexWriter& writer_;
@@ -61,6 +64,9 @@ class WalkMemory final : public Digesting<host::TreeMemory> {
   std::vector<SourceIndex::Folder> folders_;  ///< Of the reference, down to where the walk is.
   std::vector<std::string> path_;             ///< Names of the folders below the root.
   std::optional<SourceIndex::Place> moved_;
+  bool isAtFolder_ = false;       ///< What was asked about last is a folder.
+  bool areFlagsCarried_ = false;  ///< Its flags are those of the index, or it can have none.
+  KnownFlags flags_;              ///< Of the file at hand.
   OwnerIds owners_;
   uid_t lastUser_;
   gid_t lastGroup_;

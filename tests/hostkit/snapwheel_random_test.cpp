@@ -15,7 +15,9 @@
 #include "snapshot_test.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/remove_snapshots.h"
+#include "snapwheel/restore_snapshot.h"
 #include "support/environment_number.h"
+#include "support/inode_flags.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -26,7 +28,7 @@ using test::numberFrom;
 class RandomChanges : public SnapshotTest {
  protected:
   void change() {
-    switch (below(14)) {
+    switch (below(15)) {
       case 0:
         return write(file(), O_TRUNC);
       case 1:
@@ -53,6 +55,8 @@ class RandomChanges : public SnapshotTest {
         return void(::symlink(std::to_string(below(5)).c_str(), file().c_str()));
       case 12:
         return void(host::removeTree(folder()));
+      case 13:
+        return changeFlags(below(2) == 0 ? file() : folder());
       default:
         return replaceKeepingTimes(file());
     }
@@ -91,6 +95,19 @@ class RandomChanges : public SnapshotTest {
     const char value = static_cast<char>('a' + below(26));
     (void)::lsetxattr(path.c_str(), "user.note", &value, 1, 0);
   }
+  void changeFlags(const std::string& path) {
+    (void)test::setFlags(path, below(2) == 0 ? FS_NODUMP_FL : FS_NODUMP_FL | FS_NOATIME_FL);
+  }
+  /// Flags are in no copy of the repository.
+  void expectToComeBack(const SnapshotOutcome& outcome) {
+    RestoreRequest request;
+    request.snapshotPath = repository_->path(outcome.name);
+    request.target = scratch_ / "target";
+    EXPECT_EQ(restoreSnapshot(request).failed, 0U);
+    EXPECT_EQ(listTree(request.target), expected());
+    EXPECT_EQ(test::listFlags(request.target), test::listFlags(source_));
+    EXPECT_TRUE(host::removeTree(request.target));
+  }
   /// Another file of the same size, mode and times under the same name.
   void replaceKeepingTimes(const std::string& path) {
     struct stat before {};
@@ -124,6 +141,7 @@ TEST_P(RandomChanges, AreAllInTheSnapshot) {
     const SnapshotOutcome outcome = take();
     ASSERT_EQ(listTree(volumeOf(outcome)), expected()) << "batch " << batch;
     ASSERT_TRUE(outcome.manifest.complete);
+    if (below(4) == 0) expectToComeBack(outcome);
     const std::vector<std::string> snapshots = repository_->list().snapshots;
     if (snapshots.size() > 4) removeSnapshots(*repository_, {snapshots[below(4)]});
   }

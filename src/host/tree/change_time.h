@@ -15,6 +15,10 @@ struct timespec timeOfChanges();
 /// the clock is at most 10 ms), two seconds on file systems that keep whole seconds.
 struct timespec tickOf(const struct stat& status);
 
+inline bool sameTime(const struct timespec& left, const struct timespec& right) {
+  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
 /// Whether the item has changed last so long before that moment that a change after it shows.
 bool isBefore(const struct stat& status, const struct timespec& moment);
 

@@ -15,7 +15,7 @@
 #include "host/files/system_call.h"
 #include "host/files/temporary_name.h"
 #include "host/tree/change_time.h"
-#include "host/tree/remove_tree.h"
+#include "host/tree/replace_item.h"
 
 namespace halyard::host {
 
@@ -23,12 +23,9 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0600;
 constexpr int kReadings = 3;
+constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 // Of a smaller file that changed, finding the blocks that did not costs more than they do.
 constexpr off_t kWorthSharingBlocks = off_t{1} << 20;
-
-bool sameTime(const struct timespec& left, const struct timespec& right) {
-  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
-}
 
 bool hasOtherNames(const struct stat& status) { return status.st_nlink > 1; }
 
@@ -84,18 +81,8 @@ int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
     error = make(temporary.c_str());
   }
   if (error != 0) return error;
-  const auto rename = [&] {
-    return errorOf(
-        [&] { return ::renameat(folders.target, temporary.c_str(), folders.target, name); });
-  };
-  error = rename();
-  if (error == EISDIR) {
-    error = removeTreeAt(folders.target, name).error().code;
-    if (error == 0) error = rename();
-  }
-  // Two names of one item are not renamed over each other: the temporary one would stay.
-  (void)errorOf([&] { return ::unlinkat(folders.target, temporary.c_str(), 0); });
-  return error;
+  return replaceItem(folders.target, temporary, name,
+                     options_.flagged ? Locks::opened : Locks::respected);
 }
 
 int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toName,
@@ -110,6 +97,10 @@ int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toNa
   error = ENOENT;
   if (memory_->isUnchanged(fromName, status)) {
     error = keep(folders, fromName, toName, status);
+    if (error == 0 && memory_->wantsFlags()) {
+      const Descriptor from(opener_.open(folders.source, fromName, kFileFlags));
+      if (from) noteFlags(from.get());
+    }
   }
   isTorn_ = false;
   if (isLinkRefusal(error)) error = copyAfresh(folders, fromName, toName, type);
@@ -161,13 +152,13 @@ int ItemCopier::copyAfresh(FolderPair& folders, const char* fromName, const char
 }
 
 int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* toName) {
-  const Descriptor from(opener_.open(folders.source, fromName,
-                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const Descriptor from(opener_.open(folders.source, fromName, kFileFlags));
   if (!from) return errno == ENXIO ? ELOOP : errno;
   struct stat status = {};
   if (const int error = errorOf([&] { return ::fstat(from.get(), &status); })) return error;
   if (!S_ISREG(status.st_mode)) return ELOOP;
   if (hasOtherNames(status)) {
+    noteFlags(from.get());
     // What was copied under another name was read then, and is not read once more.
     const int error = place(folders, toName, [&](const char* name) {
       return hardLinks_.link(status, folders.target, name);
@@ -176,6 +167,14 @@ int ItemCopier::copyFile(FolderPair& folders, const char* fromName, const char* 
   }
   if (memory_ == nullptr) return copyOpened(folders, from.get(), fromName, toName, status);
   return copyUntorn(folders, from.get(), fromName, toName, status);
+}
+
+/// What cannot be read stays unknown.
+void ItemCopier::noteFlags(int from) {
+  InodeFlags flags = 0;
+  if (memory_ != nullptr && memory_->wantsFlags() && readInodeFlags(from, flags) == 0) {
+    memory_->sawFlags(flags);
+  }
 }
 
 /// Waits until a change that follows has another change time than the last one.
@@ -194,6 +193,7 @@ int ItemCopier::copyUntorn(FolderPair& folders, int from, const char* fromName, 
   for (int reading = 1;; ++reading) {
     if (const int error = letSettle(from, status)) return error;
     const bool isSeen = isSettled(status);  // Each change from here on.
+    noteFlags(from);
     const TreeCopyReport before = report_;
     if (const int error = copyOpened(folders, from, fromName, toName, status)) return error;
     struct stat after = {};
@@ -213,6 +213,7 @@ int ItemCopier::copyOpened(FolderPair& folders, int from, const char* fromName, 
                            const struct stat& status) {
   int error = attributes_.read(AttributeItem::opened(from));
   if (error != 0) return error;
+  flagsOfContents_ = memory_ == nullptr ? 0 : memory_->flagsOfContents(fromName);
   EarlierFile base;
   error = shareEarlier(folders, from, fromName, toName, status, base);
   if (isLinkRefusal(error)) {
@@ -301,6 +302,10 @@ int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct sta
     error = errorOf([&] { return ::fstat(to, &made); });
     if (error != 0) return error;
     folders.firstMade = made;
+  }
+  InodeFlags lacking = 0;  // It is told when the file is given all its flags.
+  if (folders.handsDownFlags || flagsOfContents_ != 0) {
+    (void)setInodeFlags(to, flagsOfContents_, lacking);
   }
   error = copyData(folders, from, to, status, base);
   if (error == 0 && folders.handsDown) error = removeInheritedLists(to);

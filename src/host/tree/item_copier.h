@@ -25,13 +25,14 @@ namespace halyard::host {
 struct FolderPair {
   int source = -1;
   int target = -1;
-  int reference = -1;      ///< Where an earlier copy of the source folder stands; -1 for none.
-  bool replaces = false;   ///< Items may stand in the target already: they are replaced.
-  bool updates = false;    ///< The same items may stay.
-  FolderKinds there;       ///< What the target has, where a memory says what may stay.
-  bool handsDown = false;  ///< The target gives new items an access control list of its own.
-  bool changed = false;    ///< Something in the target was made or replaced.
-  int earlierRoot = -1;    ///< The root of the copy that the memory knows; -1 for none.
+  int reference = -1;           ///< Where an earlier copy of the source folder stands; -1 for none.
+  bool replaces = false;        ///< Items may stand in the target already: they are replaced.
+  bool updates = false;         ///< The same items may stay.
+  FolderKinds there;            ///< What the target has, where a memory says what may stay.
+  bool handsDown = false;       ///< The target gives new items an access control list of its own.
+  bool changed = false;         ///< Something in the target was made or replaced.
+  bool handsDownFlags = false;  ///< The target gives new items inode flags of its own.
+  int earlierRoot = -1;         ///< The root of the copy that the memory knows; -1 for none.
   /// The first file that was made in the target, as it came out: its owner, group and device are
   /// those of the next ones too.
   std::optional<struct stat> firstMade;
@@ -57,6 +58,7 @@ class ItemCopier {
   int keep(FolderPair& folders, const char* fromName, const char* toName,
            const struct stat& status);
   int copyFile(FolderPair& folders, const char* fromName, const char* toName);
+  void noteFlags(int from);
   int letSettle(int from, struct stat& status);
   int copyUntorn(FolderPair& folders, int from, const char* fromName, const char* toName,
                  struct stat status);
@@ -91,6 +93,7 @@ class ItemCopier {
   FileDataCopier data_;
   ExtendedAttributes attributes_;  ///< Of the item at hand.
   ExtendedAttributes earlierAttributes_;
+  InodeFlags flagsOfContents_ = 0;       ///< What the copy at hand gets first.
   bool isTorn_ = false;                  ///< It changed whenever it was read.
   std::optional<ContentDigest> digest_;  ///< Of the file at hand, once it was read to compare it.
 };

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "host/files/system_call.h"
+#include "host/tree/change_time.h"
 #include "host/tree/remove_tree.h"
 
 namespace halyard::host {
@@ -17,10 +18,6 @@ namespace halyard::host {
 namespace {
 
 constexpr mode_t kPrivateMode = 0700;
-
-bool sameTime(const struct timespec& left, const struct timespec& right) {
-  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
-}
 
 /// The rest of the tree will fare no better.
 bool endsEveryCopy(int error) { return error == ENOSPC || error == EDQUOT || error == EROFS; }
@@ -123,7 +120,12 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
     // A copy that was changed since is looked through, whatever is known of the source.
     level.isKnown = options_.memory->enter(isRoot ? "" : fromName, level.source) &&
                     sameTime(level.givenTime, level.source.st_mtim);
+    InodeFlags flags = 0;
+    if (options_.memory->wantsFlags() && readInodeFlags(source.get(), flags) == 0) {
+      options_.memory->sawFlags(flags);
+    }
   }
+  if (level.isMerged && level.flags != 0) options_.flagged(path_, level.flags);
   enterReference(fromName);
   source_.push(std::move(source), identity);
   target_.push(std::move(target), targetIdentity);
@@ -159,6 +161,8 @@ int TreeCopier::openTarget(int folder, const char* name, Descriptor& opened, Lev
     // Something else stands there and is replaced.
     level.isMerged = false;
     noteChange();
+    InodeFlags former = 0;
+    if (options_.flagged) (void)unlockItem(folder, name, former);  // A refusal shows below.
     error = errorOf([&] { return ::unlinkat(folder, name, 0); });
     if (error == 0) error = errorOf([&] { return ::mkdirat(folder, name, kPrivateMode); });
     if (error != 0) return error;
@@ -176,6 +180,9 @@ int TreeCopier::prepareTarget(int folder, Level& level) {
   if (const int error = errorOf([&] { return ::fstat(folder, &status); })) return error;
   level.givenTime = status.st_mtim;
   level.given = {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
+  if (options_.flagged) {
+    if (const int error = settleFlags(folder, level)) return error;
+  }
   if (level.isMerged) {
     level.handsDown = handsDownLists(folder);
     return 0;
@@ -183,6 +190,17 @@ int TreeCopier::prepareTarget(int folder, Level& level) {
   // Only a folder that was there before can have handed a list down to this one.
   const bool mayHaveLists = levels_.empty() || levels_.back().handsDown;
   return mayHaveLists ? removeInheritedLists(folder) : 0;
+}
+
+/// Unlocks a folder that was there; a new one gets no flags from the one that it is in.
+int TreeCopier::settleFlags(int folder, Level& level) const {
+  if (const int error = readInodeFlags(folder, level.flags)) return error;
+  const InodeFlags kept = level.isMerged ? level.flags & ~kLockingFlags : 0;
+  if (level.flags == kept) return 0;
+  InodeFlags lacking = 0;
+  const int error = setInodeFlags(folder, kept, lacking);
+  if (!level.isMerged) level.flags = lacking;
+  return error == 0 && (lacking & kLockingFlags) != 0 ? EPERM : error;
 }
 
 void TreeCopier::enterReference(const char* name) {
@@ -208,6 +226,7 @@ int TreeCopier::copyEntries() {
   folders.updates = options_.update && levels_.back().isMerged;
   folders.replaces = options_.intoExisting || options_.update;
   folders.handsDown = levels_.back().handsDown;
+  folders.handsDownFlags = (levels_.back().flags & ~kLockingFlags) != 0;
   folders.earlierRoot = earlierRoot_.get();
   int error = 0;
   if (folders.updates && options_.memory != nullptr) {

@@ -44,6 +44,7 @@ class TreeCopier {
     struct timespec givenTime;  ///< When the target folder was changed last.
     bool isMerged;              ///< The target folder was there before.
     bool handsDown;             ///< The target folder gives new items an access control list.
+    InodeFlags flags;           ///< Of the target folder, where they concern anybody.
     bool isKnown;               ///< As it was when the earlier copy was made, as far as names go.
     bool isChanged;             ///< Something in the target folder was made, replaced or removed.
     std::size_t pathLength;     ///< Of the relative path of the folder above.
@@ -57,6 +58,7 @@ class TreeCopier {
   int enter(int sourceFolder, const char* fromName, int targetFolder, const char* toName);
   int openTarget(int folder, const char* name, Descriptor& opened, Level& level);
   int prepareTarget(int folder, Level& level);
+  int settleFlags(int folder, Level& level) const;
   void enterReference(const char* name);
   int copyEntries();
   int copyEntry(FolderPair& folders, const FolderEntry& entry);

@@ -19,6 +19,7 @@
 
 #include "host/files/descriptor.h"
 #include "host/files/location.h"
+#include "host/tree/inode_flags.h"
 #include "host/tree/tree_memory.h"
 
 namespace halyard::host {
@@ -85,6 +86,11 @@ struct TreeCopyOptions {
   /// Changes what an item of the copy is to be given, before it is: its owner, its group and the
   /// values of its extended attributes. Null for nothing.
   std::function<void(struct stat& status, ExtendedAttributes& attributes)> adapt;
+  /// What stands in the target with flags that lock it (chattr +i, +a) is unlocked where it is in
+  /// the way, and new items get none of the flags that their folders hand down. Told of each
+  /// folder that was there with inode flags: what becomes of them is the caller's affair. Null:
+  /// flags are left alone.
+  std::function<void(std::string_view relativePath, InodeFlags flags)> flagged;
   /// What the caller remembers of the source at the time of the earlier copy, which is the
   /// reference, or in an update the destination: an item that it knows to be unchanged is not
   /// compared with that copy.

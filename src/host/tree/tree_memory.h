@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "host/tree/inode_flags.h"
+
 namespace halyard::host {
 
 /// Stands for the contents of a file, holes as zeros: equal for equal contents, and for others not.
@@ -57,6 +59,12 @@ class TreeMemory : public ContentWatcher {
   /// The same inode with the same size under another name. What it points to holds until the next
   /// call.
   virtual std::optional<Moved> movedFrom(const struct stat& status) = 0;
+  /// Whether the inode flags of the folder that was entered last, or of the regular file that
+  /// isUnchanged was asked about, are to be read and told.
+  virtual bool wantsFlags() { return false; }
+  virtual void sawFlags(InodeFlags /*flags*/) {}
+  /// Flags that the copy of the file must have before it has contents.
+  virtual InodeFlags flagsOfContents(const char* /*name*/) { return 0; }
   /// Of what was seen from begin() to end().
   virtual ContentDigest digest() = 0;
   /// The item that isUnchanged was asked about stands in the copy as `status` says.

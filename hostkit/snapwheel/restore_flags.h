@@ -1,0 +1,43 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
+// Gives what was restored its inode flags, once nothing is written any more.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "snapwheel/source_index.h"
+
+namespace halyard::snapwheel {
+
+/// A folder of the target that had flags before the restore.
+struct FlaggedFolder {
+  std::string path;  ///< Relative to the root.
+  host::InodeFlags flags = 0;
+};
+
+struct FlagReport {
+  std::uint64_t lacking = 0;  ///< Items that have not the flags that they are to have.
+  std::string firstLacking;   ///< Relative to the root.
+  std::uint64_t unknown = 0;  ///< Items whose flags the snapshot does not know.
+};
+
+/// Whether what stands at this path (relative to the root) was restored, or holds what was.
+enum class Part { none, holdsSome, all };
+using PartOf = std::function<Part(std::string_view path)>;
+
+/// Opens each item of the index that has flags, component by component and following no link, and
+/// gives it exactly these: in each folder its files first, and itself after all that is in it. What
+/// is not there is passed over. The folders that had flags before get them back where the snapshot
+/// does not know better.
+FlagReport giveFlags(const SourceIndex& index, int target, const PartOf& partOf,
+                     const std::vector<FlaggedFolder>& before);
+
+/// For a snapshot without an index.
+FlagReport giveFlagsBack(int target, const std::vector<FlaggedFolder>& before);
+
+}  // namespace halyard::snapwheel
