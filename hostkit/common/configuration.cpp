@@ -68,6 +68,33 @@ std::optional<std::vector<ConfigurationLine>> readConfiguration(
   return lines;
 }
 
+std::vector<ConfigurationLine> configurationLines(const std::string& path) {
+  std::vector<ConfigurationLine> lines;
+  const auto text = host::readFile(path, kLimit);
+  if (!text) return lines;
+  for (const std::string_view line : splitAt(*text, '\n')) {
+    auto parsed = parseLine(line);
+    if (parsed && !parsed->key.empty()) lines.push_back(std::move(*parsed));
+  }
+  return lines;
+}
+
+Status replaceConfigurationLines(const std::string& path, const std::vector<std::string_view>& keys,
+                                 const std::vector<ConfigurationLine>& lines) {
+  const auto text = host::readFile(path, kLimit);
+  if (!text && host::exists(path)) return Error{EIO, path};
+  if (!text && lines.empty()) return {};
+  const std::string before = text.value_or("");
+  std::string kept;
+  for (const std::string_view line : splitAt(trimLineFeeds(before), '\n')) {
+    const auto parsed = parseLine(line);
+    if (before.empty() || (parsed && std::ranges::find(keys, parsed->key) != keys.end())) continue;
+    kept.append(line).append("\n");
+  }
+  for (const ConfigurationLine& line : lines) kept += line.key + " = " + line.value + "\n";
+  return host::writeFile(path, kept, host::Durability::power);
+}
+
 Status addConfigurationLine(const std::string& path, std::string_view key, std::string_view value) {
   const auto before = host::readFile(path, kLimit);
   if (!before && host::exists(path)) return Error{EIO, path};

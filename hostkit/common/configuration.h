@@ -28,6 +28,15 @@ struct ConfigurationLine {
 std::optional<std::vector<ConfigurationLine>> readConfiguration(
     const std::string& path, const std::vector<std::string_view>& keys, std::string& problem);
 
+/// The lines of a file that are "key = value", whatever the others are: of a program that reads the
+/// file itself. None when it is not there or cannot be read.
+std::vector<ConfigurationLine> configurationLines(const std::string& path);
+
+/// Takes away every line of these keys and adds the given ones at the end, at once and for good;
+/// everything else stays as it is. EIO when what is there cannot be read.
+Status replaceConfigurationLines(const std::string& path, const std::vector<std::string_view>& keys,
+                                 const std::vector<ConfigurationLine>& lines);
+
 /// Adds a line "key = value" at the end, at once and for good. EIO when what is there cannot be
 /// read.
 Status addConfigurationLine(const std::string& path, std::string_view key, std::string_view value);

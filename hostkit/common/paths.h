@@ -47,6 +47,10 @@ inline constexpr char kMetricsFolder[] = "/var/lib/prometheus/node-exporter";
 inline constexpr char kMetricsFileName[] = "halyard.prom";
 inline constexpr char kTimerUnit[] = "halyard-backup.timer";
 inline constexpr char kBackupUnit[] = "halyard-backup.service";
+inline constexpr char kScrubFile[] = "/var/lib/halyard/scrub.json";
+inline constexpr char kScrubTimerUnit[] = "halyard-scrub.timer";
+inline constexpr char kScrubUnit[] = "halyard-scrub.service";
+inline constexpr char kScrubDropInFolder[] = "/etc/systemd/system/halyard-scrub.timer.d";
 inline constexpr char kTimerDropInFolder[] = "/etc/systemd/system/halyard-backup.timer.d";
 
 }  // namespace halyard::hostkit

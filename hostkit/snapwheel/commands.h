@@ -33,6 +33,10 @@ struct CommandOptions {
   bool prune = false;
   bool dryRun = false;
   bool allComputers = false;
+  bool force = false;  ///< Of delete: pinned ones, too.
+  std::string note;
+  std::string pattern;
+  bool isNow = false;  ///< Compares with what the host has now.
 };
 
 /// Takes a snapshot, and prunes afterwards when it is asked to and nothing was left out.
@@ -42,7 +46,13 @@ int runDelete(const CommandOptions& options);
 /// Makes the link "Latest" lead to the newest snapshot; removes it when there is none.
 int runLatest(const CommandOptions& options);
 int runPrune(const CommandOptions& options);
+int runPin(const CommandOptions& options);
+int runUnpin(const CommandOptions& options);
 int runRestore(const CommandOptions& options);
+/// Tells what differs; success whether anything does or not.
+int runDiff(const CommandOptions& options);
+/// Finds files in all snapshots; success whether there are any or not.
+int runFind(const CommandOptions& options);
 int runCheck(const CommandOptions& options);
 
 }  // namespace halyard::snapwheel

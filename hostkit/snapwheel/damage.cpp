@@ -6,8 +6,7 @@
 #include <cerrno>
 
 #include "base/text.h"
-#include "host/files/files.h"
-#include "snapwheel/record_file.h"
+#include "common/record_file.h"
 
 namespace halyard::snapwheel {
 
@@ -20,7 +19,7 @@ constexpr char kDamageName[] = "damaged";
 
 DamageRecord readDamage(const std::string& snapshotPath) {
   DamageRecord record;
-  const RecordFile file = readRecordFile(snapshotPath, kDamageName, kDamageLimit);
+  const hostkit::RecordFile file = hostkit::readRecordFile(snapshotPath, kDamageName, kDamageLimit);
   record.isUnreadable = file.stands && !file.bytes;
   if (!file.bytes) return record;
   for (const std::string_view path : splitAt(*file.bytes, '\0')) {
@@ -30,15 +29,13 @@ DamageRecord readDamage(const std::string& snapshotPath) {
 }
 
 Status writeDamage(const std::string& snapshotPath, const std::unordered_set<std::string>& paths) {
-  const std::string file = recordPath(snapshotPath, kDamageName);
-  if (paths.empty()) return removeRecordFile(snapshotPath, kDamageName);
+  if (paths.empty()) return hostkit::removeRecordFile(snapshotPath, kDamageName);
   std::string text;
   for (const std::string& path : paths) text.append(path).push_back('\0');
-  if (text.size() > kDamageLimit) return Error{EFBIG, file};  // Nobody would read it.
-  if (host::isRealDirectory(file)) {
-    if (Status removed = removeRecordFile(snapshotPath, kDamageName); !removed) return removed;
+  if (text.size() > kDamageLimit) {  // Nobody would read it.
+    return Error{EFBIG, hostkit::recordPath(snapshotPath, kDamageName)};
   }
-  return host::writeFile(file, text);
+  return hostkit::writeRecordFile(snapshotPath, kDamageName, text);
 }
 
 }  // namespace halyard::snapwheel

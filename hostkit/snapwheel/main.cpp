@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -12,6 +13,7 @@
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/program.h"
+#include "common/waiting.h"
 #include "snapwheel/commands.h"
 #include "snapwheel/settings.h"
 
@@ -55,6 +57,14 @@ void addCommonOptions(CLI::App& app, CommandOptions& options) {
       "--quiet", [] { hostkit::setQuiet(true); }, "No notes on standard error");
 }
 
+void addWait(CLI::App& app) {
+  app.add_option_function<unsigned>(
+         "--wait", [](const unsigned& seconds) { hostkit::setWait(std::chrono::seconds(seconds)); },
+         "Wait so long for another process that makes or removes snapshots")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0U, static_cast<unsigned>(hostkit::kLongestWait.count())));
+}
+
 void addSnapshot(CLI::App& app, CommandOptions& options, Command& command) {
   CLI::App* word = app.add_subcommand("snapshot", "Take a snapshot of this host");
   word->add_option("--source", options.source, "The root of the volume (default: /)")
@@ -75,8 +85,26 @@ void addList(CLI::App& app, CommandOptions& options, Command& command) {
 
 void addDelete(CLI::App& app, CommandOptions& options, Command& command) {
   CLI::App* word = app.add_subcommand("delete", "Remove snapshots");
-  word->add_option("SNAPSHOT", options.names, "Names, paths or \"latest\"")->required();
+  word->add_option("SNAPSHOT", options.names, "Names, beginnings of names, paths or \"latest\"")
+      ->required();
+  word->add_flag("--force", options.force, "Pinned ones, too");
   word->callback([&command] { command = snapwheel::runDelete; });
+}
+
+void addOneSnapshot(CLI::App& word, CommandOptions& options) {
+  word.add_option("SNAPSHOT", options.names, "A name, the beginning of one, a path or \"latest\"")
+      ->required()
+      ->expected(1);
+}
+
+void addPins(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* pin = app.add_subcommand("pin", "Keep a snapshot whatever the rules say");
+  addOneSnapshot(*pin, options);
+  pin->add_option("--note", options.note, "What for")->type_name("TEXT");
+  pin->callback([&command] { command = snapwheel::runPin; });
+  CLI::App* unpin = app.add_subcommand("unpin", "Let the rules decide again");
+  addOneSnapshot(*unpin, options);
+  unpin->callback([&command] { command = snapwheel::runUnpin; });
 }
 
 void addLatest(CLI::App& app, Command& command) {
@@ -93,9 +121,7 @@ void addPrune(CLI::App& app, CommandOptions& options, Command& command) {
 
 void addRestore(CLI::App& app, CommandOptions& options, Command& command) {
   CLI::App* word = app.add_subcommand("restore", "Put a snapshot onto a folder");
-  word->add_option("SNAPSHOT", options.names, "A name, a path or \"latest\"")
-      ->required()
-      ->expected(1);
+  addOneSnapshot(*word, options);
   word->add_option("--to", options.restore.target, "The folder, usually a mounted empty volume")
       ->type_name("DIR")
       ->required();
@@ -106,6 +132,24 @@ void addRestore(CLI::App& app, CommandOptions& options, Command& command) {
   word->add_flag("--map-owners", options.restore.mapOwners,
                  "Give owners the numbers that their names have on this host");
   word->callback([&command] { command = snapwheel::runRestore; });
+}
+
+void addDiff(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("diff", "Tell what differs between two snapshots");
+  word->add_option("SNAPSHOT", options.names,
+                   "The older one, the newer one unless --now, and paths that are meant")
+      ->required();
+  word->add_flag("--now", options.isNow, "Compare with what the host has now");
+  word->add_flag("--json", options.json, "As JSON");
+  word->callback([&command] { command = snapwheel::runDiff; });
+}
+
+void addFind(CLI::App& app, CommandOptions& options, Command& command) {
+  CLI::App* word = app.add_subcommand("find", "Find files in all snapshots");
+  word->add_option("PATTERN", options.pattern, "A shell pattern; with a \"/\" of whole paths")
+      ->required();
+  word->add_flag("--json", options.json, "As JSON");
+  word->callback([&command] { command = snapwheel::runFind; });
 }
 
 /// "2/7". Throws what the parser tells as a wrong usage.
@@ -158,12 +202,16 @@ int main(int count, char** words) {
   hostkit::prepareCommandLine(app);
   app.fallthrough();
   addCommonOptions(app, options);
+  addWait(app);
   addSnapshot(app, options, command);
   addList(app, options, command);
   addDelete(app, options, command);
+  addPins(app, options, command);
   addLatest(app, command);
   addPrune(app, options, command);
   addRestore(app, options, command);
+  addDiff(app, options, command);
+  addFind(app, options, command);
   addCheck(app, options, command);
   return hostkit::runProgram(app, hostkit::wordsOf(count, words), [&] { return command(options); });
 }

@@ -92,6 +92,15 @@ void keepOfWhole(const Repository& repository, const RetentionRules& rules, Inst
   if (newestGood != nullptr && !newestGood->verdict.keep) newestGood->verdict = {true, kNewestGood};
 }
 
+void keepPinned(const Repository& repository, std::vector<PlannedRemoval>& plan) {
+  for (PlannedRemoval& item : plan) {
+    item.pin = hostkit::readPin(repository.path(item.name));
+    if (!item.pin) continue;
+    const bool isKeptByRule = item.verdict.keep && item.verdict.reason != kNewestIsNotGood;
+    item.verdict = {true, isKeptByRule ? item.verdict.reason + ", " + kPinned : kPinned};
+  }
+}
+
 }  // namespace
 
 std::string settleLatest(const Repository& repository, const std::string& without) {
@@ -122,10 +131,11 @@ std::vector<PlannedRemoval> planPrune(const Repository& repository, const Retent
   const bool good = mayReplace(repository, names);
   std::vector<PlannedRemoval> plan;
   for (std::size_t index = 0; index < names.size(); ++index) {
-    plan.push_back({names[index], verdicts[index]});
+    plan.push_back({names[index], verdicts[index], std::nullopt});
     if (!good && !plan.back().verdict.keep) plan.back().verdict = {true, kNewestIsNotGood};
   }
   if (good) keepOfWhole(repository, rules, now, plan);
+  keepPinned(repository, plan);
   return plan;
 }
 

@@ -4,9 +4,11 @@
 // Removes snapshots: named ones, and those that no retention rule keeps.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "common/snapshot_pin.h"
 #include "snapwheel/repository.h"
 #include "snapwheel/retention.h"
 
@@ -14,6 +16,7 @@ namespace halyard::snapwheel {
 
 /// The reason to keep what the rules would let go.
 inline constexpr char kNewestIsNotGood[] = "newest is not good";
+inline constexpr char kPinned[] = "pinned";
 inline constexpr char kNewestGood[] = "newest without torn files";
 
 /// Makes "Latest" lead to the newest complete snapshot other than `without`, or removes it when
@@ -32,12 +35,13 @@ void removeSnapshots(const Repository& repository, const std::vector<std::string
 struct PlannedRemoval {
   std::string name;
   Verdict verdict;
+  std::optional<hostkit::Pin> pin;
 };
 
 /// Judges every complete snapshot of the host, oldest first. Nothing is to go unless the newest
 /// snapshot is a good one: nothing was left out of it, and the backup of the services that it
-/// carries is whole. When files changed while it was read, the newest one of which that is not true
-/// stays, too.
+/// carries is whole. A pinned snapshot stays in any case. When files changed while it was read, the
+/// newest one of which that is not true stays, too.
 std::vector<PlannedRemoval> planPrune(const Repository& repository, const RetentionRules& rules);
 
 }  // namespace halyard::snapwheel

@@ -14,6 +14,7 @@
 
 #include "base/text.h"
 #include "common/paths.h"
+#include "common/snapshot_choice.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/files/system_call.h"
@@ -145,10 +146,6 @@ HostFolderListing Repository::list() const {
 
 std::string Repository::find(const std::string& word) const {
   const std::vector<std::string> snapshots = list().snapshots;
-  if (equalsIgnoringCase(word, paths::kLatestName)) {
-    if (snapshots.empty()) throw Failure("there is no snapshot in " + hostFolder_);
-    return snapshots.back();
-  }
   std::string name = word;
   if (word.find('/') != std::string::npos) {
     name = lastPathComponent(word);
@@ -159,8 +156,9 @@ std::string Repository::find(const std::string& word) const {
                       given.st_dev == meant.st_dev;
     if (!same) throw Failure(word + " is no snapshot of " + hostFolder_);
   }
-  if (std::find(snapshots.begin(), snapshots.end(), name) != snapshots.end()) return name;
-  throw Failure("there is no snapshot \"" + word + "\" in " + hostFolder_);
+  std::string problem;
+  if (auto found = hostkit::chooseName(snapshots, name, problem)) return *found;
+  throw Failure(problem + " in " + hostFolder_);
 }
 
 std::optional<std::string> Repository::latest() const {

@@ -20,12 +20,13 @@
 #include <vector>
 
 #include "base/result.h"
+#include "common/record_file.h"
 #include "host/files/descriptor.h"
 #include "product/snapshot_name.h"
 
 namespace halyard::snapwheel {
 
-inline constexpr std::string_view kRecordFolder = ".snapwheel";
+using hostkit::kRecordFolder;
 inline constexpr std::string_view kLockFile = ".lock";
 
 /// Names found in a host's folder, each list in ascending order.
@@ -63,7 +64,7 @@ class Repository {
   /// must seem to be missing that is there.
   HostFolderListing list() const;
 
-  /// The complete snapshot that a user's word means: its name, "latest", or its path. Throws
+  /// The complete snapshot that a user's word means: its path, or what chooseName takes. Throws
   /// Failure when there is none.
   std::string find(const std::string& word) const;
 

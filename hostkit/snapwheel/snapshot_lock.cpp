@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "base/text.h"
+#include "common/waiting.h"
 #include "host/files/files.h"
 #include "snapwheel/failure.h"
 
@@ -45,8 +46,13 @@ void leaveName(int descriptor) {
 host::Descriptor lock(const std::string& path) {
   host::Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode));
   if (!file) throw Failure(errorText(path, errno));
-  if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    const int error = errno;
+  int error = 0;
+  const auto attempt = [&] {
+    error = ::flock(file.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+    return error != EWOULDBLOCK;
+  };
+  (void)hostkit::waitFor(attempt, [&] { return holder(file.get()); });
+  if (error != 0) {
     if (error == EWOULDBLOCK) {
       throw Failure("a snapshot is being made or removed by " + holder(file.get()) + " (" + path +
                         " is locked)",

@@ -17,7 +17,8 @@ namespace halyard::snapwheel {
 /// when the process ends, however it ends.
 class SnapshotLock {
  public:
-  /// Throws Failure at once when another process holds one of them, naming it where it is known.
+  /// Waits as waiting.h says while another process holds one of them; throws Failure then, naming
+  /// it where it is known.
   explicit SnapshotLock(const Repository& repository,
                         const std::string& machineLock = defaultMachineLock());
 

@@ -32,6 +32,7 @@
 #include "snapwheel/damage.h"
 #include "snapwheel/digest.h"
 #include "snapwheel/source_index.h"
+#include "snapwheel/writable_snapshot.h"
 
 namespace halyard::snapwheel {
 
@@ -264,13 +265,8 @@ class Verification {
     paths.swap(stillDamaged_);
     // One that cannot be read stands for all that it may name, until all was read.
     if (earlier_.isUnreadable ? part_.count > 1 : paths == earlier_.paths) return;
-    const host::Descriptor folder = repository_.open();
-    const bool isLocked = host::isSubvolume(folder.get(), name_);
-    // A refusal shows in the next call.
-    if (isLocked) (void)host::setSubvolumeReadOnly(folder.get(), name_, false);
+    const WritableSnapshot writable(repository_, name_);
     const Status kept = writeDamage(snapshot, paths);
-    // A precaution; nothing rests on it.
-    if (isLocked) (void)host::setSubvolumeReadOnly(folder.get(), name_, true);
     // Of one that was removed meanwhile nothing is to be kept.
     if (!kept && host::exists(snapshot)) report_.unrecorded.push_back(kept.error());
   }

@@ -192,7 +192,7 @@ TEST_F(HelmsmanRestore, RefusesAServiceOrASnapshotThatIsNotThere) {
               HasSubstr("there is no service 'nothing'; there are: depotHost (shares), "
                         "postHost (mail)"));
   EXPECT_THAT(helmsman({"restore", "depot", "--yes", "--from", "2025"}).err,
-              HasSubstr("'2025' is no snapshot of this host"));
+              HasSubstr("there is no snapshot \"2025\""));
   EXPECT_THAT(helmsman({"restore", "post", "--yes"}).err,
               HasSubstr("no descriptor of postHost is installed"));
   root.makeFolder(std::string(kHostFolder) + "/2026-11-21-020000.inProgress");

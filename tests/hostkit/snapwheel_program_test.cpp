@@ -12,6 +12,7 @@
 
 #include "host/files/descriptor.h"
 #include "host_kit_root.h"
+#include "support/mounts.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -224,6 +225,44 @@ TEST_F(SnapwheelProgram, WaitsForNobodyWhoHoldsTheLock) {
   const CommandResult result = snapwheel({"snapshot"});
   EXPECT_EQ(result.status, 3);
   EXPECT_THAT(result.err, HasSubstr("process 1 on elsewhere"));
+}
+
+TEST_F(SnapwheelProgram, ComparesASnapshotWithTheHostAndWithAnother) {
+  const std::string first = take();
+  EXPECT_EQ(snapwheel({"diff", first, "--now", "/srv"}).out, "");
+  root.writeFile("/srv/data", "DATA");
+  root.writeFile("/srv/\x1b[2J", "");
+  const CommandResult now = snapwheel({"diff", "latest", "--now", "/srv"});
+  EXPECT_EQ(now.status, 0) << now.err;
+  EXPECT_EQ(now.out, "added    /srv/\\x1B[2J\nchanged  /srv/data  (contents, attributes)\n");
+  const std::string second = take();
+  EXPECT_EQ(snapwheel({"diff", first, second, "/srv"}).out, now.out);
+  EXPECT_EQ(snapwheel({"diff", first}).status, 2);
+  EXPECT_EQ(snapwheel({"diff", first, "2001"}).status, 1);
+}
+
+TEST_F(SnapwheelProgram, WhatIsMountedUponAFolderIsNotComparedWithTheHost) {
+  root.writeFile("/mnt/below", "hidden");
+  take();
+  const auto mount = test::TestMount::memory(root.path("/mnt"), "size=64k");
+  if (!mount.isMounted()) GTEST_SKIP() << "nothing can be mounted";
+  root.writeFile("/mnt/above", "of another file system");
+  const CommandResult now = snapwheel({"diff", "latest", "--now", "/mnt"});
+  EXPECT_EQ(now.status, 0) << now.err;
+  EXPECT_EQ(now.out, "");
+}
+
+TEST_F(SnapwheelProgram, FindsAFileInItsSnapshots) {
+  const std::string first = take();
+  const std::string second = take();
+  const CommandResult found = snapwheel({"find", "data"});
+  EXPECT_EQ(found.status, 0) << found.err;
+  EXPECT_THAT(found.out, HasSubstr("/srv/data"));
+  EXPECT_THAT(found.out, HasSubstr(first + " to " + second + " (2)"));
+  EXPECT_EQ(snapwheel({"find", ""}).status, 2);
+  const CommandResult none = snapwheel({"find", "no such file"});
+  EXPECT_EQ(none.status, 0);
+  EXPECT_THAT(none.err, HasSubstr("no snapshot holds it"));
 }
 
 TEST_F(SnapwheelProgram, RefusesWhatItDoesNotUnderstand) {

@@ -96,7 +96,8 @@ TEST_F(RepositoryTest, FindsASnapshotByNameByPathAndAsTheLatest) {
   EXPECT_EQ(repository_.find("latest"), kTwo);
   EXPECT_EQ(repository_.find(repository_.path(kOne)), kOne);
   EXPECT_EQ(repository_.find(repository_.path(kOne) + "/"), kOne);
-  for (const char* word : {"2026-01-03-000000", "notes", "", "/etc"}) {
+  EXPECT_EQ(repository_.find("2026-01-01"), kOne);
+  for (const char* word : {"2026-01-03-000000", "notes", "", "/etc", "2026-01-0", "2026-01-01x"}) {
     EXPECT_THROW((void)repository_.find(word), Failure) << word;
   }
 }

@@ -9,6 +9,7 @@
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/paths.h"
+#include "common/waiting.h"
 #include "helmsman/program/pid_file_state.h"
 #include "host/files/files.h"
 #include "product/paths.h"
@@ -62,7 +63,12 @@ bool halyardIsReady(int& status) {
 
 bool noHalyardRuns(int& status) {
   status = kFailure;
-  PidFileState state = pidFileState();
+  PidFileState state;
+  const auto isDone = [&state] {
+    state = pidFileState();
+    return state.owner != PidFileState::Owner::halyard || state.isStuck();
+  };
+  (void)waitFor(isDone, [&state] { return describe(state); });
   if (state.isLeftover()) {
     if (removeLeftoverPidFile()) printNote(describe(state) + "; removed it");
     state = pidFileState();

@@ -44,8 +44,8 @@ host::TaskResult runHalyard(const std::vector<std::string>& words,
                             const host::TaskOptions& options = {},
                             Diagnostics diagnostics = Diagnostics::off);
 
-/// Whether no Halyard is at work. A leftover pid file is removed, with a note. Otherwise the reason
-/// is printed and the exit status for it is in `status`.
+/// Whether no Halyard is at work; waits as waiting.h says while one is. A leftover pid file is
+/// removed, with a note. Otherwise the reason is printed and the exit status for it is in `status`.
 bool noHalyardRuns(int& status);
 
 /// Whether Halyard can be run for a command now: setup is done, the program is there, no other

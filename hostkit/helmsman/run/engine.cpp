@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/json_members.h"
+#include "common/waiting.h"
 
 namespace halyard::hostkit {
 
@@ -30,6 +31,13 @@ std::vector<std::string> linesOf(const host::TaskResult& result) {
   return lines;
 }
 
+/// It waits for another one as long as this process still does.
+std::vector<std::string> patient(std::vector<std::string> words) {
+  const auto left = waitLeft();
+  if (left.count() != 0) words.insert(words.end(), {"--wait", std::to_string(left.count())});
+  return words;
+}
+
 /// The line of the engine that says what went wrong, or its status.
 std::string reasonOf(const host::TaskResult& result) {
   const std::vector<std::string> lines = linesOf(result);
@@ -40,7 +48,7 @@ std::string reasonOf(const host::TaskResult& result) {
 }  // namespace
 
 EngineSnapshot takeSnapshot(const RunEngine& runEngine, const std::vector<std::string>& leftOut) {
-  std::vector<std::string> words = {"snapshot", "--json"};
+  std::vector<std::string> words = patient({"snapshot", "--json"});
   for (const std::string& path : leftOut) {
     if (path.find_first_of("*?[\\") != std::string::npos) continue;
     words.insert(words.end(), {"--exclude", path});
@@ -76,7 +84,7 @@ std::vector<std::string> snapshotsToPrune(const RunEngine& runEngine) {
 }
 
 std::string pruneSnapshots(const RunEngine& runEngine) {
-  const host::TaskResult result = runEngine({"prune"});
+  const host::TaskResult result = runEngine(patient({"prune"}));
   return result.status == 0 ? std::string() : reasonOf(result);
 }
 

@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "common/paths.h"
 #include "common/times.h"
+#include "common/waiting.h"
 #include "helmsman/settings/folders.h"
 #include "host/files/files.h"
 
@@ -42,9 +43,13 @@ Result<host::Descriptor> lockHost(HostUse use, const std::string& command) {
   if (!file) return Error{errno, kRunLock};
   (void)::fchmod(file.get(), kLockMode);  // One of an earlier version.
   struct flock lock = exclusive(use == HostUse::backup ? 0 : 1, 0);
-  if (::fcntl(file.get(), F_OFD_SETLK, &lock) != 0) {
-    return Error{errno == EACCES ? EAGAIN : errno, kRunLock};
-  }
+  int error = 0;
+  const auto attempt = [&] {
+    error = ::fcntl(file.get(), F_OFD_SETLK, &lock) == 0 ? 0 : errno;
+    return error != EACCES && error != EAGAIN;
+  };
+  if (!waitFor(attempt, [] { return hostHolder().text; })) return Error{EAGAIN, kRunLock};
+  if (error != 0) return Error{error, kRunLock};
   const std::string holder =
       "helmsman " + command + " (process " + std::to_string(::getpid()) + ")\n";
   // Only told to others: a failure costs them the name.
@@ -52,12 +57,6 @@ Result<host::Descriptor> lockHost(HostUse use, const std::string& command) {
     (void)!::pwrite(file.get(), holder.data(), holder.size(), 0);
   }
   return file;
-}
-
-bool isHeldByBackup() {
-  const host::Descriptor file(::open(kRunLock, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-  struct flock lock = exclusive(0, 1);
-  return file && ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 HostHolder hostHolder() {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/result.h"
+#include "common/running_backup.h"
 #include "helmsman/program/pid_file_state.h"
 #include "host/files/descriptor.h"
 
@@ -17,13 +18,10 @@ namespace halyard::hostkit {
 /// each keeps every other one out, and the first byte tells whether a backup runs.
 enum class HostUse { backup, change };
 
-/// Takes the lock, and never waits for it: EAGAIN while another process holds it. The kernel gives
-/// it back with the descriptor, which no child inherits, however the process ends. `command` is the
-/// word of helmsman, for others to tell.
+/// Takes the lock. Waits as waiting.h says while another process holds it; EAGAIN then. The kernel
+/// gives it back with the descriptor, which no child inherits, however the process ends. `command`
+/// is the word of helmsman, for others to tell.
 Result<host::Descriptor> lockHost(HostUse use, const std::string& command);
-
-/// Whether a backup holds the lock; asking takes nothing.
-bool isHeldByBackup();
 
 /// Who took the lock last.
 struct HostHolder {

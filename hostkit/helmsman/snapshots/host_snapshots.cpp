@@ -11,6 +11,7 @@
 #include "common/incomplete_mark.h"
 #include "common/paths.h"
 #include "common/safe_folder.h"
+#include "common/snapshot_choice.h"
 #include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/computer_name.h"
@@ -27,13 +28,6 @@ namespace {
 constexpr char kAbsentMark[] = "not-on-this-host";
 constexpr mode_t kMarkMode = 0644;
 using Reasons = std::vector<std::string>;
-
-const Snapshot* newestComplete(const std::vector<Snapshot>& snapshots) {
-  for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
-    if (!snapshot->inProgress && beginOf(*snapshot)) return &*snapshot;
-  }
-  return nullptr;
-}
 
 // Sorts the services of the metadata folder into those that are whole and the others.
 void readServices(Snapshot& snapshot) {
@@ -121,6 +115,7 @@ Snapshot readSnapshot(const std::string& path) {
   snapshot.name = lastPathComponent(path);
   snapshot.path = path;
   snapshot.inProgress = isInProgress(snapshot.name);
+  if (!snapshot.inProgress) snapshot.pin = readPin(path);
   snapshot.metadataFolder = findSnapshotMetadataFolder(path, [&](const std::string& volume) {
     const std::string folder = joinPath(path, volume) + paths::kMetadataFolder;
     snapshot.hasSignature =
@@ -156,30 +151,17 @@ std::vector<Snapshot> snapshotsIn(const std::string& folder) {
 
 std::optional<Snapshot> findSnapshot(const std::vector<Snapshot>& snapshots, std::string_view typed,
                                      std::string& problem) {
-  if (typed.empty() || equalsIgnoringCase(typed, paths::kLatestName)) {
-    if (const Snapshot* newest = newestComplete(snapshots)) return *newest;
-    problem = "there is no snapshot of this host yet";
-    return std::nullopt;
-  }
   if (typed.starts_with('/')) {
     const std::string path(typed);
     if (host::isDirectory(path)) return readSnapshot(path);
     problem = path + " is no folder";
     return std::nullopt;
   }
-  const Snapshot* found = nullptr;
-  int fitting = 0;
-  for (const Snapshot& snapshot : snapshots) {
-    if (snapshot.name == typed) return snapshot;
-    if (!snapshot.name.starts_with(typed)) continue;
-    found = &snapshot;
-    ++fitting;
-  }
-  if (fitting == 1) return *found;
-  problem = "'" + std::string(typed) + "' " +
-            (fitting == 0 ? "is no snapshot of this host"
-                          : "is the beginning of " + std::to_string(fitting) + " snapshots") +
-            " (see: helmsman snapshots)";
+  std::vector<std::string> names;
+  for (const Snapshot& snapshot : snapshots) names.push_back(snapshot.name);
+  const auto name = chooseName(names, typed.empty() ? paths::kLatestName : typed, problem);
+  if (name) return *std::ranges::find(snapshots, *name, &Snapshot::name);
+  problem += " (see: helmsman snapshots)";
   return std::nullopt;
 }
 

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/snapshot_pin.h"
+
 namespace halyard::hostkit {
 
 /// A service that a snapshot holds in part.
@@ -23,6 +25,7 @@ struct Snapshot {
   std::string path;
   bool inProgress = false;            ///< Its name ends in ".inProgress".
   bool isLatest = false;              ///< What the link "Latest" leads to.
+  std::optional<Pin> pin;             ///< It stays whatever the rules say.
   std::string metadataFolder;         ///< <path>/<volume>/.Halyards; empty without one.
   bool hasSignature = false;          ///< The mark of a backup of the services: it can be purged.
   std::vector<std::string> services;  ///< Those that it holds whole, by their folders.

@@ -29,6 +29,11 @@ bool canBePurged(const Snapshot& snapshot, bool latestMayGo) {
                paths::kSnapshotTool + " delete removes any snapshot)");
     return false;
   }
+  // Halyard itself knows no pins.
+  if (snapshot.pin) {
+    printError(snapshot.name + " is " + pinText(*snapshot.pin) + " (see: helmsman unpin)");
+    return false;
+  }
   if (snapshot.isLatest && !latestMayGo) {
     printError(snapshot.name + " is the latest snapshot; say --latest if it shall go all the same");
     return false;

@@ -15,7 +15,8 @@ struct PurgeArguments {
 };
 
 /// Has Halyard purge the snapshot, after the checks that it makes silently: in progress, no
-/// signature. Its status does not tell a purge from none, so the folder is looked at afterwards.
+/// signature; and a pin, of which Halyard knows nothing. Its status does not tell a purge from
+/// none, so the folder is looked at afterwards.
 ///
 /// Returns: success when the snapshot is gone.
 int purge(const PurgeArguments& arguments);

@@ -20,6 +20,7 @@ std::string kindOf(const Snapshot& snapshot) {
   if (snapshot.inProgress) return "not complete";
   std::string kind = snapshot.hasSignature ? "services" : "no services";
   if (snapshot.isLatest) kind += ", latest";
+  if (snapshot.pin) kind += ", " + pinText(*snapshot.pin);
   return kind;
 }
 
@@ -47,6 +48,7 @@ nlohmann::json jsonOf(const Snapshot& snapshot) {
                              {"time", nullptr},
                              {"inProgress", snapshot.inProgress},
                              {"latest", snapshot.isLatest},
+                             {"pin", pinJson(snapshot.pin)},
                              {"signature", snapshot.hasSignature},
                              {"services", snapshot.services},
                              {"notOnThisHost", snapshot.absent},

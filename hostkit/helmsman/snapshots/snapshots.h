@@ -12,7 +12,7 @@ namespace halyard::hostkit {
 /// holds whole, and which in part: nobody should count on those.
 ///
 /// Prints:  a table, or with `asJson` an array of objects (name, path, time, inProgress, latest,
-///          signature, services, notOnThisHost,
+///          pin, signature, services, notOnThisHost,
 ///          incomplete: objects of name and reasons).
 /// Returns: the exit status; an empty repository is a success.
 int listSnapshots(bool asJson);

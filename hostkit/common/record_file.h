@@ -7,10 +7,14 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "base/result.h"
 
-namespace halyard::snapwheel {
+namespace halyard::hostkit {
+
+/// The folder in a snapshot that the engine keeps its records in.
+inline constexpr std::string_view kRecordFolder = ".snapwheel";
 
 struct RecordFile {
   bool stands = false;               ///< Anything has the name, or that cannot be told.
@@ -24,7 +28,12 @@ std::string recordPath(const std::string& snapshotPath, const std::string& name)
 RecordFile readRecordFile(const std::string& snapshotPath, const std::string& name,
                           std::size_t limit);
 
-/// Removes what has the name, whatever it is. Done, too, when nothing has it.
+/// Replaces what has the name, a folder too: absent, old or complete at every instant, and on disk
+/// when this returns. For root alone to read.
+Status writeRecordFile(const std::string& snapshotPath, const std::string& name,
+                       std::string_view bytes);
+
+/// Removes what has the name, whatever it is, and has that on disk. Done, too, when nothing has it.
 Status removeRecordFile(const std::string& snapshotPath, const std::string& name);
 
-}  // namespace halyard::snapwheel
+}  // namespace halyard::hostkit

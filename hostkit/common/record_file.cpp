@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Halyard authors
 // SPDX-License-Identifier: MIT
 
-#include "snapwheel/record_file.h"
+#include "common/record_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,13 +10,16 @@
 
 #include "common/safe_folder.h"
 #include "host/files/descriptor.h"
+#include "host/files/files.h"
+#include "host/files/sync.h"
 #include "host/files/system_call.h"
 #include "host/volumes/subvolume.h"
-#include "snapwheel/repository.h"
 
-namespace halyard::snapwheel {
+namespace halyard::hostkit {
 
 namespace {
+
+constexpr mode_t kRecordMode = 0600;
 
 std::string folderOf(const std::string& snapshotPath) {
   return snapshotPath + "/" + std::string(kRecordFolder);
@@ -43,6 +46,19 @@ RecordFile readRecordFile(const std::string& snapshotPath, const std::string& na
   return {true, hostkit::readFileSafely(folder, name, limit)};
 }
 
+Status writeRecordFile(const std::string& snapshotPath, const std::string& name,
+                       std::string_view bytes) {
+  const host::Descriptor folder = openRecords(snapshotPath);
+  if (!folder) return Error{errno, folderOf(snapshotPath)};
+  struct stat status {};
+  const bool isFolder = ::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                        S_ISDIR(status.st_mode);
+  if (isFolder) {
+    if (Status removed = host::removeWithSubvolumes(folder.get(), name); !removed) return removed;
+  }
+  return host::writeFileAt(folder.get(), name, bytes, host::Durability::power, kRecordMode);
+}
+
 Status removeRecordFile(const std::string& snapshotPath, const std::string& name) {
   const host::Descriptor folder = openRecords(snapshotPath);
   if (!folder) return outcomeOf(errno == ENOENT ? 0 : errno, folderOf(snapshotPath));
@@ -50,7 +66,8 @@ Status removeRecordFile(const std::string& snapshotPath, const std::string& name
   if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return outcomeOf(errno == ENOENT ? 0 : errno, recordPath(snapshotPath, name));
   }
-  return host::removeWithSubvolumes(folder.get(), name);
+  if (Status removed = host::removeWithSubvolumes(folder.get(), name); !removed) return removed;
+  return host::syncFolder(folder.get());
 }
 
-}  // namespace halyard::snapwheel
+}  // namespace halyard::hostkit

@@ -1,0 +1,78 @@
+// SPDX-FileCopyrightText: 2026 The Halyard authors
+// SPDX-License-Identifier: MIT
+
+// The commands that look into snapshots or bring them back.
+#include <chrono>
+
+#include "common/exit_status.h"
+#include "common/messages.h"
+#include "common/sizes.h"
+#include "snapwheel/command_support.h"
+
+namespace halyard::snapwheel {
+
+int runRestore(const CommandOptions& options) {
+  const auto begin = std::chrono::steady_clock::now();
+  RestoreRequest request = options.restore;
+  // The path of a snapshot says everything: on a rescue system no destination is set.
+  if (options.names.front().starts_with('/')) {
+    request.snapshotPath = options.names.front();
+  } else {
+    const Repository repository = openRepository(options);
+    request.snapshotPath = repository.path(repository.find(options.names.front()));
+  }
+  const RestoreOutcome outcome = restoreSnapshot(request);
+  hostkit::printLine(request.target + ": " + countText(outcome.items, "item") + " of " +
+                     request.snapshotPath + "/" + outcome.volume + " restored (" +
+                     hostkit::sizeText(outcome.bytes) + "), " + secondsText(begin));
+  if (outcome.failed == 0 && outcome.flags.lacking == 0) return hostkit::kSuccess;
+  if (outcome.failed != 0) {
+    hostkit::printError(countText(outcome.failed, "item") + " could not be restored as they were");
+  }
+  return hostkit::kPartial;
+}
+
+namespace {
+
+nlohmann::json toJson(const std::vector<DamagedFile>& damaged) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const DamagedFile& file : damaged) {
+    list.push_back({{"path", file.path}, {"reason", file.reason}, {"snapshots", file.snapshots}});
+  }
+  return list;
+}
+
+}  // namespace
+
+int runCheck(const CommandOptions& options) {
+  const Repository repository = openRepository(options);
+  const CheckReport report = checkRepository(repository, options.depth, options.part);
+  nlohmann::json findings = nlohmann::json::array();
+  std::uint64_t problems = 0;
+  for (const Finding& finding : report.findings) {
+    const bool isProblem = finding.severity == Severity::problem;
+    problems += isProblem ? 1 : 0;
+    findings.push_back({{"severity", isProblem ? "problem" : "note"},
+                        {"path", finding.path},
+                        {"text", finding.text}});
+    if (!options.json) {
+      hostkit::printLine((isProblem ? "problem: " : "note: ") + finding.path + ": " + finding.text);
+    }
+  }
+  if (options.json) {
+    hostkit::printJson({{"snapshots", report.snapshots},
+                        {"items", report.items},
+                        {"bytesRead", report.bytesRead},
+                        {"problems", problems},
+                        {"findings", findings},
+                        {"damaged", toJson(report.damaged)}});
+  } else {
+    hostkit::printLine(countText(report.snapshots, "snapshot") + ", " +
+                       countText(report.items, "item") + " looked at, " +
+                       hostkit::sizeText(report.bytesRead) + " read, " +
+                       countText(problems, "problem"));
+  }
+  return problems == 0 ? hostkit::kSuccess : hostkit::kFailure;
+}
+
+}  // namespace halyard::snapwheel
