@@ -6,14 +6,18 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/durations.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/program.h"
+#include "common/waiting.h"
+#include "helmsman/command_line_snapshots.h"
 #include "helmsman/lint/check.h"
 #include "helmsman/program/unlock.h"
 #include "helmsman/report/metrics.h"
@@ -22,7 +26,6 @@
 #include "helmsman/restore/restore.h"
 #include "helmsman/restore/tidy.h"
 #include "helmsman/restore/undo.h"
-#include "helmsman/restore/verify.h"
 #include "helmsman/run/backup.h"
 #include "helmsman/run/host_work.h"
 #include "helmsman/settings/destination.h"
@@ -32,10 +35,7 @@
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/setup.h"
-#include "helmsman/snapshots/browse.h"
 #include "helmsman/snapshots/machine_record.h"
-#include "helmsman/snapshots/purge.h"
-#include "helmsman/snapshots/snapshots.h"
 
 namespace halyard::hostkit {
 
@@ -61,33 +61,28 @@ class CommandLine {
   // Gives a new subcommand its action.
   CLI::App* add(const std::string& name, const std::string& help, Needs needs,
                 std::function<int()> action);
+  void addWait();
   void addHostCommands();
   void addServiceCommands();
   void addSchedule();
   void addBackup();
   void addVolumes();
-  void addSnapshotCommands();
   void addRestoreCommands();
   void addReports();
-  static void addFrom(CLI::App* command, std::string& snapshot);
 
   CLI::App app_{"Administers Halyard, the backup of this host's services.", "helmsman"};
   bool quiet_ = false;
   std::function<int()> chosen_;
   Needs needs_ = Needs::nothing;
 
-  bool json_ = false;
   bool adopt_ = false;
   DestinationArguments destination_;
   ScheduleArguments schedule_;
   BackupArguments backup_;
-  BrowseArguments browse_;
-  VerifyArguments verify_;
   RestoreArguments restore_;
   RecoverArguments recover_;
   TidyArguments tidy_;
   UndoArguments undo_;
-  PurgeArguments purge_;
   StatusArguments status_;
   VolumesArguments volumes_;
   CheckArguments check_;
@@ -100,6 +95,7 @@ class CommandLine {
 CommandLine::CommandLine() {
   prepareCommandLine(app_);
   app_.add_flag("-q,--quiet", quiet_, "No notes, only results, warnings and errors");
+  addWait();
   app_.fallthrough();
   app_.footer("Plain words for services: " + plainWords() + ".\n" + app_.get_footer());
   addHostCommands();
@@ -107,7 +103,10 @@ CommandLine::CommandLine() {
   addSchedule();
   addBackup();
   addVolumes();
-  addSnapshotCommands();
+  addSnapshotCommands(
+      [this](const std::string& name, const std::string& help, std::function<int()> action) {
+        return add(name, help, Needs::root, std::move(action));
+      });
   addRestoreCommands();
   addReports();
 }
@@ -120,6 +119,14 @@ CLI::App* CommandLine::add(const std::string& name, const std::string& help, Nee
     chosen_ = action;
   });
   return command;
+}
+
+void CommandLine::addWait() {
+  app_.add_option_function<unsigned>(
+          "--wait", [](const unsigned& seconds) { setWait(std::chrono::seconds(seconds)); },
+          "Wait so long for another run that is in the way")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0U, static_cast<unsigned>(kLongestWait.count())));
 }
 
 void CommandLine::addHostCommands() {
@@ -185,8 +192,14 @@ void CommandLine::addSchedule() {
   weekly->excludes(daily);
   monthly->excludes(daily)->excludes(weekly);
   command->add_option("--at", schedule_.at, "At this local time")->type_name("HH:MM");
-  command->add_option("--keep", schedule_.keep, "Keep snapshots for this many days")
-      ->type_name("DAYS");
+  command
+      ->add_option("--keep", schedule_.keep,
+                   "Keep snapshots so many days, or by rules as in daily=7,weekly=4, or none")
+      ->type_name("RULES");
+  command
+      ->add_option("--scrub", schedule_.scrub,
+                   "Read and compare a part of the repository: weekly, monthly or off")
+      ->type_name("PERIOD");
   CLI::Option* on = command->add_flag("--on", schedule_.on, "Switch automatic backups on");
   command->add_flag("--off", schedule_.off, "Switch automatic backups off")->excludes(on);
   command->add_flag("--json", schedule_.json, "Show as JSON");
@@ -236,33 +249,6 @@ void CommandLine::addVolumes() {
                           ->check(CLI::IsMember({"leave-out", "include"}));
   word->needs(command->add_option("PATH", volumes_.path, "Where it is mounted, or a listed file"));
   command->add_flag("--json", volumes_.json, "Print JSON");
-}
-
-void CommandLine::addSnapshotCommands() {
-  add("snapshots", "List this host's snapshots", Needs::root, [this] {
-    return listSnapshots(json_);
-  })->add_flag("--json", json_, "Print JSON");
-
-  CLI::App* browse = add("browse", "Show what a snapshot holds of a service", Needs::root,
-                         [this] { return hostkit::browse(browse_); });
-  browse->add_option("SERVICE", browse_.service,
-                     "A name, a plain word, the beginning of a name, or all");
-  addFrom(browse, browse_.snapshot);
-  browse->add_option("--opt", browse_.option, "Hand TEXT to the service")->type_name("TEXT");
-
-  CLI::App* verify = add("verify", "Compare live services with a snapshot", Needs::root,
-                         [this] { return hostkit::verify(verify_); });
-  verify->add_option("SERVICE", verify_.services,
-                     "Names or plain words; none: all that a backup has to hold");
-  addFrom(verify, verify_.snapshot);
-  verify->add_flag("--json", verify_.json, "Print JSON");
-
-  CLI::App* purge = add("purge", "Remove one snapshot for good", Needs::root,
-                        [this] { return hostkit::purge(purge_); });
-  purge->add_option("SNAPSHOT", purge_.snapshot, "A name, the beginning of one, or a path")
-      ->required();
-  purge->add_flag("-y,--yes", purge_.yes, "Do not ask");
-  purge->add_flag("--latest", purge_.latest, "The latest snapshot may go too");
 }
 
 void CommandLine::addRestoreCommands() {
@@ -325,12 +311,6 @@ void CommandLine::addReports() {
   metrics
       ->add_option("--unit-failed", metrics_.unitFailed, "Record that UNIT failed, for OnFailure=")
       ->type_name("UNIT");
-}
-
-void CommandLine::addFrom(CLI::App* command, std::string& snapshot) {
-  command
-      ->add_option("--from", snapshot, "The snapshot; without it the newest that holds the service")
-      ->type_name("SNAPSHOT");
 }
 
 int CommandLine::run(const std::vector<std::string>& words) {

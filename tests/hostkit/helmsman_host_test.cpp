@@ -208,7 +208,7 @@ TEST(Schedule, CalendarExpressions) {
   schedule.period = Schedule::Period::monthly;
   schedule.week = 4;
   EXPECT_EQ(calendarExpression(schedule), "Sun *-*-22..28 02:00:00");
-  EXPECT_EQ(describe(schedule),
+  EXPECT_EQ(describe(schedule, {}),
             "every fourth Sunday of the month at 02:00, snapshots kept for 30 days");
 }
 

@@ -140,6 +140,38 @@ TEST_F(HelmsmanPurge, RefusesWhatHalyardWouldSilentlyLeave) {
   EXPECT_TRUE(root.exists(folder + "/2026-11-17-020000.inProgress"));
 }
 
+TEST_F(HelmsmanPurge, LeavesAPinnedSnapshotAlone) {
+  const std::string snapshot = "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000";
+  root.writeFile(snapshot + "/.snapwheel/pin", R"({"note": "before the upgrade"})");
+  const auto result = helmsman({"purge", "2026-11-20", "--yes", "--latest"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("is pinned (before the upgrade) (see: helmsman unpin)"));
+  EXPECT_TRUE(root.exists(snapshot));
+  EXPECT_THAT(helmsman({"snapshots"}).out, HasSubstr("pinned (before the upgrade)"));
+}
+
+TEST_F(HelmsmanPurge, PinsThroughTheEngine) {
+  root.writeScript("/usr/sbin/snapwheel", "echo \"$*\"; echo 'snapwheel: busy' >&2; exit 3");
+  const auto pinned = helmsman({"pin", "2026-11-20", "--note", "kept"});
+  EXPECT_EQ(pinned.out, "pin 2026-11-20-020000 --note=kept\n");
+  EXPECT_EQ(pinned.err, "snapwheel: busy\n");
+  EXPECT_EQ(pinned.status, 3);
+  EXPECT_THAT(helmsman({"unpin", "2026-11-20", "--wait", "9"}).out,
+              testing::MatchesRegex("unpin --wait [0-9]+ 2026-11-20-020000\n"));
+  EXPECT_EQ(helmsman({"pin", "2025"}).status, 1);
+}
+
+TEST_F(HelmsmanPurge, ComparesAServiceThroughTheEngine) {
+  root.writeScript("/usr/sbin/snapwheel", "echo \"$*\"");
+  const std::string name = "2026-11-20-020000";
+  const auto now = helmsman({"diff", "depot", "latest"});
+  EXPECT_EQ(now.out, "diff " + name + " --now /srv/depot /etc/depot.conf\n") << now.err;
+  EXPECT_EQ(helmsman({"diff", "depot", "2026-11-20", "latest"}).out,
+            "diff " + name + " " + name + " /srv/depot /etc/depot.conf /.Halyards/depotHost\n");
+  EXPECT_EQ(helmsman({"diff", "depot", "2025"}).status, 1);
+  EXPECT_EQ(helmsman({"find", "*.conf"}).out, "find -- *.conf\n");
+}
+
 TEST_F(HelmsmanPurge, AsksFirst) {
   const std::string older = std::string(kHostFolder) + "/2026-11-19-020000";
   root.writeFile(older + "/System/.Halyards/.halyardSignature", "x");

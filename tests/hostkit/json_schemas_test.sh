@@ -151,7 +151,19 @@ holds helmsman-tidy 0 helmsman tidy --yes
 mkdir -p "$root/.Halyards"
 printf 'signed\n' >"$root/.Halyards/.halyardSignature"
 holds snapwheel-snapshot 0 snapwheel snapshot
+inRoot snapwheel pin latest --note 'for a look' >/dev/null
 holds snapwheel-list 0 snapwheel list
+holds helmsman-snapshots 0 helmsman snapshots
+printf 'other\n' >"$root/srv/depot"
+inRoot snapwheel snapshot >/dev/null
+holds snapwheel-diff 0 snapwheel diff "$(ls "$root/Volumes/Backup/Archives.snapdb/files1" | sed -n '1p')" latest /srv
+check "what changed is told" grep -q '"/srv/depot"' "$work/output"
+refuses "a difference without its kind is refused" 's/"kind"/"Kind"/' snapwheel-diff
+holds snapwheel-diff 0 snapwheel diff latest --now /srv
+holds snapwheel-find 0 snapwheel find depot
+check "what was found is told" grep -q '"/srv/depot"' "$work/output"
+holds helmsman-scrub 0 helmsman scrub
+holds helmsman-status 0 helmsman status
 holds snapwheel-prune 0 snapwheel prune --dry-run --keep-last 1 --days-to-retain 0
 holds snapwheel-prune 0 snapwheel prune --keep-last 1 --days-to-retain 0
 mkdir "$root/Volumes/Backup/Archives.snapdb/files1/2020-01-01-000000"

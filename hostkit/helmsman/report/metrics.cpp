@@ -95,6 +95,22 @@ void addSchedule(const BackupHealth& health, Metrics& metrics) {
   metrics.value("halyard_destination_available", health.snapshotsAreKnown() ? 1 : 0);
 }
 
+void addScrub(const ScrubHealth& scrub, Metrics& metrics) {
+  if (!scrub.record && scrub.period == ScrubPeriod::off) return;
+  metrics.describe("halyard_scrub_result", "1 when the last part that was read was good.");
+  metrics.value("halyard_scrub_result",
+                scrub.record && scrub.record->result == ScrubRecord::Result::good ? 1 : 0);
+  metrics.describe("halyard_scrub_timestamp_seconds", "When a part was last read; 0 for never.");
+  metrics.value("halyard_scrub_timestamp_seconds", scrub.record ? scrub.record->finished : 0);
+  metrics.describe("halyard_scrub_oldest_part_timestamp_seconds",
+                   "When the part was read that was not read for the longest; 0 for never.");
+  metrics.value("halyard_scrub_oldest_part_timestamp_seconds",
+                oldestPart(scrub.record, scrub.parts).value_or(0));
+  metrics.describe("halyard_snapshot_damaged_files", "Files in snapshots that are damaged.");
+  metrics.value("halyard_snapshot_damaged_files",
+                scrub.record ? static_cast<std::int64_t>(scrub.record->damaged.size()) : 0);
+}
+
 std::string currentMetrics() { return metricsText(backupHealth(secondsNow())); }
 
 // The folder may be another account's, who must not lead root astray.
@@ -149,6 +165,7 @@ std::string metricsText(const BackupHealth& health) {
   metrics.describe("halyard_backup_known", "1 when this host has a record of a backup.");
   metrics.value("halyard_backup_known", record ? 1 : 0);
   addSchedule(health, metrics);
+  addScrub(health.scrub, metrics);
   if (!record) return metrics.take();
   metrics.describe("halyard_backup_result", "1 when the last backup was good.");
   metrics.value("halyard_backup_result", record->result == RunRecord::Result::good ? 1 : 0);

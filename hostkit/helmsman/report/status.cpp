@@ -146,7 +146,7 @@ nlohmann::json statusJson(const HostStatus& status) {
       {"setUp", status.setUp},
       {"automatic", health.automatic},
       {"timerActive", nullptr},
-      {"schedule", describe(health.schedule)},
+      {"schedule", describe(health.schedule, storedRetention())},
       {"destinationState", stateWord(health.destination.state)},
       {"destination", destinationJson(status)},
       {"latestSnapshot", nullptr},
@@ -168,6 +168,7 @@ nlohmann::json statusJson(const HostStatus& status) {
        {{"waits", status.handOver.waitsForRecovery()},
         {"recordedVolume", status.handOver.recorded},
         {"bootedVolume", status.handOver.booted}}},
+      {"scrub", nullptr},
       {"services", nlohmann::json::array()},
       {"uncovered", nlohmann::json::array()}};
   if (status.running) {
@@ -179,6 +180,7 @@ nlohmann::json statusJson(const HostStatus& status) {
   }
   for (const Problem& problem : health.problems) document["problems"].push_back(problem.text);
   if (!status.clockProblem.empty()) document["problems"].push_back(status.clockProblem);
+  if (health.scrub.record) document["scrub"] = scrubJson(*health.scrub.record);
   if (health.timer.unknown.empty()) document["timerActive"] = health.timer.starts;
   if (health.snapshotsAreKnown()) document["snapshots"] = health.snapshots.size();
   if (health.lastGood) document["lastGood"] = timeText(*health.lastGood);
@@ -201,7 +203,7 @@ nlohmann::json statusJson(const HostStatus& status) {
 }
 
 std::string automaticText(const BackupHealth& health) {
-  const std::string schedule = describe(health.schedule);
+  const std::string schedule = describe(health.schedule, storedRetention());
   if (!health.automatic) {
     return (health.timer.starts ? "off, but the timer starts runs" : "off") +
            (" (set: " + schedule) + ")";
@@ -297,6 +299,7 @@ void printText(const HostStatus& status) {
       {"Destination:", destinationText(status)},
       {"Latest snapshot:", latestText(status, now)},
       {"Last backup:", lastBackupText(health, now)},
+      {"Repository:", scrubText(health.scrub, now)},
       {"Activity:", activityText(status, now)}};
   for (const std::string& path : status.leftOut) rows.push_back({"Left out:", path});
   if (status.handOver.waitsForRecovery()) {

@@ -149,6 +149,9 @@ BackupHealth backupHealth(std::int64_t now) {
   health.lastGood = lastGoodOf(health);
   addMissing(health);
   addOverdue(now, health);
+  health.scrub = scrubHealth(now, health.snapshotsAreKnown() ? &health.snapshots : nullptr);
+  health.problems.insert(health.problems.end(), health.scrub.problems.begin(),
+                         health.scrub.problems.end());
   if (health.automatic) {
     health.problems.insert(health.problems.end(), health.timer.faults.begin(),
                            health.timer.faults.end());

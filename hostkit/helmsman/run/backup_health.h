@@ -12,6 +12,7 @@
 
 #include "common/problem.h"
 #include "helmsman/run/run_record.h"
+#include "helmsman/run/scrub_record.h"
 #include "helmsman/settings/schedule.h"
 #include "helmsman/settings/timer.h"
 #include "helmsman/snapshots/host_snapshots.h"
@@ -42,8 +43,10 @@ struct BackupHealth {
   std::vector<ServiceHealth> services;
   /// When the host was last backed up without a problem, by what is still there of it.
   std::optional<std::int64_t> lastGood;
+  ScrubHealth scrub;
   /// That no whole snapshot holds a service, that the last good backup is too old, that nothing
-  /// starts the next one. What the record itself tells is not among them.
+  /// starts the next one, that snapshots are damaged or
+  /// were not read for long. What the record itself tells is not among them.
   std::vector<Problem> problems;
 
   bool snapshotsAreKnown() const { return destination.state == Destination::State::there; }

@@ -14,6 +14,7 @@ namespace halyard::hostkit {
 namespace {
 
 constexpr std::string_view kStallLimitKey = "stall-limit";
+constexpr std::string_view kScrubPartsKey = "scrub-parts";
 constexpr std::string_view kExtension = ".conf";
 
 bool takeStallLimit(const std::string& path, const ConfigurationLine& line,
@@ -23,6 +24,23 @@ bool takeStallLimit(const std::string& path, const ConfigurationLine& line,
   problem = path + ":" + std::to_string(line.number) + ": '" + line.value +
             "' is no span of time such as 30s, 30min or 2h";
   return false;
+}
+
+bool takeScrub(const std::string& path, const ConfigurationLine& line,
+               HelmsmanConfiguration& configuration, std::string& problem) {
+  const std::string place = path + ":" + std::to_string(line.number) + ": '" + line.value;
+  if (line.key == kScrubKey) {
+    const auto period = parseScrubPeriod(line.value);
+    if (period) configuration.scrub = *period;
+    if (!period) problem = place + "' is none of weekly, monthly and off";
+    return period.has_value();
+  }
+  const int parts = leadingInteger(line.value);
+  const bool isNumber = std::to_string(parts) == line.value;
+  const bool fits = isNumber && parts >= 1 && parts <= static_cast<int>(kMostScrubParts);
+  if (fits) configuration.scrubParts = static_cast<unsigned>(parts);
+  if (!fits) problem = place + "' is no number from 1 to " + std::to_string(kMostScrubParts);
+  return fits;
 }
 
 bool readServiceConfigurations(HelmsmanConfiguration& configuration, std::string& problem) {
@@ -43,6 +61,18 @@ bool readServiceConfigurations(HelmsmanConfiguration& configuration, std::string
 
 }  // namespace
 
+const char* scrubWord(ScrubPeriod period) {
+  if (period == ScrubPeriod::off) return "off";
+  return period == ScrubPeriod::weekly ? "weekly" : "monthly";
+}
+
+std::optional<ScrubPeriod> parseScrubPeriod(std::string_view word) {
+  for (const auto period : {ScrubPeriod::off, ScrubPeriod::weekly, ScrubPeriod::monthly}) {
+    if (word == scrubWord(period)) return period;
+  }
+  return std::nullopt;
+}
+
 std::chrono::seconds HelmsmanConfiguration::stallLimitOf(const std::string& service) const {
   const auto own = serviceStallLimits.find(service);
   if (own != serviceStallLimits.end()) return own->second;
@@ -52,11 +82,14 @@ std::chrono::seconds HelmsmanConfiguration::stallLimitOf(const std::string& serv
 std::optional<HelmsmanConfiguration> helmsmanConfiguration(std::string& problem) {
   HelmsmanConfiguration configuration;
   const std::string path = kHelmsmanConfiguration;
-  const auto lines = readConfiguration(path, {kStallLimitKey, kLeaveOutKey}, problem);
+  const auto lines =
+      readConfiguration(path, {kStallLimitKey, kLeaveOutKey, kScrubKey, kScrubPartsKey}, problem);
   if (!lines) return std::nullopt;
   for (const ConfigurationLine& line : *lines) {
     if (line.key == kStallLimitKey) {
       if (!takeStallLimit(path, line, configuration.stallLimit, problem)) return std::nullopt;
+    } else if (line.key == kScrubKey || line.key == kScrubPartsKey) {
+      if (!takeScrub(path, line, configuration, problem)) return std::nullopt;
     } else if (line.value.starts_with('/')) {
       configuration.leftOut.push_back(line.value);
     } else {

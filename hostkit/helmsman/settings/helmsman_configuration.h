@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace halyard::hostkit {
@@ -15,17 +16,30 @@ namespace halyard::hostkit {
 inline constexpr std::chrono::minutes kUsualStallLimit{30};
 inline constexpr char kLeaveOutKey[] = "leave-out";
 
+inline constexpr char kScrubKey[] = "scrub";
+
+/// How often a part of the repository is read and compared.
+enum class ScrubPeriod { off, weekly, monthly };
+const char* scrubWord(ScrubPeriod period);
+std::optional<ScrubPeriod> parseScrubPeriod(std::string_view word);
+
+inline constexpr unsigned kUsualScrubParts = 6;
+inline constexpr unsigned kMostScrubParts = 366;
+
 struct HelmsmanConfiguration {
   /// How long a plug-in may make no progress; absent when nothing is set.
   std::optional<std::chrono::seconds> stallLimit;
   std::map<std::string, std::chrono::seconds> serviceStallLimits;
+  ScrubPeriod scrub = ScrubPeriod::off;
+  unsigned scrubParts = kUsualScrubParts;  ///< All of them together are the repository.
   std::vector<std::string> leftOut;  ///< Where volumes are mounted that are left out on purpose.
 
   /// The service's own, else the general one.
   std::chrono::seconds stallLimitOf(const std::string& service) const;
 };
 
-/// Of /etc/halyard-host/helmsman.conf ("stall-limit", "leave-out") and of the files NAME.conf in
+/// Of /etc/halyard-host/helmsman.conf ("stall-limit", "leave-out",
+/// "scrub", "scrub-parts") and of the files NAME.conf in
 /// /etc/halyard-host/services ("stall-limit"). Absent, with the reason, when a file cannot be read,
 /// has another key, or a value that means nothing.
 std::optional<HelmsmanConfiguration> helmsmanConfiguration(std::string& problem);

@@ -8,10 +8,13 @@
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
+#include "common/configuration.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "common/paths.h"
 #include "common/property_file.h"
 #include "helmsman/settings/folders.h"
+#include "helmsman/settings/helmsman_configuration.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/timer.h"
 #include "host/files/files.h"
@@ -25,7 +28,6 @@ namespace {
 namespace keys = preference_keys;
 
 constexpr int kMinutesADay = 24 * 60;
-constexpr int kMostDays = 36500;
 
 constexpr std::array<const char*, 7> kDays = {"Monday", "Tuesday",  "Wednesday", "Thursday",
                                               "Friday", "Saturday", "Sunday"};
@@ -91,29 +93,47 @@ bool understand(const ScheduleArguments& arguments, Schedule& schedule) {
     }
     schedule.minutes = *minutes;
   }
-  if (arguments.keep) {
-    if (*arguments.keep < 1 || *arguments.keep > kMostDays) {
-      printError("snapshots can be kept for 1 to " + std::to_string(kMostDays) + " days");
+  if (!arguments.keep.empty()) {
+    std::string problem;
+    const auto retention = parseKeep(arguments.keep, problem);
+    if (!retention) {
+      printError(problem);
       return false;
     }
-    schedule.daysToRetain = *arguments.keep;
+    if (*retention->days != 0) schedule.daysToRetain = *retention->days;
   }
   return true;
+}
+
+ScrubPeriod storedScrub() {
+  std::string ignored;  // Status tells it.
+  const auto configuration = helmsmanConfiguration(ignored);
+  return configuration ? configuration->scrub : ScrubPeriod::off;
 }
 
 int show(const PropertyDictionary& preferences, bool asJson) {
   const Schedule schedule = scheduleFrom(preferences);
   const bool on = integerIn(preferences, keys::kAutoBackup, INT32_MIN, INT32_MAX, 0) != 0;
+  const Retention retention = storedRetention();
   if (asJson) {
+    nlohmann::json keep = {{"days", retention.days.value_or(schedule.daysToRetain)}};
+    for (std::size_t at = 0; at < kRetentionRules.size(); ++at) {
+      keep[std::string(kRetentionRules[at].word)] = retention.counts[at];
+    }
     printJson({{"enabled", on},
                {"period", periodName(schedule.period)},
                {"day", schedule.day},
                {"week", schedule.week},
                {"time", clockText(schedule.minutes)},
                {"daysToRetain", schedule.daysToRetain},
+               {"keep", std::move(keep)},
+               {"scrub", scrubWord(storedScrub())},
                {"calendar", calendarExpression(schedule)}});
   } else {
-    printLine(std::string(on ? "on: " : "off: ") + describe(schedule));
+    printLine(std::string(on ? "on: " : "off: ") + describe(schedule, retention));
+    if (storedScrub() != ScrubPeriod::off) {
+      printLine(std::string("a part of the repository is read ") + scrubWord(storedScrub()));
+    }
   }
   return finishOutput() ? kSuccess : kFailure;
 }
@@ -131,7 +151,20 @@ int showStored(bool asJson) {
 
 bool changesAnything(const ScheduleArguments& arguments) {
   return arguments.daily || !arguments.weekly.empty() || !arguments.monthly.empty() ||
-         !arguments.at.empty() || arguments.keep || arguments.off || arguments.on;
+         !arguments.at.empty() || !arguments.keep.empty() || arguments.off || arguments.on;
+}
+
+// By another timer than that of the backups.
+bool scheduleScrub(const std::string& word) {
+  const ScrubPeriod period = *parseScrubPeriod(word);
+  if (!makeFolders(kNativePreferenceFolder, 0755) ||
+      !replaceConfigurationLines(kHelmsmanConfiguration, {kScrubKey}, {{kScrubKey, word, 0}})) {
+    printError(std::string(kHelmsmanConfiguration) + " could not be written");
+    return false;
+  }
+  // Away from the nights, when backups run.
+  return setScrubTimer(period == ScrubPeriod::off ? TimerState::off : TimerState::on,
+                       period == ScrubPeriod::monthly ? "*-*-01 13:00:00" : "Sun *-*-* 13:00:00");
 }
 
 // Automatic backups without a destination would fail every night.
@@ -153,7 +186,7 @@ Schedule scheduleFrom(const PropertyDictionary& enginePreferences) {
   schedule.minutes =
       integerIn(enginePreferences, keys::kTime, 0, kMinutesADay - 1, schedule.minutes);
   schedule.daysToRetain =
-      integerIn(enginePreferences, keys::kDaysToRetain, 1, kMostDays, schedule.daysToRetain);
+      integerIn(enginePreferences, keys::kDaysToRetain, 1, kMostKept, schedule.daysToRetain);
   return schedule;
 }
 
@@ -191,9 +224,9 @@ std::string periodText(const Schedule& schedule) {
   return text;
 }
 
-std::string describe(const Schedule& schedule) {
-  return periodText(schedule) + " at " + clockText(schedule.minutes) + ", snapshots kept for " +
-         std::to_string(schedule.daysToRetain) + (schedule.daysToRetain == 1 ? " day" : " days");
+std::string describe(const Schedule& schedule, const Retention& retention) {
+  return periodText(schedule) + " at " + clockText(schedule.minutes) + ", snapshots kept " +
+         keepText(retention, schedule.daysToRetain);
 }
 
 std::int64_t longestAge(const Schedule& schedule) {
@@ -228,7 +261,14 @@ std::optional<std::string> parseDay(std::string_view text) {
 }
 
 int schedule(const ScheduleArguments& arguments) {
-  if (!changesAnything(arguments)) return showStored(arguments.json);
+  if (!arguments.scrub.empty() && !parseScrubPeriod(arguments.scrub)) {
+    printError("'" + arguments.scrub + "' is none of weekly, monthly and off");
+    return kUsageError;
+  }
+  if (!changesAnything(arguments)) {
+    const bool isScheduled = arguments.scrub.empty() || scheduleScrub(arguments.scrub);
+    return isScheduled ? showStored(arguments.json) : kFailure;
+  }
   Schedule understood;
   if (!understand(arguments, understood)) return kUsageError;  // Before anything is written.
   if (repairSettings() != kSuccess) return kFailure;
@@ -247,12 +287,20 @@ int schedule(const ScheduleArguments& arguments) {
     printError(std::string(paths::kEnginePreferenceFile) + " could not be written");
     return kFailure;
   }
+  if (!arguments.keep.empty()) {
+    if (const Status kept = storeRetention(*parseKeep(arguments.keep, problem)); !kept) {
+      printError(std::string(kEngineConfigFile) +
+                 " could not be written: " + errnoText(kept.error().code));
+      return kFailure;
+    }
+  }
   const bool on = integerIn(*preferences, keys::kAutoBackup, INT32_MIN, INT32_MAX, 0) != 0;
   if (!setTimer(on ? TimerState::on : TimerState::off, calendarExpression(changed))) {
     return kFailure;
   }
+  if (!arguments.scrub.empty() && !scheduleScrub(arguments.scrub)) return kFailure;
   if (arguments.json) return show(*preferences, true);
-  printNote(std::string(on ? "on: " : "off: ") + describe(changed));
+  printNote(std::string(on ? "on: " : "off: ") + describe(changed, storedRetention()));
   return kSuccess;
 }
 

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "base/property_list.h"
+#include "helmsman/settings/retention_settings.h"
 
 namespace halyard::hostkit {
 
@@ -34,7 +35,7 @@ void storeSchedule(const Schedule& schedule, PropertyDictionary& enginePreferenc
 std::string calendarExpression(const Schedule& schedule);
 
 /// "every Monday at 02:00, snapshots kept for 30 days".
-std::string describe(const Schedule& schedule);
+std::string describe(const Schedule& schedule, const Retention& retention);
 
 /// "every day", "every Monday", "every first Sunday of the month".
 std::string periodText(const Schedule& schedule);
@@ -54,7 +55,8 @@ struct ScheduleArguments {
   std::string weekly;   ///< A day.
   std::string monthly;  ///< WEEK:DAY, as in "1:Sunday".
   std::string at;       ///< "HH:MM".
-  std::optional<int> keep;
+  std::string keep;     ///< As parseKeep takes it.
+  std::string scrub;    ///< "weekly", "monthly" or "off".
   bool off = false;
   bool on = false;
   bool json = false;
@@ -64,7 +66,8 @@ struct ScheduleArguments {
 /// was changed to. Otherwise checks everything, then writes the preferences and the timer's
 /// calendar, and has systemd take it up when it runs here.
 ///
-/// Writes:  the engine's preference file ("AutoBackup" with on and off); the timer's drop-in.
+/// Writes:  the engine's preference file ("AutoBackup" with on and off) and, for other rules than
+///          days, its configuration file; the timer's drop-in.
 /// Runs:    systemctl, when systemd is the init system.
 /// Returns: the exit status.
 int schedule(const ScheduleArguments& arguments);

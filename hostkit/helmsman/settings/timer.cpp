@@ -111,25 +111,42 @@ TimerReport timerReport(const std::string& calendar) {
 
 bool systemdRuns() { return host::isDirectory("/run/systemd/system"); }
 
-bool setTimer(TimerState state, const std::string& calendar) {
+namespace {
+
+struct TimerPlace {
+  const char* unit;
+  const char* folder;   // Of its drop-in.
+  const char* command;  // What to start by other means where no systemd does.
+};
+
+bool setTimerOf(const TimerPlace& timer, TimerState state, const std::string& calendar) {
   // The empty assignment takes the packaged calendar away: lines add up otherwise.
   const std::string text =
       "# Written by helmsman schedule.\n[Timer]\nOnCalendar=\nOnCalendar=" + calendar + "\n";
-  const std::string path = joinPath(kTimerDropInFolder, kDropInName);
-  if (!makeFolders(kTimerDropInFolder, 0755) ||
-      !host::writeFile(path, text, host::Durability::power)) {
+  const std::string path = joinPath(timer.folder, kDropInName);
+  if (!makeFolders(timer.folder, 0755) || !host::writeFile(path, text, host::Durability::power)) {
     printError(path + " could not be written");
     return false;
   }
   if (!systemdRuns()) {
     if (state == TimerState::on) {
       printWarning(std::string("systemd does not run here: start ") + paths::kAdministrationTool +
-                   " backup by other means");
+                   " " + timer.command + " by other means");
     }
     return true;
   }
   return runSystemctl({"daemon-reload"}) &&
-         runSystemctl({state == TimerState::on ? "enable" : "disable", "--now", kTimerUnit});
+         runSystemctl({state == TimerState::on ? "enable" : "disable", "--now", timer.unit});
+}
+
+}  // namespace
+
+bool setTimer(TimerState state, const std::string& calendar) {
+  return setTimerOf({kTimerUnit, kTimerDropInFolder, "backup"}, state, calendar);
+}
+
+bool setScrubTimer(TimerState state, const std::string& calendar) {
+  return setTimerOf({kScrubTimerUnit, kScrubDropInFolder, "scrub"}, state, calendar);
 }
 
 }  // namespace halyard::hostkit

@@ -19,6 +19,9 @@ enum class TimerState { off, on };
 /// False, with the reason printed, when any of it failed.
 bool setTimer(TimerState state, const std::string& calendar);
 
+/// The same for the timer that reads a part of the repository.
+bool setScrubTimer(TimerState state, const std::string& calendar);
+
 /// Whether systemd is the init system of this host.
 bool systemdRuns();
 
