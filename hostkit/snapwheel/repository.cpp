@@ -72,6 +72,15 @@ bool isRealDirectory(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+/// The same of a name that was listed. Throws Failure when that cannot be told: a snapshot that
+/// cannot be looked at is no foreign item.
+bool isListedDirectory(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
+  if (errno != ENOENT) throw Failure(errorText(path, errno));
+  return false;  // It was removed meanwhile.
+}
+
 }  // namespace
 
 HostFolderListing sortNames(const std::vector<std::string>& names) {
@@ -137,7 +146,7 @@ HostFolderListing Repository::list() const {
   HostFolderListing listing = sortNames(names);
   const auto misplaced = std::stable_partition(
       listing.snapshots.begin(), listing.snapshots.end(),
-      [this](const std::string& name) { return isRealDirectory(path(name)); });
+      [this](const std::string& name) { return isListedDirectory(path(name)); });
   listing.foreign.insert(listing.foreign.end(), misplaced, listing.snapshots.end());
   listing.snapshots.erase(misplaced, listing.snapshots.end());
   std::sort(listing.foreign.begin(), listing.foreign.end());

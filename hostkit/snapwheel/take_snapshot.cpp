@@ -77,7 +77,8 @@ class Walk {
     options.excluded = [this](std::string_view path) { return request_.exclusions.match(path); };
     options.failed = [this](std::string_view path, int error) { return goesOn(path, error); };
     const auto report = copy(options);
-    if (fatal_ == 0 && report.ended) {
+    // Without the root there is nothing that a snapshot could lack parts of.
+    if (fatal_ == 0 && (report.ended || report.items == 0)) {
       fatal_ = report.error;
     }
     if (fatal_ != 0) throw Failure(errorText(work_.volumePath(), fatal_));

@@ -50,6 +50,13 @@ TEST(CopyTree, FailsWhenTheDestinationExists) {
   EXPECT_THAT(listDirectory(scratch / "copy"), ElementsAre());
 }
 
+TEST(CopyTree, HasEndedBeforeItBeganWhenOneSideCannotBeReached) {
+  const Scratch scratch;
+  scratch.write("tree/one", "12345");
+  EXPECT_TRUE(copyTree(scratch / "tree", scratch / "no/new").ended);
+  EXPECT_TRUE(copyTree(scratch / "no/tree", scratch / "new").ended);
+}
+
 TEST(CopyTree, LinksUnchangedFilesToTheReference) {
   const Scratch scratch;
   for (const char* name : {"same", "size", "time", "mode", "note", "a/same"}) {

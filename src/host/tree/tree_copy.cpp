@@ -77,6 +77,13 @@ bool isInside(const Location& source, const Location& destination) {
   return left.sameItem(right) && source.name == destination.name;
 }
 
+TreeCopyReport notBegun(const Error& error) {
+  TreeCopyReport report;
+  report.ended = true;
+  report.error = error.code;
+  return report;
+}
+
 }  // namespace
 
 std::optional<StagedCopy> StagedCopy::stage(const std::string& source,
@@ -172,27 +179,21 @@ TreeCopyReport copyTree(const std::string& source, const std::string& destinatio
                         const TreeCopyOptions& options) {
   const Result<Location> from = locate(source);
   if (from) return copyTree(*from, destination, options);
-  TreeCopyReport report;
-  report.error = from.error().code;
-  return report;
+  return notBegun(from.error());
 }
 
 TreeCopyReport copyTree(const std::string& source, const Location& destination,
                         const TreeCopyOptions& options) {
   const Result<Location> from = locate(source);
   if (from) return TreeCopier(options, SelfCopy::leftOut).copy(*from, destination);
-  TreeCopyReport report;
-  report.error = from.error().code;
-  return report;
+  return notBegun(from.error());
 }
 
 TreeCopyReport copyTree(const Location& source, const std::string& destination,
                         const TreeCopyOptions& options) {
   const Result<Location> to = locate(destination);
   if (to) return TreeCopier(options, SelfCopy::leftOut).copy(source, *to);
-  TreeCopyReport report;
-  report.error = to.error().code;
-  return report;
+  return notBegun(to.error());
 }
 
 }  // namespace halyard::host
