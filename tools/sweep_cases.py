@@ -105,6 +105,7 @@ def removal_failed(call, path):
 class Case:
     """One command. `initial` is the state before, `final` and `out` what an undisturbed run gives."""
 
+    program = "/usr/sbin/Halyard"
     name, words = "", []
     own = []  # Where the command may change something.
 
@@ -120,6 +121,9 @@ class Case:
 
     def prepare(self, state):
         pass
+
+    def ready(self, root):
+        """Makes what only the programs themselves can; the root holds the initial state."""
 
     def is_done(self):
         """Whether the undisturbed run did its work."""

@@ -9,7 +9,6 @@ import signal
 import stat
 import subprocess
 
-PROGRAM = "/usr/sbin/Halyard"
 TIME_LIMIT = 30  # Seconds; a run takes a tenth of one.
 
 # Programs, libraries and devices: the same in every state.
@@ -25,11 +24,16 @@ NEITHER = {"mmap", "munmap", "mprotect", "mremap", "madvise", "brk", "futex", "g
 
 def listing(root):
     """Everything in the root that can change: path to (kind, mode, content or target)."""
+    return listing_of(root, "", FIXED)
+
+
+def listing_of(root, prefix, left_out=()):
+    """The same of any folder, all paths with the prefix."""
     found = {}
 
     def walk(folder, inside):
         for entry in os.scandir(folder):
-            if not inside and entry.name in FIXED:
+            if inside == prefix and entry.name in left_out:
                 continue
             path = inside + "/" + entry.name
             status = entry.stat(follow_symlinks=False)
@@ -45,7 +49,7 @@ def listing(root):
             else:
                 found[path] = ("other", mode, None)
 
-    walk(root, "")
+    walk(root, prefix)
     return found
 
 
@@ -101,14 +105,15 @@ def end_tree(pid):
 class Outcome:
     """Of one run: status (negative for a signal), output, trace, and whether it had to be ended."""
 
-    def __init__(self, status, out, trace, hung):
-        self.status, self.out, self.trace, self.hung = status, out, trace, hung
+    def __init__(self, status, out, err, trace, hung):
+        self.status, self.out, self.err = status, out, err
+        self.trace, self.hung = trace, hung
 
 
-def run(root, words, traced=None, inject=None):
-    """Runs the program in the root; `traced` and `inject` are options of strace."""
+def run(root, words, traced=None, inject=None, program="/usr/sbin/Halyard"):
+    """Runs a program in the root; `traced` and `inject` are options of strace."""
     trace_path = root + ".trace"
-    command = ["chroot", root, PROGRAM, *words]
+    command = ["chroot", root, program, *words]
     if traced:
         options = ["-e", "trace=" + traced]
         if inject:
@@ -117,22 +122,22 @@ def run(root, words, traced=None, inject=None):
     environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
     hung = False
     with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.DEVNULL, env=environment) as process:
+                          stderr=subprocess.PIPE, env=environment) as process:
         try:
-            out = process.communicate(timeout=TIME_LIMIT)[0]
+            out, err = process.communicate(timeout=TIME_LIMIT)
         except subprocess.TimeoutExpired:
             hung = True
             end_tree(process.pid)
-            out = process.communicate()[0]
+            out, err = process.communicate()
     wait_for_orphans()
     trace = ""
     if traced:
         with open(trace_path, encoding="latin-1") as file:
             trace = file.read()
-    return Outcome(process.returncode, out, trace, hung)
+    return Outcome(process.returncode, out, err, trace, hung)
 
 
-def points_of(trace):
+def points_of(trace, program="/usr/sbin/Halyard"):
     """The program's own file and process calls in a full trace: (name, how many of it so far).
 
     The counts begin with the trace, as those of strace do; the calls before the program and those
@@ -147,7 +152,7 @@ def points_of(trace):
         counts[name] = counts.get(name, 0) + 1
         if stage == "program" and name not in NEITHER:
             points.append((name, counts[name]))
-        elif stage == "before" and name == "execve" and f'"{PROGRAM}"' in line.split(",")[0]:
+        elif stage == "before" and name == "execve" and f'"{program}"' in line.split(",")[0]:
             stage = "loader"
         elif stage == "loader" and line.startswith("prlimit64(0, RLIMIT_STACK"):
             stage = "program"

@@ -8,6 +8,7 @@ set -euo pipefail
 command -v python3 >/dev/null || { echo "no python3"; exit 77; }
 tools=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../../tools" && pwd)
 PYTHONPATH=$tools exec python3 -B - <<'PYTHON'
+import json
 import os
 import shutil
 import tempfile
@@ -15,6 +16,7 @@ import unittest
 
 import sweep_cases as cases
 import sweep_host as host
+import sweep_kit as kit
 
 
 class Ended:
@@ -128,6 +130,97 @@ class Checks(unittest.TestCase):
         self.assertEqual(case.check_again(Ended(), case.initial, case.final), [])
         wrong = case.check_again(Ended(), case.initial, case.initial)
         self.assertIn("the next run does not restore /srv/single", wrong)
+
+
+def engine_case(kind):
+    """A repository with one snapshot, and the one that the command has made, where it makes one."""
+    case = kind({})
+    host_folder = kit.REPOSITORY
+    case.initial[host_folder] = cases.folder()
+    for name in ("2026-11-20-020000", "2026-11-21-020000"):
+        cases.place(case.initial, f"{host_folder}/{name}", saved_snapshot(case))
+    case.initial[host_folder + "/Latest"] = ("link", 0, "2026-11-21-020000")
+    case.doomed = "2026-11-20-020000"
+    case.final = dict(case.initial)
+    if kind is kit.Snapshot:
+        cases.place(case.final, host_folder + "/2026-11-22-020000", saved_snapshot(case))
+        case.final[host_folder + "/Latest"] = ("link", 0, "2026-11-22-020000")
+    if kind in (kit.Delete, kit.Prune):
+        for path in cases.part(case.initial, f"{host_folder}/{case.doomed}"):
+            del case.final[f"{host_folder}/{case.doomed}{path}"]
+    if kind is kit.RestoreTree:
+        cases.place(case.final, "/restored", case.saved())
+    return case
+
+
+def saved_snapshot(case, complete=True):
+    manifest = {"finished": "2026-11-22-020001", "complete": complete, "missing": []}
+    tree = {"": cases.folder(), "/.snapwheel": cases.folder(),
+            "/.snapwheel/manifest.json": cases.file(json.dumps(manifest))}
+    cases.place(tree, "/System", cases.part(case.initial, "/data"))
+    return tree
+
+
+class EngineChecks(unittest.TestCase):
+    def found(self, case, after, status=1):
+        return case.check_fault(Ended(status), after)
+
+    def test_what_did_nothing_and_failed_and_what_is_done_are_fine(self):
+        for kind in (kit.Snapshot, kit.Delete, kit.Prune, kit.RestoreTree, kit.Check):
+            case = engine_case(kind)
+            self.assertEqual(self.found(case, case.initial), [])
+            self.assertEqual(self.found(case, case.final, status=0), [])
+            self.assertEqual(case.check_again(Ended(0), case.initial, case.final), [])
+
+    def test_a_zero_for_nothing_done(self):
+        for kind, text in ((kit.Snapshot, "no snapshot holds what the source holds"),
+                           (kit.Delete, "it is still there"),
+                           (kit.RestoreTree, "/srv/depot/a is not restored")):
+            case = engine_case(kind)
+            self.assertIn("ends with 0, but " + text, self.found(case, case.initial, status=0))
+
+    def test_a_complete_snapshot_that_lacks_something(self):
+        case = engine_case(kit.Snapshot)
+        after = dict(case.final)
+        del after[kit.REPOSITORY + "/2026-11-22-020000/System/srv/depot/a"]
+        self.assertEqual(self.found(case, after),
+                         ["the new snapshot is called complete and lacks or changes /srv/depot/a"])
+
+    def test_a_snapshot_without_a_manifest_under_its_final_name(self):
+        case = engine_case(kit.Snapshot)
+        after = dict(case.final)
+        del after[kit.REPOSITORY + "/2026-11-22-020000/.snapwheel/manifest.json"]
+        self.assertEqual(case.check_kill(Ended(-9), after), [
+            "the new snapshot stands under its name without a finished manifest"])
+
+    def test_an_earlier_snapshot_that_was_changed_or_is_gone(self):
+        case = engine_case(kit.Delete)
+        after = dict(case.initial)
+        after[kit.REPOSITORY + "/2026-11-21-020000/System/srv/depot/a"] = cases.file("changed")
+        self.assertEqual(self.found(case, after), ["the snapshot 2026-11-21-020000 was changed"])
+        after = {path: item for path, item in case.initial.items() if "2026-11-21" not in path}
+        self.assertEqual(self.found(case, after),
+                         ["Latest leads nowhere", "2026-11-21-020000 is gone, too"])
+
+    def test_a_live_file_that_is_half_written(self):
+        case = engine_case(kit.RestoreTree)
+        after = dict(case.initial) | {"/restored/srv/depot/a": cases.file("what sto", 0o600)}
+        self.assertEqual(self.found(case, after), ["/restored/srv/depot/a is half written"])
+
+    def test_an_undo_that_loses_what_was_beside(self):
+        case = kit.HelmsmanUndo({})
+        for path in kit.ITEMS:
+            cases.place(case.initial, path + ".previous", cases.part(case.initial, path))
+        self.assertEqual(case.check_kill(Ended(-9), case.initial), [])
+        after = dict(case.initial)
+        del after["/srv/single.previous"]
+        self.assertEqual(case.check_kill(Ended(-9), after),
+                         ["/srv/single and what is beside it are not what they were"])
+
+    def test_a_record_that_is_half_written(self):
+        case = engine_case(kit.Check)
+        after = dict(case.initial) | {kit.RECORD: cases.file('{"started": "2026')}
+        self.assertEqual(self.found(case, after), [f"{kit.RECORD} is neither old nor complete"])
 
 
 class State(unittest.TestCase):
