@@ -11,6 +11,50 @@
 
 namespace halyard::snapwheel {
 
+namespace {
+
+nlohmann::json restoreJson(const RestoreRequest& request, const RestoreOutcome& outcome) {
+  nlohmann::json notHeld = nlohmann::json::array();
+  for (const NotHeld& path : outcome.notHeld) {
+    notHeld.push_back({{"path", path.path}, {"why", path.why}});
+  }
+  nlohmann::json document = {{"snapshot", request.snapshotPath},
+                             {"target", request.target},
+                             {"dryRun", request.dryRun},
+                             {"items", outcome.items},
+                             {"bytes", outcome.bytes},
+                             {"failed", outcome.failed},
+                             {"notHeld", std::move(notHeld)},
+                             {"lost",
+                              {{"owners", outcome.lost.owners},
+                               {"permissions", outcome.lost.permissions},
+                               {"extendedAttributes", outcome.lost.extended},
+                               {"inodeFlags", outcome.flags.lacking}}},
+                             {"unknownFlags", outcome.flags.unknown}};
+  if (request.dryRun) document["replaced"] = outcome.replaced;
+  return document;
+}
+
+/// What the target could not hold is a lack, unless that was accepted.
+int restoreStatus(const RestoreRequest& request, const RestoreOutcome& outcome) {
+  const std::uint64_t lost = outcome.lost.items + outcome.flags.lacking;
+  if (outcome.failed != 0) {
+    hostkit::printError(countText(outcome.failed, "item") + " could not be restored as they were");
+  }
+  if (outcome.lost.items != 0) {
+    const LostCounts& counts = outcome.lost;
+    hostkit::printWarning(
+        "the target cannot hold all attributes: " + countText(counts.owners, "item") +
+        " without owner, " + std::to_string(counts.permissions) + " without permissions, " +
+        std::to_string(counts.extended) + " without extended attributes");
+  }
+  const bool isWhole =
+      outcome.failed == 0 && outcome.notHeld.empty() && (lost == 0 || request.withoutAttributes);
+  return isWhole ? hostkit::kSuccess : hostkit::kPartial;
+}
+
+}  // namespace
+
 int runRestore(const CommandOptions& options) {
   const auto begin = std::chrono::steady_clock::now();
   RestoreRequest request = options.restore;
@@ -22,14 +66,19 @@ int runRestore(const CommandOptions& options) {
     request.snapshotPath = repository.path(repository.find(options.names.front()));
   }
   const RestoreOutcome outcome = restoreSnapshot(request);
-  hostkit::printLine(request.target + ": " + countText(outcome.items, "item") + " of " +
-                     request.snapshotPath + "/" + outcome.volume + " restored (" +
-                     hostkit::sizeText(outcome.bytes) + "), " + secondsText(begin));
-  if (outcome.failed == 0 && outcome.flags.lacking == 0) return hostkit::kSuccess;
-  if (outcome.failed != 0) {
-    hostkit::printError(countText(outcome.failed, "item") + " could not be restored as they were");
+  if (options.json) {
+    hostkit::printJson(restoreJson(request, outcome));
+  } else if (request.dryRun) {
+    hostkit::printLine(request.target + ": " + countText(outcome.items, "item") + " of " +
+                       request.snapshotPath + " would be written (" +
+                       hostkit::sizeText(outcome.bytes) + "), " + std::to_string(outcome.replaced) +
+                       " of them in the place of others");
+  } else {
+    hostkit::printLine(request.target + ": " + countText(outcome.items, "item") + " of " +
+                       request.snapshotPath + "/" + outcome.volume + " restored (" +
+                       hostkit::sizeText(outcome.bytes) + "), " + secondsText(begin));
   }
-  return hostkit::kPartial;
+  return restoreStatus(request, outcome);
 }
 
 namespace {

@@ -131,6 +131,14 @@ void addRestore(CLI::App& app, CommandOptions& options, Command& command) {
                  "Also onto a folder that is not empty, or the running system");
   word->add_flag("--map-owners", options.restore.mapOwners,
                  "Give owners the numbers that their names have on this host");
+  word->add_option("--path", options.restore.paths,
+                   "Only this file or folder, as it is called on the host; more than once")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+  word->add_flag("--without-attributes", options.restore.withoutAttributes,
+                 "Onto a target that cannot hold owners, permissions and the like");
+  word->add_flag("--dry-run,-n", options.restore.dryRun, "Only show what would be written");
+  word->add_flag("--json", options.json, "As JSON");
   word->callback([&command] { command = snapwheel::runRestore; });
 }
 

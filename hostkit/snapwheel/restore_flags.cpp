@@ -27,9 +27,9 @@ host::Descriptor openFolder(int above, const char* name) {
 /// Walks the index; in the target it opens only what leads to an item with flags.
 class FlagGiver {
  public:
-  FlagGiver(const SourceIndex* index, int target, const PartOf& partOf,
+  FlagGiver(const SourceIndex* index, int target, const Selection& selection,
             const std::vector<FlaggedFolder>& before)
-      : index_(index), target_(target), partOf_(partOf) {
+      : index_(index), target_(target), selection_(selection) {
     for (const FlaggedFolder& folder : before) before_[folder.path] = folder.flags;
   }
 
@@ -52,7 +52,7 @@ class FlagGiver {
   void walk() {
     Level root;
     root.folder = index_->root();
-    if (partOf_("") == Part::all) root.flags = known(index_->flagsOfRoot());
+    if (selection_.partOf("") == Part::all) root.flags = known(index_->flagsOfRoot());
     levels_.push_back(std::move(root));
     while (!levels_.empty()) {
       Level& level = levels_.back();
@@ -76,7 +76,7 @@ class FlagGiver {
     if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) return;
     const std::size_t length = path_.size();
     path_ += (path_.empty() ? "" : "/") + name;
-    const Part part = partOf_(path_);
+    const Part part = selection_.partOf(path_);
     const KnownFlags flags = part == Part::all ? known(index_->flagsOf(entry)) : std::nullopt;
     if (S_ISDIR(entry.mode) && part != Part::none) {
       Level below;
@@ -148,7 +148,7 @@ class FlagGiver {
 
   const SourceIndex* index_;
   int target_;
-  const PartOf& partOf_;
+  const Selection& selection_;
   std::map<std::string, host::InodeFlags> before_;
   FlagReport report_;
   std::vector<Level> levels_;
@@ -158,13 +158,13 @@ class FlagGiver {
 
 }  // namespace
 
-FlagReport giveFlags(const SourceIndex& index, int target, const PartOf& partOf,
+FlagReport giveFlags(const SourceIndex& index, int target, const Selection& selection,
                      const std::vector<FlaggedFolder>& before) {
-  return FlagGiver(&index, target, partOf, before).run();
+  return FlagGiver(&index, target, selection, before).run();
 }
 
 FlagReport giveFlagsBack(int target, const std::vector<FlaggedFolder>& before) {
-  return FlagGiver(nullptr, target, nullptr, before).run();
+  return FlagGiver(nullptr, target, Selection(), before).run();
 }
 
 }  // namespace halyard::snapwheel

@@ -5,11 +5,10 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "snapwheel/restore_selection.h"
 #include "snapwheel/source_index.h"
 
 namespace halyard::snapwheel {
@@ -26,15 +25,11 @@ struct FlagReport {
   std::uint64_t unknown = 0;  ///< Items whose flags the snapshot does not know.
 };
 
-/// Whether what stands at this path (relative to the root) was restored, or holds what was.
-enum class Part { none, holdsSome, all };
-using PartOf = std::function<Part(std::string_view path)>;
-
 /// Opens each item of the index that has flags, component by component and following no link, and
 /// gives it exactly these: in each folder its files first, and itself after all that is in it. What
 /// is not there is passed over. The folders that had flags before get them back where the snapshot
 /// does not know better.
-FlagReport giveFlags(const SourceIndex& index, int target, const PartOf& partOf,
+FlagReport giveFlags(const SourceIndex& index, int target, const Selection& selection,
                      const std::vector<FlaggedFolder>& before);
 
 /// For a snapshot without an index.

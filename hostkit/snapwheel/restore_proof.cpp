@@ -37,6 +37,7 @@ void RestoreProof::leave() {
   for (std::size_t at = 0; at < level.seen.size(); ++at) {
     if (level.seen[at]) continue;
     const std::string name(level.folder.nameOf(level.folder.entries()[at]));
+    if (selection_.partOf(level.path + name) != Part::all) continue;
     tell_(level.path + name, "is missing in the snapshot");
   }
 }
@@ -51,13 +52,20 @@ host::InodeFlags RestoreProof::flagsOfContents(const char* name) {
   return entry == nullptr ? 0 : index_.flagsOf(*entry).value_or(0) & host::kFlagsOfContents;
 }
 
+/// Whether nothing speaks against what was read.
+bool RestoreProof::isProven(const IndexEntry& entry) const {
+  if (digest_ == kNoDigest) return true;  // A further name of a file is not read again.
+  if (entry.digest != kNoDigest) return entry.digest == digest_;
+  // The name that was read then may be none of those that are restored.
+  const auto named = index_.findAnywhere(entry.inode);
+  return !named || named->entry->digest == kNoDigest || named->entry->digest == digest_;
+}
+
 void RestoreProof::took(const char* name, const struct stat& status) {
   const IndexEntry* entry = meet(name);
   if (entry == nullptr) return;
   const bool isOfItsKind = (entry->mode & S_IFMT) == (status.st_mode & S_IFMT);
-  // A further name of a file is not read again.
-  const bool isProven = entry->digest == kNoDigest || digest_ == kNoDigest;
-  if (!isOfItsKind || (!isProven && entry->digest != digest_)) {
+  if (!isOfItsKind || !isProven(*entry)) {
     tell_(levels_.back().path + name, "does not hold what was put into the snapshot");
   }
 }

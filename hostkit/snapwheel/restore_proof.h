@@ -12,6 +12,7 @@
 
 #include "host/tree/tree_memory.h"
 #include "snapwheel/digest.h"
+#include "snapwheel/restore_selection.h"
 #include "snapwheel/source_index.h"
 
 namespace halyard::snapwheel {
@@ -20,7 +21,8 @@ class RestoreProof final : public Digesting<host::TreeMemory> {
  public:
   /// `tell` is told of each item that is damaged or missing, by its path relative to the root.
   using Tell = std::function<void(const std::string& path, const char* what)>;
-  RestoreProof(const SourceIndex& index, Tell tell) : index_(index), tell_(std::move(tell)) {}
+  RestoreProof(const SourceIndex& index, const Selection& selection, Tell tell)
+      : index_(index), selection_(selection), tell_(std::move(tell)) {}
 
   bool enter(const char* name, const struct stat& status) override;
   void leave() override;
@@ -40,7 +42,10 @@ class RestoreProof final : public Digesting<host::TreeMemory> {
   };
   const IndexEntry* meet(const char* name);
 
+  bool isProven(const IndexEntry& entry) const;
+
   const SourceIndex& index_;
+  const Selection& selection_;
   Tell tell_;
   std::vector<Level> levels_;
 };

@@ -21,13 +21,16 @@
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
+#include "host/files/system_call.h"
 #include "host/tree/folder_entries.h"
 #include "host/tree/tree_copy.h"
 #include "host/volumes/volume.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/repository.h"
+#include "snapwheel/restore_preview.h"
 #include "snapwheel/restore_proof.h"
+#include "snapwheel/restore_selection.h"
 #include "snapwheel/source_index.h"
 
 namespace halyard::snapwheel {
@@ -120,80 +123,178 @@ host::TreeCopyReport copyInto(const Target& target, const std::string& source,
   return host::copyTree(source, root, options);
 }
 
-/// Nothing is written after this: an item with some of the flags cannot be changed any more.
-FlagReport finishFlags(const SourceIndex* index, const Target& target,
-                       const std::vector<FlaggedFolder>& before) {
-  const PartOf everything = [](std::string_view) { return Part::all; };
-  FlagReport report = index == nullptr ? giveFlagsBack(target.folder.get(), before)
-                                       : giveFlags(*index, target.folder.get(), everything, before);
-  if (report.unknown != 0) {
-    hostkit::printNote("the snapshot does not know which inode flags " +
-                       std::to_string(report.unknown) + " of its items had");
+/// One volume onto one folder.
+class VolumeRestore {
+ public:
+  VolumeRestore(const RestoreRequest& request, const SnapshotVolume& volume,
+                const Selection& selection, const Target& target, RestoreOutcome& outcome)
+      : request_(request),
+        volume_(volume),
+        selection_(selection),
+        target_(target),
+        outcome_(outcome) {}
+
+  void run() {
+    const auto names = request_.mapOwners ? readOwnerNames(request_.snapshotPath) : std::nullopt;
+    const std::string indexPath = joinPath(volume_.records(request_.snapshotPath), "index");
+    const auto index = SourceIndex::open(indexPath);
+    std::unique_ptr<RestoreProof> proof;
+    if (index) {
+      proof = std::make_unique<RestoreProof>(*index, selection_,
+                                             [this](const std::string& path, const char* what) {
+                                               ++outcome_.failed;
+                                               hostkit::printError(shown(path) + ": " + what);
+                                             });
+    } else {
+      hostkit::printNote("no digests are known of " + request_.snapshotPath +
+                         ": whether its files hold what was put there cannot be told");
+    }
+    host::TreeCopyOptions options = optionsFor();
+    if (names) {
+      options.adapt = [map = ownerMapFor(*names)](struct stat& status,
+                                                  host::ExtendedAttributes& attributes) {
+        mapOwners(map, status, attributes);
+      };
+    }
+    options.memory = proof.get();
+    const auto report = copyInto(target_, volume_.path(request_.snapshotPath), options);
+    outcome_.items += report.items;
+    outcome_.bytes += report.copiedBytes;
+    finishFlags(index.get());
+    if (!report.complete && outcome_.failed == 0) throw Failure(errorText(shown(""), report.error));
+    if (report.error == ENOSPC || report.error == EDQUOT || report.error == EROFS) {
+      throw Failure(errorText(shown(""), report.error) + "; the target is incomplete");
+    }
+    syncVolumesIn(target_.folder, target_.path);
   }
-  if (report.lacking != 0) {
-    hostkit::printError(std::to_string(report.lacking) +
-                        " items could not be given their inode flags (see: lsattr), the first: " +
-                        appendPath(target.path, report.firstLacking));
+
+ private:
+  std::string shown(std::string_view path) const { return appendPath(target_.path, path); }
+
+  host::TreeCopyOptions optionsFor() {
+    host::TreeCopyOptions options;
+    options.intoExisting = true;
+    options.failed = [this](std::string_view path, int error) {
+      ++outcome_.failed;
+      hostkit::printError(errorText(shown(path), error));
+      return error != ENOSPC && error != EDQUOT && error != EROFS;
+    };
+    options.flagged = [this](std::string_view path, host::InodeFlags flags) {
+      flagged_.push_back({std::string(path), flags});
+    };
+    options.attributesLost = [this](std::string_view path, const host::LostAttributes& lost) {
+      noteLost(path, lost);
+    };
+    if (selection_.isAll()) return options;
+    options.excluded = [this](std::string_view path) {
+      return selection_.partOf(path) == Part::none;
+    };
+    options.passedThrough = [this](std::string_view path) {
+      return selection_.partOf(path) != Part::all;
+    };
+    return options;
   }
-  return report;
+
+  void noteLost(std::string_view path, const host::LostAttributes& lost) {
+    std::string what;
+    const auto add = [&what](bool isLost, std::uint64_t& count, const char* name) {
+      if (!isLost) return;
+      ++count;
+      what += (what.empty() ? "" : ", ") + std::string(name);
+    };
+    add(lost.owner, outcome_.lost.owners, "owner");
+    add(lost.permissions, outcome_.lost.permissions, "permissions");
+    add(lost.extended, outcome_.lost.extended, "extended attributes");
+    ++outcome_.lost.items;
+    if (request_.withoutAttributes) return;
+    hostkit::printWarning(shown(path) + ": is there without its " + what +
+                          ", which the target cannot hold");
+  }
+
+  /// Nothing is written after this: an item with some of the flags cannot be changed any more.
+  void finishFlags(const SourceIndex* index) {
+    const int folder = target_.folder.get();
+    const FlagReport report = index == nullptr ? giveFlagsBack(folder, flagged_)
+                                               : giveFlags(*index, folder, selection_, flagged_);
+    outcome_.flags.unknown += report.unknown;
+    outcome_.flags.lacking += report.lacking;
+    if (report.unknown != 0) {
+      hostkit::printNote("the snapshot does not know which inode flags " +
+                         std::to_string(report.unknown) + " of its items had");
+    }
+    if (report.lacking == 0) return;
+    if (outcome_.flags.firstLacking.empty()) outcome_.flags.firstLacking = report.firstLacking;
+    hostkit::printWarning(std::to_string(report.lacking) +
+                          " items could not be given their inode flags (see: lsattr), the first: " +
+                          shown(report.firstLacking));
+  }
+
+  const RestoreRequest& request_;
+  const SnapshotVolume& volume_;
+  const Selection& selection_;
+  const Target& target_;
+  RestoreOutcome& outcome_;
+  std::vector<FlaggedFolder> flagged_;
+};
+
+/// The place of a volume in the target, made where it is missing.
+Target placeOf(const Target& target, const SnapshotVolume& volume) {
+  Target place{host::Descriptor(::openat(target.folder.get(), ".", host::kFolderFlags)),
+               target.path};
+  for (const std::string_view part : splitAt(volume.mountPoint, '/')) {
+    if (part.empty()) continue;
+    const std::string name(part);
+    place.path = appendPath(place.path, name);
+    (void)::mkdirat(place.folder.get(), name.c_str(), kTargetMode);  // A refusal shows below.
+    place.folder = host::Descriptor(::openat(place.folder.get(), name.c_str(), host::kFolderFlags));
+    if (!place.folder) throw Failure(errorText(place.path, errno));
+  }
+  return place;
+}
+
+/// The one volume that is restored whole, onto the target itself.
+ChosenVolume wholeVolume(const RestoreRequest& request) {
+  const std::string folder =
+      request.volume.empty() ? volumeFolder(request.snapshotPath) : request.volume;
+  for (SnapshotVolume& volume : volumesOf(request.snapshotPath)) {
+    if (volume.folder == folder && volume.isThere) return {std::move(volume), Selection()};
+  }
+  if (folder.empty() || !host::isRealDirectory(request.snapshotPath + "/" + folder)) {
+    throw Failure(request.snapshotPath + " holds no volume" +
+                  (folder.empty() ? "" : " \"" + folder + "\""));
+  }
+  return {SnapshotVolume{folder, "/", true}, Selection()};
+}
+
+Choice choiceFor(const RestoreRequest& request) {
+  if (request.paths.empty()) return {{wholeVolume(request)}, {}};
+  Choice choice = choose(request.snapshotPath, request.paths);
+  for (const NotHeld& path : choice.notHeld) hostkit::printError(path.path + " " + path.why);
+  if (choice.volumes.empty()) throw Failure("nothing was restored");
+  return choice;
 }
 
 }  // namespace
 
 RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
-  RestoreOutcome outcome;
-  outcome.volume = request.volume.empty() ? volumeFolder(request.snapshotPath) : request.volume;
-  const std::string source = request.snapshotPath + "/" + outcome.volume;
-  if (outcome.volume.empty() || !host::isDirectory(source)) {
-    throw Failure(request.snapshotPath + " holds no volume" +
-                  (outcome.volume.empty() ? "" : " \"" + outcome.volume + "\""));
-  }
-  const auto names = request.mapOwners ? readOwnerNames(request.snapshotPath) : std::nullopt;
-  if (request.mapOwners && !names) {
+  const Choice choice = choiceFor(request);
+  if (request.mapOwners && !readOwnerNames(request.snapshotPath)) {
     throw Failure(request.snapshotPath + " has no record of its owners' names");
   }
-  const Target settled = settleTarget(request);
-  const std::string& target = settled.path;
-
-  host::TreeCopyOptions options;
-  options.intoExisting = true;
-  if (names) {
-    options.adapt = [map = ownerMapFor(*names)](struct stat& status,
-                                                host::ExtendedAttributes& attributes) {
-      mapOwners(map, status, attributes);
-    };
+  RestoreOutcome outcome;
+  outcome.volume = choice.volumes.front().volume.folder;
+  outcome.notHeld = choice.notHeld;
+  if (request.dryRun) {
+    previewRestore(request, choice, outcome);
+    return outcome;
   }
-  options.failed = [&](std::string_view path, int error) {
-    ++outcome.failed;
-    hostkit::printError(errorText(appendPath(target, path), error));
-    return error != ENOSPC && error != EDQUOT && error != EROFS;
-  };
-  const auto index =
-      SourceIndex::open(request.snapshotPath + "/" + std::string(kRecordFolder) + "/index");
-  std::unique_ptr<RestoreProof> proof;
-  if (index) {
-    proof = std::make_unique<RestoreProof>(*index, [&](const std::string& path, const char* what) {
-      ++outcome.failed;
-      hostkit::printError(appendPath(target, path) + ": " + what);
-    });
-  } else {
-    hostkit::printNote("no digests are known of " + request.snapshotPath +
-                       ": whether its files hold what was put there cannot be told");
+  const Target target = settleTarget(request);
+  for (const ChosenVolume& chosen : choice.volumes) {
+    const bool isWhole = request.paths.empty();
+    const Target place =
+        isWhole ? placeOf(target, SnapshotVolume{"", "/", true}) : placeOf(target, chosen.volume);
+    VolumeRestore(request, chosen.volume, chosen.selection, place, outcome).run();
   }
-  options.memory = proof.get();
-  std::vector<FlaggedFolder> flagged;
-  options.flagged = [&](std::string_view path, host::InodeFlags flags) {
-    flagged.push_back({std::string(path), flags});
-  };
-  const auto report = copyInto(settled, source, options);
-  outcome.items = report.items;
-  outcome.bytes = report.copiedBytes;
-  outcome.flags = finishFlags(index.get(), settled, flagged);
-  if (!report.complete && outcome.failed == 0) throw Failure(errorText(target, report.error));
-  if (report.error == ENOSPC || report.error == EDQUOT || report.error == EROFS) {
-    throw Failure(errorText(target, report.error) + "; the target is incomplete");
-  }
-  syncVolumesIn(settled.folder, target);
   return outcome;
 }
 

@@ -264,13 +264,16 @@ void SourceIndex::listFiles() const {
   for (std::uint32_t at = 0; at < folders_.size(); ++at) {
     const std::span<const IndexEntry> entries = folders_[at].contents.entries();
     for (std::uint32_t entry = 0; entry < entries.size(); ++entry) {
-      if (S_ISREG(entries[entry].mode)) files_.push_back({entries[entry].inode, at, entry});
+      if (S_ISREG(entries[entry].mode)) {
+        files_.push_back({entries[entry].inode, at, entry, entries[entry].digest == kNoDigest});
+      }
       if (S_ISDIR(entries[entry].mode)) {
         folders_.push_back({at, &entries[entry], below(entries[entry])});
       }
     }
   }
-  std::ranges::stable_sort(files_, {}, &KnownFile::inode);
+  std::ranges::stable_sort(
+      files_, {}, [](const KnownFile& file) { return std::pair(file.inode, file.lacksDigest); });
 }
 
 std::optional<SourceIndex::Place> SourceIndex::findAnywhere(std::uint64_t inode) const {

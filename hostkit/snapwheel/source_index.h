@@ -95,7 +95,7 @@ class SourceIndex {
     std::string folder;  ///< Relative to the root, empty for it.
     std::string name;
   };
-  /// Of several names the first. The first call goes through the whole index.
+  /// Of several names one whose digest is known. The first call goes through the whole index.
   std::optional<Place> findAnywhere(std::uint64_t inode) const;
 
  private:
@@ -108,6 +108,7 @@ class SourceIndex {
     std::uint64_t inode;
     std::uint32_t folder;
     std::uint32_t entry;
+    bool lacksDigest;
   };
   SourceIndex(const char* bytes, std::size_t length) : bytes_(bytes), length_(length) {}
   bool readHeader(std::optional<std::string_view> identity);
@@ -121,7 +122,7 @@ class SourceIndex {
   bool hasFlags_ = false;
   std::uint16_t rootFlags_ = 0;
   mutable std::vector<KnownFolder> folders_;  ///< The root first, each after its parent.
-  mutable std::vector<KnownFile> files_;      ///< By inode.
+  mutable std::vector<KnownFile> files_;      ///< By inode, those with a digest first.
 };
 
 /// An index that is being written, in the order of a walk.

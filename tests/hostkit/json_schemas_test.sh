@@ -169,6 +169,8 @@ holds snapwheel-prune 0 snapwheel prune --keep-last 1 --days-to-retain 0
 mkdir "$root/Volumes/Backup/Archives.snapdb/files1/2020-01-01-000000"
 holds snapwheel-list 0 snapwheel list
 holds snapwheel-check 1 snapwheel check --read-data
+holds snapwheel-restore 0 snapwheel restore latest --path /srv/depot --to /restored --dry-run
+holds snapwheel-restore 4 snapwheel restore latest --path /srv/depot --path /none --to /restored
 rm -rf "$root/Volumes/Backup"
 holds helmsman-destination 1 helmsman destination
 holds helmsman-status 0 helmsman status

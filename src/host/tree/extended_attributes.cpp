@@ -130,11 +130,17 @@ bool ExtendedAttributes::isSameEverywhere(const ExtendedAttributes& other) const
   return attributes_ == other.attributes_ || portable(attributes_) == portable(other.attributes_);
 }
 
-int ExtendedAttributes::give(const AttributeItem& item) const {
+int ExtendedAttributes::give(const AttributeItem& item, bool* lost) const {
   for (const auto& [name, value] : attributes_) {
     const int error = item.set(name.c_str(), value);
     if (error == EOPNOTSUPP && !belongsEverywhere(name)) continue;
-    if (error != 0) return error;
+    const bool cannotHold = error == EOPNOTSUPP || error == EPERM || error == E2BIG ||
+                            error == ERANGE || error == EINVAL;
+    if (lost != nullptr && cannotHold) {
+      *lost = true;
+    } else if (error != 0) {
+      return error;
+    }
   }
   return 0;
 }

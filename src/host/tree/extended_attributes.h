@@ -64,8 +64,8 @@ class ExtendedAttributes {
 
   /// Sets each of them. What belongs to one kind of file system alone (not access control lists,
   /// capabilities, labels and users' own) is left out where the item's file system does not know
-  /// it.
-  int give(const AttributeItem& item) const;
+  /// it. With `lost` so are all others, which is told there.
+  int give(const AttributeItem& item, bool* lost = nullptr) const;
   /// Takes away from the item those that are not among these.
   int removeOthers(const AttributeItem& item) const;
 

@@ -19,14 +19,26 @@ struct GivenAttributes {
   mode_t permissions = 0;
 };
 
+/// What an item could not be given, because its file system cannot hold it.
+struct LostAttributes {
+  bool owner = false;
+  bool permissions = false;
+  bool extended = false;
+
+  bool any() const { return owner || permissions || extended; }
+};
+
 /// Gives a regular file or folder the owner, extended attributes, permissions and times of its
 /// source, in the order in which none undoes another: a change of owner takes set-id bits and
-/// capabilities away, an access control list changes the group's permissions.
+/// capabilities away, an access control list changes the group's permissions. With `lost` what the
+/// file system cannot hold is told there and the rest given, nothing of it to more than its source
+/// gives it to: no set-id bits without the owner, nothing to the group without the list.
 int giveAttributes(int item, const struct stat& source, const ExtendedAttributes& attributes,
-                   const GivenAttributes& given);
+                   const GivenAttributes& given, LostAttributes* lost = nullptr);
 
 /// The same for any other kind of item, and for a link itself.
 int giveAttributesByName(int folder, const char* name, const struct stat& source,
-                         const ExtendedAttributes& attributes, const GivenAttributes& given);
+                         const ExtendedAttributes& attributes, const GivenAttributes& given,
+                         LostAttributes* lost = nullptr);
 
 }  // namespace halyard::host

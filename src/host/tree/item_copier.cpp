@@ -296,24 +296,22 @@ int ItemCopier::makeFile(FolderPair& folders, int from, const char* name, const 
 
 int ItemCopier::fillFile(FolderPair& folders, int from, int to, const struct stat& status,
                          const EarlierFile& base) {
-  int error = 0;
   if (!folders.firstMade) {
     struct stat made = {};
-    error = errorOf([&] { return ::fstat(to, &made); });
-    if (error != 0) return error;
+    if (const int error = errorOf([&] { return ::fstat(to, &made); })) return error;
     folders.firstMade = made;
   }
   InodeFlags lacking = 0;  // It is told when the file is given all its flags.
   if (folders.handsDownFlags || flagsOfContents_ != 0) {
     (void)setInodeFlags(to, flagsOfContents_, lacking);
   }
-  error = copyData(folders, from, to, status, base);
+  int error = copyData(folders, from, to, status, base);
   if (error == 0 && folders.handsDown) error = removeInheritedLists(to);
   GivenAttributes given = givenBy(*folders.firstMade);
   given.permissions = kPrivateMode;
   struct stat wanted = status;
   if (options_.adapt) options_.adapt(wanted, attributes_);
-  if (error == 0) error = giveAttributes(to, wanted, attributes_, given);
+  if (error == 0) error = giveAttributes(to, wanted, attributes_, given, losses());
   return error;
 }
 
@@ -364,7 +362,8 @@ int ItemCopier::makeOther(FolderPair& folders, const char* fromName, const char*
   struct stat wanted = status;
   if (options_.adapt) options_.adapt(wanted, attributes_);
   if (error == 0) {
-    error = giveAttributesByName(folders.target, name, wanted, attributes_, givenBy(made));
+    error =
+        giveAttributesByName(folders.target, name, wanted, attributes_, givenBy(made), losses());
   }
   if (error != 0) (void)errorOf([&] { return ::unlinkat(folders.target, name, 0); });
   return error;

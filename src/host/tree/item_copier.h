@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <optional>
+#include <utility>
 
 #include "host/tree/change_time.h"
 #include "host/tree/earlier_file.h"
@@ -50,6 +51,9 @@ class ItemCopier {
   /// EISDIR, and nothing done, for a folder. After any other error nothing new stands at `toName`.
   int copy(FolderPair& folders, const char* fromName, const char* toName, unsigned char type);
 
+  /// What was not kept of the items since the last call.
+  LostAttributes takeLost() { return std::exchange(lost_, {}); }
+
   QuietOpener& opener() { return opener_; }
   HardLinks& hardLinks() { return hardLinks_; }
 
@@ -81,6 +85,7 @@ class ItemCopier {
                 const struct stat& status);
   bool isSame(int from, const struct stat& status, const EarlierFile& earlier);
   bool hasSameContents(int from, const struct stat& status, const EarlierFile& earlier);
+  LostAttributes* losses() { return options_.attributesLost ? &lost_ : nullptr; }
   void countShared(const struct stat& status);
 
   TreeCopyReport& report_;
@@ -93,7 +98,8 @@ class ItemCopier {
   FileDataCopier data_;
   ExtendedAttributes attributes_;  ///< Of the item at hand.
   ExtendedAttributes earlierAttributes_;
-  InodeFlags flagsOfContents_ = 0;       ///< What the copy at hand gets first.
+  InodeFlags flagsOfContents_ = 0;  ///< What the copy at hand gets first.
+  LostAttributes lost_;
   bool isTorn_ = false;                  ///< It changed whenever it was read.
   std::optional<ContentDigest> digest_;  ///< Of the file at hand, once it was read to compare it.
 };

@@ -247,6 +247,7 @@ int TreeCopier::copyEntry(FolderPair& folders, const FolderEntry& entry) {
   if (mayHaveStale()) names_.emplace_back(entry.name);
   const int error = items_.copy(folders, entry.name, entry.name, entry.type);
   if (error == 0) ++report_.items;
+  tellLost(entry.name, items_.takeLost());
   if (error == EISDIR) levels_.back().folders.add(entry.name);
   if (error == 0 || error == EISDIR) return 0;
   return giveUp(error, folders.target, entry.name, entry.name);
@@ -299,7 +300,18 @@ int TreeCopier::giveFolderAttributes(const Level& level) {
   if (error != 0) return error;
   struct stat wanted = level.source;
   if (options_.adapt) options_.adapt(wanted, attributes);
-  return giveAttributes(target, wanted, attributes, level.given);
+  LostAttributes lost;
+  error = giveAttributes(target, wanted, attributes, level.given,
+                         options_.attributesLost ? &lost : nullptr);
+  tellLost("", lost);
+  return error;
+}
+
+void TreeCopier::tellLost(std::string_view name, const LostAttributes& lost) {
+  if (!lost.any()) return;
+  const std::size_t folderLength = appendToPath(name);
+  options_.attributesLost(path_, lost);
+  path_.resize(folderLength);
 }
 
 /// Gives the folder its attributes, last of all, since every item in it changed its times, and goes
@@ -307,7 +319,8 @@ int TreeCopier::giveFolderAttributes(const Level& level) {
 int TreeCopier::leave() {
   const Level level = std::move(levels_.back());
   const bool isUntouched = options_.update && level.isMerged && level.isKnown && !level.isChanged;
-  const int failure = isUntouched ? 0 : tolerate(giveFolderAttributes(level), "");
+  const bool keepsOwn = level.isMerged && options_.passedThrough && options_.passedThrough(path_);
+  const int failure = isUntouched || keepsOwn ? 0 : tolerate(giveFolderAttributes(level), "");
   if (failure != 0) return failure;
   if (options_.memory != nullptr) options_.memory->leave();
 

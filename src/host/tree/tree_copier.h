@@ -67,6 +67,7 @@ class TreeCopier {
   void noteChange();
   int removeStale();
   int giveFolderAttributes(const Level& level);
+  void tellLost(std::string_view name, const LostAttributes& lost);
   int leave();
 
   const TreeCopyOptions& options_;

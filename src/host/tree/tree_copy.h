@@ -20,6 +20,7 @@
 #include "host/files/descriptor.h"
 #include "host/files/location.h"
 #include "host/tree/inode_flags.h"
+#include "host/tree/item_attributes.h"
 #include "host/tree/tree_memory.h"
 
 namespace halyard::host {
@@ -86,6 +87,11 @@ struct TreeCopyOptions {
   /// Changes what an item of the copy is to be given, before it is: its owner, its group and the
   /// values of its extended attributes. Null for nothing.
   std::function<void(struct stat& status, ExtendedAttributes& attributes)> adapt;
+  /// Whether a folder that was there keeps its own attributes, for the sake of what is in it.
+  std::function<bool(std::string_view relativePath)> passedThrough;
+  /// Told of each item that is there without some of its attributes, which the target cannot hold.
+  /// Without this function such an item counts as one that could not be copied.
+  std::function<void(std::string_view relativePath, const LostAttributes& lost)> attributesLost;
   /// What stands in the target with flags that lock it (chattr +i, +a) is unlocked where it is in
   /// the way, and new items get none of the flags that their folders hand down. Told of each
   /// folder that was there with inode flags: what becomes of them is the caller's affair. Null:
