@@ -32,6 +32,20 @@ esac
 exit 0
 """
 
+# What every root has, and where the repository is.
+EXCLUSIONS = "/usr\n/proc/*\n/dev/*\n/run/*\n/tmp/*\n/opt\n/lib*\n/bin\n/sbin\n/Volumes/*\n/disk/*\n"
+
+
+def service(items):
+    """The one service that is on, with its data items."""
+    programs = {word + "BinaryPath": "/opt/kit-plugin"
+                for word in ("Backup", "Restore", "Verify", "Size", "Browse")}
+    return {"/private/etc/halyard/30-depotHost.plist": sweep_cases.property_list({
+                "ServiceName": "depotHost", "BackupLog": "/log", "RestoreLog": "/log",
+                "DataFiles": items, **programs}),
+            "/private/etc/halyard/com.vantor.Halyard.plist": sweep_cases.property_list(
+                {"services": {"depotHost": 1}})}
+
 
 def make_root(folder, name, program):
     """A private root with the program and the host kit that stand beside it."""
@@ -90,8 +104,7 @@ class KitCase(sweep_cases.Case):
         for path in ("/srv/depot/a", "/srv/depot/sub/b"):
             state["/data" + path] = file("first " + path)
         state["/data/srv/link"] = ("link", 0, "depot")
-        state["/etc/halyard-host/snapwheel.exclude"] = file(
-            "/usr\n/proc/*\n/dev/*\n/run/*\n/tmp/*\n/opt\n/lib*\n/bin\n/sbin\n/Volumes/*\n")
+        state["/etc/halyard-host/snapwheel.exclude"] = file(EXCLUSIONS)
         state["/run"] = folder()
 
     def ready(self, root):
@@ -281,15 +294,8 @@ class HelmsmanCase(KitCase):
 
     def prepare(self, state):
         super().prepare(state)
-        state["/private/etc/halyard/50-siteHost.plist"] = file("no service")
         del state["/private/etc/halyard/50-siteHost.plist"]
-        state["/private/etc/halyard/30-depotHost.plist"] = sweep_cases.property_list({
-            "ServiceName": "depotHost", "BackupBinaryPath": "/opt/kit-plugin",
-            "RestoreBinaryPath": "/opt/kit-plugin", "VerifyBinaryPath": "/opt/kit-plugin",
-            "SizeBinaryPath": "/opt/kit-plugin", "BrowseBinaryPath": "/opt/kit-plugin",
-            "BackupLog": "/log", "RestoreLog": "/log", "DataFiles": ITEMS})
-        state["/private/etc/halyard/com.vantor.Halyard.plist"] = sweep_cases.property_list(
-            {"services": {"depotHost": 1}})
+        state.update(service(ITEMS))
 
     def change(self, root):
         for path in ("/srv/depot/a", "/srv/single"):
