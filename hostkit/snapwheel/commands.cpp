@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 
 #include "base/text.h"
 #include "common/exit_status.h"

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "common/exit_status.h"
 #include "common/messages.h"

@@ -3,6 +3,7 @@
 
 // The commands that look into snapshots or bring them back.
 #include <chrono>
+#include <nlohmann/json.hpp>
 
 #include "common/exit_status.h"
 #include "common/messages.h"

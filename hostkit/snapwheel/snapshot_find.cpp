@@ -41,7 +41,8 @@ class Search {
   Search(const Repository& repository, const std::string& pattern)
       : repository_(repository),
         isForPaths_(pattern.find('/') != std::string::npos),
-        pattern_(pattern.substr(isForPaths_ && pattern.front() == '/' ? 1 : 0)) {}
+        pattern_(pattern.substr(isForPaths_ && pattern.front() == '/' ? 1 : 0)),
+        isPlain_(pattern_.find_first_of("*?[\\") == std::string::npos) {}
 
   FindReport run() {
     const std::vector<std::string> snapshots = repository_.list().snapshots;
@@ -71,15 +72,18 @@ class Search {
   }
 
   void searchVolume(const VolumeIndex& volume, const std::string& name, std::size_t number) {
-    std::string text;
     walkIndex(*volume.index, volume.index->root(),
               [&](const std::string& folder, std::string_view itemName, const IndexEntry& entry) {
-                text.assign(isForPaths_ ? volume.volume.hostPath(folder) : "").append(itemName);
-                const int flags = isForPaths_ ? FNM_PATHNAME : 0;
-                if (itemName.empty() || ::fnmatch(pattern_.c_str(), text.c_str(), flags) != 0)
-                  return;
+                if (!matches(volume.volume, folder, itemName)) return;
                 add(volume.volume, folder + std::string(itemName), entry, name, number);
               });
+  }
+
+  bool matches(const SnapshotVolume& volume, const std::string& folder, std::string_view name) {
+    if (name.empty()) return false;
+    if (!isForPaths_ && isPlain_) return name == pattern_;
+    text_.assign(isForPaths_ ? volume.hostPath(folder) : "").append(name);
+    return ::fnmatch(pattern_.c_str(), text_.c_str(), isForPaths_ ? FNM_PATHNAME : 0) == 0;
   }
 
   void add(const SnapshotVolume& volume, const std::string& path, const IndexEntry& entry,
@@ -115,6 +119,8 @@ class Search {
   const Repository& repository_;
   bool isForPaths_;
   std::string pattern_;
+  bool isPlain_;  ///< No letter in it means more than itself.
+  std::string text_;
   std::map<std::string, std::vector<Version>> found_;
   FindReport report_;
 };

@@ -291,6 +291,15 @@ TEST_F(SnapwheelOnDisk, ADeletedSnapshotIsGoneFromTheDisk) {
        "unlinkat(*</backup/Archives.snapdb/files1>, \"removed-*AT_REMOVEDIR*", kRepositorySynced}));
 }
 
+TEST_F(SnapwheelOnDisk, APinIsOnDiskWhenThatIsTold) {
+  take();
+  EXPECT_TRUE(
+      inOrder(callsOf({"pin", "latest"}), {"fsync(*/.snapwheel/.*>) = 0", "renameat*\"pin\"*",
+                                           "fsync(*/.snapwheel>) = 0", "write(1<*"}));
+  EXPECT_TRUE(inOrder(callsOf({"unpin", "latest"}), {"unlinkat(*/.snapwheel>, \"pin\"*",
+                                                     "fsync(*/.snapwheel>) = 0", "write(1<*"}));
+}
+
 TEST_F(SnapwheelOnDisk, LatestLeadsElsewhereOnDiskBeforeItsSnapshotGoes) {
   take();
   take();

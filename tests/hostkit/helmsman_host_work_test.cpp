@@ -7,6 +7,9 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <thread>
+
 #include "backup_test.h"
 #include "host/files/descriptor.h"
 #include "support/mounts.h"
@@ -59,6 +62,7 @@ class HostWorkTest : public test::BackupTest {
     lock.l_start = start;
     ASSERT_EQ(::fcntl(lock_.get(), F_OFD_SETLK, &lock), 0);
   }
+  void letGo() { lock_.reset(); }
   void everyoneIsRefused(const std::string& reason) const {
     const std::string depot = root.readFile("/srv/depot");
     for (const std::vector<std::string>& words : kWork) {
@@ -97,6 +101,28 @@ TEST_F(HostWork, IsRefusedDuringAnother) {
       "helmsman: helmsman undo (process 4711) is running; a backup would show half of its work\n");
   EXPECT_EQ(record()["result"], "good") << "nothing is recorded";
   EXPECT_EQ(helmsmanJson({"status", "--json"})["run"]["active"], false) << "it is no backup";
+}
+
+TEST_F(HostWork, WaitsAsLongAsItIsTold) {
+  holdLock(1);
+  std::thread other([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    letGo();
+  });
+  const auto patient = helmsman({"--wait", "60", "enable", "postHost"});
+  other.join();
+  EXPECT_EQ(patient.status, 0) << patient.err;
+  EXPECT_THAT(patient.err, HasSubstr("waiting for "));
+  holdLock(0);
+  EXPECT_EQ(helmsman({"enable", "postHost", "--wait", "1"}).status, 3);
+  EXPECT_EQ(helmsman({"backup", "--wait", "1"}).status, 3);
+}
+
+TEST_F(HostWork, ABackupThatMayWaitHasItsEngineWaitToo) {
+  ASSERT_EQ(helmsman({"backup", "--wait", "600"}).status, 0);
+  EXPECT_THAT(engineCalls(),
+              testing::Contains(testing::MatchesRegex("snapshot --json --wait [0-9]+ .*")));
+  EXPECT_THAT(engineCalls(), testing::Contains(testing::MatchesRegex("prune --wait [0-9]+")));
 }
 
 TEST_F(HostWork, ThatWaitsForADayIsNoReasonToBeQuiet) {
