@@ -53,7 +53,8 @@ TEST_F(KitProgram, HelpNamesEveryExitStatus) {
 
 TEST_F(KitProgram, RefusesAWrongCommandLineByTheWordThatIsWrong) {
   static const std::string kSnapwheel =
-      "; there are: snapshot, list, delete, latest, prune, restore, check (see: snapwheel --help)";
+      "; there are: snapshot, list, delete, pin, unpin, latest, prune, restore, diff, find, check "
+      "(see: snapwheel --help)";
   static const std::string kDrivectl = "; there are: info, list (see: drivectl --help)";
   const std::vector<Refusal> refusals = {
       {"snapwheel", {}, "a subcommand is missing" + kSnapwheel},
@@ -67,7 +68,8 @@ TEST_F(KitProgram, RefusesAWrongCommandLineByTheWordThatIsWrong) {
        "check --help)"},
       {"helmsman",
        {"--nonsense"},
-       "there is no option \"--nonsense\"; there are: --help, --version, --quiet (see: helmsman "
+       "there is no option \"--nonsense\"; there are: --help, --version, --quiet, --wait (see: "
+       "helmsman "
        "--help)"},
       {"snapwheel",
        {"list", "--nonsense", "x"},
@@ -84,9 +86,9 @@ TEST_F(KitProgram, RefusesAWrongCommandLineByTheWordThatIsWrong) {
        {"undo", "web", "mail"},
        "the word \"mail\" has no meaning here; undo takes SERVICE (see: helmsman undo --help)"},
       {"helmsman", {"restore"}, "SERVICE is missing (see: helmsman restore --help)"},
-      {"helmsman",
-       {"schedule", "--keep", "x"},
-       "--keep cannot be \"x\" (see: helmsman schedule --help)"},
+      {"snapwheel",
+       {"snapshot", "--keep-last", "x"},
+       "--keep-last cannot be \"x\" (see: snapwheel snapshot --help)"},
       {"helmsman",
        {"schedule", "--at"},
        "--at needs a value, HH:MM (see: helmsman schedule --help)"},
