@@ -138,4 +138,11 @@ bool Exclusions::match(std::string_view relativePath) const {
          });
 }
 
+bool Exclusions::matchAtOrAbove(std::string_view relativePath) const {
+  for (std::size_t end = relativePath.find('/');; end = relativePath.find('/', end + 1)) {
+    if (match(relativePath.substr(0, end))) return true;
+    if (end == std::string_view::npos) return false;
+  }
+}
+
 }  // namespace halyard::hostkit

@@ -24,7 +24,7 @@ struct TextHash {
 /// A list of patterns, one a line; "#" begins a comment line.
 ///
 /// A pattern with a "/" at its beginning or inside is matched against the whole path from the root
-/// of the source ("*" and "?" match no "/"): "/proc/*" leaves out what is in /proc and keeps the
+/// of the host ("*" and "?" match no "/"): "/proc/*" leaves out what is in /proc and keeps the
 /// folder. Any other pattern is matched against the last name of the path. A "/" at the end is
 /// ignored. What is below an excluded folder is left out with it.
 ///
@@ -45,6 +45,9 @@ class Exclusions {
 
   /// Given a path relative to the root of the source, without a leading "/".
   bool match(std::string_view relativePath) const;
+
+  /// The same for the path or any folder above it.
+  bool matchAtOrAbove(std::string_view relativePath) const;
 
   /// A text that two lists share only when they leave out the same things.
   const std::string& fingerprint() const { return fingerprint_; }

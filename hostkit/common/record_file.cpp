@@ -8,8 +8,8 @@
 
 #include <cerrno>
 
+#include "base/text.h"
 #include "common/safe_folder.h"
-#include "host/files/descriptor.h"
 #include "host/files/files.h"
 #include "host/files/sync.h"
 #include "host/files/system_call.h"
@@ -20,24 +20,28 @@ namespace halyard::hostkit {
 namespace {
 
 constexpr mode_t kRecordMode = 0600;
-
-std::string folderOf(const std::string& snapshotPath) {
-  return snapshotPath + "/" + std::string(kRecordFolder);
-}
-
-host::Descriptor openRecords(const std::string& snapshotPath) {
-  return host::Descriptor(::open(folderOf(snapshotPath).c_str(), host::kFolderFlags));
-}
+constexpr std::string_view kVolumeRecords = "volumes";
 
 }  // namespace
 
-std::string recordPath(const std::string& snapshotPath, const std::string& name) {
-  return folderOf(snapshotPath) + "/" + name;
+RecordPlace::RecordPlace(const std::string& snapshotPath, const std::string& furtherVolume)
+    : snapshot_(snapshotPath), below_(kRecordFolder) {
+  if (!furtherVolume.empty()) below_ += "/" + std::string(kVolumeRecords) + "/" + furtherVolume;
 }
 
-RecordFile readRecordFile(const std::string& snapshotPath, const std::string& name,
-                          std::size_t limit) {
-  const host::Descriptor folder = openRecords(snapshotPath);
+host::Descriptor RecordPlace::open() const {
+  host::Descriptor folder(host::uninterrupted(
+      [&] { return ::open(snapshot_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  for (const std::string_view name : splitAt(below_, '/')) {
+    if (!folder) break;
+    folder = host::Descriptor(host::uninterrupted(
+        [&] { return ::openat(folder.get(), std::string(name).c_str(), host::kFolderFlags); }));
+  }
+  return folder;
+}
+
+RecordFile readRecordFile(const RecordPlace& place, const std::string& name, std::size_t limit) {
+  const host::Descriptor folder = place.open();
   if (!folder) return {errno != ENOENT, std::nullopt};
   struct stat status {};
   if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -46,10 +50,9 @@ RecordFile readRecordFile(const std::string& snapshotPath, const std::string& na
   return {true, hostkit::readFileSafely(folder, name, limit)};
 }
 
-Status writeRecordFile(const std::string& snapshotPath, const std::string& name,
-                       std::string_view bytes) {
-  const host::Descriptor folder = openRecords(snapshotPath);
-  if (!folder) return Error{errno, folderOf(snapshotPath)};
+Status writeRecordFile(const RecordPlace& place, const std::string& name, std::string_view bytes) {
+  const host::Descriptor folder = place.open();
+  if (!folder) return Error{errno, place.path()};
   struct stat status {};
   const bool isFolder = ::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
                         S_ISDIR(status.st_mode);
@@ -59,12 +62,12 @@ Status writeRecordFile(const std::string& snapshotPath, const std::string& name,
   return host::writeFileAt(folder.get(), name, bytes, host::Durability::power, kRecordMode);
 }
 
-Status removeRecordFile(const std::string& snapshotPath, const std::string& name) {
-  const host::Descriptor folder = openRecords(snapshotPath);
-  if (!folder) return outcomeOf(errno == ENOENT ? 0 : errno, folderOf(snapshotPath));
+Status removeRecordFile(const RecordPlace& place, const std::string& name) {
+  const host::Descriptor folder = place.open();
+  if (!folder) return outcomeOf(errno == ENOENT ? 0 : errno, place.path());
   struct stat status {};
   if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    return outcomeOf(errno == ENOENT ? 0 : errno, recordPath(snapshotPath, name));
+    return outcomeOf(errno == ENOENT ? 0 : errno, place.path(name));
   }
   if (Status removed = host::removeWithSubvolumes(folder.get(), name); !removed) return removed;
   return host::syncFolder(folder.get());

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string_view>
 
 #include "base/text.h"
@@ -64,18 +65,34 @@ class Check {
     } else if (!manifest->complete) {
       noteLack(path, *manifest);
     }
-    const std::string volume = volumeFolder(path);
-    if (volume.empty()) {
-      problem(path, "holds no volume; delete it");
+    const std::vector<SnapshotVolume> volumes = volumesOf(path);
+    if (volumes.empty()) problem(path, "holds no volume; delete it");
+    for (const SnapshotVolume& volume : volumes) checkVolume(path, volume, manifest);
+  }
+
+  void checkVolume(const std::string& snapshot, const SnapshotVolume& volume,
+                   const std::optional<Manifest>& manifest) {
+    const std::string path = volume.path(snapshot);
+    if (!volume.isThere) {
+      problem(path, "is gone, or no folder: the snapshot does not hold what was at " +
+                        volume.mountPoint + " any more");
     } else if (depth_ != CheckDepth::structure) {
-      readTree(path + "/" + volume, manifest ? manifest->items : 0);
+      readTree(path, manifest ? itemsOf(*manifest, volume) : 0);
     }
+  }
+
+  static std::uint64_t itemsOf(const Manifest& manifest, const SnapshotVolume& volume) {
+    const auto record = std::ranges::find(manifest.volumes, volume.folder, &VolumeRecord::folder);
+    return record == manifest.volumes.end() ? 0 : record->items;
   }
 
   void noteLack(const std::string& path, const Manifest& manifest) {
     if (manifest.missingCount != 0 || manifest.tornCount == 0) {
       note(path, "lacks " + std::to_string(manifest.missingCount) +
                      " items that could not be read when it was made");
+    }
+    for (const std::string& mountPoint : manifest.absentVolumes) {
+      note(path, "lacks the volume at " + mountPoint + ", which could not be read then");
     }
     if (manifest.tornCount != 0) {
       note(path, "may hold mixtures: " + std::to_string(manifest.tornCount) +
@@ -123,22 +140,21 @@ class Check {
   void checkContents(const std::vector<std::string>& snapshots) {
     VerifyReport verified = verifyContents(repository_, snapshots, part_);
     report_.bytesRead = verified.bytesRead;
-    for (const std::string& name : verified.withoutDigests) {
-      readUncompared(name);
-      note(repository_.path(name),
+    for (const VolumeOfSnapshot& volume : verified.withoutDigests) {
+      readUncompared(volume);
+      note(placeOf(volume),
            "holds no digests to compare its files with; the snapshots after it do");
     }
-    for (const std::string& name : verified.damagedIndexes) {
-      readUncompared(name);
-      problem(repository_.path(name),
-              "its index is damaged: its files could only be read, not compared");
+    for (const VolumeOfSnapshot& volume : verified.damagedIndexes) {
+      readUncompared(volume);
+      problem(placeOf(volume), "its index is damaged: its files could only be read, not compared");
     }
     if (verified.unproven != 0) {
       note(repository_.hostFolder(),
            "no digest is known of " + std::to_string(verified.unproven) + " files");
     }
-    for (const std::string& name : verified.unreadableRecords) {
-      problem(repository_.path(name),
+    for (const VolumeOfSnapshot& volume : verified.unreadableRecords) {
+      problem(placeOf(volume),
               "its record of damaged files cannot be read: no later "
               "snapshot shares its files until check --verify read them all");
     }
@@ -152,9 +168,14 @@ class Check {
     report_.damaged = std::move(verified.damaged);
   }
 
-  void readUncompared(const std::string& name) {
-    const std::string path = repository_.path(name);
-    readTree(path + "/" + volumeFolder(path), 0, true);
+  /// The snapshot itself, for its first volume.
+  std::string placeOf(const VolumeOfSnapshot& volume) const {
+    const std::string snapshot = repository_.path(volume.snapshot);
+    return volume.volume.isRoot() ? snapshot : volume.volume.path(snapshot);
+  }
+
+  void readUncompared(const VolumeOfSnapshot& volume) {
+    readTree(volume.volume.path(repository_.path(volume.snapshot)), 0, true);
   }
 
   void readContents(const host::WalkedItem& item, const std::string& root) {

@@ -91,9 +91,12 @@ int runSnapshot(const CommandOptions& options) {
   SnapshotRequest request;
   request.source = options.source;
   request.volume = options.volume;
+  request.furtherVolumes = options.furtherVolumes;
+  request.furtherVolumes.insert(request.furtherVolumes.end(), options.addedVolumes.begin(),
+                                options.addedVolumes.end());
   request.exclusions = exclusionsFor(options);
   waitForBackup(options);
-  const SnapshotOutcome outcome = takeSnapshot(repository, std::move(request));
+  const SnapshotOutcome outcome = takeSnapshot(repository, request);
   const Manifest& manifest = outcome.manifest;
   if (options.json) {
     nlohmann::json document = toJson(manifest);

@@ -23,6 +23,8 @@ struct CommandOptions {
   RetentionRules rules;  ///< Without the days.
   std::string source = "/";
   std::string volume = "System";
+  std::vector<std::string> furtherVolumes;  ///< Mount points of each snapshot,
+  std::vector<std::string> addedVolumes;    ///< and of this one.
   std::string exclusionFile;
   std::vector<std::string> excludes;
   std::vector<std::string> names;

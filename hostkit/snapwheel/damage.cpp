@@ -17,9 +17,9 @@ constexpr char kDamageName[] = "damaged";
 
 }  // namespace
 
-DamageRecord readDamage(const std::string& snapshotPath) {
+DamageRecord readDamage(const RecordPlace& place) {
   DamageRecord record;
-  const hostkit::RecordFile file = hostkit::readRecordFile(snapshotPath, kDamageName, kDamageLimit);
+  const hostkit::RecordFile file = hostkit::readRecordFile(place, kDamageName, kDamageLimit);
   record.isUnreadable = file.stands && !file.bytes;
   if (!file.bytes) return record;
   for (const std::string_view path : splitAt(*file.bytes, '\0')) {
@@ -28,14 +28,14 @@ DamageRecord readDamage(const std::string& snapshotPath) {
   return record;
 }
 
-Status writeDamage(const std::string& snapshotPath, const std::unordered_set<std::string>& paths) {
-  if (paths.empty()) return hostkit::removeRecordFile(snapshotPath, kDamageName);
+Status writeDamage(const RecordPlace& place, const std::unordered_set<std::string>& paths) {
+  if (paths.empty()) return hostkit::removeRecordFile(place, kDamageName);
   std::string text;
   for (const std::string& path : paths) text.append(path).push_back('\0');
   if (text.size() > kDamageLimit) {  // Nobody would read it.
-    return Error{EFBIG, hostkit::recordPath(snapshotPath, kDamageName)};
+    return Error{EFBIG, place.path(kDamageName)};
   }
-  return hostkit::writeRecordFile(snapshotPath, kDamageName, text);
+  return hostkit::writeRecordFile(place, kDamageName, text);
 }
 
 }  // namespace halyard::snapwheel

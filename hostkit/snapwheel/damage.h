@@ -9,8 +9,11 @@
 #include <unordered_set>
 
 #include "base/result.h"
+#include "common/record_file.h"
 
 namespace halyard::snapwheel {
+
+using hostkit::RecordPlace;
 
 struct DamageRecord {
   std::unordered_set<std::string> paths;  ///< Relative to the root of the volume.
@@ -22,9 +25,9 @@ struct DamageRecord {
 };
 
 /// Empty when there is no record.
-DamageRecord readDamage(const std::string& snapshotPath);
+DamageRecord readDamage(const RecordPlace& place);
 
 /// Replaces the record, whatever stands in its place, or removes it where nothing is damaged.
-Status writeDamage(const std::string& snapshotPath, const std::unordered_set<std::string>& paths);
+Status writeDamage(const RecordPlace& place, const std::unordered_set<std::string>& paths);
 
 }  // namespace halyard::snapwheel

@@ -53,6 +53,10 @@ void addCommonOptions(CLI::App& app, CommandOptions& options) {
   app.add_option("--exclude", options.excludes, "One more pattern to leave out")
       ->type_name("PATTERN")
       ->allow_extra_args(false);
+  app.add_option("--further-volume", options.furtherVolumes,
+                 "A mount point that each snapshot holds beside /, in a folder of its own")
+      ->type_name("MOUNTPOINT")
+      ->allow_extra_args(false);
   app.add_flag_callback(
       "--quiet", [] { hostkit::setQuiet(true); }, "No notes on standard error");
 }
@@ -71,6 +75,10 @@ void addSnapshot(CLI::App& app, CommandOptions& options, Command& command) {
       ->type_name("DIR");
   word->add_option("--volume", options.volume, "Its folder in the snapshot (default: System)")
       ->type_name("NAME");
+  word->add_option("--add-volume", options.addedVolumes,
+                   "One more, also beside those of the configuration file")
+      ->type_name("MOUNTPOINT")
+      ->allow_extra_args(false);
   word->add_flag("--prune", options.prune, "Prune afterwards, when nothing was left out");
   word->add_flag("--json", options.json, "Print the manifest as JSON");
   word->callback([&command] { command = snapwheel::runSnapshot; });

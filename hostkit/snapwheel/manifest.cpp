@@ -34,11 +34,6 @@ std::string manifestPath(const std::string& snapshotPath) {
   return snapshotPath + "/" + std::string(kRecordFolder) + "/manifest.json";
 }
 
-bool isPlainName(const std::string& name) {
-  return !name.empty() && name.front() != '.' && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
-}
-
 VolumeRecord onlyVolumeOf(const Manifest& manifest) {
   VolumeRecord volume;
   volume.folder = manifest.volume;
@@ -108,6 +103,11 @@ bool areSound(const std::vector<VolumeRecord>& volumes, const std::string& first
 
 }  // namespace
 
+bool isUsableFolderName(const std::string& name) {
+  return !name.empty() && name.front() != '.' && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
 nlohmann::json toJson(const Manifest& manifest) {
   nlohmann::json missing = nlohmann::json::array();
   for (const MissingItem& item : manifest.missing) {
@@ -161,7 +161,7 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   manifest.missingCount = countOf(object, "missingCount").value_or(0);
   manifest.tornCount = countOf(object, "tornCount").value_or(0);
   manifest.unfinishedBackup = flagOf(object, "unfinishedBackup");
-  if (!isPlainName(manifest.volume)) return std::nullopt;
+  if (!isUsableFolderName(manifest.volume)) return std::nullopt;
   if (format <= kOneVolumeFormat) {
     manifest.volumes = {onlyVolumeOf(manifest)};
     return manifest;

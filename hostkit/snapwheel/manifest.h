@@ -64,6 +64,9 @@ struct Manifest {
   bool lacksNothing() const { return complete || (missingCount == 0 && tornCount != 0); }
 };
 
+/// Whether the name can be the one of the first volume's folder.
+bool isUsableFolderName(const std::string& name);
+
 /// Absent when there is none or it cannot be understood: also when two volumes have one folder or
 /// one mount point, or a folder is not called after its mount point. One of an older format has the
 /// one volume that it is about.

@@ -13,7 +13,6 @@
 #include "common/json_file.h"
 #include "common/json_members.h"
 #include "host/files/files.h"
-#include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {
 
@@ -26,10 +25,7 @@ using Names = std::map<std::uint32_t, std::string>;
 constexpr std::size_t kAccountFileLimit = std::size_t{64} << 20;
 constexpr std::size_t kOwnersLimit = std::size_t{16} << 20;
 constexpr int kIndent = 2;
-
-std::string ownersPath(const std::string& snapshotPath) {
-  return snapshotPath + "/" + std::string(kRecordFolder) + "/owners.json";
-}
+constexpr char kOwnersName[] = "owners.json";
 
 std::optional<std::uint32_t> idIn(std::string_view text) {
   std::uint32_t id = 0;
@@ -92,15 +88,15 @@ OwnerNames namesOf(const OwnerIds& ids, const std::string& root) {
   return names;
 }
 
-Status writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names) {
+Status writeOwnerNames(const RecordPlace& place, const OwnerNames& names) {
   const nlohmann::json object = {{"users", toJson(names.users)}, {"groups", toJson(names.groups)}};
   const std::string text =
       object.dump(kIndent, ' ', false, nlohmann::json::error_handler_t::replace);
-  return host::writeFile(ownersPath(snapshotPath), text + "\n");
+  return hostkit::writeRecordFile(place, kOwnersName, text + "\n");
 }
 
-std::optional<OwnerNames> readOwnerNames(const std::string& snapshotPath) {
-  const nlohmann::json object = hostkit::readJsonFile(ownersPath(snapshotPath), kOwnersLimit);
+std::optional<OwnerNames> readOwnerNames(const RecordPlace& place) {
+  const nlohmann::json object = hostkit::readJsonFile(place.path(kOwnersName), kOwnersLimit);
   if (!object.is_object()) return std::nullopt;
   return OwnerNames{namesFrom(object, "users"), namesFrom(object, "groups")};
 }

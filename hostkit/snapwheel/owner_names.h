@@ -13,8 +13,11 @@
 #include <string>
 
 #include "base/result.h"
+#include "common/record_file.h"
 
 namespace halyard::snapwheel {
+
+using hostkit::RecordPlace;
 
 /// The ids that a tree uses.
 struct OwnerIds {
@@ -32,8 +35,8 @@ struct OwnerNames {
 /// name service knows.
 OwnerNames namesOf(const OwnerIds& ids, const std::string& root);
 
-/// <snapshot>/.snapwheel/owners.json; false or absent on any error.
-Status writeOwnerNames(const std::string& snapshotPath, const OwnerNames& names);
-std::optional<OwnerNames> readOwnerNames(const std::string& snapshotPath);
+/// owners.json; false or absent on any error.
+Status writeOwnerNames(const RecordPlace& place, const OwnerNames& names);
+std::optional<OwnerNames> readOwnerNames(const RecordPlace& place);
 
 }  // namespace halyard::snapwheel

@@ -12,7 +12,7 @@ namespace halyard::snapwheel {
 std::vector<VolumeIndex> indexesOf(const std::string& snapshotPath) {
   std::vector<VolumeIndex> indexes;
   for (SnapshotVolume& volume : volumesOf(snapshotPath)) {
-    auto index = SourceIndex::open(volume.records(snapshotPath) + "/index");
+    auto index = SourceIndex::open(volume.records(snapshotPath).path("index"));
     indexes.push_back({std::move(volume), std::move(index)});
   }
   return indexes;

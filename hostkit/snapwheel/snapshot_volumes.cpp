@@ -10,13 +10,10 @@
 #include "common/volume_names.h"
 #include "host/files/files.h"
 #include "snapwheel/manifest.h"
-#include "snapwheel/repository.h"
 
 namespace halyard::snapwheel {
 
 namespace {
-
-constexpr std::string_view kVolumeRecords = "volumes";
 
 std::vector<SnapshotVolume> volumesByManifest(const std::string& snapshotPath) {
   std::vector<SnapshotVolume> volumes;
@@ -52,9 +49,8 @@ std::string SnapshotVolume::path(const std::string& snapshotPath) const {
   return joinPath(snapshotPath, folder);
 }
 
-std::string SnapshotVolume::records(const std::string& snapshotPath) const {
-  const std::string all = snapshotPath + "/" + std::string(kRecordFolder);
-  return isRoot() ? all : all + "/" + std::string(kVolumeRecords) + "/" + folder;
+RecordPlace SnapshotVolume::records(const std::string& snapshotPath) const {
+  return isRoot() ? RecordPlace(snapshotPath) : RecordPlace(snapshotPath, folder);
 }
 
 std::string SnapshotVolume::hostPath(const std::string& pathInVolume) const {

@@ -12,7 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "common/record_file.h"
+
 namespace halyard::snapwheel {
+
+using hostkit::RecordPlace;
 
 struct SnapshotVolume {
   std::string folder;      ///< Its name in the snapshot: never a link, or a path.
@@ -21,8 +25,8 @@ struct SnapshotVolume {
 
   bool isRoot() const { return mountPoint == "/"; }
   std::string path(const std::string& snapshotPath) const;
-  /// The folder with its records: the index, the owners' names, what is damaged.
-  std::string records(const std::string& snapshotPath) const;
+  /// Of its records: the index, the owners' names, what is damaged.
+  RecordPlace records(const std::string& snapshotPath) const;
   /// The path of an item on the host without the "/" before it, by its path in the volume.
   std::string hostPath(const std::string& pathInVolume) const;
 };

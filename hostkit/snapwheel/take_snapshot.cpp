@@ -3,198 +3,111 @@
 
 #include "snapwheel/take_snapshot.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <memory>
+#include <set>
+#include <utility>
 
-#include "base/text.h"
 #include "common/messages.h"
 #include "common/paths.h"
-#include "host/files/descriptor.h"
+#include "common/volume_names.h"
 #include "host/files/files.h"
-#include "host/tree/change_time.h"
-#include "host/tree/tree_copy.h"
-#include "host/volumes/mounting.h"
 #include "snapwheel/backup_state.h"
-#include "snapwheel/damage.h"
 #include "snapwheel/failure.h"
-#include "snapwheel/owner_names.h"
-#include "snapwheel/walk_memory.h"
+#include "snapwheel/source_volume.h"
+#include "snapwheel/volume_walk.h"
 #include "snapwheel/work_folder.h"
 
 namespace halyard::snapwheel {
 
 namespace {
 
-constexpr std::size_t kToldItems = 20;
 constexpr std::chrono::minutes kToldClockLag(1);
 
 Instant now() { return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()); }
 
-/// The source as an absolute path without links. Leaves the repository out when it lies inside.
-void settleSource(const Repository& repository, SnapshotRequest& request) {
-  const std::string source = host::realPath(request.source).value_or("");
-  if (source.empty() || !host::isDirectory(source)) {
-    throw Failure("the source " + request.source + " is no folder");
+/// The volumes to copy, the one at "/" first; those that cannot be are recorded as absent.
+std::vector<SourceVolume> openSources(const Repository& repository, const SnapshotRequest& request,
+                                      Manifest& manifest) {
+  std::vector<SourceVolume> sources;
+  sources.push_back(
+      SourceVolume::root(repository, request.source, request.volume, request.exclusions));
+  const std::set<std::string> further(request.furtherVolumes.begin(), request.furtherVolumes.end());
+  for (const std::string& mountPoint : further) {
+    if (request.exclusions.matchAtOrAbove(mountPoint.substr(1))) {
+      hostkit::printNote("the volume at " + mountPoint + " is left out by " +
+                         hostkit::kExclusionFile + " or --exclude");
+      continue;
+    }
+    auto source =
+        SourceVolume::further(repository, sources.front(), mountPoint, request.exclusions);
+    if (source.missing() == 0) {
+      sources.push_back(std::move(source));
+    } else {
+      noteAbsentVolume(source, source.missing(), manifest);
+    }
   }
-  request.source = source;
-  const std::string folder = host::realPath(repository.folder()).value_or("");
-  const std::string below = source == "/" ? source : source + "/";
-  if (source == folder || source.starts_with(folder + "/")) {
-    throw Failure("the source " + source + " is part of the repository");
-  }
-  if (folder.starts_with(below)) request.exclusions.addPath(folder.substr(below.size()));
+  return sources;
 }
 
-/// The walk over the source, and what becomes of the items that it cannot copy.
-class Walk {
- public:
-  Walk(const SnapshotRequest& request, const WorkFolder& work, Manifest& manifest)
-      : request_(request), work_(work), manifest_(manifest) {}
-
-  /// Throws Failure when the destination gives up.
-  void run() {
-    const std::string identity = indexIdentity();
-    SourceIndexWriter writer(work_.indexPath(), identity);
-    const bool isProof = work_.isReferenceExact() && keepsChangeTimes(request_.source);
-    const auto before = isProof ? SourceIndex::open(work_.referenceIndexPath(), identity) : nullptr;
-    const struct timespec began = host::timeOfChanges();
-    writeBack();
-    WalkMemory memory(writer, {before.get(), damageOfReference()}, began,
-                      [this](const std::string& path) { noteTorn(path); });
-    host::TreeCopyOptions options;
-    options.reference = work_.referenceVolume();
-    options.earlier = before ? work_.earlierVolume() : std::string();
-    options.update = work_.isUpdate();
-    options.intoExisting = options.update;
-    options.oneFileSystem = true;
-    options.memory = &memory;
-    options.excluded = [this](std::string_view path) { return request_.exclusions.match(path); };
-    options.failed = [this](std::string_view path, int error) { return goesOn(path, error); };
-    const auto report = copy(options);
-    // Without the root there is nothing that a snapshot could lack parts of.
-    if (fatal_ == 0 && (report.ended || report.items == 0)) {
-      fatal_ = report.error;
+/// Throws Failure for what cannot be the volumes of one snapshot.
+void refuseUnusable(const SnapshotRequest& request) {
+  const auto refuse = [](const std::string& text) { throw Failure(text, hostkit::kUsageError); };
+  if (!isUsableFolderName(request.volume)) {
+    refuse("\"" + request.volume + "\" cannot be the name of a volume's folder");
+  }
+  for (const std::string& mountPoint : request.furtherVolumes) {
+    if (mountPoint == "/" || !hostkit::isPlainMountPoint(mountPoint)) {
+      refuse("\"" + mountPoint + "\" is no mount point of a further volume, as /srv is");
     }
-    if (fatal_ != 0) throw Failure(errorText(work_.volumePath(), fatal_));
-    fill(report);
-    // Without an index the next walk is slower, and no less right.
-    (void)writer.finish();
-    (void)writeOwnerNames(work_.path(), namesOf(memory.owners(), request_.source));
-  }
-
- private:
-  /// What is mounted inside the source, as a hardened unit does for itself, must not hide what is
-  /// the source's own.
-  host::TreeCopyReport copy(const host::TreeCopyOptions& options) const {
-    auto source = host::openWithoutMounts(request_.source);
-    if (!source) return host::copyTree(request_.source, work_.volumePath(), options);
-    return host::copyTree(host::Location{std::move(*source), "."}, work_.volumePath(), options);
-  }
-
-  /// What is written through a mapping sets the change time when a page is touched that is as the
-  /// disk has it, so all are to be.
-  void writeBack() const {
-    const host::Descriptor source(::open(request_.source.c_str(), O_RDONLY | O_DIRECTORY));
-    if (source) (void)::syncfs(source.get());  // An error of the disk shows when files are read.
-  }
-
-  DamageRecord damageOfReference() const {
-    if (work_.reference().empty()) return {};
-    DamageRecord damage = readDamage(work_.referencePath());
-    if (damage.isUnreadable) {
-      hostkit::printWarning("the record of damaged files in " + work_.reference() +
-                            " cannot be read: every file is copied afresh");
-    }
-    return damage;
-  }
-
-  void noteTorn(const std::string& path) {
-    if (manifest_.tornCount == 0) {
-      hostkit::printNote(
-          std::string("a file that is written all the time is saved by a dump of its "
-                      "own server; leave it out in ") +
-          hostkit::kExclusionFile);
-    }
-    if (manifest_.tornCount++ < kNamedItems) manifest_.torn.push_back(path);
-    if (manifest_.tornCount <= kToldItems) {
-      hostkit::printWarning("/" + path + ": changed whenever it was read (kept as read last)");
+    if (hostkit::volumeFolderName(mountPoint) == request.volume) {
+      refuse("the folder " + request.volume + " is the one of the volume at " + mountPoint);
     }
   }
-
-  /// What must be the same for an index to prove anything: the folder that was walked (a file
-  /// system that was made anew has another root inode or birth time) and what was left out.
-  std::string indexIdentity() const {
-    struct statx root {};
-    (void)::statx(AT_FDCWD, request_.source.c_str(), 0, STATX_INO | STATX_BTIME, &root);
-    return request_.source + "\n" + request_.volume + "\n" + std::to_string(root.stx_ino) + " " +
-           std::to_string(root.stx_btime.tv_sec) + "." + std::to_string(root.stx_btime.tv_nsec) +
-           "\n" + request_.exclusions.fingerprint();
-  }
-
-  bool goesOn(std::string_view path, int error) {
-    // Errors of the source cost the item, errors of the destination the snapshot.
-    if (const int fault = work_.fault(error)) {
-      fatal_ = fault;
-      return false;
-    }
-    if (error == ENOENT) return true;  // It vanished: a later walk would not have seen it either.
-    if (manifest_.missingCount++ < kNamedItems) {
-      manifest_.missing.push_back({std::string(path), error});
-    }
-    if (manifest_.missingCount <= kToldItems) {
-      hostkit::printWarning(errorText("/" + std::string(path), error) + " (left out)");
-    }
-    return true;
-  }
-
-  void fill(const host::TreeCopyReport& report) {
-    manifest_.items = report.items;
-    manifest_.copied = report.copied;
-    manifest_.copiedBytes = report.copiedBytes;
-    manifest_.linked = report.linked;
-    manifest_.linkedBytes = report.linkedBytes;
-    manifest_.complete = manifest_.missingCount == 0 && manifest_.tornCount == 0;
-    if (manifest_.missingCount > kToldItems) {
-      hostkit::printWarning(std::to_string(manifest_.missingCount) +
-                            " items were left out in all; the snapshot's manifest names them");
-    }
-    if (manifest_.tornCount > kToldItems) {
-      hostkit::printWarning(std::to_string(manifest_.tornCount) +
-                            " files changed while they were read in all; the snapshot's manifest "
-                            "names them");
-    }
-  }
-
-  const SnapshotRequest& request_;
-  const WorkFolder& work_;
-  Manifest& manifest_;
-  int fatal_ = 0;
-};
+}
 
 Manifest beginManifest(const Repository& repository, const SnapshotRequest& request,
-                       const std::string& name, const std::string& reference) {
+                       const std::string& name) {
   Manifest manifest;
   manifest.computer = repository.computerName();
   manifest.volume = request.volume;
-  manifest.source = request.source;
   manifest.started = name;
-  manifest.reference = reference;
   manifest.boot = bootIdentifier();
   return manifest;
 }
 
+/// Copies one volume after the other. Throws Failure.
+void walkAll(const std::vector<SourceVolume>& sources, const WorkFolder& work, Manifest& manifest) {
+  manifest.volumes.clear();
+  for (const SourceVolume& source : sources) {
+    VolumeRecord record = VolumeWalk(source, work, sources.front().path(), manifest).run();
+    const std::string path = work.volume(source.place()).path;
+    if (!host::isRealDirectory(path)) {
+      if (source.place().isRoot()) throw Failure(source.path() + " cannot be read");
+      manifest.absentVolumes.push_back(source.place().mountPoint);
+      continue;  // The walk has told why.
+    }
+    if (source.place().isRoot()) {
+      // Before it has its name: no reader ever sees it without its marks.
+      record.items += markLackingServices(source.path(), path);
+      manifest.unfinishedBackup = carriesUnfinishedBackup(source.path(), path);
+    }
+    manifest.items += record.items;
+    manifest.copied += record.copied;
+    manifest.copiedBytes += record.copiedBytes;
+    manifest.linked += record.linked;
+    manifest.linkedBytes += record.linkedBytes;
+    manifest.volumes.push_back(std::move(record));
+  }
+  manifest.complete = manifest.missingCount == 0 && manifest.tornCount == 0;
+  tellUnnamedItems(manifest);
+}
+
 }  // namespace
 
-SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest request) {
+SnapshotOutcome takeSnapshot(const Repository& repository, const SnapshotRequest& request) {
+  refuseUnusable(request);
   repository.create();
   const SnapshotLock lock(repository, request.machineLock);
-  settleSource(repository, request);
 
   const std::vector<std::string> earlier = repository.list().snapshots;
   std::optional<Instant> newest;
@@ -205,18 +118,26 @@ SnapshotOutcome takeSnapshot(const Repository& repository, SnapshotRequest reque
     hostkit::printWarning("the clock is behind the newest snapshot, " + earlier.back());
   }
 
-  WorkFolder work(repository, name, request.volume, request.source);
   if (!snapshotInstant(name)) {
     throw Failure("no name is left for a snapshot after " + earlier.back() +
                   ": that one cannot be right; rename or delete it");
   }
-  SnapshotOutcome outcome{name, beginManifest(repository, request, name, work.reference())};
+  SnapshotOutcome outcome{name, beginManifest(repository, request, name)};
+  const std::vector<SourceVolume> sources = openSources(repository, request, outcome.manifest);
+  std::vector<SnapshotVolume> places;
+  for (const SourceVolume& source : sources) {
+    places.push_back(source.place());
+    VolumeRecord record;
+    record.folder = source.place().folder;
+    record.mountPoint = source.place().mountPoint;
+    outcome.manifest.volumes.push_back(std::move(record));
+  }
+  WorkFolder work(repository, name, std::move(places), sources.front().path());
+  outcome.manifest.source = sources.front().path();
+  outcome.manifest.reference = work.reference();
   try {
     work.begin(outcome.manifest);
-    Walk(request, work, outcome.manifest).run();
-    // Before it has its name: no reader ever sees it without its marks.
-    outcome.manifest.items += markLackingServices(request.source, work.volumePath());
-    outcome.manifest.unfinishedBackup = carriesUnfinishedBackup(request.source, work.volumePath());
+    walkAll(sources, work, outcome.manifest);
     outcome.manifest.finished = snapshotName(now());
     work.publish(outcome.manifest);
   } catch (const Failure& failure) {

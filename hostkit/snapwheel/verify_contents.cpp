@@ -101,7 +101,9 @@ class Verification {
       : repository_(repository), part_(part) {}
 
   VerifyReport run(const std::vector<std::string>& snapshots) {
-    for (const std::string& name : snapshots) verify(name);
+    for (const std::string& name : snapshots) {
+      for (const SnapshotVolume& volume : volumesOf(repository_.path(name))) verify(name, volume);
+    }
     report_.bytesRead = reader_.bytes();
     for (const Key& key : unproven_) report_.unproven += proven_.contains(key) ? 0 : 1;
     for (auto& [key, file] : damaged_) report_.damaged.push_back(std::move(file));
@@ -117,23 +119,25 @@ class Verification {
   /// What is the same for a file in every snapshot that shares it.
   using Key = std::string;
 
-  void verify(const std::string& name) {
+  void verify(const std::string& name, const SnapshotVolume& volume) {
+    if (!volume.isThere) return;
     const std::string snapshot = repository_.path(name);
-    const std::string indexPath = snapshot + "/" + std::string(kRecordFolder) + "/index";
+    const std::string indexPath = volume.records(snapshot).path("index");
     const auto index = SourceIndex::open(indexPath);
-    const std::string root = snapshot + "/" + volumeFolder(snapshot);
+    const std::string root = volume.path(snapshot);
     host::Descriptor folder(::open(root.c_str(), host::kFolderFlags));
     host::Identity identity;
     if (!index || !folder || host::identify(folder.get(), identity) != 0) {
       if (!host::exists(snapshot)) return;
-      auto& names =
+      auto& volumes =
           SourceIndex::isDamaged(indexPath) ? report_.damagedIndexes : report_.withoutDigests;
-      names.push_back(name);
+      volumes.push_back({name, volume});
       return;
     }
     name_ = name;
-    earlier_ = readDamage(snapshot);
-    if (earlier_.isUnreadable) report_.unreadableRecords.push_back(name);
+    volume_ = volume;
+    earlier_ = readDamage(volume.records(snapshot));
+    if (earlier_.isUnreadable) report_.unreadableRecords.push_back({name, volume});
     stillDamaged_.clear();
     found_.clear();
     path_.clear();
@@ -173,7 +177,7 @@ class Verification {
 
   /// The way back up is lost, as when the folder above cannot be read any more.
   void breakOff() {
-    damage(pathOf("."), ".", "could not be verified to its end");
+    damage(ownKey("."), ".", "could not be verified to its end");
     stillDamaged_.insert(earlier_.paths.begin(), earlier_.paths.end());
   }
 
@@ -188,7 +192,7 @@ class Verification {
     host::Descriptor folder(::openat(folders_.current(), name.c_str(), host::kFolderFlags));
     host::Identity identity;
     if (!folder || host::identify(folder.get(), identity) != 0) {
-      damage(pathOf(name), name, "cannot be opened: " + hostkit::errnoText(errno));
+      damage(ownKey(name), name, "cannot be opened: " + hostkit::errnoText(errno));
       keepEarlierBelow(pathOf(name));
       return false;
     }
@@ -202,12 +206,12 @@ class Verification {
     struct stat status {};
     if (!file || ::fstat(file.get(), &status) != 0) {
       // Of a file that cannot be opened no part is known: each part tells.
-      damage(pathOf(name), name, "cannot be opened: " + hostkit::errnoText(errno));
+      damage(ownKey(name), name, "cannot be opened: " + hostkit::errnoText(errno));
       return;
     }
     Key key = sharedKey(file.get(), status);
     const bool isShared = !key.empty();
-    if (!isShared) key = name_ + "/" + pathOf(name);
+    if (!isShared) key = ownKey(name);
     if (!S_ISREG(status.st_mode)) {
       damage(key, name, "is no file any more");
       return;
@@ -238,6 +242,11 @@ class Verification {
     return reading;
   }
 
+  /// Of what no other snapshot shares.
+  Key ownKey(const std::string& name) const {
+    return name_ + "/" + volume_.folder + "/" + pathOf(name);
+  }
+
   std::string pathOf(const std::string& name) const {
     return path_ + (path_.empty() ? "" : "/") + name;
   }
@@ -245,7 +254,7 @@ class Verification {
   void damage(const Key& key, const std::string& name, const std::string& reason) {
     DamagedFile& file = damaged_[key];
     if (file.path.empty()) {
-      file.path = pathOf(name);
+      file.path = volume_.hostPath(pathOf(name));
       file.reason = reason;
     }
     if (file.snapshots.empty() || file.snapshots.back() != name_) file.snapshots.push_back(name_);
@@ -266,7 +275,7 @@ class Verification {
     // One that cannot be read stands for all that it may name, until all was read.
     if (earlier_.isUnreadable ? part_.count > 1 : paths == earlier_.paths) return;
     const WritableSnapshot writable(repository_, name_);
-    const Status kept = writeDamage(snapshot, paths);
+    const Status kept = writeDamage(volume_.records(snapshot), paths);
     // Of one that was removed meanwhile nothing is to be kept.
     if (!kept && host::exists(snapshot)) report_.unrecorded.push_back(kept.error());
   }
@@ -279,6 +288,7 @@ class Verification {
   host::FolderChain folders_;  ///< Of the snapshot at hand, down to where the walk is.
   std::string path_;           ///< Of the current folder.
   std::string name_;           ///< Of the snapshot at hand.
+  SnapshotVolume volume_;      ///< The one at hand.
   DamageRecord earlier_;       ///< What it had recorded before.
   std::unordered_set<std::string> stillDamaged_;
   std::vector<Key> found_;                     ///< What is damaged in it.

@@ -10,6 +10,7 @@
 
 #include "base/result.h"
 #include "snapwheel/repository.h"
+#include "snapwheel/snapshot_volumes.h"
 
 namespace halyard::snapwheel {
 
@@ -20,18 +21,24 @@ struct VerifyPart {
 };
 
 struct DamagedFile {
-  std::string path;                    ///< Relative to the root of the volume.
+  std::string path;                    ///< Relative to the root of the host.
   std::string reason;                  ///< "does not hold what was put there".
   std::vector<std::string> snapshots;  ///< The names of those that share it, oldest first.
+};
+
+/// A volume of a snapshot.
+struct VolumeOfSnapshot {
+  std::string snapshot;  ///< Its name.
+  SnapshotVolume volume;
 };
 
 struct VerifyReport {
   std::uint64_t files = 0;      ///< That were read, each once however many snapshots share it.
   std::uint64_t bytesRead = 0;  ///< Of their contents.
   std::uint64_t unproven = 0;   ///< Files that no digest is known of.
-  std::vector<std::string> withoutDigests;     ///< Snapshots that have no index, or one of none.
-  std::vector<std::string> damagedIndexes;     ///< Snapshots whose index cannot be used.
-  std::vector<std::string> unreadableRecords;  ///< Snapshots whose record of damage was none.
+  std::vector<VolumeOfSnapshot> withoutDigests;     ///< Those that have no index, or one of none.
+  std::vector<VolumeOfSnapshot> damagedIndexes;     ///< Those whose index cannot be used.
+  std::vector<VolumeOfSnapshot> unreadableRecords;  ///< Those whose record of damage was none.
   std::vector<DamagedFile> damaged;
   std::vector<Error> unrecorded;  ///< Why the damage of a snapshot could not be kept.
 };

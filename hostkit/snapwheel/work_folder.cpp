@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -24,6 +25,7 @@ namespace {
 constexpr mode_t kSnapshotMode = 0755;
 constexpr mode_t kRecordMode = 0700;
 constexpr std::size_t kBootIdLimit = 64;
+constexpr std::size_t kLookedBack = 100;
 
 }  // namespace
 
@@ -36,52 +38,62 @@ std::string bootIdentifier() {
   return std::string(trimLineFeeds({text, length}));
 }
 
-WorkFolder::WorkFolder(const Repository& repository, std::string name, std::string volume,
-                       const std::string& source)
+WorkFolder::WorkFolder(const Repository& repository, std::string name,
+                       std::vector<SnapshotVolume> volumes, const std::string& source)
     : repository_(repository),
       hostFolder_(repository.open()),
       name_(std::move(name)),
-      volume_(std::move(volume)),
+      volumes_(std::move(volumes)),
       source_(source),
       path_(repository.path(workName())) {
-  const std::vector<std::string> snapshots = repository.list().snapshots;
+  findReferences(repository.list().snapshots);
+  if (!reference_.empty()) basis_ = Basis::linkedReference;
+}
+
+void WorkFolder::findReferences(const std::vector<std::string>& snapshots) {
+  std::size_t looked = 0;
   for (auto snapshot = snapshots.rbegin(); snapshot != snapshots.rend(); ++snapshot) {
-    referenceFolder_ = volumeFolder(repository.path(*snapshot));
-    if (referenceFolder_.empty()) continue;
-    reference_ = *snapshot;
-    basis_ = Basis::linkedReference;
-    break;
+    for (SnapshotVolume& volume : volumesOf(repository_.path(*snapshot))) {
+      if (!volume.isThere) continue;
+      if (volume.isRoot() && reference_.empty()) reference_ = *snapshot;
+      const std::string mountPoint = volume.mountPoint;
+      references_.try_emplace(mountPoint, Reference{*snapshot, std::move(volume)});
+    }
+    const bool isDone = std::ranges::all_of(volumes_, [this](const SnapshotVolume& volume) {
+      return references_.contains(volume.mountPoint);
+    });
+    // A volume that none of so many holds is as good as new.
+    if (isDone || (++looked >= kLookedBack && !reference_.empty())) return;
   }
 }
 
-std::string WorkFolder::record(const std::string& snapshot, const char* name) {
-  return snapshot + "/" + std::string(kRecordFolder) + "/" + name;
-}
-
-std::string WorkFolder::referenceIndexPath() const { return record(referencePath(), "index"); }
-
-std::string WorkFolder::referenceVolume() const {
-  return basis_ == Basis::copyOfReference ? std::string() : earlierVolume();
-}
-
-std::string WorkFolder::earlierVolume() const {
-  return reference_.empty() ? std::string() : referencePath() + "/" + referenceFolder_;
-}
-
-std::string WorkFolder::referencePath() const {
-  return reference_.empty() ? std::string() : repository_.path(reference_);
+WorkVolume WorkFolder::volume(const SnapshotVolume& volume) const {
+  const bool isThere = begun_.contains(volume.mountPoint);
+  const auto found = references_.find(volume.mountPoint);
+  const std::string name = found == references_.end() ? "" : found->second.snapshot;
+  const std::string snapshot = repository_.path(name);
+  WorkVolume work{volume.path(path_), volume.records(path_), name, "", volume.records(snapshot)};
+  if (!name.empty()) {
+    work.earlier = found->second.volume.path(snapshot);
+    work.referenceRecords = found->second.volume.records(snapshot);
+  }
+  work.isUpdate = isThere;
+  work.isCopyOfReference = isThere && basis_ == Basis::copyOfReference;
+  work.isReferenceExact = !name.empty() && !(isThere && basis_ == Basis::leftover);
+  return work;
 }
 
 bool WorkFolder::isReusable(const std::string& name) const {
   const std::string leftover = repository_.path(name);
   // A link in its place would lead the copy, or the records, to somewhere else.
-  if (!host::isRealDirectory(leftover) || !host::isRealDirectory(leftover + "/" + volume_) ||
+  const SnapshotVolume& root = volumes_.front();
+  if (!host::isRealDirectory(leftover) || !host::isRealDirectory(root.path(leftover)) ||
       !host::isRealDirectory(leftover + "/" + std::string(kRecordFolder))) {
     return false;
   }
   const auto manifest = readManifest(leftover);
   return manifest && !manifest->boot.empty() && manifest->boot == bootIdentifier() &&
-         manifest->volume == volume_ && manifest->source == source_ &&
+         manifest->volume == root.folder && manifest->source == source_ &&
          snapshotInstant(completedName(name)).has_value() &&
          host::isOnBtrfs(hostFolder_.get()) == host::isSubvolume(hostFolder_.get(), name);
 }
@@ -117,28 +129,59 @@ void WorkFolder::makeFolder() {
   if (::chmod(path_.c_str(), kSnapshotMode) != 0) throw Failure(errorText(path_, errno));
 }
 
-/// A new one, whatever a copied snapshot or a leftover has there: on btrfs the records are copies,
+/// Of what a copied snapshot or a leftover holds only the volumes stay that are wanted, under the
+/// names that they are to have.
+void WorkFolder::settleVolumes() {
+  const std::vector<SnapshotVolume> there = volumesOf(path_);
+  const auto wanted = [&](const std::string& folder) -> const SnapshotVolume* {
+    const auto held = std::ranges::find(there, folder, &SnapshotVolume::folder);
+    if (held == there.end() || !held->isThere) return nullptr;
+    const auto match = std::ranges::find(volumes_, held->mountPoint, &SnapshotVolume::mountPoint);
+    return match == volumes_.end() ? nullptr : &*match;
+  };
+  std::vector<std::string> kept;
+  for (const std::string& name : host::listDirectory(path_)) {
+    if (name == kRecordFolder) continue;
+    if (wanted(name) != nullptr) {
+      kept.push_back(name);
+    } else if (const Status removed = host::removeWithSubvolumes(path_, name); !removed) {
+      throw Failure(errorText(joinPath(path_, name), removed.error().code));
+    }
+  }
+  for (const std::string& name : kept) {
+    const SnapshotVolume& volume = *wanted(name);
+    const std::string from = joinPath(path_, name);
+    if (name != volume.folder && ::rename(from.c_str(), volume.path(path_).c_str()) != 0) {
+      throw Failure(errorText(from, errno));
+    }
+    begun_.insert(volume.mountPoint);
+  }
+}
+
+/// New ones, whatever a copied snapshot or a leftover has there: on btrfs the records are copies,
 /// too, and none of them is about this snapshot.
-void WorkFolder::makeRecordFolder() {
+void WorkFolder::makeRecordFolders() {
   const std::string records = path_ + "/" + std::string(kRecordFolder);
   struct stat status {};
   if (::lstat(records.c_str(), &status) == 0) {
     const Status removed = host::removeWithSubvolumes(path_, std::string(kRecordFolder));
     if (!removed) throw Failure(errorText(records, removed.error().code));
   }
-  if (::mkdir(records.c_str(), kRecordMode) != 0) throw Failure(errorText(records, errno));
+  for (const SnapshotVolume& volume : volumes_) {
+    const std::string folder = volume.records(path_).path();
+    const std::string above = parentPath(folder);
+    const bool isMade =
+        (volume.isRoot() || ::mkdir(above.c_str(), kRecordMode) == 0 || errno == EEXIST) &&
+        ::mkdir(folder.c_str(), kRecordMode) == 0;
+    if (!isMade) throw Failure(errorText(folder, errno));
+  }
 }
 
 void WorkFolder::begin(const Manifest& manifest) {
   settleLeftovers();
   if (basis_ != Basis::leftover) makeFolder();
-  if (basis_ == Basis::copyOfReference && referenceFolder_ != volume_) {
-    const std::string renamed = path_ + "/" + referenceFolder_;
-    if (::rename(renamed.c_str(), volumePath().c_str()) != 0) {
-      throw Failure(errorText(renamed, errno));
-    }
-  }
-  makeRecordFolder();
+  if (basis_ == Basis::leftover || basis_ == Basis::copyOfReference) settleVolumes();
+  makeRecordFolders();
   if (const Status written = writeManifest(path_, manifest); !written) {
     throw failureOf(written.error());
   }
@@ -146,7 +189,7 @@ void WorkFolder::begin(const Manifest& manifest) {
 
 int WorkFolder::fault(int error) const {
   if (error == ENOSPC || error == EDQUOT || error == EROFS) return error;
-  const std::string probe = record(path_, "probe");
+  const std::string probe = RecordPlace(path_).path("probe");
   (void)::unlink(probe.c_str());  // Of a run that was cut off here.
   const host::Descriptor made(
       ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kRecordMode));

@@ -25,7 +25,7 @@ class PinTest : public testing::Test {
     return pin ? pin->note : "no pin";
   }
   std::string snapshot() const { return scratch_ / "snapshot"; }
-  std::string file() const { return recordPath(snapshot(), "pin"); }
+  std::string file() const { return RecordPlace(snapshot()).path("pin"); }
 
   test::Scratch scratch_;
 };

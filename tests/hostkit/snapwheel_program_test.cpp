@@ -58,6 +58,17 @@ class SnapwheelProgram : public test::HostKitTest {
   }
 };
 
+TEST_F(SnapwheelProgram, TakesTheVolumesOfItsConfigurationAndOfItsWords) {
+  root.writeFile("/etc/halyard-host/snapwheel.conf", "further-volume=[\"/one\", \"/two\"]\n");
+  const CommandResult result =
+      snapwheel({"snapshot", "--json", "--add-volume", "/three", "--add-volume", "/two"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(nlohmann::json::parse(result.out)["absentVolumes"],
+              ElementsAre("/one", "/three", "/two"));
+  EXPECT_THAT(result.err, HasSubstr("the volume at /one is not in the snapshot: "));
+  EXPECT_EQ(snapwheel({"snapshot", "--add-volume", "../etc"}).status, 2);
+}
+
 TEST_F(SnapwheelProgram, TakesASnapshotOfTheHostAsItsPreferencesSay) {
   const CommandResult result = snapwheel({"snapshot"});
   EXPECT_EQ(result.status, 0);

@@ -147,10 +147,10 @@ TEST_F(SnapshotVolumes, KnowWhereTheirRecordsAndItemsAre) {
   const SnapshotVolume root{"System", "/", true};
   const SnapshotVolume deep{"var-lib", "/var/lib", true};
   EXPECT_EQ(root.path("/r/s"), "/r/s/System");
-  EXPECT_EQ(root.records("/r/s"), "/r/s/.snapwheel");
+  EXPECT_EQ(root.records("/r/s").path(), "/r/s/.snapwheel");
   EXPECT_EQ(root.hostPath("etc/hosts"), "etc/hosts");
   EXPECT_EQ(deep.path("/r/s"), "/r/s/var-lib");
-  EXPECT_EQ(deep.records("/r/s"), "/r/s/.snapwheel/volumes/var-lib");
+  EXPECT_EQ(deep.records("/r/s").path(), "/r/s/.snapwheel/volumes/var-lib");
   EXPECT_EQ(deep.hostPath("a/b"), "var/lib/a/b");
   EXPECT_EQ(deep.hostPath(""), "var/lib");
 }

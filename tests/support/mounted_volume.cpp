@@ -8,6 +8,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -28,14 +29,17 @@ std::string firstOf(const std::vector<std::string>& paths) {
 }  // namespace
 
 MountedVolume::MountedVolume(const Scratch& scratch, const std::string& kind,
-                             std::uint64_t megabytes) {
+                             std::uint64_t megabytes, const std::string& place) {
   const std::string maker = firstOf({"/sbin/mkfs." + kind, "/usr/sbin/mkfs." + kind});
   if (maker.empty()) reason_ = "mkfs." + kind + " is not installed";
   if (::geteuid() != 0) reason_ = "mounting needs root";
   if (!reason_.empty()) return;
 
-  const std::string image = scratch.write(kind + ".img");
-  const std::string folder = scratch.makeFolder(kind);
+  const std::string name = place.empty() ? kind : place;
+  std::string imageName = name + ".img";
+  std::ranges::replace(imageName, '/', '-');
+  const std::string image = scratch.write(imageName);
+  const std::string folder = scratch.makeFolder(name);
   const bool isSized = ::truncate(image.c_str(), static_cast<off_t>(megabytes) * 1024 * 1024) == 0;
   const auto made = host::RunTask(maker, {"-q", image});
   const auto mounted =
@@ -48,8 +52,11 @@ MountedVolume::MountedVolume(const Scratch& scratch, const std::string& kind,
   image_ = image;
 }
 
-MountedVolume::~MountedVolume() {
+MountedVolume::~MountedVolume() { unmount(); }
+
+void MountedVolume::unmount() {
   if (!path_.empty()) (void)::umount2(path_.c_str(), MNT_DETACH);
+  path_.clear();
 }
 
 bool MountedVolume::remount(bool readOnly) const {

@@ -17,8 +17,10 @@ namespace halyard::test {
 /// object. Where that cannot be had, reason() says why and there is no path: the test skips.
 class MountedVolume {
  public:
-  /// `kind` is "ext4", "btrfs" or "xfs".
-  MountedVolume(const Scratch& scratch, const std::string& kind, std::uint64_t megabytes);
+  /// `kind` is "ext4", "btrfs" or "xfs"; `place` its folder in the scratch folder, the kind when
+  /// it is empty.
+  MountedVolume(const Scratch& scratch, const std::string& kind, std::uint64_t megabytes,
+                const std::string& place = "");
   ~MountedVolume();
   MountedVolume(const MountedVolume&) = delete;
   MountedVolume& operator=(const MountedVolume&) = delete;
@@ -27,6 +29,8 @@ class MountedVolume {
   const std::string& reason() const { return reason_; }
   /// Mounts it again read-only or writable; false when that was refused.
   bool remount(bool readOnly) const;
+  /// Takes it away before the object goes.
+  void unmount();
   /// Spoils the first place on the disk where these bytes stand, as a bad block does; false when
   /// they stand nowhere. Of btrfs, whose checksums tell, a file that holds them cannot be read
   /// then.

@@ -119,4 +119,10 @@ Result<Descriptor> openWithoutMounts(const std::string& path) {
   return Descriptor(tree);
 }
 
+Result<Descriptor> openWithoutMounts(int folder) {
+  const int tree = ::open_tree(folder, "", AT_EMPTY_PATH | OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC);
+  if (tree < 0) return Error{errno, ""};
+  return Descriptor(tree);
+}
+
 }  // namespace halyard::host

@@ -33,5 +33,7 @@ bool mountListed(const std::string& mountPoint);
 /// in the way, be it for this process alone. For the calls that are relative to a descriptor. Takes
 /// the right to mount (EPERM) and a kernel that knows how (ENOSYS).
 Result<Descriptor> openWithoutMounts(const std::string& path);
+/// The same for a folder that is held open.
+Result<Descriptor> openWithoutMounts(int folder);
 
 }  // namespace halyard::host
