@@ -26,6 +26,7 @@
 #include "host/tree/tree_copy.h"
 #include "host/volumes/volume.h"
 #include "snapwheel/failure.h"
+#include "snapwheel/manifest.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/repository.h"
 #include "snapwheel/restore_preview.h"
@@ -52,16 +53,28 @@ bool isRunningSystem(const host::Descriptor& folder) {
          one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-bool isEmptyEnough(const host::Descriptor& folder) {
+/// Whether the folder at a path in the target holds nothing but what a new file system has, and the
+/// way to the places where further volumes are to come.
+bool isEmptyEnough(const host::Descriptor& folder, const std::vector<ChosenVolume>& volumes,
+                   const std::string& path = "") {
+  const auto isOnTheWay = [&](const std::string& below) {
+    return std::ranges::any_of(volumes, [&below](const ChosenVolume& chosen) {
+      return (chosen.volume.mountPoint + "/").starts_with(below + "/");
+    });
+  };
+  const auto mayStand = [&](const std::string& name) {
+    if (name == "lost+found") return true;
+    const std::string below = path + "/" + name;
+    const host::Descriptor inner(::openat(folder.get(), name.c_str(), host::kFolderFlags));
+    return isOnTheWay(below) && inner && isEmptyEnough(inner, volumes, below);
+  };
   host::FolderReader reader;
   std::vector<host::FolderEntry> entries;
   do {
     if (reader.next(folder.get(), entries) != 0) return false;
-    if (std::ranges::any_of(entries, [](const host::FolderEntry& entry) {
-          return std::string_view(entry.name) != "lost+found";
-        })) {
-      return false;
-    }
+    std::vector<std::string> names;
+    for (const host::FolderEntry& entry : entries) names.emplace_back(entry.name);
+    if (!std::ranges::all_of(names, mayStand)) return false;
   } while (!entries.empty());
   return ::lseek(folder.get(), 0, SEEK_SET) == 0;
 }
@@ -85,7 +98,7 @@ host::Descriptor openTarget(const std::string& path) {
 }
 
 /// A target that may be written to.
-Target settleTarget(const RestoreRequest& request) {
+Target settleTarget(const RestoreRequest& request, const std::vector<ChosenVolume>& volumes) {
   const std::string here = host::realPath(".").value_or("");
   const bool isAbsolute = request.target.starts_with('/');
   const std::string path = isAbsolute ? request.target : here + "/" + request.target;
@@ -99,7 +112,7 @@ Target settleTarget(const RestoreRequest& request) {
     throw Failure(target.path +
                   " is the root of the running system; --force writes to it nevertheless");
   }
-  if (!isEmptyEnough(target.folder) && !request.force) {
+  if (!isEmptyEnough(target.folder, volumes) && !request.force) {
     throw Failure(target.path + " is not empty; --force replaces what the snapshot holds as well");
   }
   return target;
@@ -135,8 +148,9 @@ class VolumeRestore {
         outcome_(outcome) {}
 
   void run() {
-    const auto names = request_.mapOwners ? readOwnerNames(request_.snapshotPath) : std::nullopt;
-    const std::string indexPath = joinPath(volume_.records(request_.snapshotPath), "index");
+    const auto names =
+        request_.mapOwners ? readOwnerNames(volume_.records(request_.snapshotPath)) : std::nullopt;
+    const std::string indexPath = volume_.records(request_.snapshotPath).path("index");
     const auto index = SourceIndex::open(indexPath);
     std::unique_ptr<RestoreProof> proof;
     if (index) {
@@ -254,19 +268,32 @@ Target placeOf(const Target& target, const SnapshotVolume& volume) {
 
 /// The one volume that is restored whole, onto the target itself.
 ChosenVolume wholeVolume(const RestoreRequest& request) {
-  const std::string folder =
-      request.volume.empty() ? volumeFolder(request.snapshotPath) : request.volume;
+  const std::string& folder = request.volume;
   for (SnapshotVolume& volume : volumesOf(request.snapshotPath)) {
     if (volume.folder == folder && volume.isThere) return {std::move(volume), Selection()};
   }
-  if (folder.empty() || !host::isRealDirectory(request.snapshotPath + "/" + folder)) {
-    throw Failure(request.snapshotPath + " holds no volume" +
-                  (folder.empty() ? "" : " \"" + folder + "\""));
+  if (!isUsableFolderName(folder) || !host::isRealDirectory(request.snapshotPath + "/" + folder)) {
+    throw Failure(request.snapshotPath + " holds no volume \"" + folder + "\"");
   }
   return {SnapshotVolume{folder, "/", true}, Selection()};
 }
 
+/// All of them, the one at "/" first. Throws Failure when one that the snapshot is to hold is gone.
+std::vector<ChosenVolume> allVolumes(const RestoreRequest& request) {
+  std::vector<ChosenVolume> chosen;
+  for (SnapshotVolume& volume : volumesOf(request.snapshotPath)) {
+    if (!volume.isThere) {
+      throw Failure(volume.path(request.snapshotPath) +
+                    " is gone, or no folder (--volume restores another one alone)");
+    }
+    chosen.push_back({std::move(volume), Selection()});
+  }
+  if (chosen.empty()) throw Failure(request.snapshotPath + " holds no volume");
+  return chosen;
+}
+
 Choice choiceFor(const RestoreRequest& request) {
+  if (request.paths.empty() && request.volume.empty()) return {allVolumes(request), {}};
   if (request.paths.empty()) return {{wholeVolume(request)}, {}};
   Choice choice = choose(request.snapshotPath, request.paths);
   for (const NotHeld& path : choice.notHeld) hostkit::printError(path.path + " " + path.why);
@@ -278,8 +305,10 @@ Choice choiceFor(const RestoreRequest& request) {
 
 RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
   const Choice choice = choiceFor(request);
-  if (request.mapOwners && !readOwnerNames(request.snapshotPath)) {
-    throw Failure(request.snapshotPath + " has no record of its owners' names");
+  for (const ChosenVolume& chosen : choice.volumes) {
+    if (request.mapOwners && !readOwnerNames(chosen.volume.records(request.snapshotPath))) {
+      throw Failure(request.snapshotPath + " has no record of its owners' names");
+    }
   }
   RestoreOutcome outcome;
   outcome.volume = choice.volumes.front().volume.folder;
@@ -288,11 +317,12 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
     previewRestore(request, choice, outcome);
     return outcome;
   }
-  const Target target = settleTarget(request);
+  const Target target = settleTarget(request, choice.volumes);
+  // A volume that is named is put onto the target itself.
+  const bool isNamed = request.paths.empty() && !request.volume.empty();
   for (const ChosenVolume& chosen : choice.volumes) {
-    const bool isWhole = request.paths.empty();
     const Target place =
-        isWhole ? placeOf(target, SnapshotVolume{"", "/", true}) : placeOf(target, chosen.volume);
+        isNamed ? placeOf(target, SnapshotVolume{"", "/", true}) : placeOf(target, chosen.volume);
     VolumeRestore(request, chosen.volume, chosen.selection, place, outcome).run();
   }
   return outcome;

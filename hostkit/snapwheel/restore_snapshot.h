@@ -14,7 +14,7 @@ namespace halyard::snapwheel {
 
 struct RestoreRequest {
   std::string snapshotPath;
-  std::string volume;  ///< The volume's folder in the snapshot; empty for the only one.
+  std::string volume;  ///< The folder of one volume in the snapshot; empty for all.
   std::string target;
   std::vector<std::string> paths;  ///< Absolute, as on the host; none for all of the volume.
   bool force = false;              ///< Also onto the running system or a folder that is not empty.
@@ -47,9 +47,10 @@ struct RestoreOutcome {
 /// Makes the target when only its last folder is missing. What the snapshot holds replaces what
 /// stands there; other items stay. Everything is on disk at the end.
 ///
-/// With paths, what stands at them is restored, and the folders above them are made with the
-/// attributes that they had; those that are there already keep theirs. What is of another volume
-/// than "/" goes below its mount point in the target.
+/// All volumes go to their mount points below the target, one that is named alone onto the target
+/// itself. With paths, what stands at them is restored, and the folders above them are made with
+/// the attributes that they had; those that are there already keep theirs. What is of another
+/// volume than "/" goes below its mount point in the target.
 ///
 /// Throws Failure when the snapshot holds no such volume, or none of the paths; when the target is
 /// the root of the running system, or a folder that holds anything but "lost+found", and `force` is

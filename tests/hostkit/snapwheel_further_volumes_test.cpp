@@ -12,6 +12,7 @@
 #include "snapshot_test.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/failure.h"
+#include "snapwheel/restore_snapshot.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -267,6 +268,53 @@ TEST_P(FurtherVolumes, OneThatIsGoneFromASnapshotIsAProblem) {
   EXPECT_THAT(findings(CheckDepth::contents),
               ElementsAre(first.name + "/vol-data is gone, or no folder: the snapshot does not " +
                           "hold what was at /vol/data any more"));
+}
+
+TEST_P(FurtherVolumes, AreAllRestoredToTheirPlaces) {
+  RestoreRequest restore;
+  restore.snapshotPath = repository_->path(takeAll().name);
+  restore.target = scratch_ / "target";
+  // The way to a volume of its own may stand already.
+  scratch_.makeFolder("target/vol/data/lost+found");
+  const RestoreOutcome outcome = restoreSnapshot(restore);
+  EXPECT_EQ(outcome.failed, 0U);
+  EXPECT_EQ(listTree(scratch_ / "target"), expected());
+
+  RestoreRequest one = restore;
+  one.volume = "vol-data";
+  one.target = scratch_ / "one";
+  EXPECT_EQ(restoreSnapshot(one).failed, 0U);
+  EXPECT_EQ(listTree(scratch_ / "one"), listTree(at("vol/data")));
+}
+
+TEST_P(FurtherVolumes, AreRestoredThroughNoLink) {
+  const SnapshotOutcome first = takeAll();
+  makeWritable(first);
+  const std::string elsewhere = scratch_.makeFolder("elsewhere");
+  ASSERT_TRUE(host::removeItem(volumeOf(first) + "/vol/data"));
+  ASSERT_EQ(::symlink(elsewhere.c_str(), (volumeOf(first) + "/vol/data").c_str()), 0);
+  RestoreRequest restore;
+  restore.snapshotPath = repository_->path(first.name);
+  restore.target = scratch_ / "target";
+  EXPECT_THROW(restoreSnapshot(restore), Failure);
+  EXPECT_THAT(host::listDirectory(elsewhere), IsEmpty());
+}
+
+TEST_P(FurtherVolumes, AreNotCalledRestoredWhenOneIsGone) {
+  const SnapshotOutcome first = takeAll();
+  makeWritable(first);
+  ASSERT_TRUE(host::removeItem(further(first)));
+  RestoreRequest restore;
+  restore.snapshotPath = repository_->path(first.name);
+  restore.target = scratch_ / "target";
+  EXPECT_THROW(restoreSnapshot(restore), Failure);
+  EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
+  for (const char* name : {"vol-data", "..", ".snapwheel", "System/etc"}) {
+    restore.volume = name;
+    EXPECT_THROW(restoreSnapshot(restore), Failure) << name;
+  }
+  restore.volume = "System";
+  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
 }
 
 /// The repository itself lies in a volume that is to be copied.
