@@ -12,6 +12,7 @@ namespace halyard::hostkit {
 namespace {
 
 using test::TestMount;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -58,6 +59,40 @@ TEST_F(LackingVolumes, OneThatIsMountedByHandIsTold) {
   EXPECT_EQ(helmsman({"volumes", "leave-out", "/data"}).status, 0);
   EXPECT_EQ(helmsman({"backup"}).status, 0);
   EXPECT_THAT(helmsman({"check"}).out, Not(HasSubstr("/data")));
+}
+
+TEST_F(LackingVolumes, OneOfTheTableThatHoldsDataIsTaken) {
+  const TestMount home = TestMount::image(root.path("/home"), "ext4", 8);
+  const TestMount other = TestMount::image(root.path("/other"), "ext4", 8);
+  const TestMount data = TestMount::image(root.path("/data"), "ext4", 8);
+  if (!data.isMounted()) GTEST_SKIP() << "no disk images can be mounted here";
+  root.writeFile("/other/depot", "");
+  root.writeDescriptor(
+      "30-depotHost.plist",
+      test::descriptorOf("depotHost", test::kPlugin).list("DataFiles", {"/other/depot"}));
+  root.writeFile("/etc/fstab",
+                 "UUID=1 /home ext4 defaults 0 2\n"
+                 "UUID=2 /other ext4 defaults 0 2\nUUID=3 /data ext4 defaults 0 2\n");
+  EXPECT_EQ(stateAt("/home"), "in the snapshot");
+  EXPECT_EQ(stateAt("/other"), "in the snapshot");
+  EXPECT_EQ(stateAt("/data"), "not in the snapshot");
+  EXPECT_EQ(helmsman({"volumes", "leave-out", "/home"}).status, 0);
+  EXPECT_EQ(stateAt("/home"), "left out");
+  EXPECT_EQ(helmsman({"volumes", "include", "/home"}).status, 0);
+  EXPECT_EQ(stateAt("/home"), "in the snapshot");
+  const auto included = helmsman({"volumes", "include", "/data"});
+  EXPECT_EQ(included.status, 0);
+  EXPECT_THAT(included.err, HasSubstr("snapshots hold /data from now on\n"));
+  EXPECT_EQ(stateAt("/data"), "in the snapshot");
+
+  (void)helmsman({"backup"});
+  EXPECT_THAT(record()["problems"], IsEmpty());
+  EXPECT_THAT(engineCalls(), testing::Contains(AllOf(HasSubstr("--add-volume /home "),
+                                                     HasSubstr("--add-volume /other "),
+                                                     HasSubstr("--add-volume /data "))));
+  EXPECT_EQ(helmsman({"volumes", "leave-out", "/data"}).status, 0);
+  EXPECT_EQ(stateAt("/data"), "left out");
+  EXPECT_EQ(root.readFile("/etc/halyard-host/helmsman.conf"), "leave-out = /data\n");
 }
 
 TEST_F(LackingVolumes, OneWhereTheSnapshotHoldsNothingAnywayIsNotTold) {

@@ -84,8 +84,10 @@ void lintVolumes(Findings& findings) {
   const auto configuration = helmsmanConfiguration(ignored);
   const std::vector<std::string> leftOut =
       configuration ? configuration->leftOut : std::vector<std::string>();
+  const std::vector<std::string> included =
+      configuration ? configuration->included : std::vector<std::string>();
   FindingList list("this host", findings);
-  for (const LocalVolume& volume : localVolumes(destination.value_or(""), leftOut)) {
+  for (const LocalVolume& volume : localVolumes(destination.value_or(""), leftOut, included)) {
     if (isLacking(volume)) {
       list.warning("", lackText(volume), "until then no backup is good");
     }

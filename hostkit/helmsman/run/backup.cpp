@@ -70,6 +70,7 @@ class BackupCycle {
                  arguments.quiet),
         current_(std::move(current)),
         leftOut_(configuration.leftOut),
+        included_(configuration.included),
         guard_([configuration](const std::string& service) {
           return configuration.stallLimitOf(service);
         }) {
@@ -99,6 +100,8 @@ class BackupCycle {
   RunDisplay display_;
   CurrentRun current_;
   std::vector<std::string> leftOut_;
+  std::vector<std::string> included_;
+  std::vector<std::string> furtherVolumes_;  // That the snapshot is to hold beside "/".
   RunGuard guard_;
   RunEngine runEngine_ = [this](const std::vector<std::string>& words) {
     return guard_.run(paths::kSnapshotTool,
@@ -187,7 +190,9 @@ void BackupCycle::tellWhatIsLacking() {
   lacks_ = lacksOfHost(leftOut_);
   for (const ServiceLack& lack : lacks_) printWarning(lack.service + ": " + lack.text);
   if (arguments_.noSnapshot) return;
-  for (const LocalVolume& volume : localVolumes(destination_, leftOut_)) {
+  const std::vector<LocalVolume> volumes = localVolumes(destination_, leftOut_, included_);
+  furtherVolumes_ = furtherVolumes(volumes);
+  for (const LocalVolume& volume : volumes) {
     if (!isLacking(volume)) continue;
     printWarning(lackText(volume));
     problem(lackText(volume));
@@ -196,8 +201,8 @@ void BackupCycle::tellWhatIsLacking() {
 
 bool BackupCycle::hasRoom() {
   if (isFirst_ && !arguments_.noSnapshot) phase("measuring the volume for its first snapshot");
-  RoomFigures figures = measureRoom(
-      {destination_, record_.estimateBytes.value_or(0), isFirst_, !arguments_.noSnapshot});
+  RoomFigures figures = measureRoom({destination_, record_.estimateBytes.value_or(0), isFirst_,
+                                     !arguments_.noSnapshot, furtherVolumes_});
   RoomVerdict verdict = judgeRoom(figures);
   if (verdict.destinationIsShort && !isFirst_ && makeRoom()) {
     measureFree(figures);
@@ -293,7 +298,7 @@ bool BackupCycle::takeSnapshot() {
   std::vector<std::string> leftOut = itemsSetAside();
   // A host that is recovered from the snapshot would find the mark of a run that never ended.
   leftOut.insert(leftOut.begin(), kCurrentRunFile);
-  const EngineSnapshot taken = hostkit::takeSnapshot(runEngine_, leftOut);
+  const EngineSnapshot taken = hostkit::takeSnapshot(runEngine_, furtherVolumes_, leftOut);
   for (const std::string& remark : taken.remarks) printWarning(remark);
   for (const std::string& text : taken.problems) problem(text);
   if (taken.isOnlyTorn) tornProblems_ = taken.problems.size();

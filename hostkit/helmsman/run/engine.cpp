@@ -47,8 +47,13 @@ std::string reasonOf(const host::TaskResult& result) {
 
 }  // namespace
 
-EngineSnapshot takeSnapshot(const RunEngine& runEngine, const std::vector<std::string>& leftOut) {
+EngineSnapshot takeSnapshot(const RunEngine& runEngine,
+                            const std::vector<std::string>& furtherVolumes,
+                            const std::vector<std::string>& leftOut) {
   std::vector<std::string> words = patient({"snapshot", "--json"});
+  for (const std::string& mountPoint : furtherVolumes) {
+    words.insert(words.end(), {"--add-volume", mountPoint});
+  }
   for (const std::string& path : leftOut) {
     if (path.find_first_of("*?[\\") != std::string::npos) continue;
     words.insert(words.end(), {"--exclude", path});

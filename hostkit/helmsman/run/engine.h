@@ -25,9 +25,12 @@ struct EngineSnapshot {
   std::uint64_t copiedBytes = 0;
 };
 
-/// Takes a snapshot without the items of those paths. One whose path holds a letter that means
+/// Takes a snapshot of "/" and of what is mounted at these further places, without the items of
+/// those paths. One whose path holds a letter that means
 /// something in a pattern stays in the snapshot.
-EngineSnapshot takeSnapshot(const RunEngine& runEngine, const std::vector<std::string>& leftOut);
+EngineSnapshot takeSnapshot(const RunEngine& runEngine,
+                            const std::vector<std::string>& furtherVolumes,
+                            const std::vector<std::string>& leftOut);
 
 /// The names of the snapshots that no retention rule keeps; none when the engine does not tell.
 std::vector<std::string> snapshotsToPrune(const RunEngine& runEngine);

@@ -77,16 +77,16 @@ RoomVerdict judgeRoom(const RoomFigures& figures) {
   return verdict;
 }
 
-std::uint64_t bytesOfVolume(const std::string& repository) {
+std::uint64_t bytesOfVolume(const std::string& mountPoint, const std::string& repository) {
   Exclusions exclusions = Exclusions::defaults();
   if (auto listed = Exclusions::read(kExclusionFile)) exclusions = std::move(*listed);
   std::uint64_t bytes = 0;
   std::set<std::pair<dev_t, ino_t>> linked;
   host::TreeWalk walk;
   walk.visit = [&](const host::WalkedItem& item) {
-    const std::string absolute = "/" + std::string(item.path);
+    const std::string absolute = appendPath(mountPoint, item.path);
     if (absolute == repository || absolute == paths::kMetadataFolder ||
-        (!item.path.empty() && exclusions.match(item.path))) {
+        (!item.path.empty() && exclusions.match(absolute.substr(1)))) {
       return host::WalkStep::passOver;
     }
     const struct stat& status = item.status;
@@ -97,9 +97,9 @@ std::uint64_t bytesOfVolume(const std::string& repository) {
     return host::WalkStep::goOn;
   };
   // As the engine walks it: what a mount hides is copied too. What cannot be looked at is not.
-  Result<host::Descriptor> root = host::openWithoutMounts("/");
+  Result<host::Descriptor> root = host::openWithoutMounts(mountPoint);
   (void)(root ? host::walkTree(host::Location{std::move(*root), "."}, walk)
-              : host::walkTree("/", walk));
+              : host::walkTree(mountPoint, walk));
   return bytes;
 }
 
@@ -159,8 +159,13 @@ RoomFigures measureRoom(const RoomQuestion& question) {
   // Halyard copies what is listed, whatever the services say.
   figures.services = std::max(question.estimateBytes, bytesOfListedFiles());
   if (question.isFirst && question.takesSnapshot) {
-    figures.volume =
-        bytesOfVolume(joinPath(question.destination, std::string(paths::kRepositoryName)));
+    const std::string repository =
+        joinPath(question.destination, std::string(paths::kRepositoryName));
+    std::uint64_t bytes = bytesOfVolume("/", repository);
+    for (const std::string& mountPoint : question.furtherVolumes) {
+      bytes += bytesOfVolume(mountPoint, repository);
+    }
+    figures.volume = bytes;
     figures.volumeIsMeasured = true;
   } else if (const auto last = readLastRecord()) {
     figures.volume = last->copiedBytes;

@@ -41,6 +41,7 @@ struct RoomQuestion {
   std::uint64_t estimateBytes = 0;  ///< What the services say; 0 when they were not asked.
   bool isFirst = false;             ///< There is no snapshot yet.
   bool takesSnapshot = true;
+  std::vector<std::string> furtherVolumes;  ///< Mount points that the snapshot holds beside "/".
 };
 
 /// Measures what judgeRoom wants to know. Walks the whole volume for a first snapshot.
@@ -49,10 +50,10 @@ RoomFigures measureRoom(const RoomQuestion& question);
 /// Asks again for the free room, after some was made.
 void measureFree(RoomFigures& figures);
 
-/// What a first snapshot copies of "/": the room that everything on its file system takes, also
-/// what a mount hides, without "/.Halyards", what the engine's exclusions leave out, and the
+/// What a first snapshot copies of a volume: the room that everything on its file system takes,
+/// also what a mount hides, without "/.Halyards", what the engine's exclusions leave out, and the
 /// repository.
-std::uint64_t bytesOfVolume(const std::string& repository);
+std::uint64_t bytesOfVolume(const std::string& mountPoint, const std::string& repository);
 
 /// Of every file that a service which is backed up lists.
 std::uint64_t bytesOfListedFiles();

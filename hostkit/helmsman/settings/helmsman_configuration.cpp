@@ -82,8 +82,8 @@ std::chrono::seconds HelmsmanConfiguration::stallLimitOf(const std::string& serv
 std::optional<HelmsmanConfiguration> helmsmanConfiguration(std::string& problem) {
   HelmsmanConfiguration configuration;
   const std::string path = kHelmsmanConfiguration;
-  const auto lines =
-      readConfiguration(path, {kStallLimitKey, kLeaveOutKey, kScrubKey, kScrubPartsKey}, problem);
+  const auto lines = readConfiguration(
+      path, {kStallLimitKey, kLeaveOutKey, kIncludeKey, kScrubKey, kScrubPartsKey}, problem);
   if (!lines) return std::nullopt;
   for (const ConfigurationLine& line : *lines) {
     if (line.key == kStallLimitKey) {
@@ -91,7 +91,8 @@ std::optional<HelmsmanConfiguration> helmsmanConfiguration(std::string& problem)
     } else if (line.key == kScrubKey || line.key == kScrubPartsKey) {
       if (!takeScrub(path, line, configuration, problem)) return std::nullopt;
     } else if (line.value.starts_with('/')) {
-      configuration.leftOut.push_back(line.value);
+      (line.key == kIncludeKey ? configuration.included : configuration.leftOut)
+          .push_back(line.value);
     } else {
       problem =
           path + ":" + std::to_string(line.number) + ": '" + line.value + "' is no absolute path";

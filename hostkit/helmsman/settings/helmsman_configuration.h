@@ -15,6 +15,7 @@ namespace halyard::hostkit {
 
 inline constexpr std::chrono::minutes kUsualStallLimit{30};
 inline constexpr char kLeaveOutKey[] = "leave-out";
+inline constexpr char kIncludeKey[] = "include";
 
 inline constexpr char kScrubKey[] = "scrub";
 
@@ -32,14 +33,15 @@ struct HelmsmanConfiguration {
   std::map<std::string, std::chrono::seconds> serviceStallLimits;
   ScrubPeriod scrub = ScrubPeriod::off;
   unsigned scrubParts = kUsualScrubParts;  ///< All of them together are the repository.
-  std::vector<std::string> leftOut;  ///< Where volumes are mounted that are left out on purpose.
+  std::vector<std::string> leftOut;   ///< Where volumes are mounted that are left out on purpose.
+  std::vector<std::string> included;  ///< Where those are that are taken though no rule says so.
 
   /// The service's own, else the general one.
   std::chrono::seconds stallLimitOf(const std::string& service) const;
 };
 
 /// Of /etc/halyard-host/helmsman.conf ("stall-limit", "leave-out",
-/// "scrub", "scrub-parts") and of the files NAME.conf in
+/// "include", "scrub", "scrub-parts") and of the files NAME.conf in
 /// /etc/halyard-host/services ("stall-limit"). Absent, with the reason, when a file cannot be read,
 /// has another key, or a value that means nothing.
 std::optional<HelmsmanConfiguration> helmsmanConfiguration(std::string& problem);

@@ -91,6 +91,36 @@ bool isCovered(const std::string& target, const std::vector<std::string>& files)
   });
 }
 
+// What the services that are backed up list, where it leads in the end.
+std::vector<std::string> filesOfServices() {
+  const PropertyDictionary preferences = servicePreferences();
+  std::vector<std::string> files;
+  for (const InstalledDescriptor& descriptor : installedDescriptors()) {
+    const std::string service = descriptor.serviceName();
+    if (service.empty() || !isBackedUp(preferences, service)) continue;
+    for (const std::string& file : descriptor.files()) {
+      files.push_back(host::realPath(file).value_or(file));
+    }
+  }
+  return files;
+}
+
+bool isInTable(const std::string& mountPoint) {
+  return std::ranges::any_of(host::listedMounts(), [&](const host::ListedMount& row) {
+    return host::realPath(row.mountPoint).value_or(row.mountPoint) == mountPoint;
+  });
+}
+
+// By its place, or because a service lists something in it or around it.
+bool holdsData(const std::string& mountPoint, const std::vector<std::string>& files) {
+  constexpr std::array<const char*, 3> kDataFolders = {"/home", "/srv", "/var"};
+  return std::ranges::any_of(kDataFolders,
+                             [&](const char* folder) { return isAtOrBelow(mountPoint, folder); }) ||
+         std::ranges::any_of(files, [&](const std::string& file) {
+           return isAtOrBelow(file, mountPoint) || isAtOrBelow(mountPoint, file);
+         });
+}
+
 std::string withoutEndingSlash(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   return path;
@@ -120,6 +150,11 @@ int leaveOut(const std::string& path, const HelmsmanConfiguration& configuration
     return kSuccess;
   }
   const bool isOneVolume = isVolume(path);
+  if (isListed(configuration.included, path) &&
+      !removeConfigurationLine(kHelmsmanConfiguration, kIncludeKey, path)) {
+    printError(std::string(kHelmsmanConfiguration) + " could not be written");
+    return kFailure;
+  }
   if (!isOneVolume && !isListedByService(path)) {
     printError(path +
                " is neither the mount point of a volume (see: helmsman volumes) nor listed " +
@@ -138,29 +173,41 @@ int leaveOut(const std::string& path, const HelmsmanConfiguration& configuration
   return kSuccess;
 }
 
+bool isLackingAt(const std::string& path, const HelmsmanConfiguration& configuration) {
+  const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
+  return std::ranges::any_of(localVolumes(session ? session->destination : "",
+                                          configuration.leftOut, configuration.included),
+                             [&path](const LocalVolume& local) {
+                               return local.volume.mountPoint == path &&
+                                      local.state == State::notInSnapshot;
+                             });
+}
+
 int include(const std::string& path, const HelmsmanConfiguration& configuration) {
-  if (!isListed(configuration.leftOut, path)) {
+  const bool isLeftOut = isListed(configuration.leftOut, path);
+  if (!isLeftOut && !isLackingAt(path, configuration)) {
     printNote("nothing to do: " + path + " is not left out");
     return kSuccess;
   }
-  if (!removeConfigurationLine(kHelmsmanConfiguration, kLeaveOutKey, path)) {
+  if (isLeftOut && !removeConfigurationLine(kHelmsmanConfiguration, kLeaveOutKey, path)) {
     printError(std::string(kHelmsmanConfiguration) + " could not be written");
     return kFailure;
+  }
+  HelmsmanConfiguration now = configuration;
+  std::erase(now.leftOut, path);
+  if (isLackingAt(path, now)) {
+    if (!makeFolders(kNativePreferenceFolder, 0755) ||
+        !addConfigurationLine(kHelmsmanConfiguration, kIncludeKey, path)) {
+      printError(std::string(kHelmsmanConfiguration) + " could not be written");
+      return kFailure;
+    }
+    printNote("snapshots hold " + path + " from now on");
+    return kSuccess;
   }
   printNote(isVolume(path) || isListedByService(path)
                 ? path + " is left out no more; a backup that does not hold it is not good"
                 : path + " is left out no more; it is neither a volume nor listed by a service");
   return kSuccess;
-}
-
-// Whether the snapshot would leave the place out, whatever is mounted there: /run, for example.
-bool isExcluded(const Exclusions& exclusions, const std::string& mountPoint) {
-  for (std::size_t end = mountPoint.find('/', 1);; end = mountPoint.find('/', end + 1)) {
-    if (exclusions.match(mountPoint.substr(1, end == std::string::npos ? end : end - 1))) {
-      return true;
-    }
-    if (end == std::string::npos) return false;
-  }
 }
 
 // Absent for one that is not mounted.
@@ -245,10 +292,16 @@ std::vector<host::Volume> ownVolumes(std::vector<host::Volume> mounted) {
 }
 
 std::vector<LocalVolume> localVolumes(const std::string& destination,
-                                      const std::vector<std::string>& leftOut) {
+                                      const std::vector<std::string>& leftOut,
+                                      const std::vector<std::string>& included) {
   const Exclusions exclusions = Exclusions::read(kExclusionFile).value_or(Exclusions());
   const auto isLeftOut = [&](const std::string& mountPoint) {
-    return isListed(leftOut, mountPoint) || isExcluded(exclusions, mountPoint);
+    return isListed(leftOut, mountPoint) || exclusions.matchAtOrAbove(mountPoint.substr(1));
+  };
+  const std::vector<std::string> files = filesOfServices();
+  const auto isTaken = [&](const std::string& mountPoint) {
+    return mountPoint == "/" || isListed(included, mountPoint) ||
+           (isInTable(mountPoint) && holdsData(mountPoint, files));
   };
   const Result<host::Volume> holder = host::volumeOf(destination);
   const std::vector<host::Volume> mounted = host::mountedVolumes();
@@ -258,9 +311,10 @@ std::vector<LocalVolume> localVolumes(const std::string& destination,
     const bool isOurs =
         holder && (holder->mountPoint == volume.mountPoint || isShownBy(volume, *holder));
     if (!isRoot && isOurs) continue;
-    const State state = isRoot                         ? State::inSnapshot
-                        : isLeftOut(volume.mountPoint) ? State::leftOut
-                                                       : State::notInSnapshot;
+    const bool isAway = !isRoot && isLeftOut(volume.mountPoint);
+    const State state = isAway                       ? State::leftOut
+                        : isTaken(volume.mountPoint) ? State::inSnapshot
+                                                     : State::notInSnapshot;
     local.push_back({std::move(volume), state});
   }
   for (const ListedVolume& listed : unmountedVolumes(mounted)) {
@@ -272,6 +326,15 @@ std::vector<LocalVolume> localVolumes(const std::string& destination,
     local.push_back(std::move(missing));
   }
   return local;
+}
+
+std::vector<std::string> furtherVolumes(const std::vector<LocalVolume>& volumes) {
+  std::vector<std::string> mountPoints;
+  for (const LocalVolume& local : volumes) {
+    const std::string& mountPoint = local.volume.mountPoint;
+    if (local.state == State::inSnapshot && mountPoint != "/") mountPoints.push_back(mountPoint);
+  }
+  return mountPoints;
 }
 
 bool isLacking(const LocalVolume& volume) {
@@ -350,7 +413,8 @@ int volumes(const VolumesArguments& arguments) {
     return volumes({Action::show, "", true});
   }
   const auto session = defaultBackupSession(paths::kEnginePreferenceFile);
-  const auto all = localVolumes(session ? session->destination : "", configuration->leftOut);
+  const auto all = localVolumes(session ? session->destination : "", configuration->leftOut,
+                                configuration->included);
   const auto links = listedLinks(configuration->leftOut);
   const auto unmounted = listedOnUnmounted();
   if (arguments.json) {

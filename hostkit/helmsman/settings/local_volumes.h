@@ -32,10 +32,16 @@ std::vector<host::Volume> ownVolumes(std::vector<host::Volume> mounted);
 
 /// "/", every file system on a device of this host that is mounted, and every one that /etc/fstab
 /// wants mounted and that is not; without the one that holds `destination` (empty for none), or is
-/// meant to by the preferences. A snapshot holds "/" alone. Device, type and sizes of one that is
+/// meant to by the preferences. A snapshot holds "/", the mounted ones that /etc/fstab lists and
+/// that are at or below /home, /srv or /var, or hold what a service lists, and those that are
+/// `included`. Device, type and sizes of one that is
 /// not mounted are as the table has them, and 0.
 std::vector<LocalVolume> localVolumes(const std::string& destination,
-                                      const std::vector<std::string>& leftOut);
+                                      const std::vector<std::string>& leftOut,
+                                      const std::vector<std::string>& included);
+
+/// The mount points of those that the engine is to take beside "/".
+std::vector<std::string> furtherVolumes(const std::vector<LocalVolume>& volumes);
 
 /// Whether the backup lacks it, unless an administrator says otherwise.
 bool isLacking(const LocalVolume& volume);
@@ -71,7 +77,7 @@ struct VolumesArguments {
   enum class Action {
     show,
     leaveOut,  ///< From now on,
-    include,   ///< or no more.
+    include,   ///< or no more, and taken whatever it holds.
   };
   Action action = Action::show;
   std::string path;  ///< Of what is left out or included.
