@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=bash
 
-# What snapshot_bench and snapshot_scale share: loop-mounted file systems, source trees, the clock.
+# For snapshot_bench: loop-mounted file systems, source trees, the clock.
 
 skip() {
   echo "${0##*/}: $*: nothing is measured" >&2
