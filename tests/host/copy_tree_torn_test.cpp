@@ -29,7 +29,10 @@ class Disturbance : public TreeMemory {
   bool isUnchanged(const char*, const struct stat&) override { return false; }
   Earlier earlier(const char*, const struct stat&) override { return {}; }
   std::optional<Moved> movedFrom(const struct stat&) override { return std::nullopt; }
-  void begin() override { ++readings; }
+  void begin() override {
+    ++readings;
+    if (!live.empty()) ASSERT_EQ(::access(live.c_str(), F_OK), 0);
+  }
   void read(const char*, std::size_t) override {
     if (left_ == 0) return;
     --left_;
@@ -42,6 +45,7 @@ class Disturbance : public TreeMemory {
   void took(const char*, const struct stat&) override { ++taken; }
   void tookTorn(const char*, const struct stat&) override { ++torn; }
 
+  std::string live;  ///< What must stand whenever a reading begins.
   int readings = 0;
   int taken = 0;
   int torn = 0;
@@ -78,6 +82,19 @@ TEST_F(Torn, AFileThatChangedWhileItWasReadIsReadAgain) {
   EXPECT_EQ(memory.readings, 3);
   EXPECT_EQ(memory.taken, 1);
   EXPECT_EQ(memory.torn, 0);
+  EXPECT_EQ(Scratch::contents(scratch_ / "copy/file"), "contentxx");
+}
+
+TEST_F(Torn, AFileOfALiveFolderStandsWhileItsSuccessorIsReadAgain) {
+  scratch_.write("source/file", "content");
+  scratch_.write("copy/file", "live");
+  Disturbance memory(scratch_ / "source/file", 2);
+  memory.live = scratch_ / "copy/file";
+  TreeCopyOptions options;
+  options.memory = &memory;
+  options.intoExisting = true;
+  EXPECT_TRUE(copyTree(scratch_ / "source", scratch_ / "copy", options).complete);
+  EXPECT_EQ(memory.readings, 3);
   EXPECT_EQ(Scratch::contents(scratch_ / "copy/file"), "contentxx");
 }
 

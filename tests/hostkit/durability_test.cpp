@@ -14,6 +14,7 @@
 namespace halyard::hostkit {
 namespace {
 
+using test::countOf;
 using test::descriptorOf;
 using test::inOrder;
 using test::isReplacedDurably;
@@ -276,9 +277,34 @@ TEST_F(SnapwheelOnDisk, ARestoreEndsAfterEachVolumeItWroteToIsSynced) {
   const TestMount volume = TestMount::memory(root.path("/target/below"), "size=1m");
   if (!kernel.isMounted() || !volume.isMounted()) GTEST_SKIP() << "no mounts can be had here";
   const SystemCalls calls = callsOf({"restore", "latest", "--to", "/target", "--force"});
-  const std::string written = "pwrite64(*</target/file>*";
+  const std::string written = "renameat2(*</target>, \"file\", *";
   EXPECT_TRUE(inOrder(calls, {written, "syncfs(*</target>) = 0"}));
   EXPECT_TRUE(inOrder(calls, {written, "syncfs(*</target/below>) = 0"}));
+}
+
+TEST_F(SnapwheelOnDisk, ARestoreReplacesAFileOnlyByOneThatIsOnDisk) {
+  root.writeFile("/data/one", "saved");
+  ASSERT_EQ(::link(root.path("/data/one").c_str(), root.path("/data/two").c_str()), 0);
+  take();
+  root.writeFile("/target/file", "live");
+  root.writeFile("/target/two", "live");
+  const SystemCalls calls = callsOf({"restore", "latest", "--to", "/target", "--force"});
+  EXPECT_EQ(root.readFile("/target/file"), "data");
+  EXPECT_EQ(root.readFile("/target/two"), "saved");
+  for (const std::string name : {"file", "two"}) {
+    EXPECT_TRUE(inOrder(calls, {"fdatasync(*</target/.halyard-*>) = 0",
+                                "renameat(*\".halyard-*\", *\"" + name + "\") = 0"}));
+  }
+  EXPECT_EQ(countOf(calls, "fdatasync(*</target/.halyard-*>) = 0"), 2U);
+}
+
+TEST_F(SnapwheelOnDisk, ANewFileOfARestoreGetsItsNameWhenItIsWhole) {
+  take();
+  root.makeFolder("/target");
+  const SystemCalls calls = callsOf({"restore", "latest", "--to", "/target"});
+  EXPECT_TRUE(inOrder(calls, {"pwrite64(*</target/.halyard-*>*", "utimensat(*</target/.halyard-*",
+                              "renameat2(*\".halyard-*\", *\"file\", RENAME_NOREPLACE) = 0"}));
+  EXPECT_EQ(countOf(calls, "*</target/file>*"), 0U);
 }
 
 TEST_F(SnapwheelOnDisk, ADeletedSnapshotIsGoneFromTheDisk) {

@@ -67,11 +67,11 @@ int makeLink(const FolderPair& folders, const char* fromName, const char* name) 
 
 }  // namespace
 
-/// Makes the item under the name, or, where another may be replaced, under a temporary name and
-/// renames it: the old item stands until the new one is complete.
+/// Makes the item under the name, or, where another stands or others look, under a temporary name
+/// and renames it: the old item stands until the new one is complete.
 template <typename Make>
 int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
-  int error = make(name);
+  int error = folders.isLive ? EEXIST : make(name);
   folders.changed = true;
   if (error != EEXIST || !folders.replaces) return error;
 
@@ -81,8 +81,9 @@ int ItemCopier::place(FolderPair& folders, const char* name, Make make) {
     error = make(temporary.c_str());
   }
   if (error != 0) return error;
-  return replaceItem(folders.target, temporary, name,
-                     options_.flagged ? Locks::opened : Locks::respected);
+  const Locks locks = options_.flagged ? Locks::opened : Locks::respected;
+  return options_.update ? replaceItem(folders.target, temporary, name, locks)
+                         : publishItem(folders.target, temporary, name, locks);
 }
 
 int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toName,
@@ -202,10 +203,10 @@ int ItemCopier::copyUntorn(FolderPair& folders, int from, const char* fromName, 
     if (!isTorn_ || reading == kReadings) return 0;
     status = after;
     report_ = before;
-    // It must be found neither as another name's copy nor as an earlier one.
-    const int error = errorOf([&] { return ::unlinkat(folders.target, toName, 0); });
-    if (error != 0) return error;
-    if (::lseek(from, 0, SEEK_SET) != 0) return errno;
+    // Neither another name nor an earlier file may be taken for it. A live one is replaced.
+    const auto remove = [&] { return ::unlinkat(folders.target, toName, 0); };
+    const int error = folders.isLive ? 0 : errorOf(remove);
+    if (error != 0 || ::lseek(from, 0, SEEK_SET) != 0) return error != 0 ? error : errno;
   }
 }
 

@@ -29,6 +29,7 @@ struct FolderPair {
   int reference = -1;           ///< Where an earlier copy of the source folder stands; -1 for none.
   bool replaces = false;        ///< Items may stand in the target already: they are replaced.
   bool updates = false;         ///< The same items may stay.
+  bool isLive = false;          ///< Others look there: no item gets its name before it is whole.
   FolderKinds there;            ///< What the target has, where a memory says what may stay.
   bool handsDown = false;       ///< The target gives new items an access control list of its own.
   bool changed = false;         ///< Something in the target was made or replaced.

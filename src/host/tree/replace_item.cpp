@@ -3,10 +3,13 @@
 
 #include "host/tree/replace_item.h"
 
+#include <fcntl.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/files/descriptor.h"
+#include "host/files/rename_item.h"
 #include "host/files/system_call.h"
 #include "host/tree/inode_flags.h"
 #include "host/tree/remove_tree.h"
@@ -32,6 +35,15 @@ int replaceLocked(int folder, const std::string& temporary, const char* name) {
   return error;
 }
 
+int syncData(int folder, const char* name) {
+  struct stat status = {};
+  const int error = errorOf([&] { return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW); });
+  if (error != 0 || !S_ISREG(status.st_mode)) return error;
+  const Descriptor file(uninterrupted(
+      [&] { return ::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+  return file ? errorOf([&] { return ::fdatasync(file.get()); }) : errno;
+}
+
 }  // namespace
 
 int replaceItem(int folder, const std::string& temporary, const char* name, Locks locks) {
@@ -43,6 +55,15 @@ int replaceItem(int folder, const std::string& temporary, const char* name, Lock
     if (error == 0) error = renameOver(folder, temporary, name);
   }
   // Two names of one item are not renamed over each other: the temporary one would stay.
+  (void)errorOf([&] { return ::unlinkat(folder, temporary.c_str(), 0); });
+  return error;
+}
+
+int publishItem(int folder, const std::string& temporary, const char* name, Locks locks) {
+  int error = renameWithoutReplacing(folder, temporary, folder, name);
+  if (error == 0) return 0;
+  if (error == EEXIST) error = syncData(folder, temporary.c_str());
+  if (error == 0) return replaceItem(folder, temporary, name, locks);
   (void)errorOf([&] { return ::unlinkat(folder, temporary.c_str(), 0); });
   return error;
 }

@@ -16,4 +16,9 @@ enum class Locks { respected, opened };
 /// that could not be removed whole, and the new one is gone.
 int replaceItem(int folder, const std::string& temporary, const char* name, Locks locks);
 
+/// The same where others use what stands there, and where nothing may stand: what is replaced
+/// is replaced only by an item whose data is on disk, since a power cut could else leave the new
+/// name on the disk and neither content.
+int publishItem(int folder, const std::string& temporary, const char* name, Locks locks);
+
 }  // namespace halyard::host

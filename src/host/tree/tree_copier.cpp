@@ -41,6 +41,7 @@ int TreeCopier::copyRoot(const Location& source, const Location& target) {
   folders.source = source.folder.get();
   folders.target = target.folder.get();
   folders.replaces = options_.intoExisting || options_.update;
+  folders.isLive = options_.intoExisting && !options_.update;
   folders.handsDown = true;  // It may well: for one item it is not worth asking.
   const char* name = source.name.c_str();
   const int error = items_.copy(folders, name, target.name.c_str(), DT_UNKNOWN);
@@ -225,6 +226,7 @@ int TreeCopier::copyEntries() {
   if (reference_.size() == levels_.size()) folders.reference = reference_.current();
   folders.updates = options_.update && levels_.back().isMerged;
   folders.replaces = options_.intoExisting || options_.update;
+  folders.isLive = options_.intoExisting && !options_.update && levels_.back().isMerged;
   folders.handsDown = levels_.back().handsDown;
   folders.handsDownFlags = (levels_.back().flags & ~kLockingFlags) != 0;
   folders.earlierRoot = earlierRoot_.get();

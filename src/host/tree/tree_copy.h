@@ -78,7 +78,7 @@ struct TreeCopyOptions {
   /// full or read-only. Without this function the first error ends the copy.
   std::function<bool(std::string_view relativePath, int error)> failed;
   /// The destination folder, or a link to one, may exist already: folders are merged and take the
-  /// attributes of the source, other items are replaced, each at once.
+  /// attributes of the source, other items are replaced, each at once and by what is on disk.
   bool intoExisting = false;
   /// The destination is an earlier copy and is brought up to date: as intoExisting, but a regular
   /// file that is the same there stays, and what the source no longer has is removed. No file is
