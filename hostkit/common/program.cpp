@@ -61,6 +61,8 @@ std::string plainText(const std::string& text) {
       {std::regex("(\\S+): At Most 1 required but received ([0-9]+)"),
        "$1 takes one value, not $2"},
       {std::regex("\\S+: (.*) not in \\{(.*)\\}"), "\"$1\" has no meaning here; there are: $2"},
+      {std::regex("(\\S+): Value (.*) not in range (\\S+) to (\\S+)"),
+       "$1 cannot be \"$2\": it is a whole number from $3 to $4"},
       {std::regex("(\\S+) excludes (\\S+)"), "$1 and $2 exclude each other"},
       {std::regex("(\\S+) requires (\\S+)"), "$1 needs $2"},
       {std::regex("(\\S+) is required"), "$1 is missing"},

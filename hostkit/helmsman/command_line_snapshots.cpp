@@ -25,7 +25,7 @@ struct SnapshotWords {
   BrowseArguments browse;
   VerifyArguments verify;
   DiffArguments diff;
-  std::string pattern;
+  FindArguments find;
   ScrubArguments scrub;
   PinArguments pin;
   PurgeArguments purge;
@@ -62,10 +62,13 @@ void addComparisons(const AddRootCommand& add, const Words& words) {
       ->required();
   diff->add_option("SNAPSHOT", words->diff.older, kSnapshotHelp)->required();
   diff->add_option("NEWER", words->diff.newer, "Another one; without it what the host has now");
+  diff->add_flag("--json", words->diff.json, "Print JSON");
 
-  add("find", "Find files in all snapshots", [words] { return hostkit::find(words->pattern); })
-      ->add_option("PATTERN", words->pattern, "A shell pattern; with a \"/\" of whole paths")
+  CLI::App* find =
+      add("find", "Find files in all snapshots", [words] { return hostkit::find(words->find); });
+  find->add_option("PATTERN", words->find.pattern, "A shell pattern; with a \"/\" of whole paths")
       ->required();
+  find->add_flag("--json", words->find.json, "Print JSON");
 
   CLI::App* scrub =
       add("scrub", "Read a part of the snapshots and compare it with what was put there", [words] {
@@ -75,7 +78,7 @@ void addComparisons(const AddRootCommand& add, const Words& words) {
       });
   scrub->add_option("--part", words->scrub.part, "This one, not the one whose turn it is")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1U, kMostScrubParts));
   scrub->add_flag("--json", words->scrub.json, "Print JSON");
 }
 

@@ -18,6 +18,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 using HelmsmanVerify = test::RestoreTest;
 using HelmsmanBrowse = test::RestoreTest;
@@ -170,6 +171,35 @@ TEST_F(HelmsmanPurge, ComparesAServiceThroughTheEngine) {
             "diff " + name + " " + name + " /srv/depot /etc/depot.conf /.Halyards/depotHost\n");
   EXPECT_EQ(helmsman({"diff", "depot", "2025"}).status, 1);
   EXPECT_EQ(helmsman({"find", "*.conf"}).out, "find -- *.conf\n");
+}
+
+TEST_F(HelmsmanPurge, PassesOnWhatTheEngineSaysAsJson) {
+  root.writeScript(
+      "/usr/sbin/snapwheel",
+      "echo '{\"format\":1,\"words\":\"'\"$*\"'\"}'; echo 'snapwheel: a gap' >&2; exit 4");
+  const auto found = helmsman({"find", "--json", "-a*"});
+  EXPECT_EQ(found.status, 2) << "a pattern that begins so goes after --";
+  const auto after = helmsman({"find", "--json", "--", "-a*"});
+  EXPECT_EQ(nlohmann::json::parse(after.out, nullptr, false)["words"], "find --json -- -a*");
+  EXPECT_EQ(after.err, "snapwheel: a gap\n");
+  EXPECT_EQ(after.status, 4);
+  EXPECT_THAT(helmsmanJson({"diff", "depot", "latest", "--json"})["words"],
+              StartsWith("diff --json 2026-11-20-020000 --now "));
+}
+
+TEST_F(HelmsmanPurge, AnEngineWithoutAnAnswerInJsonIsAFailure) {
+  root.writeScript("/usr/sbin/snapwheel", "echo 'no JSON'; echo 'snapwheel: odd' >&2; exit 0");
+  const auto result = helmsman({"find", "x", "--json"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("snapwheel: odd\n"));
+  EXPECT_EQ(nlohmann::json::parse(result.out, nullptr, false)["error"]["message"],
+            "the engine gave no answer");
+  // The engine's own refusal is the answer, and its status stays.
+  root.writeScript("/usr/sbin/snapwheel",
+                   "echo '{\"error\":{\"message\":\"busy\",\"status\":3},\"format\":1}'; exit 3");
+  const auto busy = helmsman({"find", "x", "--json"});
+  EXPECT_EQ(busy.status, 3);
+  EXPECT_EQ(nlohmann::json::parse(busy.out, nullptr, false)["error"]["message"], "busy");
 }
 
 TEST_F(HelmsmanPurge, AsksFirst) {

@@ -162,6 +162,13 @@ refuses "a difference without its kind is refused" 's/"kind"/"Kind"/' snapwheel-
 holds snapwheel-diff 0 snapwheel diff latest --now /srv
 holds snapwheel-find 0 snapwheel find depot
 check "what was found is told" grep -q '"/srv/depot"' "$work/output"
+oldest=$(ls "$root/Volumes/Backup/Archives.snapdb/files1" | sed -n '1p')
+holds helmsman-diff 0 helmsman diff depotHost "$oldest" latest
+check "what changed of a service is told" grep -q '"/srv/depot"' "$work/output"
+holds helmsman-diff 0 helmsman diff depotHost latest
+holds error 1 helmsman diff depotHost 1999
+holds helmsman-find 0 helmsman find depot
+check "what was found of it is told" grep -q '"/srv/depot"' "$work/output"
 holds helmsman-scrub 0 helmsman scrub
 holds helmsman-status 0 helmsman status
 holds snapwheel-prune 0 snapwheel prune --dry-run --keep-last 1 --days-to-retain 0

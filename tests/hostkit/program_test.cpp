@@ -89,6 +89,13 @@ TEST_F(KitProgram, RefusesAWrongCommandLineByTheWordThatIsWrong) {
       {"snapwheel",
        {"snapshot", "--keep-last", "x"},
        "--keep-last cannot be \"x\" (see: snapwheel snapshot --help)"},
+      {"snapwheel",
+       {"list", "--wait", "ten minutes"},
+       "--wait cannot be \"ten minutes\": it is a whole number from 0 to 86400 (see: snapwheel "
+       "list --help)"},
+      {"helmsman",
+       {"scrub", "--part", "0"},
+       "--part cannot be \"0\": it is a whole number from 1 to 366 (see: helmsman scrub --help)"},
       {"helmsman",
        {"schedule", "--at"},
        "--at needs a value, HH:MM (see: helmsman schedule --help)"},

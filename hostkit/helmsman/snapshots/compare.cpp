@@ -36,9 +36,12 @@ int diff(const DiffArguments& arguments) {
     return kFailure;
   }
   words.insert(words.end(), paths.begin(), paths.end());
-  return callEngine(std::move(words));
+  return callEngine(std::move(words), arguments.json ? AnswerAs::json : AnswerAs::text);
 }
 
-int find(const std::string& pattern) { return callEngine({"find", "--", pattern}); }
+int find(const FindArguments& arguments) {
+  return callEngine({"find", "--", arguments.pattern},
+                    arguments.json ? AnswerAs::json : AnswerAs::text);
+}
 
 }  // namespace halyard::hostkit

@@ -12,6 +12,12 @@ struct DiffArguments {
   std::string service;  ///< As completeServiceName takes it.
   std::string older;    ///< As findSnapshot takes them.
   std::string newer;    ///< Empty for what the host has now.
+  bool json = false;
+};
+
+struct FindArguments {
+  std::string pattern;
+  bool json = false;
 };
 
 /// What of a service differs: the files and folders that its descriptors list and, between two
@@ -21,6 +27,6 @@ struct DiffArguments {
 int diff(const DiffArguments& arguments);
 
 /// Finds files in all snapshots of this host, as the engine does. Returns its exit status.
-int find(const std::string& pattern);
+int find(const FindArguments& arguments);
 
 }  // namespace halyard::hostkit

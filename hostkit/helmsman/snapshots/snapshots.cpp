@@ -38,6 +38,7 @@ std::string servicesText(const Snapshot& snapshot) {
 
 std::string namesOf(const std::vector<IncompleteService>& services) {
   std::vector<std::string> names;
+  names.reserve(services.size());
   for (const IncompleteService& service : services) names.push_back(service.name);
   return joined(names);
 }
