@@ -25,7 +25,8 @@ TEST_F(HelmsmanRetention, WritesTheRulesWhereTheEngineReadsThem) {
             "# mine\nexclude = /scratch/*\ndays-to-retain = 0\nkeep-daily = 7\nkeep-weekly = 4\n"
             "keep-monthly = 12\n");
   EXPECT_EQ(helmsman({"schedule"}).out,
-            "on: every day at 02:00, snapshots kept daily 7, weekly 4, monthly 12\n");
+            "on: every day at 02:00, snapshots kept daily 7, weekly 4, monthly 12\n"
+            "a part of the repository is read weekly\n");
   const auto shown = helmsmanJson({"schedule", "--json"});
   EXPECT_EQ(shown["keep"]["weekly"], 4);
   EXPECT_EQ(shown["keep"]["yearly"], 0);
@@ -39,7 +40,9 @@ TEST_F(HelmsmanRetention, WritesTheRulesWhereTheEngineReadsThem) {
             14);
   EXPECT_EQ(helmsman({"schedule", "--keep", "none"}).status, 0);
   EXPECT_EQ(root.readFile(kEngineConfig), "# mine\nexclude = /scratch/*\ndays-to-retain = 0\n");
-  EXPECT_EQ(helmsman({"schedule"}).out, "on: every day at 02:00, snapshots kept for ever\n");
+  EXPECT_EQ(helmsman({"schedule"}).out,
+            "on: every day at 02:00, snapshots kept for ever\n"
+            "a part of the repository is read weekly\n");
   EXPECT_EQ(helmsman({"schedule", "--keep", "30"}).status, 0);
   EXPECT_EQ(root.readFile(kEngineConfig), "# mine\nexclude = /scratch/*\n");
 }
@@ -64,6 +67,41 @@ TEST_F(HelmsmanRetention, SchedulesTheReadingOfTheRepository) {
   EXPECT_EQ(helmsmanJson({"schedule", "--json"})["scrub"], "monthly");
   EXPECT_EQ(helmsman({"schedule", "--scrub", "off"}).status, 0);
   EXPECT_EQ(root.readFile("/etc/halyard-host/helmsman.conf"), "scrub = off\n");
+}
+
+TEST_F(HelmsmanRetention, ReadsTheRepositoryEveryWeekUnlessSomethingWasChosen) {
+  root.writeFile("/etc/halyard-host/helmsman.conf", "# mine\nstall-limit = 30min\n");
+  ASSERT_EQ(helmsman({"schedule", "--off", "--at", "03:00"}).status, 0);
+  EXPECT_FALSE(root.exists(kScrubTimer)) << "no schedule is on";
+  const auto result = helmsman({"schedule", "--on"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.err.find("a part of the repository is read every week"), std::string::npos);
+  EXPECT_EQ(root.readFile("/etc/halyard-host/helmsman.conf"),
+            "# mine\nstall-limit = 30min\nscrub = weekly\n");
+  EXPECT_NE(root.readFile(kScrubTimer).find("OnCalendar=Sun *-*-* 13:00:00\n"), std::string::npos);
+  for (const char* chosen : {"off", "monthly"}) {
+    ASSERT_EQ(helmsman({"schedule", "--scrub", chosen}).status, 0);
+    for (const auto& words : std::vector<std::vector<std::string>>{
+             {"schedule", "--on"}, {"schedule", "--keep", "9"}, {"setup"}}) {
+      EXPECT_EQ(helmsman(words).err.find("is read every week"), std::string::npos) << words[0];
+    }
+    EXPECT_EQ(helmsmanJson({"schedule", "--json"})["scrub"], chosen);
+  }
+}
+
+TEST_F(HelmsmanRetention, SetupHasTheRepositoryReadEveryWeek) {
+  EXPECT_EQ(helmsman({"setup"}).status, 0);
+  EXPECT_TRUE(root.exists(kScrubTimer));
+  EXPECT_EQ(root.readFile("/etc/halyard-host/helmsman.conf"), "scrub = weekly\n");
+}
+
+TEST_F(HelmsmanRetention, WhatAnOddConfigurationChoseIsLeftAlone) {
+  root.writeFile("/etc/halyard-host/helmsman.conf", "scrub = daily\n");
+  const auto result = helmsman({"schedule", "--on"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.err.find("whether the repository is read stays as it is"), std::string::npos);
+  EXPECT_EQ(root.readFile("/etc/halyard-host/helmsman.conf"), "scrub = daily\n");
+  EXPECT_FALSE(root.exists(kScrubTimer));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 namespace halyard::hostkit {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -122,6 +123,37 @@ TEST_F(Scrub, APartThatWasNotReadForLongIsTold) {
   EXPECT_THAT(status.out, HasSubstr("part 1 of 2 of the repository was last read"));
   root.writeFile("/etc/halyard-host/helmsman.conf", "scrub = off\n");
   EXPECT_THAT(helmsman({"status"}).out, Not(HasSubstr("of the repository was last read")));
+}
+
+TEST_F(Scrub, ARepositoryThatNothingReadsIsTold) {
+  EXPECT_THAT(helmsman({"status"}).out,
+              ContainsRegex("Repository: +is never read \\(see: helmsman schedule --scrub\\)"));
+  root.writeFile("/etc/halyard-host/helmsman.conf", "scrub = weekly\n");
+  EXPECT_THAT(helmsman({"status"}).out, ContainsRegex("Repository: +not read yet \\(weekly\\)"));
+}
+
+TEST_F(Scrub, AChosenPeriodWhoseTimerDoesNotRunIsTold) {
+  root.writeFile("/etc/halyard-host/helmsman.conf", "scrub = weekly\n");
+  root.makeFolder("/run/systemd/system");
+  const auto timerIs = [&](const std::string& state, const std::string& calendar) {
+    root.writeScript("/usr/bin/systemctl",
+                     "case \"$*\" in *halyard-scrub.timer*) printf '" + state +
+                         "\\nTimersCalendar={ OnCalendar=" + calendar +
+                         " ; next_elapse=x }\\n\\nLoadState=loaded\\n' ;; esac");
+  };
+  constexpr char kRuns[] = "LoadState=loaded\\nUnitFileState=enabled\\nActiveState=active";
+  timerIs("LoadState=loaded\\nUnitFileState=disabled\\nActiveState=inactive", "Sun *-*-* 13:00:00");
+  EXPECT_THAT(helmsman({"status"}).out,
+              HasSubstr("halyard-scrub.timer is disabled and inactive (run helmsman schedule"));
+  EXPECT_THAT(helmsman({"check"}).out, HasSubstr("halyard-scrub.timer is disabled and inactive"));
+  timerIs(kRuns, "*-*-01 13:00:00");
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("halyard-scrub.timer goes by another calendar"));
+  timerIs(kRuns, "Sun *-*-* 13:00:00");
+  EXPECT_THAT(helmsman({"status"}).out, Not(HasSubstr("halyard-scrub.timer")));
+  timerIs("LoadState=masked\\nUnitFileState=masked\\nActiveState=inactive", "");
+  EXPECT_THAT(helmsman({"status"}).out, HasSubstr("halyard-scrub.timer is masked"));
+  root.writeFile("/etc/halyard-host/helmsman.conf", "scrub = off\n");
+  EXPECT_THAT(helmsman({"status"}).out, Not(HasSubstr("halyard-scrub.timer")));
 }
 
 TEST_F(Scrub, AConfigurationThatMakesNoSenseIsRefused) {

@@ -361,9 +361,10 @@ TEST_F(HelmsmanInterrupted, AnUnknownKeyIsRefusedByName) {
   root.writeFile(kConfiguration, "\nstal-limit = 1min\n");
   const auto result = helmsman({"backup"});
   EXPECT_EQ(result.status, 2);
-  EXPECT_THAT(result.err,
-              HasSubstr("/etc/halyard-host/helmsman.conf:2: there is no key "
-                        "'stal-limit' (there are: stall-limit, leave-out, scrub, scrub-parts)\n"));
+  EXPECT_THAT(
+      result.err,
+      HasSubstr("/etc/halyard-host/helmsman.conf:2: there is no key "
+                "'stal-limit' (there are: stall-limit, leave-out, include, scrub, scrub-parts)\n"));
   EXPECT_THAT(root.calls(), IsEmpty());
 }
 

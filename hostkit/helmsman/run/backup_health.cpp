@@ -138,7 +138,7 @@ BackupHealth backupHealth(std::int64_t now) {
     health.schedule = scheduleFrom(*engine);
     health.automatic = isAutomatic(*engine);
   }
-  health.timer = timerReport(calendarExpression(health.schedule));
+  health.timer = timerReport(Timed::backup, calendarExpression(health.schedule));
   health.destination = currentDestination();
   if (health.snapshotsAreKnown()) {
     health.snapshots = snapshotsIn(snapshotFolder(health.destination.path));

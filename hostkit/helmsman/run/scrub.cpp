@@ -28,7 +28,7 @@ constexpr std::size_t kMostDamaged = 10000;
 
 /// Why the engine gave no answer.
 std::string failureOf(const host::TaskResult& result, const nlohmann::json& answer) {
-  const std::string told = textOf(memberOf(answer, "error"), "message");
+  std::string told = textOf(memberOf(answer, "error"), "message");
   if (!told.empty()) return told;
   const std::string_view text = trimLineFeeds(result.error);
   const std::string line(text.substr(text.find_last_of('\n') + 1));

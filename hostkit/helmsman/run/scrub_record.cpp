@@ -11,6 +11,7 @@
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/settings/folders.h"
+#include "helmsman/settings/scrub_schedule.h"
 #include "host/files/files.h"
 
 namespace halyard::hostkit {
@@ -64,6 +65,8 @@ void addProblems(std::int64_t now, const std::vector<Snapshot>* snapshots, Scrub
     }
   }
   if (health.period == ScrubPeriod::off) return;
+  health.problems.insert(health.problems.end(), health.timer.faults.begin(),
+                         health.timer.faults.end());
   const std::int64_t period = (health.period == ScrubPeriod::weekly ? 7 : 31) * kDay;
   const std::int64_t longest = (std::int64_t{health.parts} + 2) * period;
   auto oldest = oldestPart(record, health.parts);
@@ -169,7 +172,10 @@ ScrubHealth scrubHealth(std::int64_t now, const std::vector<Snapshot>* snapshots
   ScrubHealth health;
   std::string ignored;  // Status tells it.
   const auto configuration = helmsmanConfiguration(ignored).value_or(HelmsmanConfiguration());
-  health.period = configuration.scrub;
+  health.period = configuration.scrub.value_or(ScrubPeriod::off);
+  if (health.period != ScrubPeriod::off) {
+    health.timer = timerReport(Timed::scrub, scrubCalendar(health.period));
+  }
   health.parts = configuration.scrubParts;
   health.record = readScrubRecord();
   if (health.record && snapshots != nullptr) forgetRemoved(*snapshots, *health.record);
@@ -178,8 +184,10 @@ ScrubHealth scrubHealth(std::int64_t now, const std::vector<Snapshot>* snapshots
 }
 
 std::string scrubText(const ScrubHealth& health, std::int64_t now) {
+  const bool isOff = health.period == ScrubPeriod::off;
+  if (isOff && !health.record) return "is never read (see: helmsman schedule --scrub)";
   const std::string schedule = scrubWord(health.period);
-  if (!health.record) return "never read (" + schedule + ")";
+  if (!health.record) return "not read yet (" + schedule + ")";
   const ScrubRecord& record = *health.record;
   std::string text = "part " + std::to_string(record.part) + " of " + std::to_string(record.parts);
   text += record.result == ScrubRecord::Result::failed ? " could not be read " : " read ";

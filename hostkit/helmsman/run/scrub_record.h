@@ -13,6 +13,7 @@
 
 #include "common/problem.h"
 #include "helmsman/settings/helmsman_configuration.h"
+#include "helmsman/settings/timer.h"
 #include "helmsman/snapshots/host_snapshots.h"
 
 namespace halyard::hostkit {
@@ -52,12 +53,15 @@ std::optional<std::int64_t> oldestPart(const std::optional<ScrubRecord>& record,
 /// What status and metrics say of it.
 struct ScrubHealth {
   ScrubPeriod period = ScrubPeriod::off;
+  TimerReport timer;  ///< Not asked for while the period is off.
   unsigned parts = 0;
   std::optional<ScrubRecord> record;  ///< Without the damage of snapshots that are gone.
   std::vector<Problem> problems;
 };
 
 /// `snapshots` are those that are there; null when that is not known.
+///
+/// Runs: systemctl, when systemd is the init system and a period is set.
 ScrubHealth scrubHealth(std::int64_t now, const std::vector<Snapshot>* snapshots);
 
 /// "part 3 of 6 read 2 days ago, nothing damaged".

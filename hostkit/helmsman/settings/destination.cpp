@@ -20,6 +20,7 @@
 #include "common/sizes.h"
 #include "common/table.h"
 #include "helmsman/settings/schedule.h"
+#include "helmsman/settings/scrub_schedule.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/timer.h"
 #include "host/files/files.h"
@@ -169,7 +170,9 @@ int set(const DestinationArguments& arguments) {
     return kFailure;
   }
   // The timer rests until there is somewhere to go.
-  if (!setTimer(TimerState::on, calendarExpression(scheduleFrom(*preferences)))) return kFailure;
+  const std::string calendar = calendarExpression(scheduleFrom(*preferences));
+  if (!setTimer(Timed::backup, TimerState::on, calendar)) return kFailure;
+  if (!scheduleScrubUnlessChosen()) return kFailure;
   const auto volume = host::volumeOf(*path);
   if (volume) warnOfNextStart(*volume);
   if (arguments.json) return show(true);

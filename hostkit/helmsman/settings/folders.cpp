@@ -39,13 +39,13 @@ Status makeFolders(const std::string& path, mode_t permissions) {
   if (host::isDirectory(path)) return {};
   const std::string parent = parentPath(path);
   if (parent != path) {
-    if (const Status above = makeFolders(parent, kOpenFolder); !above) return above;
+    if (Status above = makeFolders(parent, kOpenFolder); !above) return above;
   }
   if (::mkdir(path.c_str(), permissions) != 0 && errno != EEXIST) return Error{errno, path};
   if (!host::isDirectory(path)) return Error{ENOTDIR, path};
   // The umask may have taken bits away.
   if (::chmod(path.c_str(), permissions) != 0) return Error{errno, path};
-  if (const Status synced = host::syncFolder(path); !synced) return synced;
+  if (Status synced = host::syncFolder(path); !synced) return synced;
   return host::syncFolder(parent);
 }
 

@@ -30,10 +30,9 @@ bool takeScrub(const std::string& path, const ConfigurationLine& line,
                HelmsmanConfiguration& configuration, std::string& problem) {
   const std::string place = path + ":" + std::to_string(line.number) + ": '" + line.value;
   if (line.key == kScrubKey) {
-    const auto period = parseScrubPeriod(line.value);
-    if (period) configuration.scrub = *period;
-    if (!period) problem = place + "' is none of weekly, monthly and off";
-    return period.has_value();
+    configuration.scrub = parseScrubPeriod(line.value);
+    if (!configuration.scrub) problem = place + "' is none of weekly, monthly and off";
+    return configuration.scrub.has_value();
   }
   const int parts = leadingInteger(line.value);
   const bool isNumber = std::to_string(parts) == line.value;

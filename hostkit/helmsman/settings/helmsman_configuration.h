@@ -31,7 +31,7 @@ struct HelmsmanConfiguration {
   /// How long a plug-in may make no progress; absent when nothing is set.
   std::optional<std::chrono::seconds> stallLimit;
   std::map<std::string, std::chrono::seconds> serviceStallLimits;
-  ScrubPeriod scrub = ScrubPeriod::off;
+  std::optional<ScrubPeriod> scrub;        ///< Absent when nothing was ever chosen.
   unsigned scrubParts = kUsualScrubParts;  ///< All of them together are the repository.
   std::vector<std::string> leftOut;   ///< Where volumes are mounted that are left out on purpose.
   std::vector<std::string> included;  ///< Where those are that are taken though no rule says so.

@@ -13,8 +13,7 @@
 #include "common/messages.h"
 #include "common/paths.h"
 #include "common/property_file.h"
-#include "helmsman/settings/folders.h"
-#include "helmsman/settings/helmsman_configuration.h"
+#include "helmsman/settings/scrub_schedule.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/timer.h"
 #include "host/files/files.h"
@@ -105,12 +104,6 @@ bool understand(const ScheduleArguments& arguments, Schedule& schedule) {
   return true;
 }
 
-ScrubPeriod storedScrub() {
-  std::string ignored;  // Status tells it.
-  const auto configuration = helmsmanConfiguration(ignored);
-  return configuration ? configuration->scrub : ScrubPeriod::off;
-}
-
 int show(const PropertyDictionary& preferences, bool asJson) {
   const Schedule schedule = scheduleFrom(preferences);
   const bool on = integerIn(preferences, keys::kAutoBackup, INT32_MIN, INT32_MAX, 0) != 0;
@@ -152,19 +145,6 @@ int showStored(bool asJson) {
 bool changesAnything(const ScheduleArguments& arguments) {
   return arguments.daily || !arguments.weekly.empty() || !arguments.monthly.empty() ||
          !arguments.at.empty() || !arguments.keep.empty() || arguments.off || arguments.on;
-}
-
-// By another timer than that of the backups.
-bool scheduleScrub(const std::string& word) {
-  const ScrubPeriod period = *parseScrubPeriod(word);
-  if (!makeFolders(kNativePreferenceFolder, 0755) ||
-      !replaceConfigurationLines(kHelmsmanConfiguration, {kScrubKey}, {{kScrubKey, word, 0}})) {
-    printError(std::string(kHelmsmanConfiguration) + " could not be written");
-    return false;
-  }
-  // Away from the nights, when backups run.
-  return setScrubTimer(period == ScrubPeriod::off ? TimerState::off : TimerState::on,
-                       period == ScrubPeriod::monthly ? "*-*-01 13:00:00" : "Sun *-*-* 13:00:00");
 }
 
 // Automatic backups without a destination would fail every night.
@@ -261,12 +241,13 @@ std::optional<std::string> parseDay(std::string_view text) {
 }
 
 int schedule(const ScheduleArguments& arguments) {
-  if (!arguments.scrub.empty() && !parseScrubPeriod(arguments.scrub)) {
+  const auto scrub = parseScrubPeriod(arguments.scrub);
+  if (!arguments.scrub.empty() && !scrub) {
     printError("'" + arguments.scrub + "' is none of weekly, monthly and off");
     return kUsageError;
   }
   if (!changesAnything(arguments)) {
-    const bool isScheduled = arguments.scrub.empty() || scheduleScrub(arguments.scrub);
+    const bool isScheduled = !scrub || scheduleScrub(*scrub);
     return isScheduled ? showStored(arguments.json) : kFailure;
   }
   Schedule understood;
@@ -295,10 +276,12 @@ int schedule(const ScheduleArguments& arguments) {
     }
   }
   const bool on = integerIn(*preferences, keys::kAutoBackup, INT32_MIN, INT32_MAX, 0) != 0;
-  if (!setTimer(on ? TimerState::on : TimerState::off, calendarExpression(changed))) {
+  if (!setTimer(Timed::backup, on ? TimerState::on : TimerState::off,
+                calendarExpression(changed))) {
     return kFailure;
   }
-  if (!arguments.scrub.empty() && !scheduleScrub(arguments.scrub)) return kFailure;
+  if (scrub && !scheduleScrub(*scrub)) return kFailure;
+  if (on && !scheduleScrubUnlessChosen()) return kFailure;
   if (arguments.json) return show(*preferences, true);
   printNote(std::string(on ? "on: " : "off: ") + describe(changed, storedRetention()));
   return kSuccess;

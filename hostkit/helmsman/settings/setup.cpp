@@ -13,6 +13,7 @@
 #include "common/messages.h"
 #include "common/property_file.h"
 #include "helmsman/settings/folders.h"
+#include "helmsman/settings/scrub_schedule.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/service_links.h"
 #include "helmsman/settings/settings.h"
@@ -119,6 +120,7 @@ int setUpHost() {
   ready = placeLinksOfServicesThatAreOn() && ready;
   ready = provideVersionFile() && ready;
   ready = provideComputerName() && ready;
+  ready = scheduleScrubUnlessChosen() && ready;
   warnOfMissingPrograms();
   for (const UncoveredServer& server : uncoveredServers()) printWarning(describe(server));
   if (!ready) {

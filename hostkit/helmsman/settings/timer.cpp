@@ -20,6 +20,22 @@ namespace {
 
 constexpr char kDropInName[] = "schedule.conf";
 
+struct TimerPlace {
+  const char* unit;
+  const char* service;   // What it starts.
+  const char* folder;    // Of its drop-in.
+  const char* command;   // What to start by other means where no systemd does.
+  const char* switchOn;  // Advice.
+};
+
+const TimerPlace& placeOf(Timed timed) {
+  static constexpr TimerPlace kBackup = {kTimerUnit, kBackupUnit, kTimerDropInFolder, "backup",
+                                         "run helmsman schedule --on"};
+  static constexpr TimerPlace kScrub = {kScrubTimerUnit, kScrubUnit, kScrubDropInFolder, "scrub",
+                                        "run helmsman schedule --scrub weekly, monthly or off"};
+  return timed == Timed::backup ? kBackup : kScrub;
+}
+
 bool runSystemctl(const std::vector<std::string>& words) {
   host::TaskOptions options;
   options.plainLocale = true;
@@ -71,8 +87,8 @@ bool isLoaded(const char* name, const UnitProperties& unit, std::vector<Problem>
 
 }  // namespace
 
-TimerReport timerReportFrom(std::string_view shown, const std::string& calendar) {
-  static constexpr char kSwitchOn[] = "run helmsman schedule --on";
+TimerReport timerReportFrom(Timed timed, std::string_view shown, const std::string& calendar) {
+  const TimerPlace& timer = placeOf(timed);
   TimerReport report;
   const std::vector<UnitProperties> units = unitsIn(shown);
   if (units.size() != 2 || propertyOf(units[0], "LoadState").empty() ||
@@ -80,46 +96,41 @@ TimerReport timerReportFrom(std::string_view shown, const std::string& calendar)
     report.unknown = "systemd gives no answer";
     return report;
   }
-  if (isLoaded(kTimerUnit, units[0], report.faults)) {
+  if (isLoaded(timer.unit, units[0], report.faults)) {
     const std::string enabled = propertyOf(units[0], "UnitFileState");
     const std::string active = propertyOf(units[0], "ActiveState");
     report.starts = active == "active";
     if (enabled != "enabled" || !report.starts) {
       report.faults.push_back(
-          {std::string(kTimerUnit) + " is " + enabled + " and " + active, kSwitchOn});
+          {std::string(timer.unit) + " is " + enabled + " and " + active, timer.switchOn});
     } else if (propertyOf(units[0], "TimersCalendar").find("OnCalendar=" + calendar + " ;") ==
                std::string::npos) {
       report.faults.push_back(
-          {std::string(kTimerUnit) + " goes by another calendar than the schedule", kSwitchOn});
+          {std::string(timer.unit) + " goes by another calendar than the schedule",
+           timer.switchOn});
     }
   }
-  if (!isLoaded(kBackupUnit, units[1], report.faults)) report.starts = false;
+  if (!isLoaded(timer.service, units[1], report.faults)) report.starts = false;
   return report;
 }
 
-TimerReport timerReport(const std::string& calendar) {
+TimerReport timerReport(Timed timed, const std::string& calendar) {
   if (!systemdRuns()) return {"systemd does not run here", false, {}};
+  const TimerPlace& timer = placeOf(timed);
   host::TaskOptions options;
   options.plainLocale = true;
   const host::TaskResult result =
       host::RunTask(std::string(kSystemctlProgram),
                     {"show", "--property=LoadState,UnitFileState,ActiveState,TimersCalendar",
-                     kTimerUnit, kBackupUnit},
+                     timer.unit, timer.service},
                     options);
-  return timerReportFrom(result.status == 0 ? result.output : "", calendar);
+  return timerReportFrom(timed, result.status == 0 ? result.output : "", calendar);
 }
 
 bool systemdRuns() { return host::isDirectory("/run/systemd/system"); }
 
-namespace {
-
-struct TimerPlace {
-  const char* unit;
-  const char* folder;   // Of its drop-in.
-  const char* command;  // What to start by other means where no systemd does.
-};
-
-bool setTimerOf(const TimerPlace& timer, TimerState state, const std::string& calendar) {
+bool setTimer(Timed timed, TimerState state, const std::string& calendar) {
+  const TimerPlace& timer = placeOf(timed);
   // The empty assignment takes the packaged calendar away: lines add up otherwise.
   const std::string text =
       "# Written by helmsman schedule.\n[Timer]\nOnCalendar=\nOnCalendar=" + calendar + "\n";
@@ -137,16 +148,6 @@ bool setTimerOf(const TimerPlace& timer, TimerState state, const std::string& ca
   }
   return runSystemctl({"daemon-reload"}) &&
          runSystemctl({state == TimerState::on ? "enable" : "disable", "--now", timer.unit});
-}
-
-}  // namespace
-
-bool setTimer(TimerState state, const std::string& calendar) {
-  return setTimerOf({kTimerUnit, kTimerDropInFolder, "backup"}, state, calendar);
-}
-
-bool setScrubTimer(TimerState state, const std::string& calendar) {
-  return setTimerOf({kScrubTimerUnit, kScrubDropInFolder, "scrub"}, state, calendar);
 }
 
 }  // namespace halyard::hostkit
