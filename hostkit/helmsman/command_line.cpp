@@ -22,6 +22,7 @@
 #include "helmsman/program/unlock.h"
 #include "helmsman/report/metrics.h"
 #include "helmsman/report/status.h"
+#include "helmsman/restore/file_restore.h"
 #include "helmsman/restore/recover.h"
 #include "helmsman/restore/restore.h"
 #include "helmsman/restore/tidy.h"
@@ -81,6 +82,7 @@ class CommandLine {
   BackupArguments backup_;
   RestoreArguments restore_;
   RecoverArguments recover_;
+  FileRestoreArguments file_;
   TidyArguments tidy_;
   UndoArguments undo_;
   StatusArguments status_;
@@ -90,6 +92,7 @@ class CommandLine {
   std::vector<std::string> services_;
   std::string settingsWord_;
   std::string volumesWord_;
+  std::string fileWord_;
 };
 
 CommandLine::CommandLine() {
@@ -274,9 +277,23 @@ void CommandLine::addRestoreCommands() {
   recover->add_flag("-y,--yes", recover_.yes, "Do not ask");
   recover->add_flag("--no-verify", recover_.noVerify, "Do not verify the services afterwards");
 
-  CLI::App* undo = add("undo", "Take the last restore of a service back", Needs::root,
+  CLI::App* file = add("file", "Bring one file or folder of the host back", Needs::root,
+                       [this] { return restoreFile(file_); });
+  file->add_option("WHAT", fileWord_, "restore")->required()->check(CLI::IsMember({"restore"}));
+  file->add_option("PATH", file_.path, "Its absolute path on the host")->required();
+  file->add_option("--from", file_.snapshot, "The snapshot; without it the latest")
+      ->type_name("SNAPSHOT");
+  CLI::Option* to = file->add_option("--to", file_.to, "Into this folder")->type_name("DIR");
+  file->add_flag("--in-place", file_.inPlace, "In the place of the live one, which is set aside")
+      ->excludes(to);
+  file->add_flag("-n,--dry-run", file_.dryRun, "Only show what would happen");
+  file->add_flag("-y,--yes", file_.yes, "Do not ask");
+  file->add_flag("--json", file_.json, "Print JSON");
+
+  CLI::App* undo = add("undo", "Take the last restore of a service or file back", Needs::root,
                        [this] { return hostkit::undo(undo_); });
-  undo->add_option("SERVICE", undo_.service, "A name, a plain word, or the beginning of a name")
+  undo->add_option("SERVICE", undo_.service,
+                   "A name, a plain word, the beginning of a name, or the path of a file")
       ->required();
   undo->add_flag("-y,--yes", undo_.yes, "Do not ask");
 

@@ -26,6 +26,7 @@ nlohmann::json restoreJson(const RestoreRequest& request, const RestoreOutcome& 
                              {"bytes", outcome.bytes},
                              {"failed", outcome.failed},
                              {"notHeld", std::move(notHeld)},
+                             {"torn", outcome.torn},
                              {"lost",
                               {{"owners", outcome.lost.owners},
                                {"permissions", outcome.lost.permissions},
@@ -49,8 +50,10 @@ int restoreStatus(const RestoreRequest& request, const RestoreOutcome& outcome) 
         " without owner, " + std::to_string(counts.permissions) + " without permissions, " +
         std::to_string(counts.extended) + " without extended attributes");
   }
-  const bool isWhole =
-      outcome.failed == 0 && outcome.notHeld.empty() && (lost == 0 || request.withoutAttributes);
+  // Whoever asks for a file wants to know; that the snapshot as a whole holds such was its status.
+  const bool isTorn = outcome.torn != 0 && !request.paths.empty();
+  const bool isWhole = outcome.failed == 0 && outcome.notHeld.empty() && !isTorn &&
+                       (lost == 0 || request.withoutAttributes);
   return isWhole ? hostkit::kSuccess : hostkit::kPartial;
 }
 

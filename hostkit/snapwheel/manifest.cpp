@@ -160,6 +160,9 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   manifest.linkedBytes = countOf(object, "linkedBytes").value_or(0);
   manifest.missingCount = countOf(object, "missingCount").value_or(0);
   manifest.tornCount = countOf(object, "tornCount").value_or(0);
+  for (const nlohmann::json& path : memberOf(object, "torn")) {
+    if (path.is_string()) manifest.torn.push_back(path.get<std::string>());
+  }
   manifest.unfinishedBackup = flagOf(object, "unfinishedBackup");
   if (!isUsableFolderName(manifest.volume)) return std::nullopt;
   if (format <= kOneVolumeFormat) {

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <utility>
@@ -78,6 +79,22 @@ std::string lackOf(const std::string& root, const std::string& path) {
   return "is not in the snapshot";
 }
 
+using ChosenPaths = std::map<std::string, std::set<std::string>>;  // By the volume's folder.
+
+/// A folder comes with the volumes that were mounted in it.
+void addVolumesBelow(const std::vector<SnapshotVolume>& volumes, const std::string& path,
+                     Choice& choice, ChosenPaths& chosen) {
+  for (const SnapshotVolume& volume : volumes) {
+    const std::string mountPoint = volume.mountPoint.substr(1);
+    if (mountPoint == path || !isBelow(mountPoint, path)) continue;
+    if (volume.isThere) {
+      chosen[volume.folder].insert("");
+    } else {
+      choice.notHeld.push_back({volume.mountPoint, "is a volume that the snapshot does not hold"});
+    }
+  }
+}
+
 }  // namespace
 
 Part Selection::partOf(std::string_view path) const {
@@ -100,7 +117,7 @@ Choice choose(const std::string& snapshotPath, const std::vector<std::string>& h
   // A snapshot of a folder is as one of a host whose root that folder was.
   const std::string source = manifest ? plainPath(manifest->source) : std::string();
   Choice choice;
-  std::map<std::string, std::set<std::string>> chosen;  // By the folder of the volume.
+  ChosenPaths chosen;
   for (const std::string& hostPath : hostPaths) {
     std::string path = plainPath(hostPath);
     if (!source.empty() && isBelow(path, source)) path = below(path, source);
@@ -111,17 +128,26 @@ Choice choose(const std::string& snapshotPath, const std::vector<std::string>& h
     }
     path = below(path, volume->mountPoint.substr(1));
     const std::string lack = path.empty() ? "" : lackOf(volume->path(snapshotPath), path);
-    if (lack.empty()) {
-      chosen[volume->folder].insert(path);
-    } else {
+    if (!lack.empty()) {
       choice.notHeld.push_back({hostPath, lack});
+      continue;
     }
+    chosen[volume->folder].insert(path);
+    addVolumesBelow(volumes, volume->hostPath(path), choice, chosen);
   }
   for (const SnapshotVolume& volume : volumes) {
     const auto paths = chosen.find(volume.folder);
     if (paths != chosen.end()) choice.volumes.push_back({volume, Selection(paths->second)});
   }
   return choice;
+}
+
+bool isChosen(const Choice& choice, const std::string& path) {
+  return std::ranges::any_of(choice.volumes, [&path](const ChosenVolume& chosen) {
+    const std::string mountPoint = chosen.volume.mountPoint.substr(1);
+    return isBelow(path, mountPoint) &&
+           chosen.selection.partOf(below(path, mountPoint)) == Part::all;
+  });
 }
 
 }  // namespace halyard::snapwheel

@@ -48,8 +48,12 @@ struct Choice {
   std::vector<NotHeld> notHeld;
 };
 
-/// Finds each path of the host in the volume that it belongs to, following no link. Throws Failure
-/// for a path that is not absolute or goes back up ("..").
+/// Finds each path of the host in the volume that it belongs to, following no link; a folder brings
+/// the volumes that were mounted in it. Throws Failure for a path that is not absolute or goes back
+/// up ("..").
 Choice choose(const std::string& snapshotPath, const std::vector<std::string>& hostPaths);
+
+/// Whether the item is restored; its path is that on the host, without the "/" before it.
+bool isChosen(const Choice& choice, const std::string& path);
 
 }  // namespace halyard::snapwheel

@@ -39,6 +39,7 @@ namespace halyard::snapwheel {
 namespace {
 
 constexpr mode_t kTargetMode = 0755;
+constexpr char kNoUtf8[] = "\xEF\xBF\xBD";  // Stands in a record for bytes of a name.
 
 /// Open for good: whatever becomes of the path, nothing else is written to.
 struct Target {
@@ -102,7 +103,11 @@ Target settleTarget(const RestoreRequest& request, const std::vector<ChosenVolum
   const std::string here = host::realPath(".").value_or("");
   const bool isAbsolute = request.target.starts_with('/');
   const std::string path = isAbsolute ? request.target : here + "/" + request.target;
-  Target target{openTarget(path), host::realPath(path).value_or(path)};
+  // The working folder is open already: it is the one that was meant, wherever it stands by now.
+  const bool isHere = request.target == ".";
+  Target target{isHere ? host::Descriptor(::open(".", host::kFolderFlags)) : openTarget(path),
+                host::realPath(path).value_or(path)};
+  if (!target.folder) throw Failure(errorText(path, errno));
   const std::string snapshot = host::realPath(request.snapshotPath).value_or("");
   const std::string repository = host::realPath(snapshot + "/../..").value_or("");
   if (isInside(target.path, repository)) {
@@ -301,6 +306,26 @@ Choice choiceFor(const RestoreRequest& request) {
   return choice;
 }
 
+/// Of files that changed whenever they were read nobody knows what they should hold.
+void tellTorn(const RestoreRequest& request, const Choice& choice, RestoreOutcome& outcome) {
+  const auto manifest = readManifest(request.snapshotPath);
+  if (!manifest) return;
+  std::uint64_t unnamed = manifest->tornCount;
+  for (const std::string& path : manifest->torn) {
+    if (path.find(kNoUtf8) != std::string::npos) continue;
+    unnamed -= unnamed == 0 ? 0 : 1;
+    if (!isChosen(choice, path)) continue;
+    ++outcome.torn;
+    hostkit::printWarning("/" + path +
+                          ": changed whenever it was read for the snapshot; maybe a mixture");
+  }
+  if (unnamed == 0) return;
+  outcome.torn += unnamed;
+  hostkit::printWarning(std::to_string(unnamed) +
+                        " further files of the snapshot changed whenever they were read; their "
+                        "names are not known");
+}
+
 }  // namespace
 
 RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
@@ -313,6 +338,7 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
   RestoreOutcome outcome;
   outcome.volume = choice.volumes.front().volume.folder;
   outcome.notHeld = choice.notHeld;
+  tellTorn(request, choice, outcome);
   if (request.dryRun) {
     previewRestore(request, choice, outcome);
     return outcome;

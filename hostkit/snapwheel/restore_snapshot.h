@@ -40,6 +40,7 @@ struct RestoreOutcome {
   std::uint64_t failed = 0;      ///< Each was told on standard error.
   std::uint64_t replaced = 0;    ///< Items that are in the way; of a dry run alone.
   std::vector<NotHeld> notHeld;  ///< Each was told, too.
+  std::uint64_t torn = 0;        ///< Files that changed whenever they were read; told, too.
   LostCounts lost;
   FlagReport flags;  ///< What is lacking was told, too.
 };
@@ -49,8 +50,9 @@ struct RestoreOutcome {
 ///
 /// All volumes go to their mount points below the target, one that is named alone onto the target
 /// itself. With paths, what stands at them is restored, and the folders above them are made with
-/// the attributes that they had; those that are there already keep theirs. What is of another
-/// volume than "/" goes below its mount point in the target.
+/// the attributes that they had; those that are there already keep theirs. A folder comes with the
+/// volumes that were mounted in it. What is of another volume than "/" goes below its mount point
+/// in the target.
 ///
 /// Throws Failure when the snapshot holds no such volume, or none of the paths; when the target is
 /// the root of the running system, or a folder that holds anything but "lost+found", and `force` is

@@ -70,6 +70,8 @@ offers "a snapshot to restore from" $'2026-11-20-020000\n2026-11-21-020000\nlate
 offers "the snapshots to purge" $'2026-11-20-020000\n2026-11-21-020000' "$(completed helmsman purge 2)"
 offers "a destination" UUID=1815 "$(completed helmsman destination U)"
 offers "the only word after settings" backup "$(completed helmsman settings b)"
+offers "the only word after file" restore "$(completed helmsman file r)"
+offers "the file to restore" "${BASH_SOURCE[0]}" "$(completed helmsman file restore "${BASH_SOURCE[0]%.sh}")"
 offers "a day" $'Thursday\nTuesday' "$(completed helmsman schedule --weekly T)"
 offers "nothing where a text is free" "" "$(completed helmsman restore depotHost --opt '')"
 offers "a subcommand after an option" restore "$(completed helmsman --quiet res)"

@@ -176,6 +176,10 @@ holds snapwheel-prune 0 snapwheel prune --keep-last 1 --days-to-retain 0
 mkdir "$root/Volumes/Backup/Archives.snapdb/files1/2020-01-01-000000"
 holds snapwheel-list 0 snapwheel list
 holds snapwheel-check 1 snapwheel check --read-data
+holds helmsman-file 0 helmsman file restore /srv/depot --in-place --dry-run
+mkdir "$root/restored-file"
+holds helmsman-file 0 helmsman file restore /srv/depot --to /restored-file
+refuses "a restored file without its path is refused" 's/"restoredTo"/"to"/' helmsman-file
 holds snapwheel-restore 0 snapwheel restore latest --path /srv/depot --to /restored --dry-run
 holds snapwheel-restore 4 snapwheel restore latest --path /srv/depot --path /none --to /restored
 rm -rf "$root/Volumes/Backup"

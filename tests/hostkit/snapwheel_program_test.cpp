@@ -6,12 +6,15 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
 
 #include "host/files/descriptor.h"
 #include "host_kit_root.h"
+#include "support/forked.h"
 #include "support/mounts.h"
 
 namespace halyard::snapwheel {
@@ -261,6 +264,26 @@ TEST_F(SnapwheelProgram, WhatIsMountedUponAFolderIsNotComparedWithTheHost) {
   const CommandResult now = snapwheel({"diff", "latest", "--now", "/mnt"});
   EXPECT_EQ(now.status, 0) << now.err;
   EXPECT_EQ(now.out, "");
+}
+
+/// A target that holds no extended attributes, in a mount namespace of its own.
+TEST_F(SnapwheelProgram, WhatTheTargetCannotHoldIsALackUnlessThatIsAccepted) {
+  if (::setxattr(root.path("/srv/data").c_str(), "user.note", "x", 1, 0) != 0) {
+    GTEST_SKIP() << "no extended attributes here";
+  }
+  take();
+  root.makeFolder("/target");
+  const auto statusWith = [this](std::vector<std::string> words) {
+    words.insert(words.begin(), {"restore", "latest", "--to", "/target", "--path", "/srv/data"});
+    return test::exitStatusOf([&] {
+      if (!test::enterPrivateMounts()) return 8;
+      if (::mount("none", root.path("/target").c_str(), "ramfs", 0, nullptr) != 0) return 9;
+      const CommandResult result = snapwheel(words);
+      return root.readFile("/target/srv/data") == "data" ? result.status : 10;
+    });
+  };
+  EXPECT_EQ(statusWith({}), 4);
+  EXPECT_EQ(statusWith({"--without-attributes"}), 0);
 }
 
 TEST_F(SnapwheelProgram, FindsAFileInItsSnapshots) {

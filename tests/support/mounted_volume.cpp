@@ -41,7 +41,9 @@ MountedVolume::MountedVolume(const Scratch& scratch, const std::string& kind,
   const std::string image = scratch.write(imageName);
   const std::string folder = scratch.makeFolder(name);
   const bool isSized = ::truncate(image.c_str(), static_cast<off_t>(megabytes) * 1024 * 1024) == 0;
-  const auto made = host::RunTask(maker, {"-q", image});
+  // mkfs.vfat knows no such word.
+  const auto made = host::RunTask(maker, kind == "vfat" ? std::vector<std::string>{image}
+                                                        : std::vector<std::string>{"-q", image});
   const auto mounted =
       host::RunTask(firstOf({"/bin/mount", "/usr/bin/mount"}), {"-o", "loop", image, folder});
   if (!isSized || made.status != 0 || mounted.status != 0) {

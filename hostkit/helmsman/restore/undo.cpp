@@ -15,8 +15,9 @@
 #include "common/messages.h"
 #include "common/question.h"
 #include "common/times.h"
-#include "helmsman/restore/server_units.h"
 #include "common/trusted_folder.h"
+#include "helmsman/restore/file_restore.h"
+#include "helmsman/restore/server_units.h"
 #include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"
@@ -101,7 +102,7 @@ void showPlan(const RestoreRecord& record) {
   for (const auto& lost : record.lost) tellLoss(lost.path, lost.why);
   if (!record.finished) {
     printLine(std::string("No promise is made: ") + kNotWatched + ".");
-  } else {
+  } else if (!record.service.starts_with('/')) {
     printLine("What its restore program did elsewhere (accounts, databases) stays as it is.");
   }
 }
@@ -168,15 +169,17 @@ int undo(const UndoArguments& arguments) {
   auto work = HostWork::begin("undo", status);
   if (!work) return status;
   std::string problem;
-  const auto service = completeServiceName(servicePreferences(), arguments.service, problem);
+  const auto service = arguments.service.starts_with('/')
+                           ? plainPath(arguments.service)
+                           : completeServiceName(servicePreferences(), arguments.service, problem);
   if (!service) {
-    printError(problem);
+    printError(problem.empty() ? arguments.service + " is no path of a file" : problem);
     return kFailure;
   }
   const auto kept = readRestoreRecord(*service);
   const RestoreRecord record = kept ? *kept : recordFromFiles(*service);
   if (record.items.empty()) {
-    printError("there is nothing to take back for " + *service);
+    printError("there is nothing to take back for " + arguments.service);
     for (const auto& lost : record.lost) printError(lost.path + " " + lost.why);
     return kFailure;
   }

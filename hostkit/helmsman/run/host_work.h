@@ -13,9 +13,9 @@
 
 namespace halyard::hostkit {
 
-/// Held by restore, recover, undo and tidy from before their first look to their end: no backup,
-/// and no other of them, begins meanwhile. A snapshot must not show half of a restore, nor a
-/// restore work on what a backup is about to remove.
+/// Held by restore, file restore, recover, undo and tidy from before their first look to their end:
+/// no backup, and no other of them, begins meanwhile. A snapshot must not show half of a restore,
+/// nor a restore work on what a backup is about to remove.
 class HostWork {
  public:
   /// `command` is the word of helmsman. Absent, with the reason printed and the exit status set

@@ -53,8 +53,22 @@ bool readItems(const nlohmann::json& document, const char* key,
   return true;
 }
 
+// A path can be too long for a name, and holds slashes: its hash (FNV-1a) stands for it. Two paths
+// of one hash are told apart by what the record says.
+std::string nameForPath(const std::string& path) {
+  std::uint64_t hash = 0xcbf29ce484222325;
+  for (const char letter : path) {
+    hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001b3;
+  }
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string name = "file-";
+  for (int shift = 60; shift >= 0; shift -= 4) name += kDigits[hash >> shift & 0xf];
+  return name;
+}
+
 std::string recordPath(const std::string& service) {
-  return joinPath(kUndoFolder, service + std::string(kRecordEnd));
+  const std::string name = service.starts_with('/') ? nameForPath(service) : service;
+  return joinPath(kUndoFolder, name + std::string(kRecordEnd));
 }
 
 std::vector<std::string> recordedServices() {
@@ -131,7 +145,9 @@ std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document) {
 std::optional<RestoreRecord> readRestoreRecord(const std::string& service) {
   const auto bytes = host::readFile(recordPath(service), kRecordLimit);
   if (!bytes) return std::nullopt;
-  return restoreRecordFrom(nlohmann::json::parse(*bytes, nullptr, false));
+  auto record = restoreRecordFrom(nlohmann::json::parse(*bytes, nullptr, false));
+  if (record && service.starts_with('/') && record->service != service) return std::nullopt;
+  return record;
 }
 
 std::vector<RestoreRecord> readRestoreRecords() {

@@ -33,7 +33,7 @@ ItemIdentity identityAt(int folder, const std::string& name);
 
 /// The latest restore of one service, and what is left of those before it.
 struct RestoreRecord {
-  std::string service;
+  std::string service;  ///< Its name, or the path of a file that was restored by itself.
   std::string snapshot;
   std::int64_t time = 0;
   bool finished = false;  ///< The host was compared afterwards; else it is only what was planned.
@@ -64,7 +64,7 @@ std::string doubtOf(const RestoreRecord::Item& item);
 nlohmann::json restoreRecordJson(const RestoreRecord& record);
 std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document);
 
-/// One record a service is kept.
+/// One record a service, or a path, is kept.
 std::optional<RestoreRecord> readRestoreRecord(const std::string& service);
 /// Every record that can be read, by service.
 std::vector<RestoreRecord> readRestoreRecords();
