@@ -144,7 +144,8 @@ class VolumeDiff {
 
   void run() {
     std::vector<Level> levels;
-    if (isAsked(volume_.hostPath(""))) compareFolder("", false);
+    met_ = isAsked(volume_.hostPath(""));
+    if (met_) compareFolder("", false);
     levels.push_back(levelAt("", nullptr, nullptr));
     while (!levels.empty()) {
       Level& level = levels.back();
@@ -163,6 +164,7 @@ class VolumeDiff {
       const std::string path = level.path + (level.path.empty() ? "" : "/") + name;
       // Only a hostile index holds items without a name.
       if (name.empty() || !leadsToAsked(volume_.hostPath(path))) continue;
+      met_ = met_ || order != 0 || isAsked(volume_.hostPath(path));
       if (order != 0) {
         tellOne(order < 0 ? Change::removed : Change::added, path,
                 order < 0 ? mine->entry : other->entry, order < 0 ? older_ : newer_);
@@ -178,6 +180,9 @@ class VolumeDiff {
       }
     }
   }
+
+  /// Whether anything that was asked for was there to be compared.
+  bool hasMet() const { return met_; }
 
  private:
   struct Level {
@@ -255,6 +260,7 @@ class VolumeDiff {
   const std::vector<std::string>& paths_;
   const std::function<void(const Difference&)>& tell_;
   ItemLook look_;
+  bool met_ = false;
 };
 
 /// "/srv/x/", "srv/x" -> "srv/x".
@@ -301,6 +307,7 @@ void diffSnapshots(const Repository& repository, const DiffRequest& request,
   const auto tellWhole = [&](const std::string& place, Change change) {
     tell({change, place.substr(1), S_IFDIR, 1, false, false, false});
   };
+  bool hasMet = false;
   for (auto& [place, volume] : older) {
     const auto match = newer.find(place);
     const auto mine = sideOf(volume, request.older);
@@ -311,14 +318,21 @@ void diffSnapshots(const Repository& repository, const DiffRequest& request,
       other = sideOf(match->second, request.newer);
     }
     if (other) {
-      VolumeDiff(volume.volume, *mine, *other, paths, tell).run();
+      VolumeDiff both(volume.volume, *mine, *other, paths, tell);
+      both.run();
+      hasMet = hasMet || both.hasMet();
     } else {
+      hasMet = true;
       tellWhole(place, Change::removed);
     }
   }
   for (const auto& [place, volume] : newer) {
-    if (!older.contains(place)) tellWhole(place, Change::added);
+    if (older.contains(place)) continue;
+    tellWhole(place, Change::added);
+    hasMet = true;
   }
+  // Of what is not there at all nothing is the same.
+  if (!hasMet) throw Failure("neither of the two holds anything of what is named");
 }
 
 }  // namespace halyard::snapwheel

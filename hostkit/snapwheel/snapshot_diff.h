@@ -35,7 +35,8 @@ struct DiffRequest {
 };
 
 /// Tells each difference, in order of path within a volume. A folder that was added or removed is
-/// one. Throws Failure when a volume of a snapshot has no index that can be used.
+/// one. Throws Failure when a volume of a snapshot has no index that can be used, and
+/// when neither side holds any of the paths.
 void diffSnapshots(const Repository& repository, const DiffRequest& request,
                    const std::function<void(const Difference& difference)>& tell);
 

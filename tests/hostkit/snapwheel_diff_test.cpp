@@ -86,6 +86,15 @@ TEST_P(SnapshotDiff, TellsWhatWasAddedRemovedAndChanged) {
   EXPECT_THROW(diff(first.name, second.name, {"../etc"}), Failure);
 }
 
+TEST_P(SnapshotDiff, OfWhatNeitherHoldsIsRefused) {
+  const SnapshotOutcome first = take();
+  const SnapshotOutcome second = take();
+  EXPECT_THROW((void)diff(first.name, second.name, {"/etc/hsots"}), Failure);
+  EXPECT_THROW((void)diff(first.name, "", {"/nowhere/at/all"}), Failure);
+  EXPECT_THAT(diff(first.name, second.name, {"/etc/hosts", "/nowhere"}), IsEmpty());
+  EXPECT_THAT(diff(first.name, second.name, {"/"}), IsEmpty());
+}
+
 TEST_P(SnapshotDiff, TellsOtherFlags) {
   const SnapshotOutcome first = take();
   if (!test::setFlags(at("etc/hosts"), FS_NODUMP_FL)) GTEST_SKIP() << "there are no flags here";
