@@ -19,7 +19,6 @@ namespace {
 
 using test::CommandResult;
 using testing::HasSubstr;
-using testing::Not;
 using testing::SizeIs;
 
 constexpr char kHostFolder[] = "/backup/Archives.snapdb/files1";
@@ -28,7 +27,7 @@ constexpr char kPidFile[] = "/private/var/run/HalyardRunning.pid";
 class SnapshotPin : public test::HostKitTest {
  protected:
   void SetUp() override {
-    PrivateRootTest::SetUp();
+    HostKitTest::SetUp();
     if (IsSkipped()) return;
     install("snapwheel", root);
     root.makeFolder("/backup");
