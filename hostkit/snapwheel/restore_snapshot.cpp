@@ -74,6 +74,7 @@ bool isEmptyEnough(const host::Descriptor& folder, const std::vector<ChosenVolum
   do {
     if (reader.next(folder.get(), entries) != 0) return false;
     std::vector<std::string> names;
+    names.reserve(entries.size());
     for (const host::FolderEntry& entry : entries) names.emplace_back(entry.name);
     if (!std::ranges::all_of(names, mayStand)) return false;
   } while (!entries.empty());
