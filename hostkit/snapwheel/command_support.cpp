@@ -39,6 +39,7 @@ std::string countText(std::uint64_t count, const char* noun) {
 hostkit::Exclusions exclusionsFor(const CommandOptions& options) {
   auto exclusions = hostkit::Exclusions::read(options.exclusionFile);
   if (!exclusions) throw Failure(options.exclusionFile + " cannot be read");
+  for (const std::string& pattern : options.configuredExcludes) exclusions->add(pattern);
   for (const std::string& pattern : options.excludes) exclusions->add(pattern);
   return *exclusions;
 }

@@ -26,7 +26,8 @@ struct CommandOptions {
   std::vector<std::string> furtherVolumes;  ///< Mount points of each snapshot,
   std::vector<std::string> addedVolumes;    ///< and of this one.
   std::string exclusionFile;
-  std::vector<std::string> excludes;
+  std::vector<std::string> excludes;            ///< Of this call,
+  std::vector<std::string> configuredExcludes;  ///< and of the configuration file.
   std::vector<std::string> names;
   RestoreRequest restore;
   CheckDepth depth = CheckDepth::structure;

@@ -7,8 +7,12 @@
 #include <charconv>
 #include <chrono>
 #include <functional>
+#include <istream>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "common/messages.h"
 #include "common/paths.h"
@@ -25,9 +29,31 @@ namespace hostkit = halyard::hostkit;
 
 using Command = std::function<int(const CommandOptions&)>;
 
+/// The lines of the configuration file, without those of "exclude", which would count for nothing
+/// beside a pattern on the command line: they add up.
+class ConfigurationFile final : public CLI::ConfigTOML {
+ public:
+  explicit ConfigurationFile(std::vector<std::string>& excludes) : excludes_(&excludes) {}
+  std::vector<CLI::ConfigItem> from_config(std::istream& input) const override {
+    std::vector<CLI::ConfigItem> kept;
+    for (CLI::ConfigItem& item : CLI::ConfigTOML::from_config(input)) {
+      if (item.parents.empty() && item.name == "exclude") {
+        excludes_->insert(excludes_->end(), item.inputs.begin(), item.inputs.end());
+      } else {
+        kept.push_back(std::move(item));
+      }
+    }
+    return kept;
+  }
+
+ private:
+  std::vector<std::string>* excludes_;
+};
+
 /// Options that every command takes, before or after its word and in the configuration file.
 void addCommonOptions(CLI::App& app, CommandOptions& options) {
   app.set_config("--config", hostkit::kEngineConfigFile, "Read options from this file");
+  app.config_formatter(std::make_shared<ConfigurationFile>(options.configuredExcludes));
   // A rule that is misspelt must not be passed over: snapshots would go that it was to keep.
   app.allow_config_extras(CLI::config_extras_mode::error);
   app.add_option("--destination", options.destination,

@@ -67,6 +67,9 @@ TEST_F(LackingVolumes, OneOfTheTableThatHoldsDataIsTaken) {
   const TestMount data = TestMount::image(root.path("/data"), "ext4", 8);
   if (!data.isMounted()) GTEST_SKIP() << "no disk images can be mounted here";
   root.writeFile("/other/depot", "");
+  root.writePlugin(test::kPlugin,
+                   "[ \"$2\" = size ] && echo 'total := 2048'\n"
+                   "[ \"$2\" = backup ] && mkdir -p \"$4/srv\" \"$4/other\"\nexit 0\n");
   root.writeDescriptor(
       "30-depotHost.plist",
       test::descriptorOf("depotHost", test::kPlugin).list("DataFiles", {"/other/depot"}));
@@ -85,7 +88,8 @@ TEST_F(LackingVolumes, OneOfTheTableThatHoldsDataIsTaken) {
   EXPECT_THAT(included.err, HasSubstr("snapshots hold /data from now on\n"));
   EXPECT_EQ(stateAt("/data"), "in the snapshot");
 
-  (void)helmsman({"backup"});
+  const auto backup = helmsman({"backup"});
+  EXPECT_EQ(backup.status, 0) << backup.err;
   EXPECT_THAT(record()["problems"], IsEmpty());
   EXPECT_THAT(engineCalls(), testing::Contains(AllOf(HasSubstr("--add-volume /home "),
                                                      HasSubstr("--add-volume /other "),

@@ -72,6 +72,23 @@ TEST_F(SnapwheelProgram, TakesTheVolumesOfItsConfigurationAndOfItsWords) {
   EXPECT_EQ(snapwheel({"snapshot", "--add-volume", "../etc"}).status, 2);
 }
 
+TEST_F(SnapwheelProgram, LeavesOutWhatItsConfigurationAndItsWordsSay) {
+  for (const char* name : {"one", "two", "three", "four"})
+    root.writeFile(std::string("/srv/") + name, "");
+  root.writeFile("/etc/halyard-host/snapwheel.conf", "exclude=[\"/srv/one\", \"/srv/two\"]\n");
+  const auto holds = [&](const std::string& name, const char* file) {
+    return root.exists(std::string(kHostFolder) + "/" + name + "/System/srv/" + file);
+  };
+  const std::string bare = take();
+  EXPECT_FALSE(holds(bare, "one") || holds(bare, "two"));
+  EXPECT_TRUE(holds(bare, "three"));
+  const std::string name = take({"snapshot", "--exclude", "/srv/three"});
+  EXPECT_FALSE(holds(name, "one") || holds(name, "two") || holds(name, "three"));
+  EXPECT_TRUE(holds(name, "four") && holds(name, "data"));
+  const std::string quoted = take({"snapshot", "--exclude", "/srv/*", "--exclude", "/nowhere"});
+  EXPECT_FALSE(holds(quoted, "data"));
+}
+
 TEST_F(SnapwheelProgram, TakesASnapshotOfTheHostAsItsPreferencesSay) {
   const CommandResult result = snapwheel({"snapshot"});
   EXPECT_EQ(result.status, 0);
