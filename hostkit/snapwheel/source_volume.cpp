@@ -153,11 +153,12 @@ void SourceVolume::writeBack() const {
   (void)::syncfs(folder_.get());  // An error of the disk shows when files are read.
 }
 
-host::TreeCopyReport SourceVolume::copyTo(const std::string& target,
-                                          const host::TreeCopyOptions& options) const {
-  auto alone = host::openWithoutMounts(folder_.get());
-  if (!alone) alone = host::Descriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0));
-  return host::copyTree(host::Location{std::move(*alone), "."}, target, options);
+host::Descriptor SourceVolume::openAlone() const {
+  const auto alone = host::openWithoutMounts(folder_.get());
+  // What open_tree(2) gives is good for paths alone.
+  const int folder = alone ? alone->get() : folder_.get();
+  return host::Descriptor(host::uninterrupted(
+      [&] { return ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
 }  // namespace halyard::snapwheel

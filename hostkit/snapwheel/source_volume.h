@@ -9,7 +9,6 @@
 
 #include "common/exclusions.h"
 #include "host/files/descriptor.h"
-#include "host/tree/tree_copy.h"
 #include "snapwheel/repository.h"
 #include "snapwheel/snapshot_volumes.h"
 
@@ -51,10 +50,9 @@ class SourceVolume {
   /// disk has it, so all are to be.
   void writeBack() const;
 
-  /// What is mounted inside the volume, as a hardened unit does for itself, must not hide what is
-  /// the volume's own.
-  host::TreeCopyReport copyTo(const std::string& target,
-                              const host::TreeCopyOptions& options) const;
+  /// As its own volume holds it: what is mounted inside it, as a hardened unit does for itself,
+  /// hides nothing.
+  host::Descriptor openAlone() const;
 
  private:
   void describe();

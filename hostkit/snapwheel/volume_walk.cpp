@@ -3,10 +3,12 @@
 
 #include "snapwheel/volume_walk.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 #include "common/messages.h"
 #include "common/paths.h"
@@ -16,6 +18,7 @@
 #include "snapwheel/failure.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/source_index.h"
+#include "snapwheel/source_instant.h"
 #include "snapwheel/walk_memory.h"
 
 namespace halyard::snapwheel {
@@ -39,6 +42,12 @@ VolumeRecord VolumeWalk::run() {
       isProof ? SourceIndex::open(place_.referenceRecords.path(kIndexName), identity) : nullptr;
   const struct timespec began = host::timeOfChanges();
   source_.writeBack();
+  const SourceInstant instant(source_.openAlone(),
+                              [this](std::string_view path) { return source_.leavesOut(path); });
+  if (instant.error() != 0) {
+    hostkit::printNote(errorText(source_.path(), instant.error()) +
+                       " (it cannot be held still, and is copied as it changes)");
+  }
   WalkMemory memory(writer, {before.get(), damageOfReference()}, began,
                     [this](const std::string& path) { noteTorn(path); });
   host::TreeCopyOptions options;
@@ -48,9 +57,10 @@ VolumeRecord VolumeWalk::run() {
   options.intoExisting = options.update;
   options.oneFileSystem = true;
   options.memory = &memory;
-  options.excluded = [this](std::string_view path) { return leavesOut(path); };
+  options.excluded = [&](std::string_view path) { return instant.isOwn(path) || leavesOut(path); };
   options.failed = [this](std::string_view path, int error) { return goesOn(path, error); };
-  const auto report = source_.copyTo(place_.path, options);
+  host::Descriptor folder(::fcntl(instant.folder().get(), F_DUPFD_CLOEXEC, 0));
+  const auto report = host::copyTree(host::Location{std::move(folder), "."}, place_.path, options);
   // Without the root of "/" there is nothing that a snapshot could lack parts of.
   const bool isNothing = report.items == 0 && source_.place().isRoot();
   if (fatal_ == 0 && (report.ended || isNothing)) {
@@ -61,7 +71,9 @@ VolumeRecord VolumeWalk::run() {
   // Without an index the next walk is slower, and no less right.
   (void)writer.finish();
   (void)writeOwnerNames(place_.records, namesOf(memory.owners(), host_));
-  return recordOf(report);
+  VolumeRecord record = recordOf(report);
+  record.ofOneInstant = instant.isOfOneInstant();
+  return record;
 }
 
 /// In what a leftover or a copied snapshot holds, too.
