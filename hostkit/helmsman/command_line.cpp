@@ -31,11 +31,11 @@
 #include "helmsman/run/host_work.h"
 #include "helmsman/settings/destination.h"
 #include "helmsman/settings/enable.h"
-#include "helmsman/settings/local_volumes.h"
 #include "helmsman/settings/schedule.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/settings.h"
 #include "helmsman/settings/setup.h"
+#include "helmsman/settings/volumes.h"
 #include "helmsman/snapshots/machine_record.h"
 
 namespace halyard::hostkit {

@@ -10,8 +10,8 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "helmsman/restore/tidy.h"
 #include "common/trusted_folder.h"
+#include "helmsman/restore/tidy.h"
 #include "host_kit_root.h"
 #include "support/scratch.h"
 

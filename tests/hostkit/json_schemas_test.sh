@@ -156,13 +156,14 @@ holds snapwheel-list 0 snapwheel list
 holds helmsman-snapshots 0 helmsman snapshots
 printf 'other\n' >"$root/srv/depot"
 inRoot snapwheel snapshot >/dev/null
-holds snapwheel-diff 0 snapwheel diff "$(ls "$root/Volumes/Backup/Archives.snapdb/files1" | sed -n '1p')" latest /srv
+paths=("$root/Volumes/Backup/Archives.snapdb/files1"/*)
+oldest=${paths[0]##*/}
+holds snapwheel-diff 0 snapwheel diff "$oldest" latest /srv
 check "what changed is told" grep -q '"/srv/depot"' "$work/output"
 refuses "a difference without its kind is refused" 's/"kind"/"Kind"/' snapwheel-diff
 holds snapwheel-diff 0 snapwheel diff latest --now /srv
 holds snapwheel-find 0 snapwheel find depot
 check "what was found is told" grep -q '"/srv/depot"' "$work/output"
-oldest=$(ls "$root/Volumes/Backup/Archives.snapdb/files1" | sed -n '1p')
 holds helmsman-diff 0 helmsman diff depotHost "$oldest" latest
 check "what changed of a service is told" grep -q '"/srv/depot"' "$work/output"
 holds helmsman-diff 0 helmsman diff depotHost latest

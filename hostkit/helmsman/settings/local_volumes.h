@@ -73,18 +73,4 @@ std::string lackText(const LocalVolume& volume);
 std::string lackText(const ListedLink& link);
 std::string lackText(const ListedOnUnmounted& listed);
 
-struct VolumesArguments {
-  enum class Action {
-    show,
-    leaveOut,  ///< From now on,
-    include,   ///< or no more, and taken whatever it holds.
-  };
-  Action action = Action::show;
-  std::string path;  ///< Of what is left out or included.
-  bool json = false;
-};
-
-/// "helmsman volumes": lists them, or changes what is left out. Returns the exit status.
-int volumes(const VolumesArguments& arguments);
-
 }  // namespace halyard::hostkit
