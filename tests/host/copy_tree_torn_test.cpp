@@ -31,7 +31,9 @@ class Disturbance : public TreeMemory {
   std::optional<Moved> movedFrom(const struct stat&) override { return std::nullopt; }
   void begin() override {
     ++readings;
-    if (!live.empty()) ASSERT_EQ(::access(live.c_str(), F_OK), 0);
+    if (!live.empty()) {
+      ASSERT_EQ(::access(live.c_str(), F_OK), 0);
+    }
   }
   void read(const char*, std::size_t) override {
     if (left_ == 0) return;
