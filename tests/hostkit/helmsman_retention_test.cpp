@@ -50,14 +50,14 @@ TEST_F(HelmsmanRetention, WritesTheRulesWhereTheEngineReadsThem) {
 TEST_F(HelmsmanRetention, RefusesRulesThatMakeNoSense) {
   for (const char* keep : {"daily", "daily=", "daily=0", "daily=-1", "daily=7x", "daily=7,daily=8",
                            "daily=7,", "", "=7", "daily=99999999", "fortnightly=2", "days=0"}) {
-    const auto result = helmsman({"schedule", std::string("--keep=") + keep});
+    const auto result = refused("helmsman", {"schedule", std::string("--keep=") + keep});
     EXPECT_EQ(result.status, 2) << keep;
   }
   EXPECT_FALSE(root.exists(kEngineConfig));
 }
 
 TEST_F(HelmsmanRetention, SchedulesTheReadingOfTheRepository) {
-  EXPECT_EQ(helmsman({"schedule", "--scrub", "fortnightly"}).status, 2);
+  EXPECT_EQ(refused("helmsman", {"schedule", "--scrub", "fortnightly"}).status, 2);
   EXPECT_FALSE(root.exists(kScrubTimer));
   const auto result = helmsman({"schedule", "--scrub", "monthly"});
   EXPECT_EQ(result.status, 0) << result.err;

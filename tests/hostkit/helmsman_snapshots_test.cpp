@@ -177,7 +177,7 @@ TEST_F(HelmsmanPurge, PassesOnWhatTheEngineSaysAsJson) {
   root.writeScript(
       "/usr/sbin/snapwheel",
       "echo '{\"format\":1,\"words\":\"'\"$*\"'\"}'; echo 'snapwheel: a gap' >&2; exit 4");
-  const auto found = helmsman({"find", "--json", "-a*"});
+  const auto found = refused("helmsman", {"find", "--json", "-a*"});
   EXPECT_EQ(found.status, 2) << "a pattern that begins so goes after --";
   const auto after = helmsman({"find", "--json", "--", "-a*"});
   EXPECT_EQ(nlohmann::json::parse(after.out, nullptr, false)["words"], "find --json -- -a*");
