@@ -9,8 +9,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <thread>
 
 #include "base/text.h"
 #include "common/messages.h"
@@ -25,6 +28,9 @@
 namespace halyard::snapwheel {
 
 namespace {
+
+constexpr int kLooks = 4;
+constexpr std::chrono::milliseconds kBetweenLooks{300};
 
 class Check {
  public:
@@ -41,7 +47,7 @@ class Check {
            "is being made or was interrupted; the next snapshot takes it over or removes it");
     }
     for (const std::string& name : listing.snapshots) checkSnapshot(name);
-    checkLatest(listing.snapshots);
+    checkLatest();
     if (depth_ == CheckDepth::contents) checkContents(listing.snapshots);
     return std::move(report_);
   }
@@ -54,9 +60,19 @@ class Check {
     report_.findings.push_back({Severity::note, path, text});
   }
 
+  /// What is found of one that is removed meanwhile says nothing.
   void checkSnapshot(const std::string& name) {
-    ++report_.snapshots;
+    const std::size_t findings = report_.findings.size();
     const std::string path = repository_.path(name);
+    lookAt(path);
+    if (host::exists(path)) {
+      ++report_.snapshots;
+    } else {
+      report_.findings.resize(findings);
+    }
+  }
+
+  void lookAt(const std::string& path) {
     const auto manifest = readManifest(path);
     if (!manifest) {
       problem(path, "has no readable manifest; it can still be restored, and be deleted");
@@ -100,17 +116,27 @@ class Check {
     }
   }
 
-  void checkLatest(const std::vector<std::string>& snapshots) {
-    const auto latest = repository_.latest();
-    const std::string path = repository_.path(paths::kLatestName);
-    if (snapshots.empty()) {
-      if (latest) problem(path, "leads nowhere; snapwheel latest removes it");
-    } else if (!latest) {
-      problem(path, "is missing; snapwheel latest makes it");
-    } else if (*latest != snapshots.back()) {
-      problem(path, "leads to " + *latest + ", but the newest snapshot is " + snapshots.back() +
-                        "; snapwheel latest moves it");
+  /// While a snapshot is being made or removed the link may be a step ahead or behind: only what
+  /// stands still is wrong.
+  void checkLatest() {
+    std::string wrong = whatIsWrongWithLatest();
+    for (int look = 1; !wrong.empty() && look < kLooks; ++look) {
+      std::this_thread::sleep_for(kBetweenLooks);
+      std::string now = whatIsWrongWithLatest();
+      if (now != wrong) look = 0;
+      wrong = std::move(now);
     }
+    if (!wrong.empty()) problem(repository_.path(paths::kLatestName), wrong);
+  }
+
+  std::string whatIsWrongWithLatest() const {
+    const std::vector<std::string> snapshots = repository_.list().snapshots;
+    const auto latest = repository_.latest();
+    if (snapshots.empty()) return latest ? "leads nowhere; snapwheel latest removes it" : "";
+    if (!latest) return "is missing; snapwheel latest makes it";
+    if (*latest == snapshots.back()) return "";
+    return "leads to " + *latest + ", but the newest snapshot is " + snapshots.back() +
+           "; snapwheel latest moves it";
   }
 
   void readTree(const std::string& root, std::uint64_t expected, bool readsFiles = false) {

@@ -101,7 +101,9 @@ Status SourceInstant::openPlace() {
   if (!place) return Error{errno, kInstantFolder};
   struct stat status {};
   if (::fstat(place.get(), &status) != 0) return Error{errno, kInstantFolder};
-  const bool isOwn = status.st_uid == ::geteuid() && (status.st_mode & 07777) == kPlaceMode &&
+  // A root that hands its group down hands down that bit as well.
+  const mode_t permissions = status.st_mode & 0777;
+  const bool isOwn = status.st_uid == ::geteuid() && permissions == kPlaceMode &&
                      !host::isSubvolumeRoot(place.get());
   if (!isOwn) return Error{EEXIST, kInstantFolder};
   place_ = std::move(place);

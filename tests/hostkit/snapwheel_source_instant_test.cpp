@@ -83,6 +83,13 @@ TEST_F(BtrfsSource, IsCopiedAsItIs) {
   EXPECT_FALSE(Scratch::stands(at(kInstantFolder)));
 }
 
+TEST_F(BtrfsSource, StandsStillWhereNewFoldersGetTheGroupOfTheRoot) {
+  ASSERT_EQ(::chown(volume_->path().c_str(), 0, 1816), 0);
+  ASSERT_EQ(::chmod(volume_->path().c_str(), 02775), 0);
+  EXPECT_TRUE(isStill(take())) << told_;
+  EXPECT_FALSE(host::exists(at(kInstantFolder)));
+}
+
 TEST_F(BtrfsSource, SharesWithASnapshotOfTheLivingVolume) {
   const SnapshotOutcome first = take();
   // The index says that it is the same, so that nobody looks at what the snapshot has.

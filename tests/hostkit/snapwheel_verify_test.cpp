@@ -7,7 +7,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
+#include <thread>
 
 #include "host/files/descriptor.h"
 #include "host/files/files.h"
@@ -16,6 +18,8 @@
 #include "snapwheel/check_repository.h"
 #include "snapwheel/damage.h"
 #include "snapwheel/manifest.h"
+#include "snapwheel/remove_snapshots.h"
+#include "snapwheel/snapshot_lock.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -72,6 +76,30 @@ TEST_P(Verify, AFileThatSeveralSnapshotsShareIsReadOnce) {
   take();
   // On btrfs small files lie in the records of the volume itself, one a snapshot.
   EXPECT_LE(verify().bytesRead, once + 2000U);
+}
+
+TEST_P(Verify, WhatComesAndGoesMeanwhileIsNoProblem) {
+  constexpr int kRounds = 6;
+  for (int number = 0; number < 300; ++number) put("many/" + std::to_string(number), "x");
+  settle();
+  take();
+  std::atomic<bool> isOver = false;
+  std::thread other([&] {
+    for (int round = 0; round < kRounds; ++round) {
+      const std::string name = take().name;
+      const SnapshotLock lock(*repository_, scratch_ / "lock");
+      removeSnapshots(*repository_, {name});
+    }
+    isOver = true;
+  });
+  std::vector<std::string> problems;
+  while (!isOver) {
+    for (const Finding& finding : problemsOf(verify())) {
+      problems.push_back(finding.path + ": " + finding.text);
+    }
+  }
+  other.join();
+  EXPECT_THAT(problems, IsEmpty());
 }
 
 TEST_P(Verify, OneWrongBitIsFoundWithAllThatShareIt) {
