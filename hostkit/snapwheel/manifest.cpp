@@ -36,29 +36,40 @@ std::string manifestPath(const std::string& snapshotPath) {
 
 VolumeRecord onlyVolumeOf(const Manifest& manifest) {
   VolumeRecord volume;
+  volume += manifest;
   volume.folder = manifest.volume;
   volume.mountPoint = "/";
   volume.reference = manifest.reference;
-  volume.items = manifest.items;
-  volume.copied = manifest.copied;
-  volume.copiedBytes = manifest.copiedBytes;
-  volume.linked = manifest.linked;
-  volume.linkedBytes = manifest.linkedBytes;
   return volume;
 }
 
+nlohmann::json toJson(const host::TreeCopyCounts& counts) {
+  return {{"items", counts.items},
+          {"copied", counts.copied},
+          {"copiedBytes", counts.copiedBytes},
+          {"linked", counts.linked},
+          {"linkedBytes", counts.linkedBytes}};
+}
+
+host::TreeCopyCounts countsIn(const nlohmann::json& object) {
+  host::TreeCopyCounts counts;
+  counts.items = countOf(object, "items").value_or(0);
+  counts.copied = countOf(object, "copied").value_or(0);
+  counts.copiedBytes = countOf(object, "copiedBytes").value_or(0);
+  counts.linked = countOf(object, "linked").value_or(0);
+  counts.linkedBytes = countOf(object, "linkedBytes").value_or(0);
+  return counts;
+}
+
 nlohmann::json toJson(const VolumeRecord& volume) {
-  return {{"folder", volume.folder},
-          {"mountPoint", volume.mountPoint},
-          {"uuid", volume.uuid},
-          {"type", volume.type},
-          {"reference", volume.reference},
-          {"ofOneInstant", volume.ofOneInstant},
-          {"items", volume.items},
-          {"copied", volume.copied},
-          {"copiedBytes", volume.copiedBytes},
-          {"linked", volume.linked},
-          {"linkedBytes", volume.linkedBytes}};
+  nlohmann::json object = toJson(static_cast<const host::TreeCopyCounts&>(volume));
+  object.update({{"folder", volume.folder},
+                 {"mountPoint", volume.mountPoint},
+                 {"uuid", volume.uuid},
+                 {"type", volume.type},
+                 {"reference", volume.reference},
+                 {"ofOneInstant", volume.ofOneInstant}});
+  return object;
 }
 
 /// By the folder, which is exact where the text had bytes that are no UTF-8. Empty when the two do
@@ -72,17 +83,13 @@ std::string mountPointIn(const nlohmann::json& object, const std::string& folder
 
 VolumeRecord volumeIn(const nlohmann::json& object) {
   VolumeRecord volume;
+  volume += countsIn(object);
   volume.folder = textOf(object, "folder");
   volume.mountPoint = mountPointIn(object, volume.folder);
   volume.uuid = textOf(object, "uuid");
   volume.type = textOf(object, "type");
   volume.reference = textOf(object, "reference");
   volume.ofOneInstant = flagOf(object, "ofOneInstant");
-  volume.items = countOf(object, "items").value_or(0);
-  volume.copied = countOf(object, "copied").value_or(0);
-  volume.copiedBytes = countOf(object, "copiedBytes").value_or(0);
-  volume.linked = countOf(object, "linked").value_or(0);
-  volume.linkedBytes = countOf(object, "linkedBytes").value_or(0);
   return volume;
 }
 
@@ -116,27 +123,24 @@ nlohmann::json toJson(const Manifest& manifest) {
   nlohmann::json volumes = nlohmann::json::array();
   for (const VolumeRecord& volume : manifest.volumes) volumes.push_back(toJson(volume));
   if (volumes.empty()) volumes.push_back(toJson(onlyVolumeOf(manifest)));
-  return {{"format", kFormat},
-          {"computer", manifest.computer},
-          {"volume", manifest.volume},
-          {"source", manifest.source},
-          {"started", manifest.started},
-          {"finished", manifest.finished},
-          {"reference", manifest.reference},
-          {"boot", manifest.boot},
-          {"complete", manifest.complete},
-          {"items", manifest.items},
-          {"copied", manifest.copied},
-          {"copiedBytes", manifest.copiedBytes},
-          {"linked", manifest.linked},
-          {"linkedBytes", manifest.linkedBytes},
-          {"missingCount", manifest.missingCount},
-          {"missing", std::move(missing)},
-          {"tornCount", manifest.tornCount},
-          {"torn", manifest.torn},
-          {"unfinishedBackup", manifest.unfinishedBackup},
-          {"volumes", std::move(volumes)},
-          {"absentVolumes", manifest.absentVolumes}};
+  nlohmann::json object = toJson(static_cast<const host::TreeCopyCounts&>(manifest));
+  object.update({{"format", kFormat},
+                 {"computer", manifest.computer},
+                 {"volume", manifest.volume},
+                 {"source", manifest.source},
+                 {"started", manifest.started},
+                 {"finished", manifest.finished},
+                 {"reference", manifest.reference},
+                 {"boot", manifest.boot},
+                 {"complete", manifest.complete},
+                 {"missingCount", manifest.missingCount},
+                 {"missing", std::move(missing)},
+                 {"tornCount", manifest.tornCount},
+                 {"torn", manifest.torn},
+                 {"unfinishedBackup", manifest.unfinishedBackup},
+                 {"volumes", std::move(volumes)},
+                 {"absentVolumes", manifest.absentVolumes}});
+  return object;
 }
 
 std::optional<Manifest> readManifest(const std::string& snapshotPath) {
@@ -145,6 +149,7 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   if (format < kOldestFormat || format > kFormat) return std::nullopt;
 
   Manifest manifest;
+  manifest += countsIn(object);
   manifest.computer = textOf(object, "computer");
   manifest.volume = textOf(object, "volume");
   manifest.source = textOf(object, "source");
@@ -153,11 +158,6 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   manifest.reference = textOf(object, "reference");
   manifest.boot = textOf(object, "boot");
   manifest.complete = flagOf(object, "complete");
-  manifest.items = countOf(object, "items").value_or(0);
-  manifest.copied = countOf(object, "copied").value_or(0);
-  manifest.copiedBytes = countOf(object, "copiedBytes").value_or(0);
-  manifest.linked = countOf(object, "linked").value_or(0);
-  manifest.linkedBytes = countOf(object, "linkedBytes").value_or(0);
   manifest.missingCount = countOf(object, "missingCount").value_or(0);
   manifest.tornCount = countOf(object, "tornCount").value_or(0);
   for (const nlohmann::json& path : memberOf(object, "torn")) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/result.h"
+#include "host/tree/tree_copy.h"
 
 namespace halyard::snapwheel {
 
@@ -20,38 +21,29 @@ struct MissingItem {
   int error = 0;     ///< The errno value.
 };
 
-/// One volume of a snapshot.
-struct VolumeRecord {
+/// One volume of a snapshot. What is linked is shared with the reference.
+struct VolumeRecord : host::TreeCopyCounts {
   std::string folder;      ///< The name of the folder with its contents.
   std::string mountPoint;  ///< Where it belongs: "/" for the first, by volume_names.h for others.
   std::string uuid;        ///< Of the file system; empty when unknown.
   std::string type;        ///< "ext4"; empty when unknown.
   std::string reference;   ///< The snapshot that it shares its data with; empty for none.
   bool ofOneInstant = false;  ///< What was copied stood still.
-  std::uint64_t items = 0;
-  std::uint64_t copied = 0;       ///< Regular files with data of their own,
-  std::uint64_t copiedBytes = 0;  ///< and their sizes.
-  std::uint64_t linked = 0;       ///< Regular files shared with the reference.
-  std::uint64_t linkedBytes = 0;
 };
 
 /// At most so many missing or torn items are named; all are counted.
 inline constexpr std::size_t kNamedItems = 1000;
 
-struct Manifest {
+/// The counts are those of all volumes.
+struct Manifest : host::TreeCopyCounts {
   std::string computer;
-  std::string volume;       ///< The name of the folder with the contents of the first volume.
-  std::string source;       ///< The folder that was copied there.
-  std::string started;      ///< Name-like instants in UTC.
-  std::string finished;     ///< Empty while the snapshot is being made.
-  std::string reference;    ///< The snapshot that this one shares its data with; empty for none.
-  std::string boot;         ///< The boot identifier of the host while it was made.
-  bool complete = false;    ///< Every item that was not excluded is in it, and none is torn.
-  std::uint64_t items = 0;  ///< Of all volumes, as all that follows.
-  std::uint64_t copied = 0;
-  std::uint64_t copiedBytes = 0;
-  std::uint64_t linked = 0;
-  std::uint64_t linkedBytes = 0;
+  std::string volume;     ///< The name of the folder with the contents of the first volume.
+  std::string source;     ///< The folder that was copied there.
+  std::string started;    ///< Name-like instants in UTC.
+  std::string finished;   ///< Empty while the snapshot is being made.
+  std::string reference;  ///< The snapshot that this one shares its data with; empty for none.
+  std::string boot;       ///< The boot identifier of the host while it was made.
+  bool complete = false;  ///< Every item that was not excluded is in it, and none is torn.
   std::uint64_t missingCount = 0;
   std::vector<MissingItem> missing;
   std::uint64_t tornCount = 0;

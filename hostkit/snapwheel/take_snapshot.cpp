@@ -91,11 +91,7 @@ void walkAll(const std::vector<SourceVolume>& sources, const WorkFolder& work, M
       record.items += markLackingServices(source.path(), path);
       manifest.unfinishedBackup = carriesUnfinishedBackup(source.path(), path);
     }
-    manifest.items += record.items;
-    manifest.copied += record.copied;
-    manifest.copiedBytes += record.copiedBytes;
-    manifest.linked += record.linked;
-    manifest.linkedBytes += record.linkedBytes;
+    manifest += record;
     manifest.volumes.push_back(std::move(record));
   }
   manifest.complete = manifest.missingCount == 0 && manifest.tornCount == 0;

@@ -135,16 +135,12 @@ bool VolumeWalk::goesOn(std::string_view pathInVolume, int error) {
 
 VolumeRecord VolumeWalk::recordOf(const host::TreeCopyReport& report) const {
   VolumeRecord record;
+  record += report;
   record.folder = source_.place().folder;
   record.mountPoint = source_.place().mountPoint;
   record.uuid = source_.uuid();
   record.type = source_.type();
   record.reference = place_.reference;
-  record.items = report.items;
-  record.copied = report.copied;
-  record.copiedBytes = report.copiedBytes;
-  record.linked = report.linked;
-  record.linkedBytes = report.linkedBytes;
   return record;
 }
 

@@ -224,11 +224,7 @@ class SnapwheelOnDisk : public test::HostKitTest {
     PrivateRootTest::SetUp();
     if (IsSkipped()) return;
     if (const std::string reason = whyUntraceable(); !reason.empty()) GTEST_SKIP() << reason;
-    install("snapwheel", root);
-    root.makeFolder("/backup");
-    root.makeFolder("/run");
-    root.writeEnginePreferences(1, "/backup");
-    root.writeFile("/etc/halyard-host/snapwheel.exclude", "");
+    installEngine();
     root.writeFile("/data/file", "data");
   }
 

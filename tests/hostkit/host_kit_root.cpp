@@ -59,6 +59,14 @@ CommandResult HostKitTest::drivectl(const std::vector<std::string>& words) const
   return root.runProgram("/usr/sbin/drivectl", words, {}, options);
 }
 
+void HostKitTest::installEngine() const {
+  install("snapwheel", root);
+  root.makeFolder("/backup");
+  root.makeFolder("/run");
+  root.writeEnginePreferences(1, "/backup");
+  root.writeFile("/etc/halyard-host/snapwheel.exclude", "");
+}
+
 CommandResult HostKitTest::snapwheel(const std::vector<std::string>& words) const {
   return refused("snapwheel", words);  // Its exceptions need the memory map in any case.
 }

@@ -31,6 +31,9 @@ class HostKitTest : public PrivateRootTest {
   /// Puts a program of the build folder, with its libraries, at /usr/sbin of a root.
   static void install(const std::string& program, const PrivateRoot& root);
 
+  /// The real engine, with a destination at /backup and nothing left out.
+  void installEngine() const;
+
   CommandResult helmsman(const std::vector<std::string>& words,
                          const Environment& environment = {}) const;
   /// On a terminal, where the text is typed.

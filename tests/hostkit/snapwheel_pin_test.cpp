@@ -29,11 +29,7 @@ class SnapshotPin : public test::HostKitTest {
   void SetUp() override {
     HostKitTest::SetUp();
     if (IsSkipped()) return;
-    install("snapwheel", root);
-    root.makeFolder("/backup");
-    root.makeFolder("/run");
-    root.writeEnginePreferences(1, "/backup");
-    root.writeFile("/etc/halyard-host/snapwheel.exclude", "");
+    installEngine();
     root.writeFile("/data/file", "data");
   }
   CommandResult run(std::vector<std::string> words) const {

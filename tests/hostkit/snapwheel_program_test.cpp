@@ -34,10 +34,7 @@ class SnapwheelProgram : public test::HostKitTest {
   void SetUp() override {
     PrivateRootTest::SetUp();
     if (IsSkipped()) return;
-    install("snapwheel", root);
-    root.makeFolder("/backup");
-    root.makeFolder("/run");
-    root.writeEnginePreferences(1, "/backup");
+    installEngine();
     root.writeFile("/Library/Preferences/HostConfig/preferences.plist",
                    test::plistDocument(
                        "<dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"

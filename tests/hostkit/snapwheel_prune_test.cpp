@@ -21,11 +21,7 @@ class SnapshotPrune : public test::HostKitTest {
   void SetUp() override {
     PrivateRootTest::SetUp();
     if (IsSkipped()) return;
-    install("snapwheel", root);
-    root.makeFolder("/backup");
-    root.makeFolder("/run");
-    root.writeEnginePreferences(1, "/backup");
-    root.writeFile("/etc/halyard-host/snapwheel.exclude", "");
+    installEngine();
     root.writeFile("/data/.Halyards/.halyardSignature", "signature");
     root.writeFile("/data/.Halyards/depotHost/srv/file", "data");
     ASSERT_EQ(snapshot().status, 0);

@@ -56,9 +56,9 @@ TEST_F(SnapshotVolumes, AreReadBackByTheManifestThatWasWritten) {
   scratch_.makeFolder("s/.snapwheel");
   Manifest manifest;
   manifest.volume = "System";
-  manifest.volumes = {{"System", "/", "u0", "ext4", "", false, 1, 2, 3, 4, 5},
-                      {"srv", "/srv", "u1", "btrfs", "2026-01-01-000000", true, 6, 7, 8, 9, 10},
-                      {R"(a\xff)", "/a\xff", "", "", "", false, 0, 0, 0, 0, 0}};
+  manifest.volumes = {{{1, 2, 3, 4, 5}, "System", "/", "u0", "ext4", "", false},
+                      {{6, 7, 8, 9, 10}, "srv", "/srv", "u1", "btrfs", "2026-01-01-000000", true},
+                      {{}, R"(a\xff)", "/a\xff", "", "", "", false}};
   manifest.absentVolumes = {"/home"};
   ASSERT_TRUE(writeManifest(path_, manifest));
   const auto read = readManifest(path_);

@@ -175,6 +175,15 @@ bool copyItem(const std::string& source, const std::string& destination) {
   return copy && copy->publish();
 }
 
+TreeCopyCounts& TreeCopyCounts::operator+=(const TreeCopyCounts& other) {
+  items += other.items;
+  copied += other.copied;
+  copiedBytes += other.copiedBytes;
+  linked += other.linked;
+  linkedBytes += other.linkedBytes;
+  return *this;
+}
+
 TreeCopyReport copyTree(const std::string& source, const std::string& destination,
                         const TreeCopyOptions& options) {
   const Result<Location> from = locate(source);

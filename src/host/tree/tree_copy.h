@@ -105,15 +105,20 @@ struct TreeCopyOptions {
   std::string earlier;
 };
 
-struct TreeCopyReport {
-  bool complete = false;          ///< Everything that was not excluded is there.
-  bool ended = false;             ///< An error ended the walk before it had been everywhere.
-  int error = 0;                  ///< The errno value that ended the walk, or of the first failure.
+struct TreeCopyCounts {
   std::uint64_t items = 0;        ///< Items of any kind.
   std::uint64_t copied = 0;       ///< Regular files copied afresh.
-  std::uint64_t linked = 0;       ///< Regular files linked to the reference, or left in place.
   std::uint64_t copiedBytes = 0;  ///< Their sizes, as stat(2) gives them.
+  std::uint64_t linked = 0;       ///< Regular files linked to the reference, or left in place.
   std::uint64_t linkedBytes = 0;
+
+  TreeCopyCounts& operator+=(const TreeCopyCounts& other);
+};
+
+struct TreeCopyReport : TreeCopyCounts {
+  bool complete = false;  ///< Everything that was not excluded is there.
+  bool ended = false;     ///< An error ended the walk before it had been everywhere.
+  int error = 0;          ///< The errno value that ended the walk, or of the first failure.
 };
 
 /// Copies the tree at `source` to `destination` in place: for work folders that a caller publishes
