@@ -146,14 +146,17 @@ int moveUnlocked(int from, const std::string& name, int to, const std::string& n
   return host::renameWithoutReplacing(from, name, to, newName);
 }
 
-void lockAgain(int folder, const std::string& name, host::InodeFlags flags) {
-  if ((flags & host::kLockingFlags) == 0) return;
+/// False when it was unlocked and stays so, which is told.
+bool lockAgain(int folder, const std::string& name, host::InodeFlags flags) {
+  if ((flags & host::kLockingFlags) == 0) return true;
   const host::Descriptor item(
       ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   host::InodeFlags lacking = 0;
   if (!item || host::setInodeFlags(item.get(), flags, lacking) != 0 || lacking != 0) {
     printWarning(name + " could not be given its inode flags (see: lsattr)");
+    return false;
   }
+  return true;
 }
 
 /// A mounted volume would be set aside with the folder that holds it, and not come back.
@@ -197,8 +200,9 @@ std::optional<Destination> findDestination(const FileRestoreArguments& arguments
 }
 
 /// Sets the live item aside and the restored one in its place, or leaves both as they were.
+/// `isWhole` becomes false when what was restored lacks its inode flags.
 int replaceLive(const Destination& destination, int staged, const std::string& stagedName,
-                const Snapshot& snapshot) {
+                const Snapshot& snapshot, bool& isWhole) {
   const int folder = destination.place.folder.get();
   const std::string& name = destination.place.name;
   const bool wasLive = identityAt(folder, name).isKnown();
@@ -228,7 +232,7 @@ int replaceLive(const Destination& destination, int staged, const std::string& s
     lockAgain(folder, name, liveFlags);
     return error;
   }
-  lockAgain(folder, name, flags);
+  isWhole = lockAgain(folder, name, flags);
   if ((liveFlags & host::kLockingFlags) != 0) {
     printNote(asidePath(destination.path) + " is not immutable or append-only any more");
   }
@@ -239,16 +243,18 @@ int replaceLive(const Destination& destination, int staged, const std::string& s
 }
 
 int publish(const Destination& destination, int stage, const FileRestoreArguments& arguments,
-            const Snapshot& snapshot) {
+            const Snapshot& snapshot, bool& isWhole) {
   std::string stagedName;
   const host::Descriptor staged = openStaged(stage, arguments.path, stagedName);
   if (!staged) return errno;
-  if (arguments.inPlace) return replaceLive(destination, staged.get(), stagedName, snapshot);
+  if (arguments.inPlace) {
+    return replaceLive(destination, staged.get(), stagedName, snapshot, isWhole);
+  }
   const int folder = destination.place.folder.get();
   host::InodeFlags flags = 0;
   const int error = moveUnlocked(staged.get(), stagedName, folder, destination.place.name, flags);
   if (error != 0) return error;
-  lockAgain(folder, destination.place.name, flags);
+  isWhole = lockAgain(folder, destination.place.name, flags);
   const Status synced = host::syncFolder(folder);
   return synced ? 0 : synced.error().code;
 }
@@ -294,12 +300,14 @@ int carryOut(const FileRestoreArguments& arguments, const Destination& destinati
                (isPart ? " whole; without --in-place what it gives comes beside it" : ""));
     return kFailure;
   }
-  if (const int error = publish(destination, stage.get(), arguments, snapshot)) {
+  bool isWhole = true;
+  if (const int error = publish(destination, stage.get(), arguments, snapshot, isWhole)) {
     printError(textOfError(destination.path, error));
     return kFailure;
   }
+  if (!isWhole) answer.status = kPartial;
   tell(arguments, destination, snapshot, answer);
-  return isPart ? kPartial : kSuccess;
+  return answer.status;
 }
 
 }  // namespace
