@@ -9,6 +9,7 @@
 
 #include "common/messages.h"
 #include "helmsman/report/metrics.h"
+#include "helmsman/restore/file_restore.h"
 #include "helmsman/restore/tidy.h"
 #include "helmsman/restore/undo.h"
 #include "helmsman/run/restore_record.h"
@@ -55,14 +56,16 @@ class HelmsmanRace : public test::HostKitTest {
     ASSERT_EQ(result.status, 0) << result.err;
   }
   /// The folders are made anew before each run when that changes them for good.
-  void race(const std::function<void()>& operation, bool refills = false) {
+  void race(const std::function<void()>& operation, bool refills = false,
+            std::vector<std::string> items = Race::folders(), unsigned cost = 1) {
     Race::Run run;
     run.prepare = [&] {
       if (refills) race_->fill(home(), "the user's");
       return home();
     };
     run.act = [&] { runOperation(operation); };
-    run.items = Race::folders();
+    run.items = std::move(items);
+    run.cost = cost;
     race_->run(run);
   }
 
@@ -81,6 +84,32 @@ TEST_F(HelmsmanRace, ATidyRemovesNothingOutside) {
         (void)tidy(arguments);
       },
       true);
+}
+
+TEST_F(HelmsmanRace, AFileRestoreTouchesNothingOutside) {
+  install("snapwheel", root);
+  const std::string snapshot = "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System";
+  root.writeFile(snapshot + "/.Halyards/.halyardSignature", "x");
+  std::vector<std::string> names = Race::folders();
+  names.resize(8);
+  for (const std::string& name : names) {
+    root.writeFile(snapshot + "/home/" + name + "/deep/file", "old");
+  }
+  race(
+      [&names] {
+        for (const std::string& name : names) {
+          FileRestoreArguments arguments;
+          arguments.path = "/home/" + name + "/deep";
+          arguments.inPlace = arguments.yes = true;
+          (void)restoreFile(arguments);
+          arguments.inPlace = false;
+          (void)restoreFile(arguments);
+          arguments.path += "/file";
+          arguments.to = "/home/" + name;
+          (void)restoreFile(arguments);
+        }
+      },
+      true, names, 8);  // Each attempt is three whole restores.
 }
 
 TEST_F(HelmsmanRace, MetricsAreWrittenNowhereElse) {

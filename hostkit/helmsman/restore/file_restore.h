@@ -25,8 +25,9 @@ struct FileRestoreArguments {
 /// component and held: whoever swaps a folder of it for a link leads nothing elsewhere.
 ///
 /// Writes:  in place, the record that "helmsman undo PATH" reads.
-/// Returns: success when all of it is there, proven and on disk; kPartial when it is there beside
-///          the live one with something lacking, which was told; failure when nothing was changed.
+/// Returns: success when all of it is there, proven and on disk; kPartial when it is there with
+///          something lacking, which was told (in place no more than its inode flags); failure when
+///          nothing was changed.
 int restoreFile(const FileRestoreArguments& arguments);
 
 /// The path as it is recorded: without "//", "." and a "/" at its end. Absent for one that is not
