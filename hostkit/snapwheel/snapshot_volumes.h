@@ -32,9 +32,9 @@ struct SnapshotVolume {
 };
 
 /// The volumes that a snapshot is to hold, the one at "/" first, each after those that it is
-/// mounted in. By its manifest; where there is none that can be used, by its folders. A snapshot is
-/// untrusted: whatever it holds, no two volumes have one folder or one mount point. Empty when it
-/// holds none.
+/// mounted in. By its manifest; where there is none that can be used, by its folders and by what
+/// its record folder has of further volumes. A snapshot is untrusted: whatever it holds, no two
+/// volumes have one folder or one mount point. Empty when it holds none.
 std::vector<SnapshotVolume> volumesOf(const std::string& snapshotPath);
 
 }  // namespace halyard::snapwheel

@@ -317,6 +317,47 @@ TEST_P(FurtherVolumes, AreNotCalledRestoredWhenOneIsGone) {
   EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
 }
 
+TEST_P(FurtherVolumes, TheOneOfTheRootIsNotTakenForAnotherWhenItIsGone) {
+  const SnapshotOutcome first = takeAll();
+  makeWritable(first);
+  ASSERT_TRUE(host::removeItem(volumeOf(first)));
+  EXPECT_THAT(findings(CheckDepth::structure),
+              ElementsAre(first.name + "/System is gone, or no folder: the snapshot does not " +
+                          "hold what was at / any more"));
+  RestoreRequest restore;
+  restore.snapshotPath = repository_->path(first.name);
+  restore.target = scratch_ / "target";
+  EXPECT_THROW(restoreSnapshot(restore), Failure);
+  EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
+  restore.volume = "vol-data";
+  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
+}
+
+TEST_P(FurtherVolumes, NothingOfAnotherIsSharedWhenTheOneOfTheRootIsGone) {
+  put("one", "not of the one");  // As long as the volume's.
+  put("vol/data/one", "of the volume!");
+  settle();
+  const SnapshotOutcome first = takeAll();
+  makeWritable(first);
+  ASSERT_TRUE(host::removeItem(volumeOf(first)));
+  const SnapshotOutcome second = takeAll();
+  EXPECT_EQ(Scratch::contents(volumeOf(second) + "/one"), "not of the one");
+  EXPECT_EQ(withoutVolume(listTree(volumeOf(second))), withoutVolume(expected()));
+  EXPECT_EQ(listTree(further(second)), listTree(at("vol/data")));
+}
+
+TEST_P(FurtherVolumes, OneThatIsGoneIsMissedWithoutTheManifest) {
+  const SnapshotOutcome first = takeAll();
+  makeWritable(first);
+  ASSERT_TRUE(host::writeFile(repository_->path(first.name) + "/.snapwheel/manifest.json", "{"));
+  ASSERT_TRUE(host::removeItem(further(first)));
+  RestoreRequest restore;
+  restore.snapshotPath = repository_->path(first.name);
+  restore.target = scratch_ / "target";
+  EXPECT_THROW(restoreSnapshot(restore), Failure);
+  EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
+}
+
 /// The repository itself lies in a volume that is to be copied.
 class RepositoryInside : public testing::Test {
  protected:

@@ -137,6 +137,30 @@ TEST_F(SnapshotVolumes, ASingleFolderIsTheRootWhateverItsName) {
   EXPECT_THAT(found(), ElementsAre("srv /"));
 }
 
+TEST_F(SnapshotVolumes, ARootThatIsGoneIsNoOtherVolume) {
+  makeFolders({"srv"});
+  writeVolumes(entry("System", "/") + "," + entry("srv", "/srv"));
+  EXPECT_THAT(found(), ElementsAre("System / (gone)", "srv /srv"));
+  makeFolders({"home"});
+  writeVolumes(entry("System", "/") + "," + entry("srv", "/srv") + "," + entry("home", "/home"));
+  EXPECT_THAT(found(), ElementsAre("System / (gone)", "home /home", "srv /srv"));
+}
+
+TEST_F(SnapshotVolumes, WithoutAManifestTheirRecordsTellWhichAreGone) {
+  makeFolders({"Data", "srv", ".snapwheel/volumes/srv", ".snapwheel/volumes/var-lib",
+               ".snapwheel/volumes/not a volume", ".snapwheel/volumes/System"});
+  EXPECT_THAT(found(), ElementsAre("Data /", "srv /srv", "var-lib /var/lib (gone)"));
+  ASSERT_EQ(::rmdir((path_ + "/Data").c_str()), 0);
+  EXPECT_THAT(found(), ElementsAre("System / (gone)", "srv /srv", "var-lib /var/lib (gone)"));
+}
+
+TEST_F(SnapshotVolumes, RecordsBehindALinkTellOfNone) {
+  makeFolders({"System"});
+  scratch_.makeFolder("elsewhere/volumes/srv");
+  ASSERT_EQ(::symlink((scratch_ / "elsewhere").c_str(), (path_ + "/.snapwheel").c_str()), 0);
+  EXPECT_THAT(found(), ElementsAre("System /"));
+}
+
 TEST_F(SnapshotVolumes, SeveralFoldersWithoutARootAreNone) {
   EXPECT_THAT(found(), IsEmpty());
   makeFolders({"srv", "home"});
