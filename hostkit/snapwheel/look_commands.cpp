@@ -5,6 +5,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
 #include "common/sizes.h"
@@ -26,7 +27,8 @@ nlohmann::json restoreJson(const RestoreRequest& request, const RestoreOutcome& 
                              {"bytes", outcome.bytes},
                              {"failed", outcome.failed},
                              {"notHeld", std::move(notHeld)},
-                             {"torn", outcome.torn},
+                             {"missing", outcome.lack.missing},
+                             {"torn", outcome.lack.torn},
                              {"lost",
                               {{"owners", outcome.lost.owners},
                                {"permissions", outcome.lost.permissions},
@@ -51,8 +53,9 @@ int restoreStatus(const RestoreRequest& request, const RestoreOutcome& outcome) 
         std::to_string(counts.extended) + " without extended attributes");
   }
   // Whoever asks for a file wants to know; that the snapshot as a whole holds such was its status.
-  const bool isTorn = outcome.torn != 0 && !request.paths.empty();
-  const bool isWhole = outcome.failed == 0 && outcome.notHeld.empty() && !isTorn &&
+  const bool isTorn = outcome.lack.torn != 0 && !request.paths.empty();
+  const bool isWhole = outcome.failed == 0 && outcome.notHeld.empty() &&
+                       outcome.lack.missing == 0 && !isTorn &&
                        (lost == 0 || request.withoutAttributes);
   return isWhole ? hostkit::kSuccess : hostkit::kPartial;
 }
@@ -79,7 +82,7 @@ int runRestore(const CommandOptions& options) {
                        " of them in the place of others");
   } else {
     hostkit::printLine(request.target + ": " + countText(outcome.items, "item") + " of " +
-                       request.snapshotPath + "/" + outcome.volume + " restored (" +
+                       appendPath(request.snapshotPath, outcome.volume) + " restored (" +
                        hostkit::sizeText(outcome.bytes) + "), " + secondsText(begin));
   }
   return restoreStatus(request, outcome);

@@ -4,6 +4,7 @@
 #include "snapwheel/manifest.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "base/text.h"
 #include "common/json_file.h"
@@ -93,6 +94,13 @@ VolumeRecord volumeIn(const nlohmann::json& object) {
   return volume;
 }
 
+/// EIO for what is no errno value.
+int errorIn(const nlohmann::json& object) {
+  constexpr std::int64_t kLargest = 4095;
+  const std::int64_t error = integerOf(object, "errno").value_or(0);
+  return error > 0 && error <= kLargest ? static_cast<int>(error) : EIO;
+}
+
 /// Whether a restore may go by them: each has a folder and, as that is called after it, a mount
 /// point of its own.
 bool areSound(const std::vector<VolumeRecord>& volumes, const std::string& first) {
@@ -159,6 +167,9 @@ std::optional<Manifest> readManifest(const std::string& snapshotPath) {
   manifest.boot = textOf(object, "boot");
   manifest.complete = flagOf(object, "complete");
   manifest.missingCount = countOf(object, "missingCount").value_or(0);
+  for (const nlohmann::json& item : memberOf(object, "missing")) {
+    manifest.missing.push_back({textOf(item, "path"), errorIn(item)});
+  }
   manifest.tornCount = countOf(object, "tornCount").value_or(0);
   for (const nlohmann::json& path : memberOf(object, "torn")) {
     if (path.is_string()) manifest.torn.push_back(path.get<std::string>());

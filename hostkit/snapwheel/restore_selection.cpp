@@ -9,12 +9,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/messages.h"
+#include "common/volume_names.h"
 #include "host/files/descriptor.h"
+#include "host/files/files.h"
 #include "host/files/system_call.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/manifest.h"
@@ -22,6 +25,8 @@
 namespace halyard::snapwheel {
 
 namespace {
+
+constexpr char kNoSuchVolume[] = "is a volume that the snapshot does not hold";
 
 /// Without blanks: no "//", no "." and no "/" at either end.
 std::string plainPath(const std::string& hostPath) {
@@ -90,9 +95,39 @@ void addVolumesBelow(const std::vector<SnapshotVolume>& volumes, const std::stri
     if (volume.isThere) {
       chosen[volume.folder].insert("");
     } else {
-      choice.notHeld.push_back({volume.mountPoint, "is a volume that the snapshot does not hold"});
+      choice.notHeld.push_back({volume.mountPoint, kNoSuchVolume});
     }
   }
+}
+
+/// The folders above a mount point are of the volume that it is in, and had attributes there.
+ChosenPaths waysTo(const std::vector<SnapshotVolume>& volumes, const ChosenPaths& chosen) {
+  ChosenPaths ways;
+  for (auto volume = volumes.rbegin(); volume != volumes.rend(); ++volume) {  // The inner first.
+    const bool isMet = chosen.contains(volume->folder) || ways.contains(volume->folder);
+    if (volume->isRoot() || !isMet) continue;
+    const std::string mountPoint = volume->mountPoint.substr(1);
+    const std::size_t slash = mountPoint.rfind('/');
+    if (slash == std::string::npos) continue;
+    const SnapshotVolume* above = volumeOfPath(volumes, mountPoint.substr(0, slash));
+    if (above == nullptr || !above->isThere) continue;
+    ways[above->folder].insert(below(mountPoint, above->mountPoint.substr(1)));
+  }
+  return ways;
+}
+
+/// Those that it holds, and then those that it was to hold.
+std::vector<SnapshotVolume> volumesMeant(const std::string& snapshotPath,
+                                         const std::optional<Manifest>& manifest) {
+  std::vector<SnapshotVolume> volumes = volumesOf(snapshotPath);
+  if (!manifest) return volumes;
+  for (const std::string& mountPoint : manifest->absentVolumes) {
+    const bool isKnown =
+        std::ranges::find(volumes, mountPoint, &SnapshotVolume::mountPoint) != volumes.end();
+    if (isKnown || !hostkit::isPlainMountPoint(mountPoint)) continue;
+    volumes.push_back({hostkit::volumeFolderName(mountPoint), mountPoint, false});
+  }
+  return volumes;
 }
 
 }  // namespace
@@ -107,16 +142,55 @@ Part Selection::partOf(std::string_view path) const {
   }
   if (path.empty()) return Part::holdsSome;
   const std::string folder = std::string(path) + "/";
-  const auto next = paths_.lower_bound(folder);
-  return next != paths_.end() && next->starts_with(folder) ? Part::holdsSome : Part::none;
+  const auto leadsTo = [&folder](const std::set<std::string>& paths) {
+    const auto next = paths.lower_bound(folder);
+    return next != paths.end() && next->starts_with(folder);
+  };
+  return leadsTo(paths_) || leadsTo(ways_) ? Part::holdsSome : Part::none;
+}
+
+Choice chooseAll(const std::string& snapshotPath) {
+  Choice choice;
+  choice.meant = volumesMeant(snapshotPath, readManifest(snapshotPath));
+  const std::vector<SnapshotVolume> held = volumesOf(snapshotPath);
+  for (const SnapshotVolume& volume : held) {
+    if (!volume.isThere) {
+      throw Failure(volume.path(snapshotPath) +
+                    " is gone, or no folder (--volume restores another one alone)");
+    }
+    choice.volumes.push_back({volume, Selection()});
+  }
+  if (held.empty()) throw Failure(snapshotPath + " holds no volume");
+  for (std::size_t at = held.size(); at < choice.meant.size(); ++at) {
+    choice.notHeld.push_back({choice.meant[at].mountPoint, kNoSuchVolume});
+  }
+  return choice;
+}
+
+Choice chooseVolume(const std::string& snapshotPath, const std::string& folder) {
+  Choice choice;
+  choice.meant = volumesMeant(snapshotPath, readManifest(snapshotPath));
+  const auto isIt = [&folder](const SnapshotVolume& volume) {
+    return volume.folder == folder && volume.isThere;
+  };
+  const auto found = std::ranges::find_if(choice.meant, isIt);
+  if (found != choice.meant.end()) {
+    choice.volumes.push_back({*found, Selection()});
+  } else if (isUsableFolderName(folder) && host::isRealDirectory(snapshotPath + "/" + folder)) {
+    choice.volumes.push_back({SnapshotVolume{folder, "/", true}, Selection()});
+  } else {
+    throw Failure(snapshotPath + " holds no volume \"" + folder + "\"");
+  }
+  return choice;
 }
 
 Choice choose(const std::string& snapshotPath, const std::vector<std::string>& hostPaths) {
-  const std::vector<SnapshotVolume> volumes = volumesOf(snapshotPath);
   const auto manifest = readManifest(snapshotPath);
+  const std::vector<SnapshotVolume> volumes = volumesMeant(snapshotPath, manifest);
   // A snapshot of a folder is as one of a host whose root that folder was.
   const std::string source = manifest ? plainPath(manifest->source) : std::string();
   Choice choice;
+  choice.meant = volumes;
   ChosenPaths chosen;
   for (const std::string& hostPath : hostPaths) {
     std::string path = plainPath(hostPath);
@@ -135,19 +209,21 @@ Choice choose(const std::string& snapshotPath, const std::vector<std::string>& h
     chosen[volume->folder].insert(path);
     addVolumesBelow(volumes, volume->hostPath(path), choice, chosen);
   }
+  ChosenPaths ways = waysTo(volumes, chosen);
   for (const SnapshotVolume& volume : volumes) {
-    const auto paths = chosen.find(volume.folder);
-    if (paths != chosen.end()) choice.volumes.push_back({volume, Selection(paths->second)});
+    if (!chosen.contains(volume.folder) && !ways.contains(volume.folder)) continue;
+    choice.volumes.push_back({volume, Selection(chosen[volume.folder], ways[volume.folder])});
   }
   return choice;
 }
 
 bool isChosen(const Choice& choice, const std::string& path) {
-  return std::ranges::any_of(choice.volumes, [&path](const ChosenVolume& chosen) {
-    const std::string mountPoint = chosen.volume.mountPoint.substr(1);
-    return isBelow(path, mountPoint) &&
-           chosen.selection.partOf(below(path, mountPoint)) == Part::all;
-  });
+  const SnapshotVolume* volume = volumeOfPath(choice.meant, path);
+  return volume != nullptr && std::ranges::any_of(choice.volumes, [&](const ChosenVolume& chosen) {
+           const std::string inside = below(path, volume->mountPoint.substr(1));
+           return chosen.volume.folder == volume->folder &&
+                  chosen.selection.partOf(inside) == Part::all;
+         });
 }
 
 }  // namespace halyard::snapwheel

@@ -21,7 +21,10 @@ class Selection {
  public:
   /// All of the volume.
   Selection() : paths_{""} {}
-  explicit Selection(std::set<std::string> paths) : paths_(std::move(paths)) {}
+  /// Of the ways the folders above are only led through, as what stands at their ends is another
+  /// volume's.
+  explicit Selection(std::set<std::string> paths, std::set<std::string> ways = {})
+      : paths_(std::move(paths)), ways_(std::move(ways)) {}
 
   Part partOf(std::string_view path) const;
   bool isAll() const { return paths_.contains(""); }
@@ -29,6 +32,7 @@ class Selection {
 
  private:
   std::set<std::string> paths_;
+  std::set<std::string> ways_;
 };
 
 /// What is chosen of one volume.
@@ -46,11 +50,20 @@ struct NotHeld {
 struct Choice {
   std::vector<ChosenVolume> volumes;  ///< In the order of the snapshot's.
   std::vector<NotHeld> notHeld;
+  std::vector<SnapshotVolume> meant;  ///< All that the snapshot was to hold, absent ones last.
 };
+
+/// All volumes. One that could not be read for the snapshot is a path that it does not hold. Throws
+/// Failure when one that it held is gone, or there is none.
+Choice chooseAll(const std::string& snapshotPath);
+
+/// The volume of that folder. Throws Failure when there is none.
+Choice chooseVolume(const std::string& snapshotPath, const std::string& folder);
 
 /// Finds each path of the host in the volume that it belongs to, following no link; a folder brings
 /// the volumes that were mounted in it. Throws Failure for a path that is not absolute or goes back
-/// up ("..").
+/// up (".."). The folders above a volume's mount point are led through in the volume that it is
+/// mounted in.
 Choice choose(const std::string& snapshotPath, const std::vector<std::string>& hostPaths);
 
 /// Whether the item is restored; its path is that on the host, without the "/" before it.

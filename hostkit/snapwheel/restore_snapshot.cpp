@@ -26,7 +26,6 @@
 #include "host/tree/tree_copy.h"
 #include "host/volumes/volume.h"
 #include "snapwheel/failure.h"
-#include "snapwheel/manifest.h"
 #include "snapwheel/map_owners.h"
 #include "snapwheel/repository.h"
 #include "snapwheel/restore_preview.h"
@@ -39,12 +38,13 @@ namespace halyard::snapwheel {
 namespace {
 
 constexpr mode_t kTargetMode = 0755;
-constexpr char kNoUtf8[] = "\xEF\xBF\xBD";  // Stands in a record for bytes of a name.
+constexpr mode_t kPrivateMode = 0700;
 
 /// Open for good: whatever becomes of the path, nothing else is written to.
 struct Target {
   host::Descriptor folder;
   std::string path;
+  bool isNew = false;  ///< It was made for the volume that is mounted there.
 };
 
 bool isRunningSystem(const host::Descriptor& folder) {
@@ -210,7 +210,7 @@ class VolumeRestore {
       return selection_.partOf(path) == Part::none;
     };
     options.passedThrough = [this](std::string_view path) {
-      return selection_.partOf(path) != Part::all;
+      return selection_.partOf(path) != Part::all && !(path.empty() && target_.isNew);
     };
     return options;
   }
@@ -257,7 +257,7 @@ class VolumeRestore {
   std::vector<FlaggedFolder> flagged_;
 };
 
-/// The place of a volume in the target, made where it is missing.
+/// The place of a volume in the target, made where it is missing, and closed until it is filled.
 Target placeOf(const Target& target, const SnapshotVolume& volume) {
   Target place{host::Descriptor(::openat(target.folder.get(), ".", host::kFolderFlags)),
                target.path};
@@ -265,66 +265,28 @@ Target placeOf(const Target& target, const SnapshotVolume& volume) {
     if (part.empty()) continue;
     const std::string name(part);
     place.path = appendPath(place.path, name);
-    (void)::mkdirat(place.folder.get(), name.c_str(), kTargetMode);  // A refusal shows below.
+    struct stat above {};
+    const bool isKnown = ::fstat(place.folder.get(), &above) == 0;
+    // A refusal shows below.
+    place.isNew = ::mkdirat(place.folder.get(), name.c_str(), kTargetMode) == 0;
+    const struct timespec times[] = {{0, UTIME_OMIT}, above.st_mtim};
+    if (place.isNew && isKnown) (void)::futimens(place.folder.get(), times);
     place.folder = host::Descriptor(::openat(place.folder.get(), name.c_str(), host::kFolderFlags));
     if (!place.folder) throw Failure(errorText(place.path, errno));
+  }
+  if (place.isNew && ::fchmod(place.folder.get(), kPrivateMode) != 0) {
+    throw Failure(errorText(place.path, errno));
   }
   return place;
 }
 
-/// The one volume that is restored whole, onto the target itself.
-ChosenVolume wholeVolume(const RestoreRequest& request) {
-  const std::string& folder = request.volume;
-  for (SnapshotVolume& volume : volumesOf(request.snapshotPath)) {
-    if (volume.folder == folder && volume.isThere) return {std::move(volume), Selection()};
-  }
-  if (!isUsableFolderName(folder) || !host::isRealDirectory(request.snapshotPath + "/" + folder)) {
-    throw Failure(request.snapshotPath + " holds no volume \"" + folder + "\"");
-  }
-  return {SnapshotVolume{folder, "/", true}, Selection()};
-}
-
-/// All of them, the one at "/" first. Throws Failure when one that the snapshot is to hold is gone.
-std::vector<ChosenVolume> allVolumes(const RestoreRequest& request) {
-  std::vector<ChosenVolume> chosen;
-  for (SnapshotVolume& volume : volumesOf(request.snapshotPath)) {
-    if (!volume.isThere) {
-      throw Failure(volume.path(request.snapshotPath) +
-                    " is gone, or no folder (--volume restores another one alone)");
-    }
-    chosen.push_back({std::move(volume), Selection()});
-  }
-  if (chosen.empty()) throw Failure(request.snapshotPath + " holds no volume");
-  return chosen;
-}
-
 Choice choiceFor(const RestoreRequest& request) {
-  if (request.paths.empty() && request.volume.empty()) return {allVolumes(request), {}};
-  if (request.paths.empty()) return {{wholeVolume(request)}, {}};
-  Choice choice = choose(request.snapshotPath, request.paths);
+  Choice choice = !request.paths.empty()   ? choose(request.snapshotPath, request.paths)
+                  : request.volume.empty() ? chooseAll(request.snapshotPath)
+                                           : chooseVolume(request.snapshotPath, request.volume);
   for (const NotHeld& path : choice.notHeld) hostkit::printError(path.path + " " + path.why);
   if (choice.volumes.empty()) throw Failure("nothing was restored");
   return choice;
-}
-
-/// Of files that changed whenever they were read nobody knows what they should hold.
-void tellTorn(const RestoreRequest& request, const Choice& choice, RestoreOutcome& outcome) {
-  const auto manifest = readManifest(request.snapshotPath);
-  if (!manifest) return;
-  std::uint64_t unnamed = manifest->tornCount;
-  for (const std::string& path : manifest->torn) {
-    if (path.find(kNoUtf8) != std::string::npos) continue;
-    unnamed -= unnamed == 0 ? 0 : 1;
-    if (!isChosen(choice, path)) continue;
-    ++outcome.torn;
-    hostkit::printWarning("/" + path +
-                          ": changed whenever it was read for the snapshot; maybe a mixture");
-  }
-  if (unnamed == 0) return;
-  outcome.torn += unnamed;
-  hostkit::printWarning(std::to_string(unnamed) +
-                        " further files of the snapshot changed whenever they were read; their "
-                        "names are not known");
 }
 
 }  // namespace
@@ -337,9 +299,9 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
     }
   }
   RestoreOutcome outcome;
-  outcome.volume = choice.volumes.front().volume.folder;
+  if (choice.volumes.size() == 1) outcome.volume = choice.volumes.front().volume.folder;
   outcome.notHeld = choice.notHeld;
-  tellTorn(request, choice, outcome);
+  outcome.lack = tellLack(request.snapshotPath, choice);
   if (request.dryRun) {
     previewRestore(request, choice, outcome);
     return outcome;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "snapwheel/restore_flags.h"
+#include "snapwheel/restore_lack.h"
 
 namespace halyard::snapwheel {
 
@@ -34,13 +35,13 @@ struct LostCounts {
 };
 
 struct RestoreOutcome {
-  std::string volume;  ///< The folder of the first one.
+  std::string volume;  ///< The folder of the only one; empty for several.
   std::uint64_t items = 0;
   std::uint64_t bytes = 0;
   std::uint64_t failed = 0;      ///< Each was told on standard error.
   std::uint64_t replaced = 0;    ///< Items that are in the way; of a dry run alone.
   std::vector<NotHeld> notHeld;  ///< Each was told, too.
-  std::uint64_t torn = 0;        ///< Files that changed whenever they were read; told, too.
+  LackReport lack;               ///< All of it was told, too.
   LostCounts lost;
   FlagReport flags;  ///< What is lacking was told, too.
 };

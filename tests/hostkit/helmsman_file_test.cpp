@@ -143,6 +143,26 @@ TEST_F(FileRestore, AFileThatWasTornIsTold) {
   EXPECT_EQ(file({"/etc/halyard-host/snapwheel.exclude", "--to", "/srv/back"}).status, 0);
 }
 
+TEST_F(FileRestore, AFolderThatTheSnapshotHoldsInPartTakesNoLivePlace) {
+  root.writeFile("/etc/conf.d/one", "1");
+  const std::string manifest = take() + "/.snapwheel/manifest.json";
+  auto document = nlohmann::json::parse(root.readFile(manifest));
+  document["missing"] = nlohmann::json::parse(R"([{"path":"etc/conf.d/two","errno":5}])");
+  document["missingCount"] = 1;
+  document["complete"] = false;
+  root.writeFile(manifest, document.dump());
+  root.writeFile("/etc/conf.d/two", "live");
+  const auto result = file({"/etc/conf.d", "--in-place", "--yes"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("/etc/conf.d/two: is not in the snapshot"));
+  EXPECT_EQ(root.readFile("/etc/conf.d/two"), "live");
+  EXPECT_EQ(file({"/etc/conf.d", "--in-place", "--dry-run"}).status, 1);
+  EXPECT_EQ(file({"/etc/conf.d", "--dry-run"}).status, 4);
+  EXPECT_EQ(file({"/etc/conf.d"}).status, 4);
+  root.makeFolder("/srv/back");
+  EXPECT_EQ(file({"/etc/conf.d/one", "--to", "/srv/back"}).status, 0);
+}
+
 TEST_F(FileRestore, AWholeFolderOfTheLiveHostComesBackAsItWas) {
   root.writeFile("/etc/conf.d/one", "1");
   (void)take();

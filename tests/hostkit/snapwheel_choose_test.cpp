@@ -8,6 +8,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "host/files/files.h"
 #include "host/tree/remove_tree.h"
 #include "snapshot_test.h"
@@ -38,6 +40,16 @@ TEST(Selection, KnowsWhatIsChosenAndWhatLeadsThere) {
   EXPECT_EQ(selection.partOf("srv/a/bc"), Part::none);
   EXPECT_EQ(selection.partOf("var"), Part::none);
   EXPECT_EQ(Selection().partOf("anything/at/all"), Part::all);
+}
+
+TEST(Selection, AWayIsLedThroughAndItsEndIsNot) {
+  const Selection selection({"var/log"}, {"var/lib/mysql"});
+  EXPECT_EQ(selection.partOf("var"), Part::holdsSome);
+  EXPECT_EQ(selection.partOf("var/lib"), Part::holdsSome);
+  EXPECT_EQ(selection.partOf("var/lib/other"), Part::none);
+  EXPECT_EQ(selection.partOf("var/lib/mysql"), Part::none);
+  EXPECT_EQ(selection.partOf("var/log/x"), Part::all);
+  EXPECT_FALSE(Selection({}, {"var/lib/mysql"}).isAll());
 }
 
 class Chosen : public SnapshotTest {
@@ -124,6 +136,34 @@ TEST_P(Chosen, ADamagedFileIsToldAndOneThatIsNotChosenIsNotRead) {
   EXPECT_EQ(restore({"/srv/deep/other-name"}).failed, 1U);
   ASSERT_TRUE(host::removeTree(request_.target));
   EXPECT_EQ(restore({"/srv/one"}).failed, 1U);
+}
+
+TEST_P(Chosen, WhatCouldNotBeReadForTheSnapshotIsTold) {
+  const std::string path = request_.snapshotPath + "/.snapwheel/manifest.json";
+  const std::string name = request_.snapshotPath.substr(request_.snapshotPath.rfind('/') + 1);
+  if (isOnBtrfs()) {
+    ASSERT_TRUE(host::setSubvolumeReadOnly(repository_->open().get(), name, false));
+  }
+  auto manifest = nlohmann::json::parse(Scratch::contents(path));
+  manifest["complete"] = false;
+  manifest["missingCount"] = 2;
+  manifest["missing"] = nlohmann::json::parse(
+      R"([{"path":"srv/deep/lost","errno":5},{"path":"etc/lost","errno":13}])");
+  ASSERT_TRUE(host::writeFile(path, manifest.dump()));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(restore({"/srv"}).lack.missing, 1U);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("/srv/deep/lost: is not in the snapshot: it could not be read then "
+                        "(Input/output error)"));
+  ASSERT_TRUE(host::removeTree(request_.target));
+  EXPECT_EQ(restore({"/srv/one"}).lack.missing, 0U);
+  ASSERT_TRUE(host::removeTree(request_.target));
+  EXPECT_EQ(restore({}).lack.missing, 2U);
+  // A third one has no name.
+  manifest["missingCount"] = 3;
+  ASSERT_TRUE(host::writeFile(path, manifest.dump()));
+  ASSERT_TRUE(host::removeTree(request_.target));
+  EXPECT_EQ(restore({"/srv/one"}).lack.missing, 1U);
 }
 
 TEST_P(Chosen, FoldersThatAreThereKeepTheirOwnAttributes) {

@@ -13,6 +13,7 @@
 #include "snapwheel/check_repository.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/restore_snapshot.h"
+#include "support/items.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -356,6 +357,65 @@ TEST_P(FurtherVolumes, OneThatIsGoneIsMissedWithoutTheManifest) {
   restore.target = scratch_ / "target";
   EXPECT_THROW(restoreSnapshot(restore), Failure);
   EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
+}
+
+TEST_P(FurtherVolumes, OneThatCouldNotBeReadIsNotCalledRestored) {
+  further_->unmount();
+  RestoreRequest restore;
+  restore.snapshotPath = repository_->path(takeAll().name);
+  restore.target = scratch_ / "target";
+  const RestoreOutcome all = restoreSnapshot(restore);
+  ASSERT_EQ(all.notHeld.size(), 1U);
+  EXPECT_EQ(all.notHeld.front().path, "/vol/data");
+  EXPECT_EQ(all.lack.missing, 0U) << "it is told once";
+
+  restore.target = scratch_ / "chosen";
+  restore.paths = {"/vol/data"};
+  EXPECT_THROW(restoreSnapshot(restore), Failure);
+  restore.paths = {"/vol/data/one"};
+  EXPECT_THROW(restoreSnapshot(restore), Failure);
+  EXPECT_FALSE(Scratch::stands(restore.target));
+  restore.paths = {"/vol", "/etc"};
+  const RestoreOutcome outcome = restoreSnapshot(restore);
+  ASSERT_EQ(outcome.notHeld.size(), 1U);
+  EXPECT_EQ(outcome.notHeld.front().path, "/vol/data");
+  EXPECT_EQ(outcome.notHeld.front().why, "is a volume that the snapshot does not hold");
+
+  restore.target = scratch_ / "one";
+  restore.paths.clear();
+  restore.volume = "System";
+  EXPECT_THAT(restoreSnapshot(restore).notHeld, IsEmpty());
+}
+
+TEST_P(FurtherVolumes, TheFoldersAboveAFileOfOneComeBackAsTheyWere) {
+  ASSERT_EQ(::chown(at("vol").c_str(), 1815, 1816), 0);
+  ASSERT_EQ(::chmod(at("vol").c_str(), 0750), 0);
+  ASSERT_EQ(::chown(at("vol/data").c_str(), 1816, 1815), 0);
+  ASSERT_EQ(::chmod(at("vol/data").c_str(), 0700), 0);
+  RestoreRequest restore;
+  restore.snapshotPath = repository_->path(takeAll().name);
+  restore.target = scratch_ / "target";
+  restore.paths = {"/vol/data/deep/two"};
+  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
+  for (const char* folder : {"/vol", "/vol/data", "/vol/data/deep"}) {
+    const struct stat was = test::statusOf(source_ + folder);
+    const struct stat is = test::statusOf(restore.target + folder);
+    EXPECT_EQ(is.st_mode, was.st_mode) << folder;
+    EXPECT_EQ(is.st_uid, was.st_uid) << folder;
+    EXPECT_EQ(is.st_gid, was.st_gid) << folder;
+    EXPECT_EQ(is.st_mtim.tv_nsec, was.st_mtim.tv_nsec) << folder;
+  }
+  EXPECT_THAT(host::listDirectory(restore.target), ElementsAre("vol"));
+  EXPECT_THAT(host::listDirectory(restore.target + "/vol"), ElementsAre("data"));
+  EXPECT_THAT(host::listDirectory(restore.target + "/vol/data"), ElementsAre("deep"));
+
+  // Those that are there keep their own.
+  ASSERT_EQ(::chmod((restore.target + "/vol").c_str(), 0711), 0);
+  ASSERT_EQ(::chmod((restore.target + "/vol/data").c_str(), 0711), 0);
+  restore.force = true;
+  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
+  EXPECT_EQ(test::statusOf(restore.target + "/vol").st_mode & 07777U, 0711U);
+  EXPECT_EQ(test::statusOf(restore.target + "/vol/data").st_mode & 07777U, 0711U);
 }
 
 /// The repository itself lies in a volume that is to be copied.

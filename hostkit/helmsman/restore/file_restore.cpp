@@ -278,6 +278,15 @@ void tell(const FileRestoreArguments& arguments, const Destination& destination,
             arguments.path);
 }
 
+/// Only what is whole takes a live item's place.
+bool isEnough(const FileRestoreArguments& arguments, const EngineAnswer& answer) {
+  const bool isPart = answer.status == kPartial;
+  if (answer.status == kSuccess || (isPart && !arguments.inPlace)) return true;
+  printError("nothing was changed: the snapshot does not give " + arguments.path +
+             (isPart ? " whole; without --in-place what it gives comes beside it" : ""));
+  return false;
+}
+
 int carryOut(const FileRestoreArguments& arguments, const Destination& destination,
              const Snapshot& snapshot) {
   const StageFolder stage(destination.place.folder.get());
@@ -294,12 +303,7 @@ int carryOut(const FileRestoreArguments& arguments, const Destination& destinati
     }
     answer = runEngine(snapshot.path, arguments.path, false);
   }
-  const bool isPart = answer.status == kPartial;
-  if (answer.status != kSuccess && (!isPart || arguments.inPlace)) {
-    printError("nothing was changed: the snapshot does not give " + arguments.path +
-               (isPart ? " whole; without --in-place what it gives comes beside it" : ""));
-    return kFailure;
-  }
+  if (!isEnough(arguments, answer)) return kFailure;
   bool isWhole = true;
   if (const int error = publish(destination, stage.get(), arguments, snapshot, isWhole)) {
     printError(textOfError(destination.path, error));
@@ -345,8 +349,9 @@ int restoreFile(const FileRestoreArguments& given) {
   if (!destination) return kFailure;
   if (arguments.dryRun) {
     const EngineAnswer answer = runEngine(snapshot->path, arguments.path, true);
-    if (answer.status == kSuccess) tell(arguments, *destination, *snapshot, answer);
-    return answer.status == kSuccess ? kSuccess : kFailure;
+    if (!isEnough(arguments, answer)) return kFailure;
+    tell(arguments, *destination, *snapshot, answer);
+    return answer.status;
   }
   if (arguments.inPlace && !arguments.yes &&
       !confirmed("Put " + arguments.path + " back from " + snapshot->name +
