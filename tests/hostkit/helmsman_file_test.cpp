@@ -7,12 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
-
 #include "host/files/files.h"
 #include "host_kit_root.h"
-#include "support/environment_number.h"
-#include "support/forked.h"
 #include "support/inode_flags.h"
 #include "support/mounts.h"
 #include "support/system_calls.h"
@@ -264,34 +260,6 @@ TEST_F(FileRestore, AnImmutableLiveFileIsSetAsideToo) {
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(root.readFile("/etc/conf"), "old");
   EXPECT_EQ(root.readFile("/etc/conf.previous"), "live");
-}
-
-/// HALYARD_ATTEMPTS restores (12) while the folder's owner swaps it for a link to another place.
-TEST_F(FileRestore, WhoeverSwapsTheFolderForALinkLeadsNothingElsewhere) {
-  root.writeFile(std::string(kSnapshot) + "/home/ada/d/secret", "old");
-  root.makeFolder("/home/ada/d");
-  root.makeFolder("/outside");
-  ASSERT_EQ(::chown(root.path("/home/ada").c_str(), 1815, 1815), 0);
-  ASSERT_EQ(::chown(root.path("/home/ada/d").c_str(), 1815, 1815), 0);
-  const std::string home = root.path("/home/ada");
-  const pid_t other = test::startForked([&] {
-    if (::setgid(1815) != 0 || ::setuid(1815) != 0 || ::chdir(home.c_str()) != 0) return 1;
-    if (::symlink("/outside", "link") != 0) return 2;
-    for (;;) (void)::renameat2(AT_FDCWD, "d", AT_FDCWD, "link", RENAME_EXCHANGE);
-  });
-  const unsigned attempts = test::numberFrom("HALYARD_ATTEMPTS", 12);
-  unsigned restored = 0;
-  for (unsigned attempt = 0; attempt < attempts; ++attempt) {
-    if (file({"/home/ada/d/secret", "--in-place", "--yes"}).status == 0) ++restored;
-    for (const char* name :
-         {"d/secret", "d/secret.previous", "link/secret", "link/secret.previous"}) {
-      root.remove(std::string("/home/ada/") + name);
-    }
-    ASSERT_THAT(host::listDirectory(root.path("/outside")), IsEmpty()) << attempt;
-  }
-  ::kill(other, SIGKILL);
-  EXPECT_EQ(test::exitStatusOf(other), 128 + SIGKILL);
-  RecordProperty("restored", static_cast<int>(restored));
 }
 
 }  // namespace
