@@ -46,26 +46,30 @@ int FolderReader::next(int folder, std::vector<FolderEntry>& entries) {
 }
 
 int FolderKinds::read(FolderReader& reader, int folder) {
-  kinds_.clear();
   names_.clear();
-  std::vector<FolderEntry> entries;
-  std::vector<std::pair<std::size_t, unsigned char>> places;
+  entries_.clear();
+  next_ = 0;
+  isSorted_ = false;
+  std::vector<FolderEntry> batch;
   do {
-    if (const int error = reader.next(folder, entries)) return error;
-    for (const FolderEntry& entry : entries) {
-      places.emplace_back(names_.size(), entry.type);
+    if (const int error = reader.next(folder, batch)) return error;
+    for (const FolderEntry& entry : batch) {
+      entries_.push_back({names_.size(), entry.type});
       names_.append(entry.name).push_back('\0');
     }
-  } while (!entries.empty());
-  kinds_.reserve(places.size());
-  for (const auto& [place, kind] : places) kinds_.emplace(names_.c_str() + place, kind);
+  } while (!batch.empty());
   return ::lseek(folder, 0, SEEK_SET) == 0 ? 0 : errno;
 }
 
-std::optional<unsigned char> FolderKinds::find(std::string_view name) const {
-  const auto found = kinds_.find(name);
-  if (found == kinds_.end()) return std::nullopt;
-  return found->second;
+/// A copy lists its items mostly in the order in which they are asked for.
+std::optional<unsigned char> FolderKinds::find(std::string_view name) {
+  if (next_ < entries_.size() && nameOf(entries_[next_]) == name) return entries_[next_++].kind;
+  const auto byName = [this](const Entry& entry) { return nameOf(entry); };
+  if (!isSorted_) std::ranges::sort(entries_, {}, byName);
+  isSorted_ = true;
+  const auto found = std::ranges::lower_bound(entries_, name, {}, byName);
+  if (found == entries_.end() || nameOf(*found) != name) return std::nullopt;
+  return found->kind;
 }
 
 void NameQueue::add(const char* name) { names_.append(name).push_back('\0'); }

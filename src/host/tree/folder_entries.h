@@ -11,7 +11,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace halyard::host {
@@ -43,11 +42,19 @@ class FolderKinds {
   int read(FolderReader& reader, int folder);
 
   /// As d_type of readdir(3); absent when there is no such name.
-  std::optional<unsigned char> find(std::string_view name) const;
+  std::optional<unsigned char> find(std::string_view name);
 
  private:
-  std::string names_;
-  std::unordered_map<std::string_view, unsigned char> kinds_;  ///< Of names in names_.
+  struct Entry {
+    std::size_t name;  ///< Where in names_ it starts.
+    unsigned char kind;
+  };
+  std::string_view nameOf(const Entry& entry) const { return names_.c_str() + entry.name; }
+
+  std::string names_;           ///< Each ended by a NUL.
+  std::vector<Entry> entries_;  ///< In the order of the folder, until a search needs another one.
+  std::size_t next_ = 0;        ///< Follows the entry that was found last.
+  bool isSorted_ = false;
 };
 
 /// Names kept for later, first in, first out, without an allocation for each.
