@@ -255,10 +255,6 @@ KnownFlags SourceIndex::flagsOfRoot() const {
   return unpacked(hasFlags_ ? rootFlags_ : kUnknownFlags);
 }
 
-SourceIndex::Folder SourceIndex::below(const IndexEntry& entry) const {
-  return S_ISDIR(entry.mode) ? at(entry.size) : Folder();
-}
-
 void SourceIndex::listFiles() const {
   folders_.push_back({0, nullptr, root()});
   for (std::uint32_t at = 0; at < folders_.size(); ++at) {
@@ -276,10 +272,15 @@ void SourceIndex::listFiles() const {
       files_, {}, [](const KnownFile& file) { return std::pair(file.inode, file.lacksDigest); });
 }
 
-std::optional<SourceIndex::Place> SourceIndex::findAnywhere(std::uint64_t inode) const {
-  if (folders_.empty()) listFiles();
+const SourceIndex::KnownFile* SourceIndex::fileOf(std::uint64_t inode) const {
+  std::call_once(isListed_, [this] { listFiles(); });
   const auto file = std::ranges::lower_bound(files_, inode, {}, &KnownFile::inode);
-  if (file == files_.end() || file->inode != inode) return std::nullopt;
+  return file == files_.end() || file->inode != inode ? nullptr : &*file;
+}
+
+std::optional<SourceIndex::Place> SourceIndex::findAnywhere(std::uint64_t inode) const {
+  const KnownFile* file = fileOf(inode);
+  if (file == nullptr) return std::nullopt;
   const KnownFolder& folder = folders_[file->folder];
   Place place;
   place.entry = &folder.contents.entries()[file->entry];

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -87,7 +88,9 @@ class SourceIndex {
   KnownFlags flagsOf(const IndexEntry& entry) const;
   KnownFlags flagsOfRoot() const;
   /// The folder that an entry stands for; an empty one when the entry is no folder.
-  Folder below(const IndexEntry& entry) const;
+  Folder below(const IndexEntry& entry) const {
+    return S_ISDIR(entry.mode) ? at(entry.size) : Folder();
+  }
 
   /// A regular file wherever it stands.
   struct Place {
@@ -97,6 +100,12 @@ class SourceIndex {
   };
   /// Of several names one whose digest is known. The first call goes through the whole index.
   std::optional<Place> findAnywhere(std::uint64_t inode) const;
+  /// The entry of a regular file wherever it stands, null when there is none. May be called in
+  /// another thread.
+  const IndexEntry* anyOf(std::uint64_t inode) const {
+    const KnownFile* file = fileOf(inode);
+    return file == nullptr ? nullptr : &folders_[file->folder].contents.entries()[file->entry];
+  }
 
  private:
   struct KnownFolder {
@@ -115,12 +124,14 @@ class SourceIndex {
   bool isTree() const;
   Folder at(std::uint64_t offset) const;
   void listFiles() const;
+  const KnownFile* fileOf(std::uint64_t inode) const;
 
   const char* bytes_;
   std::size_t length_;
   std::uint64_t root_ = 0;
   bool hasFlags_ = false;
   std::uint16_t rootFlags_ = 0;
+  mutable std::once_flag isListed_;           ///< Both of these.
   mutable std::vector<KnownFolder> folders_;  ///< The root first, each after its parent.
   mutable std::vector<KnownFile> files_;      ///< By inode, those with a digest first.
 };

@@ -19,6 +19,7 @@
 #include "snapwheel/owner_names.h"
 #include "snapwheel/source_index.h"
 #include "snapwheel/source_instant.h"
+#include "snapwheel/source_scout.h"
 #include "snapwheel/walk_memory.h"
 
 namespace halyard::snapwheel {
@@ -57,10 +58,19 @@ VolumeRecord VolumeWalk::run() {
   options.intoExisting = options.update;
   options.oneFileSystem = true;
   options.memory = &memory;
-  options.excluded = [&](std::string_view path) { return instant.isOwn(path) || leavesOut(path); };
+  const auto isLeftOut = [&](std::string_view path) {
+    return instant.isOwn(path) || source_.leavesOut(path);
+  };
+  options.excluded = [&](std::string_view path) {
+    tellFalseHandOver(path);
+    return isLeftOut(path);
+  };
   options.failed = [this](std::string_view path, int error) { return goesOn(path, error); };
-  host::Descriptor folder(::fcntl(instant.folder().get(), F_DUPFD_CLOEXEC, 0));
-  const auto report = host::copyTree(host::Location{std::move(folder), "."}, place_.path, options);
+  const host::Location root{host::Descriptor(::fcntl(instant.folder().get(), F_DUPFD_CLOEXEC, 0)),
+                            "."};
+  SourceScout scout({root, options.reference, isLeftOut, before.get()});
+  options.scout = &scout;
+  const auto report = host::copyTree(root, place_.path, options);
   // Without the root of "/" there is nothing that a snapshot could lack parts of.
   const bool isNothing = report.items == 0 && source_.place().isRoot();
   if (fatal_ == 0 && (report.ended || isNothing)) {
@@ -97,12 +107,10 @@ DamageRecord VolumeWalk::damageOfReference() const {
   return damage;
 }
 
-bool VolumeWalk::leavesOut(std::string_view path) {
-  if (source_.isFalseHandOver(path)) {
-    hostkit::printWarning(source_.path() + "/" + std::string(path) +
-                          ": left out: a snapshot holds the services' backup of \"/\" alone");
-  }
-  return source_.leavesOut(path);
+void VolumeWalk::tellFalseHandOver(std::string_view path) const {
+  if (!source_.isFalseHandOver(path)) return;
+  hostkit::printWarning(source_.path() + "/" + std::string(path) +
+                        ": left out: a snapshot holds the services' backup of \"/\" alone");
 }
 
 void VolumeWalk::noteTorn(const std::string& pathInVolume) {

@@ -33,7 +33,7 @@ class VolumeWalk {
  private:
   void removeFalseHandOver() const;
   DamageRecord damageOfReference() const;
-  bool leavesOut(std::string_view path);
+  void tellFalseHandOver(std::string_view path) const;
   void noteTorn(const std::string& path);
   bool goesOn(std::string_view path, int error);
   VolumeRecord recordOf(const host::TreeCopyReport& report) const;

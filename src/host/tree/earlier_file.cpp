@@ -13,6 +13,13 @@
 
 namespace halyard::host {
 
+bool isAlike(int folder, const char* name, const struct stat& status) {
+  struct stat there = {};
+  return errorOf([&] { return ::fstatat(folder, name, &there, AT_SYMLINK_NOFOLLOW); }) == 0 &&
+         (there.st_mode & S_IFMT) == (status.st_mode & S_IFMT) &&
+         (!S_ISREG(status.st_mode) || there.st_size == status.st_size);
+}
+
 EarlierFile openEarlier(QuietOpener& opener, int folder, const char* name,
                         const TreeMemory::Earlier& known) {
   EarlierFile earlier;

@@ -27,6 +27,10 @@ struct EarlierFile {
   explicit operator bool() const { return static_cast<bool>(file); }
 };
 
+/// Whether something of the same kind, and of a file the size, stands under this name in an open
+/// folder.
+bool isAlike(int folder, const char* name, const struct stat& status);
+
 /// The regular file of this name in an open folder; none for anything else, and for a damaged one.
 EarlierFile openEarlier(QuietOpener& opener, int folder, const char* name,
                         const TreeMemory::Earlier& known);

@@ -49,14 +49,6 @@ GivenAttributes givenBy(const struct stat& status) {
   return {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
 }
 
-/// Whether something of the same kind, and of a file the size, stands there.
-bool isAlike(int folder, const char* name, const struct stat& status) {
-  struct stat there = {};
-  return statusOf(folder, name, there) == 0 &&
-         (there.st_mode & S_IFMT) == (status.st_mode & S_IFMT) &&
-         (!S_ISREG(status.st_mode) || there.st_size == status.st_size);
-}
-
 int makeLink(const FolderPair& folders, const char* fromName, const char* name) {
   std::array<char, PATH_MAX + 1> text{};
   const auto length = uninterrupted(
@@ -92,16 +84,22 @@ int ItemCopier::copy(FolderPair& folders, const char* fromName, const char* toNa
   if (memory_ == nullptr) return copyAfresh(folders, fromName, toName, type);
 
   struct stat status = {};
-  int error = statusOf(folders.source, fromName, status);
-  if (error != 0) return error;
+  if (folders.seen != nullptr) {
+    status = folders.seen->status;
+  } else if (const int error = statusOf(folders.source, fromName, status)) {
+    return error;
+  }
   if (S_ISDIR(status.st_mode)) return EISDIR;
-  error = ENOENT;
+  int error = ENOENT;
   if (memory_->isUnchanged(fromName, status)) {
     error = keep(folders, fromName, toName, status);
     if (error == 0 && memory_->wantsFlags()) {
       const Descriptor from(opener_.open(folders.source, fromName, kFileFlags));
       if (from) noteFlags(from.get());
     }
+  }
+  if (isLinkRefusal(error) && std::exchange(folders.seen, nullptr) != nullptr) {
+    return copy(folders, fromName, toName, type);  // As it is now.
   }
   isTorn_ = false;
   if (isLinkRefusal(error)) error = copyAfresh(folders, fromName, toName, type);
@@ -131,7 +129,8 @@ int ItemCopier::keep(FolderPair& folders, const char* fromName, const char* toNa
         isAsked ? isAlike(folders.target, toName, status) : kind == IFTODT(status.st_mode);
     error = stays ? 0 : ENOENT;
   } else if (folders.reference >= 0 && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) &&
-             isAlike(folders.reference, fromName, status)) {
+             (folders.seen != nullptr ? folders.seen->isAlike
+                                      : isAlike(folders.reference, fromName, status))) {
     error = place(folders, toName, [&](const char* name) {
       return errorOf(
           [&] { return ::linkat(folders.reference, fromName, folders.target, name, 0); });

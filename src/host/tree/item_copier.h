@@ -19,6 +19,7 @@
 #include "host/tree/item_attributes.h"
 #include "host/tree/quiet_opener.h"
 #include "host/tree/tree_copy.h"
+#include "host/tree/tree_scout.h"
 
 namespace halyard::host {
 
@@ -35,6 +36,7 @@ struct FolderPair {
   bool changed = false;         ///< Something in the target was made or replaced.
   bool handsDownFlags = false;  ///< The target gives new items inode flags of its own.
   int earlierRoot = -1;         ///< The root of the copy that the memory knows; -1 for none.
+  const TreeScout::Item* seen = nullptr;  ///< Of the item that is copied next; null for nothing.
   /// The first file that was made in the target, as it came out: its owner, group and device are
   /// those of the next ones too.
   std::optional<struct stat> firstMade;

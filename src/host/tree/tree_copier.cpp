@@ -247,6 +247,9 @@ int TreeCopier::copyEntries() {
 int TreeCopier::copyEntry(FolderPair& folders, const FolderEntry& entry) {
   if (isLeftOut(entry.name)) return 0;
   if (mayHaveStale()) names_.emplace_back(entry.name);
+  if (options_.scout != nullptr && entry.type != DT_DIR) {
+    folders.seen = options_.scout->find(path_, entry.name, entry.inode);
+  }
   const int error = items_.copy(folders, entry.name, entry.name, entry.type);
   if (error == 0) ++report_.items;
   tellLost(entry.name, items_.takeLost());

@@ -22,6 +22,7 @@
 #include "host/tree/inode_flags.h"
 #include "host/tree/item_attributes.h"
 #include "host/tree/tree_memory.h"
+#include "host/tree/tree_scout.h"
 
 namespace halyard::host {
 
@@ -101,6 +102,8 @@ struct TreeCopyOptions {
   /// reference, or in an update the destination: an item that it knows to be unchanged is not
   /// compared with that copy.
   TreeMemory* memory = nullptr;
+  /// With a memory: what it has seen needs no look. Null for none.
+  TreeScout* scout = nullptr;
   /// The tree that the memory remembers, where files that moved since are found; empty for none.
   std::string earlier;
 };
