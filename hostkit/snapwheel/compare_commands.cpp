@@ -116,7 +116,7 @@ int runDiff(const CommandOptions& options) {
   nlohmann::json differences = nlohmann::json::array();
   std::uint64_t count = 0;
   bool isKnown = true;
-  diffSnapshots(repository, request, [&](const Difference& difference) {
+  const auto notHeld = diffSnapshots(repository, request, [&](const Difference& difference) {
     ++count;
     isKnown = isKnown && !difference.isUnknown;
     if (options.json) {
@@ -130,9 +130,13 @@ int runDiff(const CommandOptions& options) {
         {"older", request.older}, {"newer", nullptr}, {"differences", nullptr}};
     if (!request.newer.empty()) document["newer"] = request.newer;
     document["differences"] = std::move(differences);
+    document["notHeld"] = notHeld;
     hostkit::printJson(document);
   } else {
     hostkit::printNote(count == 0 ? "no difference" : countText(count, "difference"));
+  }
+  for (const std::string& path : notHeld) {
+    hostkit::printWarning(path + ": neither of the two holds it");
   }
   return isKnown ? hostkit::kSuccess : hostkit::kPartial;
 }

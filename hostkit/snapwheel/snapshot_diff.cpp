@@ -135,17 +135,62 @@ class HostSide final : public Side {
   host::FolderReader reader_;
 };
 
+bool isAtOrBelow(const std::string& path, const std::string& folder) {
+  return folder.empty() || path == folder || path.starts_with(folder + "/");
+}
+
+/// The paths that are meant, all where none is named, and which of them were there to be compared.
+class AskedPaths {
+ public:
+  explicit AskedPaths(std::vector<std::string> paths)
+      : paths_(std::move(paths)), isMet_(paths_.size(), false) {}
+
+  bool isAsked(const std::string& path) const {
+    return paths_.empty() || std::ranges::any_of(paths_, [&](const std::string& asked) {
+             return isAtOrBelow(path, asked);
+           });
+  }
+  /// Or holds what is.
+  bool leadsToAsked(const std::string& path) const {
+    return isAsked(path) || std::ranges::any_of(paths_, [&](const std::string& asked) {
+             return isAtOrBelow(asked, path);
+           });
+  }
+  void meet(const std::string& path) {
+    meetIf([&](auto& asked) { return isAtOrBelow(path, asked); });
+  }
+  /// What is told as a whole stands for all in it.
+  void meetWhole(const std::string& path) {
+    meet(path);
+    meetIf([&](auto& asked) { return isAtOrBelow(asked, path); });
+  }
+  bool hasMet(std::size_t at) const { return isMet_[at]; }
+
+ private:
+  template <typename Condition>
+  void meetIf(Condition condition) {
+    for (std::size_t at = 0; at < paths_.size(); ++at) {
+      if (!isMet_[at] && condition(paths_[at])) isMet_[at] = true;
+    }
+  }
+
+  std::vector<std::string> paths_;
+  std::vector<bool> isMet_;
+};
+
 /// Two sides of one volume.
 class VolumeDiff {
  public:
-  VolumeDiff(SnapshotVolume volume, Side& older, Side& newer, const std::vector<std::string>& paths,
+  VolumeDiff(SnapshotVolume volume, Side& older, Side& newer, AskedPaths& asked,
              const std::function<void(const Difference&)>& tell)
-      : volume_(std::move(volume)), older_(older), newer_(newer), paths_(paths), tell_(tell) {}
+      : volume_(std::move(volume)), older_(older), newer_(newer), asked_(asked), tell_(tell) {}
 
   void run() {
     std::vector<Level> levels;
-    met_ = isAsked(volume_.hostPath(""));
-    if (met_) compareFolder("", false);
+    if (isAsked("")) {
+      asked_.meet(volume_.hostPath(""));
+      compareFolder("", false);
+    }
     levels.push_back(levelAt("", nullptr, nullptr));
     while (!levels.empty()) {
       Level& level = levels.back();
@@ -163,26 +208,24 @@ class VolumeDiff {
       const std::string& name = order <= 0 ? mine->name : other->name;
       const std::string path = level.path + (level.path.empty() ? "" : "/") + name;
       // Only a hostile index holds items without a name.
-      if (name.empty() || !leadsToAsked(volume_.hostPath(path))) continue;
-      met_ = met_ || order != 0 || isAsked(volume_.hostPath(path));
+      if (name.empty() || !asked_.leadsToAsked(volume_.hostPath(path))) continue;
+      asked_.meet(volume_.hostPath(path));
       if (order != 0) {
+        asked_.meetWhole(volume_.hostPath(path));
         tellOne(order < 0 ? Change::removed : Change::added, path,
                 order < 0 ? mine->entry : other->entry, order < 0 ? older_ : newer_);
       } else if (S_ISDIR(mine->entry.mode) && S_ISDIR(other->entry.mode)) {
         if (newer_.isHidden(path)) continue;
-        if (isAsked(volume_.hostPath(path))) {
+        if (isAsked(path)) {
           compareFolder(path, hasOtherFlags(mine->entry, other->entry));
         }
         Level below = levelAt(path, &mine->entry, &other->entry);
         levels.push_back(std::move(below));
-      } else if (isAsked(volume_.hostPath(path))) {
+      } else if (isAsked(path)) {
         compareItems(path, mine->entry, other->entry);
       }
     }
   }
-
-  /// Whether anything that was asked for was there to be compared.
-  bool hasMet() const { return met_; }
 
  private:
   struct Level {
@@ -197,16 +240,7 @@ class VolumeDiff {
     return {path, older_.itemsIn(path, mine), newer_.itemsIn(path, other)};
   }
 
-  bool isAsked(const std::string& path) const {
-    return paths_.empty() || std::ranges::any_of(paths_, [&](const std::string& asked) {
-             return asked.empty() || path == asked || path.starts_with(asked + "/");
-           });
-  }
-  bool leadsToAsked(const std::string& path) const {
-    return isAsked(path) || std::ranges::any_of(paths_, [&](const std::string& asked) {
-             return asked.starts_with(path + "/");
-           });
-  }
+  bool isAsked(const std::string& path) const { return asked_.isAsked(volume_.hostPath(path)); }
 
   void tellOne(Change change, const std::string& path, const IndexEntry& entry, Side& side) {
     Difference difference;
@@ -257,10 +291,9 @@ class VolumeDiff {
   SnapshotVolume volume_;
   Side& older_;
   Side& newer_;
-  const std::vector<std::string>& paths_;
+  AskedPaths& asked_;
   const std::function<void(const Difference&)>& tell_;
   ItemLook look_;
-  bool met_ = false;
 };
 
 /// "/srv/x/", "srv/x" -> "srv/x".
@@ -294,9 +327,10 @@ std::map<std::string, VolumeIndex> volumesByPlace(const Repository& repository,
 
 }  // namespace
 
-void diffSnapshots(const Repository& repository, const DiffRequest& request,
-                   const std::function<void(const Difference& difference)>& tell) {
-  const std::vector<std::string> paths = plainPaths(request.paths);
+std::vector<std::string> diffSnapshots(
+    const Repository& repository, const DiffRequest& request,
+    const std::function<void(const Difference& difference)>& tell) {
+  AskedPaths asked(plainPaths(request.paths));
   auto older = volumesByPlace(repository, request.older);
   auto newer = request.newer.empty() ? std::map<std::string, VolumeIndex>()
                                      : volumesByPlace(repository, request.newer);
@@ -305,9 +339,11 @@ void diffSnapshots(const Repository& repository, const DiffRequest& request,
                                           std::move(volume.index));
   };
   const auto tellWhole = [&](const std::string& place, Change change) {
-    tell({change, place.substr(1), S_IFDIR, 1, false, false, false});
+    const std::string path = place.substr(1);
+    if (!asked.leadsToAsked(path)) return;
+    asked.meetWhole(path);
+    tell({change, path, S_IFDIR, 1, false, false, false});
   };
-  bool hasMet = false;
   for (auto& [place, volume] : older) {
     const auto match = newer.find(place);
     const auto mine = sideOf(volume, request.older);
@@ -318,21 +354,23 @@ void diffSnapshots(const Repository& repository, const DiffRequest& request,
       other = sideOf(match->second, request.newer);
     }
     if (other) {
-      VolumeDiff both(volume.volume, *mine, *other, paths, tell);
-      both.run();
-      hasMet = hasMet || both.hasMet();
+      VolumeDiff(volume.volume, *mine, *other, asked, tell).run();
     } else {
-      hasMet = true;
       tellWhole(place, Change::removed);
     }
   }
   for (const auto& [place, volume] : newer) {
-    if (older.contains(place)) continue;
-    tellWhole(place, Change::added);
-    hasMet = true;
+    if (!older.contains(place)) tellWhole(place, Change::added);
+  }
+  std::vector<std::string> notHeld;
+  for (std::size_t at = 0; at < request.paths.size(); ++at) {
+    if (!asked.hasMet(at)) notHeld.push_back(request.paths[at]);
   }
   // Of what is not there at all nothing is the same.
-  if (!hasMet) throw Failure("neither of the two holds anything of what is named");
+  if (!notHeld.empty() && notHeld.size() == request.paths.size()) {
+    throw Failure("neither of the two holds anything of what is named");
+  }
+  return notHeld;
 }
 
 }  // namespace halyard::snapwheel

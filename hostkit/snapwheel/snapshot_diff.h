@@ -35,9 +35,10 @@ struct DiffRequest {
 };
 
 /// Tells each difference, in order of path within a volume. A folder that was added or removed is
-/// one. Throws Failure when a volume of a snapshot has no index that can be used, and
-/// when neither side holds any of the paths.
-void diffSnapshots(const Repository& repository, const DiffRequest& request,
-                   const std::function<void(const Difference& difference)>& tell);
+/// one. Returns the paths that neither side holds. Throws Failure when a volume of a snapshot has
+/// no index that can be used, and when neither side holds any of the paths.
+std::vector<std::string> diffSnapshots(
+    const Repository& repository, const DiffRequest& request,
+    const std::function<void(const Difference& difference)>& tell);
 
 }  // namespace halyard::snapwheel

@@ -95,6 +95,22 @@ TEST_P(SnapshotDiff, OfWhatNeitherHoldsIsRefused) {
   EXPECT_THAT(diff(first.name, second.name, {"/"}), IsEmpty());
 }
 
+TEST_P(SnapshotDiff, NamesEachPathThatNeitherHolds) {
+  const SnapshotOutcome first = take();
+  put("srv/new/one", "1");
+  remove("etc/group");
+  settle();
+  const SnapshotOutcome second = take();
+  const auto notHeld = [&](const std::vector<std::string>& paths) {
+    return diffSnapshots(*repository_, {first.name, second.name, paths, {}},
+                         [](const Difference&) {});
+  };
+  EXPECT_THAT(notHeld({"/etc/hosts", "/etc/hsots", "/nowhere/at/all", "/etc/group"}),
+              ElementsAre("/etc/hsots", "/nowhere/at/all"));
+  EXPECT_THAT(notHeld({"/srv/new/one", "/srv/", "/"}), IsEmpty());
+  EXPECT_THAT(notHeld({}), IsEmpty());
+}
+
 TEST_P(SnapshotDiff, TellsOtherFlags) {
   const SnapshotOutcome first = take();
   if (!test::setFlags(at("etc/hosts"), FS_NODUMP_FL)) GTEST_SKIP() << "there are no flags here";

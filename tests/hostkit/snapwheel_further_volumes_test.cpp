@@ -13,6 +13,7 @@
 #include "snapwheel/check_repository.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/restore_snapshot.h"
+#include "snapwheel/snapshot_diff.h"
 #include "support/items.h"
 
 namespace halyard::snapwheel {
@@ -359,6 +360,22 @@ TEST_P(FurtherVolumes, OneThatIsGoneIsMissedWithoutTheManifest) {
   restore.target = scratch_ / "target";
   EXPECT_THROW(restoreSnapshot(restore), Failure);
   EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
+}
+
+TEST_P(FurtherVolumes, OneThatOnlyOneSnapshotHoldsDiffersWhereItIsAskedFor) {
+  const SnapshotOutcome with = takeAll();
+  const SnapshotOutcome without = take();
+  const auto diff = [&](const std::vector<std::string>& paths) {
+    std::vector<std::string> told;
+    diffSnapshots(*repository_, {with.name, without.name, paths, {}},
+                  [&told](const Difference& difference) { told.push_back(difference.path); });
+    return told;
+  };
+  EXPECT_THAT(diff({"/etc"}), IsEmpty());
+  EXPECT_THROW(diff({"/nowhere"}), Failure);
+  EXPECT_THAT(diff({}), Contains("vol/data"));
+  EXPECT_THAT(diff({"/vol"}), Contains("vol/data"));
+  EXPECT_THAT(diff({"/vol/data/one"}), ElementsAre("vol/data"));
 }
 
 TEST_P(FurtherVolumes, OneThatCouldNotBeReadIsNotCalledRestored) {
