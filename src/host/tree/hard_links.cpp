@@ -26,6 +26,12 @@ void HardLinks::enter(const std::string& name) { path_.push_back({name, kUnnumbe
 
 void HardLinks::leave() { path_.pop_back(); }
 
+void HardLinks::rename(const std::string& name) {
+  Step& step = path_.back();
+  step.name = name;
+  if (step.number != kUnnumbered) folders_[step.number].name = keepName(name);
+}
+
 std::size_t HardLinks::keepName(const std::string& name) {
   const std::size_t start = names_.size();
   names_.append(name).push_back('\0');

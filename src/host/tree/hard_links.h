@@ -23,6 +23,8 @@ class HardLinks {
   int begin(int targetRoot);
   void enter(const std::string& name);
   void leave();
+  /// The current folder of the copy got another name.
+  void rename(const std::string& name);
 
   /// Makes `name` in the current folder of the copy, given as a descriptor too, another name of the
   /// copy of the item. ENOENT when that has not been copied yet.

@@ -9,9 +9,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/files/sync.h"
 #include "host/files/system_call.h"
+#include "host/files/temporary_name.h"
 #include "host/tree/change_time.h"
 #include "host/tree/remove_tree.h"
+#include "host/tree/replace_item.h"
 
 namespace halyard::host {
 
@@ -30,6 +33,7 @@ TreeCopier::TreeCopier(const TreeCopyOptions& options, SelfCopy selfCopy)
 TreeCopyReport TreeCopier::copy(const Location& source, const Location& target) {
   int error = copyRoot(source, target);
   if (error == 0) error = walk();
+  if (error != 0) discardUnfinished();
   report_.ended = error != 0;
   if (error != 0) report_.error = error;
   report_.complete = report_.error == 0;
@@ -135,7 +139,8 @@ int TreeCopier::enter(int sourceFolder, const char* fromName, int targetFolder,
     sourceRoot_ = identity;
     targetRoot_ = targetIdentity;
   } else {
-    items_.hardLinks().enter(fromName);
+    const std::string& temporary = levels_.back().temporary;
+    items_.hardLinks().enter(temporary.empty() ? fromName : temporary);
   }
   ++report_.items;
   names_.clear();
@@ -162,16 +167,30 @@ int TreeCopier::openTarget(int folder, const char* name, Descriptor& opened, Lev
     // Something else stands there and is replaced.
     level.isMerged = false;
     noteChange();
-    InodeFlags former = 0;
-    if (options_.flagged) (void)unlockItem(folder, name, former);  // A refusal shows below.
-    error = errorOf([&] { return ::unlinkat(folder, name, 0); });
-    if (error == 0) error = errorOf([&] { return ::mkdirat(folder, name, kPrivateMode); });
+    if (options_.update) {
+      error = errorOf([&] { return ::unlinkat(folder, name, 0); });
+      if (error == 0) error = errorOf([&] { return ::mkdirat(folder, name, kPrivateMode); });
+    } else {
+      error = makeTemporary(folder, name, level);
+      name = level.temporary.c_str();
+    }
     if (error != 0) return error;
     opened = Descriptor(uninterrupted([&] { return ::openat(folder, name, kFolderFlags); }));
   }
   error = opened ? prepareTarget(opened.get(), level) : errno;
   if (error != 0 && !level.isMerged) {
     (void)errorOf([&] { return ::unlinkat(folder, name, AT_REMOVEDIR); });
+  }
+  return error;
+}
+
+/// In a live folder what is replaced stands until all that takes its place is on disk.
+int TreeCopier::makeTemporary(int folder, const char* name, Level& level) {
+  level.name = name;
+  int error = EEXIST;
+  for (int attempt = 0; error == EEXIST && attempt < kTemporaryNameAttempts; ++attempt) {
+    level.temporary = temporaryName();
+    error = errorOf([&] { return ::mkdirat(folder, level.temporary.c_str(), kPrivateMode); });
   }
   return error;
 }
@@ -322,7 +341,7 @@ void TreeCopier::tellLost(std::string_view name, const LostAttributes& lost) {
 /// Gives the folder its attributes, last of all, since every item in it changed its times, and goes
 /// back up.
 int TreeCopier::leave() {
-  const Level level = std::move(levels_.back());
+  const Level& level = levels_.back();
   const bool isUntouched = options_.update && level.isMerged && level.isKnown && !level.isChanged;
   const bool keepsOwn = level.isMerged && options_.passedThrough && options_.passedThrough(path_);
   const int failure = isUntouched || keepsOwn ? 0 : tolerate(giveFolderAttributes(level), "");
@@ -332,11 +351,39 @@ int TreeCopier::leave() {
   if (reference_.size() == levels_.size() && reference_.pop() != 0) {
     reference_.clear();  // From here on all is copied afresh.
   }
-  levels_.pop_back();
+  int error = source_.pop();
+  if (error == 0) error = target_.pop();
+  if (error == 0 && !level.temporary.empty()) error = tolerate(publish(level), "");
+  if (error != 0) return error;
   path_.resize(level.pathLength);
+  levels_.pop_back();
   if (!levels_.empty()) items_.hardLinks().leave();
-  const int error = source_.pop();
-  return error != 0 ? error : target_.pop();
+  return 0;
+}
+
+/// Of a folder that was left; its parent is the current one.
+int TreeCopier::publish(const Level& level) {
+  const int parent = target_.current();
+  int error = syncFileSystem(parent).error().code;
+  const Locks locks = options_.flagged ? Locks::opened : Locks::respected;
+  if (error == 0) {
+    error = changePlaces(parent, level.temporary, level.name.c_str(), locks);
+  } else {
+    (void)removeTreeAt(parent, level.temporary);
+  }
+  if (error == 0) items_.hardLinks().rename(level.name);
+  return error;
+}
+
+/// What stands where such a folder was to come stays.
+void TreeCopier::discardUnfinished() {
+  for (; !levels_.empty(); levels_.pop_back()) {
+    while (target_.size() >= levels_.size()) {
+      if (target_.pop() != 0) return;
+    }
+    const std::string& temporary = levels_.back().temporary;
+    if (!temporary.empty() && !target_.empty()) (void)removeTreeAt(target_.current(), temporary);
+  }
 }
 
 }  // namespace halyard::host

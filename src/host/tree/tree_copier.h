@@ -48,6 +48,8 @@ class TreeCopier {
     bool isKnown;               ///< As it was when the earlier copy was made, as far as names go.
     bool isChanged;             ///< Something in the target folder was made, replaced or removed.
     std::size_t pathLength;     ///< Of the relative path of the folder above.
+    std::string temporary;      ///< Its name while what it replaces stands, empty for its own.
+    std::string name;           ///< The name that it gets in place of that one.
   };
 
   int copyRoot(const Location& source, const Location& target);
@@ -57,6 +59,7 @@ class TreeCopier {
   std::size_t appendToPath(std::string_view name);
   int enter(int sourceFolder, const char* fromName, int targetFolder, const char* toName);
   int openTarget(int folder, const char* name, Descriptor& opened, Level& level);
+  int makeTemporary(int folder, const char* name, Level& level);
   int prepareTarget(int folder, Level& level);
   int settleFlags(int folder, Level& level) const;
   void enterReference(const char* name);
@@ -66,6 +69,8 @@ class TreeCopier {
   bool mayHaveStale() const;
   void noteChange();
   int removeStale();
+  int publish(const Level& level);
+  void discardUnfinished();
   int giveFolderAttributes(const Level& level);
   void tellLost(std::string_view name, const LostAttributes& lost);
   int leave();
