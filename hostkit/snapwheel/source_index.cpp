@@ -22,8 +22,10 @@ namespace halyard::snapwheel {
 
 namespace {
 
-constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '3'};
-// Without flags, which stand where that one has zeros.
+constexpr char kMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '4'};
+// With other digests of files that hold long runs of zeros.
+constexpr char kAllZerosMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '3'};
+// Without flags, too, which stand where those have zeros.
 constexpr char kFlaglessMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '2'};
 constexpr char kFormerMagic[8] = {'S', 'W', 'I', 'N', 'D', 'E', 'X', '1'};  // Without digests.
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
@@ -82,7 +84,7 @@ bool isMagic(const char* bytes, const char (&magic)[8]) {
 
 /// The half of a former word that now is the mode comes first.
 bool hasKnownMagic(const char* bytes) {
-  return isMagic(bytes, kMagic) ||
+  return isMagic(bytes, kMagic) || isMagic(bytes, kAllZerosMagic) ||
          (std::endian::native == std::endian::little && isMagic(bytes, kFlaglessMagic));
 }
 
@@ -182,10 +184,14 @@ std::unique_ptr<SourceIndex> SourceIndex::open(const std::string& path,
       !isSound(file.get(), length, header.digest)) {
     return nullptr;
   }
-  void* bytes = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file.get(), 0);
+  const bool isFormer = !isMagic(header.magic, kMagic);
+  const int access = isFormer ? PROT_READ | PROT_WRITE : PROT_READ;
+  void* bytes = ::mmap(nullptr, length, access, MAP_PRIVATE, file.get(), 0);
   if (bytes == MAP_FAILED) return nullptr;
-  std::unique_ptr<SourceIndex> index(new SourceIndex(static_cast<const char*>(bytes), length));
-  return index->readHeader(identity) && index->isTree() ? std::move(index) : nullptr;
+  std::unique_ptr<SourceIndex> index(new SourceIndex(static_cast<char*>(bytes), length));
+  if (!index->readHeader(identity) || !index->isTree()) return nullptr;
+  if (isFormer) index->forgetOtherDigests();
+  return index;
 }
 
 bool SourceIndex::isDamaged(const std::string& path) {
@@ -199,14 +205,14 @@ bool SourceIndex::isDamaged(const std::string& path) {
   return index == nullptr;
 }
 
-SourceIndex::~SourceIndex() { ::munmap(const_cast<char*>(bytes_), length_); }
+SourceIndex::~SourceIndex() { ::munmap(bytes_, length_); }
 
 bool SourceIndex::readHeader(std::optional<std::string_view> identity) {
   Header header{};
   std::memcpy(&header, bytes_, sizeof header);
   if (header.identityLength > length_ - sizeof header) return false;
   root_ = header.root;
-  hasFlags_ = isMagic(header.magic, kMagic);
+  hasFlags_ = !isMagic(header.magic, kFlaglessMagic);
   rootFlags_ = header.rootFlags;
   return !identity || *identity == std::string_view(bytes_ + sizeof header, header.identityLength);
 }
@@ -226,6 +232,21 @@ bool SourceIndex::isTree() const {
     }
   }
   return true;
+}
+
+/// In this mapping alone: of what may hold a long run of zeros.
+void SourceIndex::forgetOtherDigests() {
+  std::vector<Folder> open = {root()};
+  while (!open.empty()) {
+    const std::span<const IndexEntry> entries = open.back().entries();
+    open.pop_back();
+    for (const IndexEntry& entry : entries) {
+      if (S_ISDIR(entry.mode)) open.push_back(below(entry));
+      if (!S_ISREG(entry.mode) || entry.size < kLongZeros) continue;
+      const auto at = reinterpret_cast<const char*>(&entry.digest) - bytes_;
+      std::memcpy(bytes_ + at, &kNoDigest, sizeof kNoDigest);
+    }
+  }
 }
 
 SourceIndex::Folder SourceIndex::at(std::uint64_t offset) const {

@@ -119,14 +119,15 @@ class SourceIndex {
     std::uint32_t entry;
     bool lacksDigest;
   };
-  SourceIndex(const char* bytes, std::size_t length) : bytes_(bytes), length_(length) {}
+  SourceIndex(char* bytes, std::size_t length) : bytes_(bytes), length_(length) {}
   bool readHeader(std::optional<std::string_view> identity);
   bool isTree() const;
+  void forgetOtherDigests();
   Folder at(std::uint64_t offset) const;
   void listFiles() const;
   const KnownFile* fileOf(std::uint64_t inode) const;
 
-  const char* bytes_;
+  char* bytes_;
   std::size_t length_;
   std::uint64_t root_ = 0;
   bool hasFlags_ = false;

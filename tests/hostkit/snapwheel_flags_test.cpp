@@ -201,7 +201,7 @@ TEST_P(Flags, AreReadAfterAnUpgradeAlthoughNothingChanged) {
   const std::string path = repository_->path(first.name) + "/.snapwheel/index";
   makeWritable(first);
   std::string bytes = Scratch::contents(path);
-  ASSERT_EQ(bytes.substr(0, 8), "SWINDEX3");
+  ASSERT_EQ(bytes.substr(0, 8), "SWINDEX4");
   bytes[7] = '2';
   ASSERT_TRUE(host::writeFile(path, bytes));
   const RestoreOutcome outcome = restore(first, at("older"));

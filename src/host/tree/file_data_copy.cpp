@@ -168,6 +168,9 @@ int FileDataCopier::read(int from, const struct stat& status) {
 }
 
 int FileDataCopier::compare(int left, int right, const struct stat& status) {
+  struct stat other = {};
+  if (const int error = errorOf([&] { return ::fstat(right, &other); })) return error;
+  if (other.st_size != status.st_size) return ENOENT;
   off_t end = 0;
   const auto compareAt = [&](const char* bytes, std::size_t count, off_t at) {
     end = at + static_cast<off_t>(count);
@@ -181,6 +184,15 @@ int FileDataCopier::compare(int left, int right, const struct stat& status) {
   const auto compareZeros = [&](std::uint64_t count, off_t at) {
     int error = 0;
     while (error == 0 && count > 0) {
+      // Where the other has a hole as well there is nothing to read, however long it is.
+      off_t data =
+          hasHoles(other) ? uninterrupted([&] { return ::lseek(right, at, SEEK_DATA); }) : at;
+      if (data < 0) data = errno == ENXIO ? other.st_size : at;
+      const auto skipped = std::min(count, static_cast<std::uint64_t>(std::max(data, at) - at));
+      at += static_cast<off_t>(skipped);
+      count -= skipped;
+      end = at;
+      if (count == 0) break;
       const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(count, kBufferBytes));
       error = compareAt(kZeros.data(), step, at);
       at += static_cast<off_t>(step);
