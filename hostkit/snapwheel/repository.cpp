@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <iterator>
 
 #include "base/text.h"
 #include "common/paths.h"
@@ -147,7 +148,9 @@ HostFolderListing Repository::list() const {
   const auto misplaced = std::stable_partition(
       listing.snapshots.begin(), listing.snapshots.end(),
       [this](const std::string& name) { return isListedDirectory(path(name)); });
-  listing.foreign.insert(listing.foreign.end(), misplaced, listing.snapshots.end());
+  // One that was removed since the folder was read is nothing at all.
+  std::copy_if(misplaced, listing.snapshots.end(), std::back_inserter(listing.foreign),
+               [this](const std::string& name) { return stands(path(name)); });
   listing.snapshots.erase(misplaced, listing.snapshots.end());
   std::sort(listing.foreign.begin(), listing.foreign.end());
   return listing;
