@@ -41,11 +41,18 @@ def ways_of(path, status):
     return ways
 
 
+def make_writable(path):
+    """The read-only subvolume of btrfs that it is in, if any."""
+    while path != "/":
+        path = os.path.dirname(path)
+        if subprocess.run(["btrfs", "property", "set", "-ts", path, "ro", "false"], check=False,
+                          capture_output=True).returncode == 0:
+            return
+
+
 def change(root, chance):
     """The path of what was changed, as tree_facts shows it; none when nothing could be."""
-    volume = os.path.dirname(root)
-    subprocess.run(["btrfs", "property", "set", "-ts", volume, "ro", "false"], check=False,
-                   capture_output=True)
+    make_writable(root)
     root = os.fsencode(root)
     paths = [os.path.join(folder, name) for folder, folders, files in os.walk(root)
              for name in folders + files]
