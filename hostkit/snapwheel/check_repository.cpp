@@ -211,18 +211,27 @@ class Check {
     int error = file ? 0 : errno;
     off_t length = 0;
     while (error == 0) {
-      const ssize_t piece =
-          host::uninterrupted([&] { return ::read(file.get(), buffer_.data(), buffer_.size()); });
+      // A hole may be longer than anybody can read.
+      const off_t data =
+          host::uninterrupted([&] { return ::lseek(file.get(), length, SEEK_DATA); });
+      struct stat now {};
+      if (data < 0 && errno == ENXIO && ::fstat(file.get(), &now) == 0) {
+        length = std::max(length, now.st_size);
+        break;
+      }
+      length = std::max(length, data);
+      const ssize_t piece = host::uninterrupted(
+          [&] { return ::pread(file.get(), buffer_.data(), buffer_.size(), length); });
       if (piece < 0) error = errno;
       if (piece <= 0) break;
       length += piece;
+      report_.bytesRead += static_cast<std::uint64_t>(piece);
     }
     if (error != 0) {
       problem(appendPath(root, item.path), hostkit::errnoText(error));
     } else if (length != item.status.st_size) {
       problem(appendPath(root, item.path), "ends early");
     }
-    report_.bytesRead += static_cast<std::uint64_t>(length);
   }
 
   static std::string joined(const std::vector<std::string>& names) {

@@ -28,6 +28,16 @@ std::string targetOf(const host::Descriptor& link) {
   return length < 0 ? std::string() : std::string(text.data(), static_cast<std::size_t>(length));
 }
 
+/// Follows no link on the way, and enters nothing that is mounted there.
+host::Descriptor openBelow(int folder, const std::string& path, int flags) {
+  struct open_how how {};
+  how.flags = static_cast<std::uint64_t>(flags) | O_NOFOLLOW | O_CLOEXEC;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
+  return host::Descriptor(host::uninterrupted([&] {
+    return static_cast<int>(::syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how));
+  }));
+}
+
 bool isSameTime(const struct timespec& left, const struct timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
 }
@@ -46,13 +56,18 @@ LookedAtTree::LookedAtTree(const std::string& root)
 }
 
 host::Descriptor LookedAtTree::open(const std::string& path, int flags) const {
-  struct open_how how {};
-  how.flags = static_cast<std::uint64_t>(flags) | O_NOFOLLOW | O_CLOEXEC;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
-  const char* const name = path.empty() ? "." : path.c_str();
-  return host::Descriptor(host::uninterrupted([&] {
-    return static_cast<int>(::syscall(SYS_openat2, root_.get(), name, &how, sizeof how));
-  }));
+  host::Descriptor above;
+  int folder = root_.get();
+  std::string_view left = path;
+  while (left.size() >= PATH_MAX) {  // One call takes no more.
+    const std::size_t end = left.rfind('/', PATH_MAX - 1);
+    if (end == std::string_view::npos) break;
+    above = openBelow(folder, std::string(left.substr(0, end)), O_PATH | O_DIRECTORY);
+    if (!above) return above;
+    folder = above.get();
+    left.remove_prefix(end + 1);
+  }
+  return openBelow(folder, left.empty() ? "." : std::string(left), flags);
 }
 
 ItemDifference ItemLook::compare(const LookedAtTree& left, const LookedAtTree& right,

@@ -99,11 +99,21 @@ host::Descriptor openTarget(const std::string& path) {
                 " there is a link that others than root may have made; name the folder itself");
 }
 
+std::string absolutePath(const std::string& path) {
+  return path.starts_with('/') ? path : host::realPath(".").value_or("") + "/" + path;
+}
+
+/// What a dry run does not need, and the restore itself does.
+void tellRefusal(const RestoreRequest& request, const std::vector<ChosenVolume>& volumes) {
+  const auto folder = hostkit::openTrustedFolder(absolutePath(request.target));
+  if (request.force || !folder) return;
+  if (!isRunningSystem(*folder) && isEmptyEnough(*folder, volumes)) return;
+  hostkit::printWarning(request.target + " is not empty: only --force writes there");
+}
+
 /// A target that may be written to.
 Target settleTarget(const RestoreRequest& request, const std::vector<ChosenVolume>& volumes) {
-  const std::string here = host::realPath(".").value_or("");
-  const bool isAbsolute = request.target.starts_with('/');
-  const std::string path = isAbsolute ? request.target : here + "/" + request.target;
+  const std::string path = absolutePath(request.target);
   // The working folder is open already: it is the one that was meant, wherever it stands by now.
   const bool isHere = request.target == ".";
   Target target{isHere ? host::Descriptor(::open(".", host::kFolderFlags)) : openTarget(path),
@@ -303,6 +313,7 @@ RestoreOutcome restoreSnapshot(const RestoreRequest& request) {
   outcome.notHeld = choice.notHeld;
   outcome.lack = tellLack(request.snapshotPath, choice);
   if (request.dryRun) {
+    tellRefusal(request, choice.volumes);
     previewRestore(request, choice, outcome);
     return outcome;
   }

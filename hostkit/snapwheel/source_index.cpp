@@ -17,6 +17,7 @@
 #include <numeric>
 
 #include "host/files/descriptor.h"
+#include "snapwheel/index_flags.h"
 
 namespace halyard::snapwheel {
 
@@ -46,37 +47,6 @@ struct BlockHeader {
   std::uint32_t count;
   std::uint32_t nameBytes;
 };
-
-/// Which flag each bit of an entry's flags stands for.
-constexpr std::array kFlagOfBit = {
-    FS_IMMUTABLE_FL, FS_APPEND_FL,  FS_NODUMP_FL,      FS_NOATIME_FL,
-    FS_SYNC_FL,      FS_DIRSYNC_FL, FS_NOCOW_FL,       FS_COMPR_FL,
-    FS_NOCOMP_FL,    FS_NOTAIL_FL,  FS_TOPDIR_FL,      FS_DAX_FL,
-    FS_SECRM_FL,     FS_UNRM_FL,    FS_PROJINHERIT_FL, FS_JOURNAL_DATA_FL};
-static_assert(std::accumulate(kFlagOfBit.begin(), kFlagOfBit.end(), host::InodeFlags{0},
-                              [](host::InodeFlags all, int flag) {
-                                return all | static_cast<host::InodeFlags>(flag);
-                              }) == host::kSettableFlags);
-/// No item is compressed and not compressed, so not all bits are set.
-constexpr std::uint16_t kUnknownFlags = 0xffff;
-
-std::uint16_t packed(const KnownFlags& flags) {
-  if (!flags) return kUnknownFlags;
-  unsigned bits = 0;
-  for (std::size_t bit = 0; bit < kFlagOfBit.size(); ++bit) {
-    if ((*flags & static_cast<host::InodeFlags>(kFlagOfBit[bit])) != 0) bits |= 1U << bit;
-  }
-  return static_cast<std::uint16_t>(bits);
-}
-
-KnownFlags unpacked(std::uint16_t bits) {
-  if (bits == kUnknownFlags) return std::nullopt;
-  host::InodeFlags flags = 0;
-  for (std::size_t bit = 0; bit < kFlagOfBit.size(); ++bit) {
-    if ((bits >> bit & 1U) != 0) flags |= static_cast<host::InodeFlags>(kFlagOfBit[bit]);
-  }
-  return flags;
-}
 
 bool isMagic(const char* bytes, const char (&magic)[8]) {
   return std::memcmp(bytes, magic, sizeof magic) == 0;
@@ -243,8 +213,12 @@ void SourceIndex::forgetOtherDigests() {
     for (const IndexEntry& entry : entries) {
       if (S_ISDIR(entry.mode)) open.push_back(below(entry));
       if (!S_ISREG(entry.mode) || entry.size < kLongZeros) continue;
-      const auto at = reinterpret_cast<const char*>(&entry.digest) - bytes_;
-      std::memcpy(bytes_ + at, &kNoDigest, sizeof kNoDigest);
+      const auto forget = [this](const auto& value, const auto& unknown) {
+        const auto at = reinterpret_cast<const char*>(&value) - bytes_;
+        std::memcpy(bytes_ + at, &unknown, sizeof value);
+      };
+      forget(entry.digest, kNoDigest);
+      forget(entry.changeTime, kUntrusted);  // The next walk reads it, and knows one.
     }
   }
 }

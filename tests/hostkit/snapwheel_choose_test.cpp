@@ -182,13 +182,18 @@ TEST_P(Chosen, ADryRunCountsAndWritesNothing) {
   scratch_.write("target/srv/one", "in the way");
   request_.dryRun = true;
   const auto before = listTree(request_.target);
+  testing::internal::CaptureStderr();
   const RestoreOutcome outcome = restore({"/srv"});
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("is not empty: only --force writes there"));
   EXPECT_EQ(outcome.items, 10U) << "the root, srv, and all in it";
   EXPECT_EQ(outcome.bytes, 8U + 100000U);
   EXPECT_EQ(outcome.replaced, 1U);
   EXPECT_EQ(listTree(request_.target), before);
   request_.target = scratch_ / "none";
+  testing::internal::CaptureStderr();
   EXPECT_EQ(restore({"/srv"}).replaced, 0U);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), IsEmpty());
   EXPECT_FALSE(Scratch::stands(scratch_ / "none"));
 }
 

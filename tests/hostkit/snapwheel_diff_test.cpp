@@ -7,7 +7,9 @@
 #include <linux/fs.h>
 #include <unistd.h>
 
+#include "host/files/descriptor.h"
 #include "host/files/files.h"
+#include "host/files/system_call.h"
 #include "snapshot_test.h"
 #include "snapwheel/failure.h"
 #include "snapwheel/snapshot_diff.h"
@@ -61,6 +63,25 @@ TEST_P(SnapshotDiff, OfAnUnchangedSourceIsNone) {
   const SnapshotOutcome first = take();
   const SnapshotOutcome second = take();
   EXPECT_THAT(diff(first.name, second.name), IsEmpty());
+}
+
+TEST_P(SnapshotDiff, ReachesWhatNoPathReaches) {
+  const std::string name(250, 'n');
+  host::Descriptor folder(::open(source_.c_str(), host::kFolderFlags));
+  for (int depth = 0; depth < 20; ++depth) {
+    ASSERT_EQ(::mkdirat(folder.get(), name.c_str(), 0755), 0);
+    folder = host::Descriptor(::openat(folder.get(), name.c_str(), host::kFolderFlags));
+  }
+  const host::Descriptor file(::openat(folder.get(), "f", O_WRONLY | O_CREAT, 0644));
+  ASSERT_EQ(::pwrite(file.get(), "1", 1, 0), 1);
+  settle();
+  const SnapshotOutcome first = take();
+  EXPECT_THAT(diff(first.name, take().name), IsEmpty());
+  ASSERT_EQ(::fchmod(file.get(), 0600), 0);
+  settle();
+  const auto found = diff(first.name, take().name);
+  ASSERT_THAT(found, SizeIs(1));
+  EXPECT_TRUE(found.front().ends_with("/f attributes"));
 }
 
 TEST_P(SnapshotDiff, TellsWhatWasAddedRemovedAndChanged) {

@@ -111,6 +111,32 @@ TEST(SourceIndex, TellsNamesOfOneInodeApart) {
   EXPECT_EQ(root.find(5, "four"), nullptr);
 }
 
+TEST(SourceIndex, OfAFormerFormatDoesNotKnowLongFiles) {
+  const test::Scratch scratch;
+  const std::string path = scratch / "index";
+  const host::ContentDigest digest = {1, 2};
+  SourceIndexWriter writer(path, "identity");
+  writer.enter("", item(2, S_IFDIR | 0755, 100), true);
+  writer.add("long", item(11, S_IFREG | 0644, 200, off_t{1} << 20), true, digest);
+  writer.enter("d", item(20, S_IFDIR | 0755, 400), true);
+  writer.add("short", item(12, S_IFREG | 0644, 200, (off_t{1} << 20) - 1), true, digest);
+  writer.leave();
+  writer.leave();
+  ASSERT_TRUE(writer.finish());
+  for (const char format : {'4', '3', '2'}) {
+    const host::Descriptor file(::open(path.c_str(), O_WRONLY));
+    ASSERT_EQ(::pwrite(file.get(), &format, 1, 7), 1);
+    const auto index = SourceIndex::open(path, "identity");
+    ASSERT_NE(index, nullptr) << format;
+    SourceIndex::Folder root = index->root();
+    SourceIndex::Folder inner = index->below(*root.find(20, "d"));
+    EXPECT_EQ(inner.find(12, "short")->digest, digest) << format;
+    EXPECT_EQ(root.find(11, "long")->digest == digest, format == '4') << format;
+    EXPECT_EQ(root.find(11, "long")->changeTime != kUntrusted, format == '4') << format;
+    EXPECT_FALSE(SourceIndex::isDamaged(path)) << format;
+  }
+}
+
 TEST(SourceIndex, IsRefusedForAnotherIdentity) {
   const test::Scratch scratch;
   EXPECT_EQ(SourceIndex::open(writeSample(scratch), "identitY"), nullptr);

@@ -7,8 +7,10 @@
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
 #include "snapshot_test.h"
+#include "snapwheel/check_repository.h"
 #include "snapwheel/owner_names.h"
 #include "snapwheel/remove_snapshots.h"
+#include "support/items.h"
 #include "support/mounts.h"
 
 namespace halyard::snapwheel {
@@ -95,6 +97,22 @@ TEST_P(TakeSnapshot, ANewSnapshotHasWhatChangedAndTheOldOneKeepsWhatWas) {
   EXPECT_EQ(listTree(volumeOf(second)), expected());
   EXPECT_EQ(listTree(volumeOf(first)), before);
   EXPECT_EQ(second.manifest.copied, 3U);
+}
+
+/// Who may make a file may make one that would take hours to read, and on XFS years.
+TEST_P(TakeSnapshot, AFileOfOneHugeHoleHoldsNothingUp) {
+  put("srv/huge", "x");
+  const off_t size = off_t{1} << 41;  // What an ext4 of small blocks takes.
+  ASSERT_EQ(::truncate(at("srv/huge").c_str(), size), 0);
+  settle();
+  const SnapshotOutcome first = take();
+  EXPECT_EQ(test::statusOf(volumeOf(first) + "/srv/huge").st_size, size);
+  // Without an index its contents are compared.
+  makeWritable(first);
+  ASSERT_EQ(::unlink((repository_->path(first.name) + "/.snapwheel/index").c_str()), 0);
+  const SnapshotOutcome second = take();
+  EXPECT_LT(second.manifest.copiedBytes, 1000U);
+  EXPECT_TRUE(checkRepository(*repository_, CheckDepth::contents).damaged.empty());
 }
 
 TEST_P(TakeSnapshot, AFolderThatBecameAFileIsReplaced) {

@@ -106,7 +106,8 @@ struct EngineAnswer {
 /// but for the place that nobody will find anything at.
 EngineAnswer runEngine(const std::string& snapshot, const std::string& path, bool dryRun) {
   std::vector<std::string> words = {"restore", snapshot, "--to", ".", "--path", path, "--json"};
-  if (dryRun) words.emplace_back("--dry-run");
+  // What stands in the working folder is not what it would write to.
+  if (dryRun) words.insert(words.end(), {"--dry-run", "--force"});
   const std::string stage = host::realPath(".").value_or("");
   const host::TaskResult result = host::RunTask(paths::kSnapshotTool, words);
   std::string said = result.error;
