@@ -234,7 +234,8 @@ class Bench:
         self.make_volume("restored")
         expected = self.facts(self.source, with_flags=True)
         status, _, err = self.run("restore", "latest", "--to", "/restored/tree")
-        if status != 0:
+        # It names by itself what is gone of a snapshot.
+        if status != 0 and not (self.tampers and status == 4):
             self.found(where, [f"restore ends with {status}: {err.strip()[:2000]}"])
         if status in (0, 4):
             self.restored += 1

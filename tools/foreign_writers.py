@@ -19,7 +19,7 @@ mknod open rename symlink sync-file touch utime verity xattr""".split()
 SIZES = """--copy-file-bytes 128m --fallocate-bytes 64m --fiemap-bytes 16m --hdd-bytes 16m
 --iomix-bytes 16m --sync-file-bytes 16m --dentries 1000 --dirdeep-inodes 600""".split()
 AT_ONCE = 6
-STRIPED_FILES, STRIPED_SECONDS = 80, 0.004
+STRIPED_FILES, STRIPED_SECONDS = 16, 0.01
 
 
 class StressNg:
@@ -105,7 +105,7 @@ def stripe(folder, seed):
     """Writes files of one letter each, all of a file by one call, until it is ended."""
     import random
     chance = random.Random(seed)
-    sizes = [chance.choice([20000, 90000, 300000]) for _ in range(STRIPED_FILES)]
+    sizes = [chance.choice([300000, 1000000, 4000000]) for _ in range(STRIPED_FILES)]
     while True:
         number = chance.randrange(STRIPED_FILES)
         with open(f"{folder}/{number}", "r+b" if os.path.exists(f"{folder}/{number}") else "wb",
