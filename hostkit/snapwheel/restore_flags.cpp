@@ -72,8 +72,6 @@ class FlagGiver {
   void meet(const IndexEntry& entry) {
     if (!S_ISREG(entry.mode) && !S_ISDIR(entry.mode)) return;
     const std::string name(levels_.back().folder.nameOf(entry));
-    // What is in an index was not always written by the engine.
-    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) return;
     const std::size_t length = path_.size();
     path_ += (path_.empty() ? "" : "/") + name;
     const Part part = selection_.partOf(path_);

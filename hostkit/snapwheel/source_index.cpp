@@ -77,6 +77,10 @@ bool isSound(int file, std::size_t length, const host::ContentDigest& digest) {
   return digester.digest() == digest;
 }
 
+bool isItemName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+}
+
 }  // namespace
 
 bool keepsChangeTimes(const std::string& path) {
@@ -187,18 +191,20 @@ bool SourceIndex::readHeader(std::optional<std::string_view> identity) {
   return !identity || *identity == std::string_view(bytes_ + sizeof header, header.identityLength);
 }
 
-/// Whether it tells no more than it has room for. One that was made to hold itself, or one block
-/// many times, would keep whoever walks through it busy for ever.
+/// Whether it tells no more than it has room for, and names only what can be in a folder. One that
+/// was made to hold itself, or one block many times, would keep whoever walks through it busy for
+/// ever; a name such as ".." would lead out of the snapshot, or of what is restored.
 bool SourceIndex::isTree() const {
   std::size_t left = length_ / sizeof(IndexEntry);
-  std::vector<std::span<const IndexEntry>> open = {root().entries()};
+  std::vector<Folder> open = {root()};
   while (!open.empty()) {
-    const std::span<const IndexEntry> entries = open.back();
+    const Folder folder = std::move(open.back());
     open.pop_back();
-    if (entries.size() > left) return false;
-    left -= entries.size();
-    for (const IndexEntry& entry : entries) {
-      if (S_ISDIR(entry.mode)) open.push_back(below(entry).entries());
+    if (folder.entries().size() > left) return false;
+    left -= folder.entries().size();
+    for (const IndexEntry& entry : folder.entries()) {
+      if (!isItemName(folder.nameOf(entry))) return false;
+      if (S_ISDIR(entry.mode)) open.push_back(below(entry));
     }
   }
   return true;

@@ -201,9 +201,15 @@ class Verification {
   }
 
   void verifyFile(const IndexEntry& entry, const std::string& name) {
+    struct stat status {};
+    const bool isThere =
+        ::fstatat(folders_.current(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isThere && !S_ISREG(status.st_mode)) {  // To open a device is to do something with it.
+      damage(ownKey(name), name, "is no file any more");
+      return;
+    }
     const host::Descriptor file(opener_.open(folders_.current(), name.c_str(),
                                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
     if (!file || ::fstat(file.get(), &status) != 0) {
       // Of a file that cannot be opened no part is known: each part tells.
       damage(ownKey(name), name, "cannot be opened: " + hostkit::errnoText(errno));
@@ -212,10 +218,6 @@ class Verification {
     Key key = sharedKey(file.get(), status);
     const bool isShared = !key.empty();
     if (!isShared) key = ownKey(name);
-    if (!S_ISREG(status.st_mode)) {
-      damage(key, name, "is no file any more");
-      return;
-    }
     if (status.st_ino % part_.count != part_.number - 1) {
       if (earlier_.paths.contains(pathOf(name))) stillDamaged_.insert(pathOf(name));
       return;

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstring>
+#include <string_view>
 
 #include "host/files/descriptor.h"
 #include "snapwheel/source_index.h"
@@ -256,6 +258,17 @@ TEST(SourceIndex, OneThatNamesABlockManyTimesIsRefused) {
   EXPECT_EQ(SourceIndex::open(scratch / "index"), nullptr);
   block.write(scratch / "index", 0);  // Where no block stands.
   EXPECT_NE(SourceIndex::open(scratch / "index"), nullptr);
+}
+
+TEST(SourceIndex, OneThatNamesWhatIsInNoFolderIsRefused) {
+  const test::Scratch scratch;
+  SharedBlock block;
+  for (const char* name : {"a", "..", ".", "", "a/b", "..."}) {
+    std::strncpy(block.names, name, sizeof block.names - 1);
+    block.write(scratch / "index", 0);
+    const bool isName = name == std::string_view("a") || name == std::string_view("...");
+    EXPECT_EQ(SourceIndex::open(scratch / "index") != nullptr, isName) << name;
+  }
 }
 
 }  // namespace

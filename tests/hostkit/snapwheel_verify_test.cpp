@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -100,6 +102,20 @@ TEST_P(Verify, WhatComesAndGoesMeanwhileIsNoProblem) {
   }
   other.join();
   EXPECT_THAT(problems, IsEmpty());
+}
+
+TEST_P(Verify, ADeviceInAFilesPlaceIsNotOpened) {
+  if (::geteuid() != 0) GTEST_SKIP() << "makes a device";
+  put("file", "data");
+  const SnapshotOutcome taken = take();
+  makeWritable(taken);
+  const std::string path = volumeOf(taken) + "/file";
+  ASSERT_EQ(::unlink(path.c_str()), 0);
+  // Of no driver: it cannot be opened.
+  ASSERT_EQ(::mknod(path.c_str(), S_IFCHR | 0600, makedev(511, 77)), 0);
+  const CheckReport report = verify();
+  ASSERT_THAT(problemsOf(report), SizeIs(1));
+  EXPECT_THAT(problemsOf(report)[0].text, HasSubstr("is no file any more"));
 }
 
 TEST_P(Verify, OneWrongBitIsFoundWithAllThatShareIt) {
