@@ -98,10 +98,10 @@ class SourceIndex {
     std::string folder;  ///< Relative to the root, empty for it.
     std::string name;
   };
-  /// Of several names one whose digest is known. The first call goes through the whole index.
+  /// Of several names one whose digest is known. The first call goes through the whole index. May
+  /// be called in another thread.
   std::optional<Place> findAnywhere(std::uint64_t inode) const;
-  /// The entry of a regular file wherever it stands, null when there is none. May be called in
-  /// another thread.
+  /// Its entry alone, null when there is none. May be called in another thread, too.
   const IndexEntry* anyOf(std::uint64_t inode) const {
     const KnownFile* file = fileOf(inode);
     return file == nullptr ? nullptr : &folders_[file->folder].contents.entries()[file->entry];

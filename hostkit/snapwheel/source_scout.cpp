@@ -37,7 +37,7 @@ std::string_view folderOf(std::string_view path) {
 
 host::Descriptor openBelow(int root, const std::string& path) {
   open_how how{};
-  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  how.flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
   how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
   const char* name = path.empty() ? "." : path.c_str();
   return host::Descriptor(static_cast<int>(::syscall(SYS_openat2, root, name, &how, sizeof how)));
@@ -106,7 +106,9 @@ void SourceScout::look(const host::WalkedItem& item) {
       referenceFolder_ && host::isAlike(referenceFolder_.get(), item.name, item.status);
   filling_.items.push_back({{item.status, isAlike}, filling_.names.size()});
   filling_.names.append(item.name).push_back('\0');
-  if (coldBatches_ > 0 && willBeRead(item.status)) readAhead(item);
+  if (coldBatches_ == 0 || !willBeRead(item.status)) return;
+  readAhead(item);
+  if (!isAlike) lookAtEarlier(item.status.st_ino);
 }
 
 bool SourceScout::willBeRead(const struct stat& status) const {
@@ -123,6 +125,13 @@ void SourceScout::readAhead(const host::WalkedItem& item) {
   const off_t length = std::min(item.status.st_size, kFirstBytes);
   (void)::posix_fadvise(file.get(), 0, length, POSIX_FADV_WILLNEED);
   filling_.bytes += static_cast<std::uint64_t>(length);
+}
+
+/// Of a file that moved the walk takes the copy under its earlier name.
+void SourceScout::lookAtEarlier(ino_t inode) const {
+  if (route_.before == nullptr || !referenceRoot_) return;
+  const auto place = route_.before->findAnywhere(inode);
+  if (place) (void)openBelow(referenceRoot_.get(), "./" + place->folder + "/" + place->name);
 }
 
 /// Gives what was seen to the walk and waits until that has come close.

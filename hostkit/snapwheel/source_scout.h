@@ -71,6 +71,7 @@ class SourceScout final : public host::TreeScout {
   void look(const host::WalkedItem& item);
   bool willBeRead(const struct stat& status) const;
   void readAhead(const host::WalkedItem& item);
+  void lookAtEarlier(ino_t inode) const;
   void handOver();
   void noteReading();
 
