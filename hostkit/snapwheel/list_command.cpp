@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "common/exit_status.h"
 #include "common/messages.h"
@@ -26,7 +27,7 @@ std::string lackText(std::uint64_t missing, std::uint64_t torn) {
          (torn == 1 ? "it was" : "they were") + " read";
 }
 
-nlohmann::json listEntry(const Repository& repository, const std::string& name) {
+nlohmann::json listEntry(const Repository& repository, const std::string& name, bool isLatest) {
   const std::string path = repository.path(name);
   const auto manifest = readManifest(path);
   nlohmann::json entry = manifest ? toJson(*manifest) : nlohmann::json::object();
@@ -35,7 +36,7 @@ nlohmann::json listEntry(const Repository& repository, const std::string& name) 
   entry["name"] = name;
   entry["path"] = path;
   entry["inProgress"] = isInProgress(name);
-  entry["latest"] = repository.latest() == name;
+  entry["latest"] = isLatest;
   if (!manifest) entry["complete"] = false;
   return entry;
 }
@@ -85,8 +86,9 @@ int runList(const CommandOptions& options) {
   std::vector<std::vector<std::string>> rows = {{"SNAPSHOT", "ITEMS", "SIZE", "NEW", "STATE"}};
   for (const std::string& computer : computers) {
     const Repository repository(own.destination(), computer);
+    const std::optional<std::string> latest = repository.latest();
     for (const std::string& name : allNames(repository)) {
-      nlohmann::json entry = listEntry(repository, name);
+      nlohmann::json entry = listEntry(repository, name, latest == name);
       std::vector<std::string> row = listRow(entry);
       if (options.allComputers) row.front().insert(0, computer + "/");
       rows.push_back(std::move(row));

@@ -29,7 +29,7 @@ std::string nameWhileRemoved(const std::string& name) {
 
 void removeOne(const Repository& repository, int folder, std::string name) {
   if (!isInProgress(name)) {
-    (void)settleLatest(repository, name);
+    if (repository.latest() == name) (void)settleLatest(repository, name);
     std::string doomed = nameWhileRemoved(name);
     // A read-only subvolume cannot be renamed everywhere; it goes in one step anyway.
     if (std::rename(repository.path(name).c_str(), repository.path(doomed).c_str()) == 0) {
@@ -114,6 +114,8 @@ std::string settleLatest(const Repository& repository, const std::string& withou
 
 void removeSnapshots(const Repository& repository, const std::vector<std::string>& names) {
   const host::Descriptor folder = repository.open();
+  // To settle it is to list all snapshots, so from here on only where it leads to one that goes.
+  if (!names.empty()) (void)settleLatest(repository);
   for (const std::string& name : names) removeOne(repository, folder.get(), name);
   // All of the file system: a subvolume goes by its next commit, not by a sync of the folder.
   const Status synced = host::syncFileSystem(repository.hostFolder());
