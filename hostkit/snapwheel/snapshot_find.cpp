@@ -36,12 +36,18 @@ bool isSameVersion(const IndexEntry& one, const IndexEntry& other) {
          one.changeTime != kUntrusted;
 }
 
+/// "/etc/nginx/", too, is the folder /etc/nginx.
+std::string withoutOuterSlashes(std::string pattern) {
+  while (pattern.ends_with('/')) pattern.pop_back();
+  return pattern.substr(pattern.starts_with('/') ? 1 : 0);
+}
+
 class Search {
  public:
   Search(const Repository& repository, const std::string& pattern)
       : repository_(repository),
         isForPaths_(pattern.find('/') != std::string::npos),
-        pattern_(pattern.substr(isForPaths_ && pattern.front() == '/' ? 1 : 0)),
+        pattern_(withoutOuterSlashes(pattern)),
         isPlain_(pattern_.find_first_of("*?[\\") == std::string::npos) {}
 
   FindReport run() {
@@ -82,7 +88,10 @@ class Search {
   bool matches(const SnapshotVolume& volume, const std::string& folder, std::string_view name) {
     if (name.empty()) return false;
     if (!isForPaths_ && isPlain_) return name == pattern_;
-    text_.assign(isForPaths_ ? volume.hostPath(folder) : "").append(name);
+    text_.clear();
+    if (isForPaths_) text_ = volume.hostPath(folder);
+    if (!text_.empty() && !text_.ends_with('/')) text_ += '/';  // At the top of a further volume.
+    text_.append(name);
     return ::fnmatch(pattern_.c_str(), text_.c_str(), isForPaths_ ? FNM_PATHNAME : 0) == 0;
   }
 

@@ -14,6 +14,7 @@
 #include "snapwheel/failure.h"
 #include "snapwheel/restore_snapshot.h"
 #include "snapwheel/snapshot_diff.h"
+#include "snapwheel/snapshot_find.h"
 #include "support/items.h"
 
 namespace halyard::snapwheel {
@@ -99,6 +100,22 @@ TEST_P(FurtherVolumes, ShareWithThePreviousSnapshotEach) {
   EXPECT_EQ(second.manifest.volumes.front().copied, 0U);
   EXPECT_EQ(listTree(further(second)), listTree(at("vol/data")));
   EXPECT_THAT(findings(CheckDepth::contents), IsEmpty());
+}
+
+TEST_P(FurtherVolumes, AreSearchedByTheWholePathFromTheirTopOn) {
+  takeAll();
+  const auto found = [this](const std::string& pattern) {
+    std::vector<std::string> paths;
+    for (const FoundItem& item : findInSnapshots(*repository_, pattern).items) {
+      paths.push_back(item.path);
+    }
+    return paths;
+  };
+  EXPECT_THAT(found("/vol/data/one"), ElementsAre("vol/data/one"));
+  EXPECT_THAT(found("/vol/data/d*"), ElementsAre("vol/data/deep"));
+  EXPECT_THAT(found("/vol/data/deep/"), ElementsAre("vol/data/deep"));
+  EXPECT_THAT(found("/vol/data/deep/*"), ElementsAre("vol/data/deep/two"));
+  EXPECT_THAT(found("/vol/data"), ElementsAre("vol/data"));
 }
 
 TEST_P(FurtherVolumes, OneThatIsNewIsCopiedAndTheFirstIsStillShared) {
