@@ -18,6 +18,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr char kSnapshot[] = "/Volumes/Backup/Archives.snapdb/files1/2026-11-20-020000/System";
 constexpr char kBeside[] = "/etc/conf.from-2026-11-20-020000";
@@ -70,6 +71,15 @@ TEST_F(FileRestore, PutsItBesideTheLiveOneWithoutAQuestion) {
   EXPECT_EQ(file({"/etc/conf"}).status, 1) << "nothing is replaced";
 }
 
+TEST_F(FileRestore, LeavesNothingElseOnAVolumeOnBtrfs) {
+  root.makeFolder("/srv/back");
+  const auto volume = test::TestMount::image(root.path("/srv/back"), "btrfs", 128);
+  if (!volume.isMounted()) GTEST_SKIP() << "no btrfs can be had here";
+  EXPECT_EQ(file({"/etc/folder/inside", "--to", "/srv/back"}).status, 0);
+  EXPECT_EQ(root.readFile("/srv/back/inside"), "old");
+  EXPECT_THAT(stagesIn("/srv/back"), IsEmpty());
+}
+
 TEST_F(FileRestore, InPlaceKeepsTheLiveOneAndUndoBringsItBack) {
   EXPECT_EQ(file({"/etc/conf", "--in-place"}).status, 1) << "nobody answered";
   EXPECT_EQ(root.readFile("/etc/conf"), "live");
@@ -84,7 +94,10 @@ TEST_F(FileRestore, InPlaceKeepsTheLiveOneAndUndoBringsItBack) {
 }
 
 TEST_F(FileRestore, BringsBackAFolderThatIsGone) {
-  EXPECT_EQ(file({"/etc/folder/", "--in-place", "--yes"}).status, 0);
+  const auto result = file({"/etc/folder/", "--in-place", "--yes"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr("to take it back: helmsman undo /etc/folder"));
+  EXPECT_THAT(result.err, Not(HasSubstr(".previous"))) << "nothing stood there";
   EXPECT_EQ(root.readFile("/etc/folder/inside"), "old");
   root.remove("/etc/folder");
   root.makeFolder("/srv/back");
@@ -253,13 +266,56 @@ TEST_F(FileRestore, WaitsForNobodyWhoHoldsTheHost) {
   EXPECT_EQ(file({"/etc/conf"}).status, 3);
 }
 
-TEST_F(FileRestore, AnImmutableLiveFileIsSetAsideToo) {
-  const test::UnlockedAtTheEnd unlocked(root.path("/etc"));
-  if (!test::setFlags(root.path("/etc/conf"), FS_IMMUTABLE_FL)) GTEST_SKIP() << "no flags here";
+class LockedFile : public FileRestore {
+ protected:
+  void SetUp() override {
+    FileRestore::SetUp();
+    if (IsSkipped()) return;
+    unlocked_ = std::make_unique<test::UnlockedAtTheEnd>(root.path("/etc"));
+    if (!lock("/etc/conf")) GTEST_SKIP() << "no flags here";
+  }
+  bool lock(const std::string& path) const {
+    return test::setFlags(root.path(path), FS_IMMUTABLE_FL);
+  }
+  bool isLocked(const std::string& path) const {
+    return (test::flagsOf(root.path(path)) & FS_IMMUTABLE_FL) != 0;
+  }
+
+ private:
+  std::unique_ptr<test::UnlockedAtTheEnd> unlocked_;
+};
+
+TEST_F(LockedFile, IsSetAsideAndComesBackByUndo) {
   const auto result = file({"/etc/conf", "--in-place", "--yes"});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(root.readFile("/etc/conf"), "old");
   EXPECT_EQ(root.readFile("/etc/conf.previous"), "live");
+  EXPECT_TRUE(isLocked("/etc/conf.previous"));
+  ASSERT_TRUE(lock("/etc/conf")) << "as what comes from a snapshot may be";
+  const auto undone = helmsman({"undo", "/etc/conf", "--yes"});
+  EXPECT_EQ(undone.status, 0) << undone.err;
+  EXPECT_EQ(root.readFile("/etc/conf"), "live");
+  EXPECT_EQ(root.readFile("/etc/conf.previous"), "old");
+  EXPECT_TRUE(isLocked("/etc/conf"));
+  EXPECT_TRUE(isLocked("/etc/conf.previous"));
+}
+
+TEST_F(LockedFile, ComesBackByUndoWhereNothingStood) {
+  ASSERT_EQ(file({"/etc/folder", "--in-place", "--yes"}).status, 0);
+  ASSERT_TRUE(lock("/etc/folder"));
+  EXPECT_EQ(helmsman({"undo", "/etc/folder", "--yes"}).status, 0);
+  EXPECT_TRUE(isLocked("/etc/folder.previous"));
+}
+
+TEST_F(LockedFile, IsRemovedByTidyWhenItWasSetAside) {
+  root.writeFile("/etc/folder/inside", "live");
+  ASSERT_TRUE(lock("/etc/folder/inside"));
+  ASSERT_EQ(file({"/etc/conf", "--in-place", "--yes"}).status, 0);
+  ASSERT_EQ(file({"/etc/folder", "--in-place", "--yes"}).status, 0);
+  const auto result = helmsman({"tidy", "--yes"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_FALSE(stands("/etc/conf.previous"));
+  EXPECT_FALSE(stands("/etc/folder.previous"));
 }
 
 }  // namespace

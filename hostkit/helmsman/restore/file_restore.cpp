@@ -18,11 +18,13 @@
 #include "base/text.h"
 #include "common/exit_status.h"
 #include "common/json_members.h"
+#include "common/machine.h"
 #include "common/messages.h"
 #include "common/question.h"
 #include "common/sizes.h"
 #include "common/times.h"
 #include "common/trusted_folder.h"
+#include "helmsman/restore/unlocked_item.h"
 #include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "helmsman/snapshots/host_snapshots.h"
@@ -74,9 +76,12 @@ class StageFolder {
   }
   /// By the open folder: nothing else is removed that somebody gave its name meanwhile.
   ~StageFolder() {
+    if (!folder_) return;
+    // A descriptor of btrfs lists what stood there when it was opened, which is nothing.
+    const host::Descriptor now(::openat(folder_.get(), ".", host::kFolderFlags));
     host::FolderReader reader;
     std::vector<host::FolderEntry> entries;
-    if (!folder_ || reader.next(folder_.get(), entries) != 0) return;
+    (void)reader.next(now.get(), entries);            // The removal tells.
     for (const host::FolderEntry& entry : entries) {  // Only the way to one item was put there.
       const std::string name(entry.name);
       host::unlockTree(folder_.get(), name.c_str());
@@ -135,31 +140,6 @@ host::Descriptor openStaged(int stage, const std::string& path, std::string& nam
   return at;
 }
 
-/// Gives an item another name, whatever its flags; `former` are those that it had.
-int moveUnlocked(int from, const std::string& name, int to, const std::string& newName,
-                 host::InodeFlags& former) {
-  struct stat status {};
-  former = 0;
-  if (::fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-  if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) {
-    if (const int error = host::unlockItem(from, name.c_str(), former)) return error;
-  }
-  return host::renameWithoutReplacing(from, name, to, newName);
-}
-
-/// False when it was unlocked and stays so, which is told.
-bool lockAgain(int folder, const std::string& name, host::InodeFlags flags) {
-  if ((flags & host::kLockingFlags) == 0) return true;
-  const host::Descriptor item(
-      ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  host::InodeFlags lacking = 0;
-  if (!item || host::setInodeFlags(item.get(), flags, lacking) != 0 || lacking != 0) {
-    printWarning(name + " could not be given its inode flags (see: lsattr)");
-    return false;
-  }
-  return true;
-}
-
 /// A mounted volume would be set aside with the folder that holds it, and not come back.
 bool holdsMount(const std::string& path) {
   for (const host::Volume& volume : host::mountedVolumes()) {
@@ -200,42 +180,54 @@ std::optional<Destination> findDestination(const FileRestoreArguments& arguments
   return std::nullopt;
 }
 
+/// What became of a restored item.
+struct Outcome {
+  bool isWhole = true;   ///< False when it lacks its inode flags.
+  bool wasLive = false;  ///< Something stood in its place.
+};
+
+/// Sets the live item aside, which keeps its flags there.
+int setAside(int folder, const std::string& name) {
+  UnlockedItem live(folder, name);
+  if (live.error() != 0) return live.error();
+  return host::renameWithoutReplacing(folder, name, folder, asidePath(name));
+}
+
+/// Gives the restored item its name.
+int giveName(int staged, const std::string& stagedName, const TrustedPlace& place,
+             Outcome& outcome) {
+  UnlockedItem restored(staged, stagedName);
+  if (restored.error() != 0) return restored.error();
+  const int error =
+      host::renameWithoutReplacing(staged, stagedName, place.folder.get(), place.name);
+  outcome.isWhole = restored.lockAgain();
+  return error;
+}
+
 /// Sets the live item aside and the restored one in its place, or leaves both as they were.
-/// `isWhole` becomes false when what was restored lacks its inode flags.
 int replaceLive(const Destination& destination, int staged, const std::string& stagedName,
-                const Snapshot& snapshot, bool& isWhole) {
+                const Snapshot& snapshot, Outcome& outcome) {
   const int folder = destination.place.folder.get();
   const std::string& name = destination.place.name;
-  const bool wasLive = identityAt(folder, name).isKnown();
+  const std::string aside = asidePath(name);
+  outcome.wasLive = identityAt(folder, name).isKnown();
   RestoreRecord record;
   record.service = destination.path;
   record.snapshot = snapshot.path;
   record.time = secondsNow();
-  record.items.push_back({destination.path, wasLive, identityAt(folder, name)});
+  record.items.push_back({destination.path, outcome.wasLive, identityAt(folder, name)});
   record.older = leftOf(readRestoreRecord(destination.path), record.items);
   if (!keepRestoreRecord(record)) {
     printError("nothing was done: the record for undo could not be written");
     return EIO;
   }
-  host::InodeFlags liveFlags = 0;
-  host::InodeFlags flags = 0;
-  int error = wasLive ? moveUnlocked(folder, name, folder, asidePath(name), liveFlags) : 0;
-  if (error != 0) {
-    lockAgain(folder, name, liveFlags);
-    return error;
-  }
-  error = moveUnlocked(staged, stagedName, folder, name, flags);
-  if (error != 0) {
-    host::InodeFlags none = 0;
-    if (wasLive && moveUnlocked(folder, asidePath(name), folder, name, none) != 0) {
+  if (const int error = outcome.wasLive ? setAside(folder, name) : 0) return error;
+  if (const int error = giveName(staged, stagedName, destination.place, outcome)) {
+    UnlockedItem live(folder, aside);
+    if (outcome.wasLive && host::renameWithoutReplacing(folder, aside, folder, name) != 0) {
       printError("the live one stands at " + asidePath(destination.path));
     }
-    lockAgain(folder, name, liveFlags);
     return error;
-  }
-  isWhole = lockAgain(folder, name, flags);
-  if ((liveFlags & host::kLockingFlags) != 0) {
-    printNote(asidePath(destination.path) + " is not immutable or append-only any more");
   }
   const Status synced = host::syncFolder(folder);
   record.finished = true;
@@ -244,24 +236,22 @@ int replaceLive(const Destination& destination, int staged, const std::string& s
 }
 
 int publish(const Destination& destination, int stage, const FileRestoreArguments& arguments,
-            const Snapshot& snapshot, bool& isWhole) {
+            const Snapshot& snapshot, Outcome& outcome) {
   std::string stagedName;
   const host::Descriptor staged = openStaged(stage, arguments.path, stagedName);
   if (!staged) return errno;
   if (arguments.inPlace) {
-    return replaceLive(destination, staged.get(), stagedName, snapshot, isWhole);
+    return replaceLive(destination, staged.get(), stagedName, snapshot, outcome);
   }
-  const int folder = destination.place.folder.get();
-  host::InodeFlags flags = 0;
-  const int error = moveUnlocked(staged.get(), stagedName, folder, destination.place.name, flags);
-  if (error != 0) return error;
-  isWhole = lockAgain(folder, destination.place.name, flags);
-  const Status synced = host::syncFolder(folder);
+  if (const int error = giveName(staged.get(), stagedName, destination.place, outcome)) {
+    return error;
+  }
+  const Status synced = host::syncFolder(destination.place.folder.get());
   return synced ? 0 : synced.error().code;
 }
 
 void tell(const FileRestoreArguments& arguments, const Destination& destination,
-          const Snapshot& snapshot, const EngineAnswer& answer) {
+          const Snapshot& snapshot, const EngineAnswer& answer, const Outcome& outcome) {
   if (arguments.json) {
     return printJson({{"path", arguments.path},
                       {"snapshot", snapshot.path},
@@ -275,8 +265,9 @@ void tell(const FileRestoreArguments& arguments, const Destination& destination,
   printLine(arguments.path + (arguments.dryRun ? " would be restored from " : " restored from ") +
             snapshot.name + " to " + destination.path + " (" + sizeText(answer.bytes) + ")");
   if (!arguments.inPlace || arguments.dryRun) return;
-  printNote("what stood there is beside it as .previous; to take it back: helmsman undo " +
-            arguments.path);
+  printNote((outcome.wasLive ? "what stood there is beside it as .previous"
+                             : std::string("nothing stood there before")) +
+            "; to take it back: helmsman undo " + shellWord(arguments.path));
 }
 
 /// Only what is whole takes a live item's place.
@@ -305,13 +296,13 @@ int carryOut(const FileRestoreArguments& arguments, const Destination& destinati
     answer = runEngine(snapshot.path, arguments.path, false);
   }
   if (!isEnough(arguments, answer)) return kFailure;
-  bool isWhole = true;
-  if (const int error = publish(destination, stage.get(), arguments, snapshot, isWhole)) {
+  Outcome outcome;
+  if (const int error = publish(destination, stage.get(), arguments, snapshot, outcome)) {
     printError(textOfError(destination.path, error));
     return kFailure;
   }
-  if (!isWhole) answer.status = kPartial;
-  tell(arguments, destination, snapshot, answer);
+  if (!outcome.isWhole) answer.status = kPartial;
+  tell(arguments, destination, snapshot, answer, outcome);
   return answer.status;
 }
 
@@ -351,7 +342,7 @@ int restoreFile(const FileRestoreArguments& given) {
   if (arguments.dryRun) {
     const EngineAnswer answer = runEngine(snapshot->path, arguments.path, true);
     if (!isEnough(arguments, answer)) return kFailure;
-    tell(arguments, *destination, *snapshot, answer);
+    tell(arguments, *destination, *snapshot, answer, {});
     return answer.status;
   }
   if (arguments.inPlace && !arguments.yes &&

@@ -22,6 +22,7 @@
 #include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "host/files/sync.h"
+#include "host/tree/inode_flags.h"
 #include "host/tree/remove_tree.h"
 
 namespace halyard::hostkit {
@@ -65,6 +66,7 @@ std::string removed(const RestoreRecord::Item& item) {
   const ItemIdentity there = identityAt(place.folder.get(), place.name);
   if (!there.isKnown()) return errnoText(errno);
   if (!isWhatWasSetAside(item, there)) return "it is not what was set aside";
+  host::unlockTree(place.folder.get(), place.name.c_str());
   if (const Status gone = host::removeTreeAt(place.folder.get(), place.name); !gone) {
     return errnoText(gone.error().code);
   }

@@ -18,6 +18,7 @@
 #include "common/trusted_folder.h"
 #include "helmsman/restore/file_restore.h"
 #include "helmsman/restore/server_units.h"
+#include "helmsman/restore/unlocked_item.h"
 #include "helmsman/run/host_work.h"
 #include "helmsman/run/restore_record.h"
 #include "helmsman/settings/services.h"
@@ -57,6 +58,14 @@ Status changePlaces(const std::string& path) {
     struct stat status {};
     return ::fstatat(place.folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   };
+  // Each keeps its flags, whatever its name.
+  std::optional<UnlockedItem> live;
+  std::optional<UnlockedItem> former;
+  if (isThere(place.name)) live.emplace(place.folder.get(), place.name);
+  if (isThere(aside)) former.emplace(place.folder.get(), aside);
+  for (const auto* item : {&live, &former}) {
+    if (*item && (*item)->error() != 0) return Error{(*item)->error(), path};
+  }
   const bool moved = isThere(place.name) && isThere(aside)
                          ? renamed(place.name, aside, RENAME_EXCHANGE)
                      : isThere(aside) ? renamed(aside, place.name, RENAME_NOREPLACE)
