@@ -167,8 +167,12 @@ TEST_F(HelmsmanPurge, ComparesAServiceThroughTheEngine) {
   const std::string name = "2026-11-20-020000";
   const auto now = helmsman({"diff", "depot", "latest"});
   EXPECT_EQ(now.out, "diff " + name + " --now /srv/depot /etc/depot.conf\n") << now.err;
-  EXPECT_EQ(helmsman({"diff", "depot", "2026-11-20", "latest"}).out,
+  EXPECT_THAT(now.err, HasSubstr("only these were compared: /srv/depot, /etc/depot.conf;"));
+  EXPECT_THAT(now.err, HasSubstr("helmsman verify depotHost --from " + name));
+  const auto two = helmsman({"diff", "depot", "2026-11-20", "latest"});
+  EXPECT_EQ(two.out,
             "diff " + name + " " + name + " /srv/depot /etc/depot.conf /.Halyards/depotHost\n");
+  EXPECT_EQ(two.err, "") << "all that the backup holds";
   EXPECT_EQ(helmsman({"diff", "depot", "2025"}).status, 1);
   EXPECT_EQ(helmsman({"find", "*.conf"}).out, "find -- *.conf\n");
 }

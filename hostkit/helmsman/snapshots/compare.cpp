@@ -36,7 +36,14 @@ int diff(const DiffArguments& arguments) {
     return kFailure;
   }
   words.insert(words.end(), paths.begin(), paths.end());
-  return callEngine(std::move(words), arguments.json ? AnswerAs::json : AnswerAs::text);
+  const int status = callEngine(std::move(words), arguments.json ? AnswerAs::json : AnswerAs::text);
+  if (isNow) {
+    std::string compared;
+    for (const std::string& path : paths) compared += (compared.empty() ? "" : ", ") + path;
+    printNote("only these were compared: " + compared + "; all that the backup of " + *service +
+              " holds is compared by: helmsman verify " + *service + " --from " + older->name);
+  }
+  return status;
 }
 
 int find(const FindArguments& arguments) {
