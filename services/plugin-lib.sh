@@ -87,6 +87,28 @@ optionalItems() { printf '%s\n' "${ownItems-}" | sed '/^$/d'; }
 
 exists() { [ -e "$1" ] || [ -L "$1" ]; }
 
+isMountPoint() {
+  while read -r _ _ _ _ mounted _; do
+    [ "$mounted" != "$1" ] || return 0
+  done </proc/self/mountinfo
+  return 1
+}
+
+# isAway PATH: when the volume that PATH is on, or one below it, is to be mounted by /etc/fstab and is not. What stands
+# there is not what the service has, and what is put there is hidden later.
+isAway() {
+  [ -r /etc/fstab ] && [ -r /proc/self/mountinfo ] || return 1
+  real=$(readlink -f -- "$1") || real=$1
+  while read -r source place _ options _; do
+    case $source,$place,,$options, in '#'* | *,noauto,*) continue ;; *,/?*) ;; *) continue ;; esac
+    case $real/ in "$place"/*) ;; *) case $place/ in "$real"/*) ;; *) continue ;; esac ;; esac
+    isMountPoint "$place" && continue
+    note "ERROR: the volume at $place is not mounted, and $1 may be on it"
+    return 0
+  done </etc/fstab
+  return 1
+}
+
 # makeParents SOURCE_ROOT TARGET_ROOT PATH: the folders above PATH below TARGET_ROOT, each with the owner, group and
 # mode that its twin below SOURCE_ROOT has.
 makeParents() {
@@ -128,6 +150,10 @@ saveOwnItems() {
   optionalItems | {
     result=0
     while IFS= read -r item; do
+      if isAway "$item"; then
+        result=1
+        continue
+      fi
       exists "$item" || continue
       mkdir -p -- "$folder/own"
       if makeParents '' "$folder/own" "$item" && cp -a -- "$item" "$folder/own$item"; then
@@ -182,6 +208,10 @@ putBackAll() {
   while IFS= read -r item; do
     exists "$2$item" || continue
     if exists "$item" && [ "$1" = keep ]; then continue; fi
+    if isAway "$item"; then
+      result=1
+      continue
+    fi
     if putBack "$2" "$item"; then
       note "put back $item"
     else

@@ -105,6 +105,28 @@ checkEqual "its last word is that it worked" "done siteHost" "$(tail -n 1 "$root
 rm "$root/tmp/journal"
 checkEqual "everything is back again" "Number of failures to match := 0" "$(failuresOf siteHost)"
 
+# /srv/www is the service's own, and its volume is away.
+put /srv/www/index.html 'of the volume'
+put /etc/fstab 'UUID=1 / ext4 defaults 0 1
+# UUID=2 /etc/nginx ext4 defaults 0 2
+UUID=3 /var ext4 noauto 0 2
+UUID=4 /srv ext4 defaults 0 2'
+put /proc/self/mountinfo '1 0 8:1 / / rw - ext4 /dev/sda1 rw
+2 1 8:2 / /srv rw - ext4 /dev/sda2 rw'
+check "siteHost backs up what is on a mounted volume" backup siteHost /etc/nginx /var/www
+mv -- "$root/srv/www" "$scratch/www"
+put /proc/self/mountinfo '1 0 8:1 / / rw - ext4 /dev/sda1 rw'
+check "a restore of what is on a volume that is not mounted fails" not plugin siteHost -cmd restore -opt all \
+  -path "$metadata/siteHost" -log "$log"
+checkContains "and says so" "ERROR: the volume at /srv is not mounted, and /srv/www may be on it" "$(tail -n 20 "$root$log")"
+check "and puts nothing below the mount point" test ! -e "$root/srv/www"
+rm -rf -- "$root$metadata/siteHost"
+check "a backup of what is on a volume that is not mounted fails" not backup siteHost /etc/nginx /var/www
+checkContains "and says so, too" "ERROR: the volume at /srv is not mounted" "$(tail -n 5 "$root$log")"
+mv -- "$scratch/www" "$root/srv/www"
+rm -rf -- "$root/etc/fstab" "$root/proc/self" "$root/srv/www" "$root$metadata/siteHost" "$root/etc/nginx.previous"
+check "siteHost backs up without a table of volumes" backup siteHost /etc/nginx /var/www
+
 before=$(cd "$root" && find etc var -printf '%p %m %s %T@\n' | sort)
 check "a restore without a saved service fails" not plugin siteHost -cmd restore -opt all -path /siteHost -log "$log"
 checkEqual "and does not say that it worked" "problem no saved service at '/siteHost'" "$(tail -n 1 "$root/tmp/journal")"
