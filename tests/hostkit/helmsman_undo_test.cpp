@@ -191,6 +191,22 @@ TEST_F(HelmsmanUndoes, NoMoreThanItCan) {
   EXPECT_EQ(root.readFile("/srv/depot"), "new data");
 }
 
+TEST_F(HelmsmanUndoes, ARestoreThatBrokeOffWhichStatusTells) {
+  restored();
+  const std::string broken = "the restore of depotHost, begun just now, did not come to its end";
+  EXPECT_THAT(helmsman({"status"}).out, Not(HasSubstr(broken)));
+  const std::string record = "/var/lib/halyard/undo/depotHost.json";
+  auto document = nlohmann::json::parse(root.readFile(record));
+  document["finished"] = false;
+  root.writeFile(record, document.dump());
+  const auto result = helmsman({"status", "--check"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out,
+              HasSubstr("Problem: " + broken + " (unless it still runs: helmsman undo depotHost)"));
+  EXPECT_EQ(helmsman({"undo", "depotHost", "--yes"}).status, 4);
+  EXPECT_THAT(helmsman({"status"}).out, Not(HasSubstr(broken)));
+}
+
 TEST_F(HelmsmanUndoes, NothingThatSomebodyElsePutAside) {
   restored();
   root.writeFile("/srv/keep", "");  // Keeps the number of the removed one from being used again.

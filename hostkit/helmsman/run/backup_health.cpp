@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <map>
 
+#include "common/machine.h"
 #include "common/paths.h"
 #include "common/times.h"
 #include "helmsman/run/current_run.h"
+#include "helmsman/run/restore_record.h"
 #include "helmsman/settings/servers.h"
 #include "helmsman/settings/services.h"
 #include "host/files/property_file.h"
@@ -130,6 +132,17 @@ void addOverdue(std::int64_t now, BackupHealth& health) {
   }
 }
 
+// A service that a restore left half way is no state to back up.
+void addBrokenRestores(std::int64_t now, BackupHealth& health) {
+  for (const RestoreRecord& record : readRestoreRecords()) {
+    const bool isOver = record.finished || record.undone;
+    if (isOver || std::ranges::none_of(record.items, standsAside)) continue;
+    health.problems.push_back({"the restore of " + record.service + ", begun " +
+                                   ageText(now - record.time) + ", did not come to its end",
+                               "unless it still runs: helmsman undo " + shellWord(record.service)});
+  }
+}
+
 }  // namespace
 
 BackupHealth backupHealth(std::int64_t now) {
@@ -149,6 +162,7 @@ BackupHealth backupHealth(std::int64_t now) {
   health.lastGood = lastGoodOf(health);
   addMissing(health);
   addOverdue(now, health);
+  addBrokenRestores(now, health);
   health.scrub = scrubHealth(now, health.snapshotsAreKnown() ? &health.snapshots : nullptr);
   health.problems.insert(health.problems.end(), health.scrub.problems.begin(),
                          health.scrub.problems.end());

@@ -45,8 +45,8 @@ struct BackupHealth {
   std::optional<std::int64_t> lastGood;
   ScrubHealth scrub;
   /// That no whole snapshot holds a service, that the last good backup is too old, that nothing
-  /// starts the next one, that snapshots are damaged or
-  /// were not read for long. What the record itself tells is not among them.
+  /// starts the next one, that a restore broke off, that snapshots are damaged or were not read
+  /// for long. What the record itself tells is not among them.
   std::vector<Problem> problems;
 
   bool snapshotsAreKnown() const { return destination.state == Destination::State::there; }
