@@ -204,6 +204,7 @@ TEST_F(HelmsmanPurge, AnEngineWithoutAnAnswerInJsonIsAFailure) {
   const auto busy = helmsman({"find", "x", "--json"});
   EXPECT_EQ(busy.status, 3);
   EXPECT_EQ(nlohmann::json::parse(busy.out, nullptr, false)["error"]["message"], "busy");
+  EXPECT_EQ(busy.out.find('\n'), busy.out.size() - 1) << "one line";
 }
 
 TEST_F(HelmsmanPurge, AsksFirst) {

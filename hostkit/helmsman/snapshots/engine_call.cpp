@@ -21,7 +21,11 @@ namespace {
 bool passOnJson(const std::string& output) {
   const nlohmann::json answer = nlohmann::json::parse(output, nullptr, false);
   if (!answer.is_object()) return false;
-  printJson(answer);
+  if (answer.contains("error")) {
+    printJsonLine(answer, JsonLine::last);
+  } else {
+    printJson(answer);
+  }
   return true;
 }
 
