@@ -42,7 +42,7 @@ std::string joined(const std::vector<std::string_view>& keys) {
 std::optional<std::vector<ConfigurationLine>> readConfiguration(
     const std::string& path, const std::vector<std::string_view>& keys, std::string& problem) {
   std::vector<ConfigurationLine> lines;
-  if (!host::exists(path)) return lines;
+  if (host::isAbsent(path)) return lines;
   const auto text = host::readFile(path, kLimit);
   if (!text) {
     problem = path + " cannot be read";
@@ -82,7 +82,7 @@ std::vector<ConfigurationLine> configurationLines(const std::string& path) {
 Status replaceConfigurationLines(const std::string& path, const std::vector<std::string_view>& keys,
                                  const std::vector<ConfigurationLine>& lines) {
   const auto text = host::readFile(path, kLimit);
-  if (!text && host::exists(path)) return Error{EIO, path};
+  if (!text && !host::isAbsent(path)) return Error{EIO, path};
   if (!text && lines.empty()) return {};
   const std::string before = text.value_or("");
   std::string kept;
@@ -97,7 +97,7 @@ Status replaceConfigurationLines(const std::string& path, const std::vector<std:
 
 Status addConfigurationLine(const std::string& path, std::string_view key, std::string_view value) {
   const auto before = host::readFile(path, kLimit);
-  if (!before && host::exists(path)) return Error{EIO, path};
+  if (!before && !host::isAbsent(path)) return Error{EIO, path};
   std::string text = before.value_or("");
   if (!text.empty() && !text.ends_with('\n')) text += '\n';
   text.append(key).append(" = ").append(value).append("\n");
@@ -107,7 +107,7 @@ Status addConfigurationLine(const std::string& path, std::string_view key, std::
 Status removeConfigurationLine(const std::string& path, std::string_view key,
                                std::string_view value) {
   const auto text = host::readFile(path, kLimit);
-  if (!text) return host::exists(path) ? Error{EIO, path} : Status();
+  if (!text) return host::isAbsent(path) ? Status() : Error{EIO, path};
   std::string kept;
   for (const std::string_view line : splitAt(trimLineFeeds(*text), '\n')) {
     const auto parsed = parseLine(line);

@@ -84,7 +84,7 @@ Exclusions Exclusions::parse(std::string_view text) {
 Exclusions Exclusions::defaults() { return parse(kDefaultExclusions); }
 
 std::optional<Exclusions> Exclusions::read(const std::string& path) {
-  if (!host::exists(path)) return defaults();
+  if (host::isAbsent(path)) return defaults();
   const auto text = host::readFile(path, kFileLimit);
   if (!text) return std::nullopt;
   return parse(*text);

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string_view>
 
 #include "base/text.h"
@@ -66,9 +67,10 @@ std::optional<std::vector<std::string>> incompleteReasons(const std::string& met
                                                           const std::string& service) {
   const std::string mark = joinPath(joinPath(metadataFolder, service), paths::kIncompleteMark);
   struct stat status {};
-  if (::lstat(mark.c_str(), &status) != 0) return std::nullopt;
+  const bool stands = ::lstat(mark.c_str(), &status) == 0;
+  if (!stands && (errno == ENOENT || errno == ENOTDIR)) return std::nullopt;
   std::vector<std::string> reasons;
-  const auto text = readMark(mark);
+  const auto text = stands ? readMark(mark) : std::nullopt;
   if (!text) return std::vector<std::string>{"its mark cannot be read"};
   for (const std::string_view line : splitAt(*text, '\n')) {
     if (!line.empty()) reasons.push_back(printable(line));

@@ -18,7 +18,7 @@ constexpr mode_t kNewFileMode = 0644;
 
 std::optional<PropertyDictionary> readPropertyFile(const std::string& path, std::string& problem) {
   problem.clear();
-  if (!host::exists(path)) return std::nullopt;
+  if (host::isAbsent(path)) return std::nullopt;
   auto dictionary = host::readDictionary(path);
   if (!dictionary) problem = path + " is no readable property list with a dictionary";
   return dictionary;

@@ -65,10 +65,10 @@ class Check {
     const std::size_t findings = report_.findings.size();
     const std::string path = repository_.path(name);
     lookAt(path);
-    if (host::exists(path)) {
-      ++report_.snapshots;
-    } else {
+    if (host::isAbsent(path)) {
       report_.findings.resize(findings);
+    } else {
+      ++report_.snapshots;
     }
   }
 

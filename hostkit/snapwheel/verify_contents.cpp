@@ -128,7 +128,7 @@ class Verification {
     host::Descriptor folder(::open(root.c_str(), host::kFolderFlags));
     host::Identity identity;
     if (!index || !folder || host::identify(folder.get(), identity) != 0) {
-      if (!host::exists(snapshot)) return;
+      if (host::isAbsent(snapshot)) return;
       auto& volumes =
           SourceIndex::isDamaged(indexPath) ? report_.damagedIndexes : report_.withoutDigests;
       volumes.push_back({name, volume});
@@ -145,7 +145,7 @@ class Verification {
     folders_.push(std::move(folder), identity);
     walk(*index);
     // A snapshot that is removed meanwhile loses its files first.
-    if (host::exists(root)) {
+    if (!host::isAbsent(root)) {
       keep(snapshot);
     } else {
       for (const Key& key : found_) forget(key);
@@ -279,7 +279,7 @@ class Verification {
     const WritableSnapshot writable(repository_, name_);
     const Status kept = writeDamage(volume_.records(snapshot), paths);
     // Of one that was removed meanwhile nothing is to be kept.
-    if (!kept && host::exists(snapshot)) report_.unrecorded.push_back(kept.error());
+    if (!kept && !host::isAbsent(snapshot)) report_.unrecorded.push_back(kept.error());
   }
 
   const Repository& repository_;

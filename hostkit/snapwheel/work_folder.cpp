@@ -218,8 +218,8 @@ void WorkFolder::publish(const Manifest& manifest) {
 std::string WorkFolder::discard() const {
   const bool untouched = !repository_.list().snapshots.empty();
   const std::string others = untouched ? "; the earlier snapshots are untouched" : "";
-  if (host::exists(repository_.path(name_))) return "the snapshot itself is kept";
-  if (!host::exists(path_)) return "no snapshot was made" + others;
+  if (!host::isAbsent(repository_.path(name_))) return "the snapshot itself is kept";
+  if (host::isAbsent(path_)) return "no snapshot was made" + others;
   if (host::removeWithSubvolumes(hostFolder_.get(), workName()))
     return "the unfinished snapshot was removed" + others;
   return "the unfinished snapshot " + path_ + " could not be removed" + others;

@@ -52,6 +52,19 @@ TEST(Exists, FollowsLinks) {
   EXPECT_FALSE(exists(scratch / "missing"));
 }
 
+TEST(IsAbsent, WhatCannotBeLookedAtIsNot) {
+  const Scratch scratch;
+  scratch.write("file");
+  ASSERT_EQ(::symlink("nothing", (scratch / "dangling").c_str()), 0);
+  ASSERT_EQ(::symlink("around", (scratch / "around").c_str()), 0);
+  EXPECT_FALSE(isAbsent(scratch / "file"));
+  EXPECT_TRUE(isAbsent(scratch / "nothing"));
+  EXPECT_TRUE(isAbsent(scratch / "file/below"));
+  EXPECT_TRUE(isAbsent(scratch / "dangling"));
+  EXPECT_FALSE(isAbsent(scratch / "around"));
+  EXPECT_FALSE(exists(scratch / "around"));
+}
+
 TEST(Exists, AnEmptyPathIsNothing) {
   EXPECT_FALSE(exists(""));
   EXPECT_FALSE(isDirectory(""));

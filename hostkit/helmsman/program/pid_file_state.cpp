@@ -200,7 +200,7 @@ PidFileState pidFileState() {
   const host::Descriptor file = openPidFile();
   if (file) return stateOf(file);
   PidFileState state;
-  if (host::exists(paths::kPidFile)) state.owner = Owner::unknown;
+  if (!host::isAbsent(paths::kPidFile)) state.owner = Owner::unknown;
   return state;
 }
 

@@ -68,11 +68,11 @@ bool findOrigin(const std::string& typed, std::optional<Snapshot>& origin, std::
 std::string obstacle() {
   const HandOver state = handOver();
   if (!state.waitsForRecovery()) return describe(state) + "; nothing was done";
-  if (host::exists(paths::kRestoreMarker)) {
+  if (!host::isAbsent(paths::kRestoreMarker)) {
     return std::string("an earlier restore ended early; when its reason is gone, remove ") +
            paths::kRestoreMarker + " and try again";
   }
-  if (host::exists(paths::kMetadataFolderAside)) {
+  if (!host::isAbsent(paths::kMetadataFolderAside)) {
     return std::string(paths::kMetadataFolderAside) +
            " is in the way: Halyard would remove it; move it elsewhere first";
   }

@@ -99,7 +99,7 @@ void judgeRecovery(Recovery& recovery, std::string_view progressLog, const PlugI
       service.problems.push_back(std::move(problem));
     }
   }
-  if (host::exists(paths::kMetadataFolder)) {
+  if (!host::isAbsent(paths::kMetadataFolder)) {
     recovery.problems.emplace_back(std::string(paths::kMetadataFolder) +
                                    " is still there: Halyard ended early");
   }

@@ -77,10 +77,18 @@ std::optional<Restoration> prepare(const RestoreArguments& arguments, std::strin
 // it is the content of a snapshot.
 std::string lossOfEarlier(const Restoration& restoration) {
   const auto earlier = readRestoreRecord(restoration.service);
+  if (!earlier && isRestoreRecordUnreadable(restoration.service)) {
+    for (const PlannedItem& item : restoration.plan) {
+      if (!item.inSnapshot || !item.live || host::isAbsent(asidePath(item.path))) continue;
+      return asidePath(item.path) +
+             " may be what an earlier restore set aside, and would be lost: the record of that "
+             "restore cannot be read; move it elsewhere, or give --force";
+    }
+  }
   if (!earlier || earlier->undone) return "";
   for (const PlannedItem& item : restoration.plan) {
     const auto isIt = [&item](const RestoreRecord::Item& kept) {
-      return kept.path == item.path && kept.wasLive && standsAside(kept);
+      return kept.path == item.path && kept.wasLive && mayStandAside(kept);
     };
     if (!item.inSnapshot || !item.live || std::ranges::none_of(earlier->items, isIt)) continue;
     return asidePath(item.path) + " is what the restore of " +

@@ -22,8 +22,8 @@ PlannedItem plannedItem(const std::string& path, bool configuration, const std::
   PlannedItem item;
   item.path = path;
   item.configuration = configuration;
-  item.inSnapshot = host::exists(appendPath(saved, path));
-  item.live = host::exists(path);
+  item.inSnapshot = !host::isAbsent(appendPath(saved, path));
+  item.live = !host::isAbsent(path);
   item.previous = identityOf(asidePath(path)).isKnown();
   item.before = identityOf(path);
   if (item.inSnapshot) item.bytes = treeBytes(appendPath(saved, path));

@@ -34,7 +34,7 @@ const char* programAfter(const ProgressStep& step) {
 
 std::optional<std::string> copyFailure(const EarlierBackups& earlier, const std::string& service,
                                        const std::string& file) {
-  if (host::exists(file)) return "could not copy " + file;
+  if (!host::isAbsent(file)) return "could not copy " + file;
   if (std::ranges::find(earlier.leftOut, file) != earlier.leftOut.end()) return std::nullopt;
   // Not the latest: that one may be the first that lacks it.
   const Snapshot* whole = newestWhole(earlier.snapshots, {service});

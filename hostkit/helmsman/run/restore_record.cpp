@@ -108,6 +108,11 @@ bool standsAside(const RestoreRecord::Item& item) {
   return isWhatWasSetAside(item, identityOf(asidePath(item.path)));
 }
 
+bool mayStandAside(const RestoreRecord::Item& item) {
+  const ItemIdentity there = identityOf(asidePath(item.path));
+  return there.isKnown() ? isWhatWasSetAside(item, there) : !host::isAbsent(asidePath(item.path));
+}
+
 std::string doubtOf(const RestoreRecord::Item& item) {
   if (item.aside.born != 0 || !standsAside(item)) return "";
   return asidePath(item.path) + " is not known for sure to be what the restore set aside: " +
@@ -148,6 +153,10 @@ std::optional<RestoreRecord> readRestoreRecord(const std::string& service) {
   auto record = restoreRecordFrom(nlohmann::json::parse(*bytes, nullptr, false));
   if (record && service.starts_with('/') && record->service != service) return std::nullopt;
   return record;
+}
+
+bool isRestoreRecordUnreadable(const std::string& service) {
+  return !readRestoreRecord(service) && !host::isAbsent(recordPath(service));
 }
 
 std::vector<RestoreRecord> readRestoreRecords() {

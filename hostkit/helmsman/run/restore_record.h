@@ -54,6 +54,8 @@ struct RestoreRecord {
 
 /// Whether what a record set aside still stands there.
 bool standsAside(const RestoreRecord::Item& item);
+/// The same, and true when that cannot be told.
+bool mayStandAside(const RestoreRecord::Item& item);
 
 /// Whether `there` is what the item set aside; by the number alone where the record has no more.
 bool isWhatWasSetAside(const RestoreRecord::Item& item, const ItemIdentity& there);
@@ -66,6 +68,8 @@ std::optional<RestoreRecord> restoreRecordFrom(const nlohmann::json& document);
 
 /// One record a service, or a path, is kept.
 std::optional<RestoreRecord> readRestoreRecord(const std::string& service);
+/// Whether there is one, or may be, that cannot be read.
+bool isRestoreRecordUnreadable(const std::string& service);
 /// Every record that can be read, by service.
 std::vector<RestoreRecord> readRestoreRecords();
 

@@ -33,7 +33,7 @@ bool hasInstalledDescriptor(std::string_view service) {
 std::string link(const ShippedDescriptor& shipped) {
   const std::string target = joinPath(kServiceFolder, shipped.fileName);
   const std::string path = joinPath(paths::kConfigurationFolder, shipped.fileName);
-  if (host::isSymbolicLink(path) && !host::exists(path)) (void)::unlink(path.c_str());
+  if (host::isSymbolicLink(path) && host::isAbsent(path)) (void)::unlink(path.c_str());
   if (::symlink(target.c_str(), path.c_str()) == 0) return {};
   return path + ": " + errnoText(errno);
 }

@@ -29,6 +29,10 @@ constexpr int kMinutesAfterMidnight = 2 * 60;
 bool provideFile(const char* folder, const char* path, const PropertyDictionary& content) {
   if (host::exists(path)) return true;
   std::string problem;
+  if (!host::isAbsent(path)) {
+    printError(std::string(path) + " cannot be looked at");
+    return false;
+  }
   if (provideFolder(std::string(folder), problem) == FolderOutcome::failed) {
     printError(problem);
     return false;
@@ -68,7 +72,7 @@ PropertyDictionary defaultEnginePreferences() {
 
 int repairSettings() {
   bool linked = true;
-  if (!host::exists(paths::kPreferenceFile) && host::isDirectory(kServiceFolder)) {
+  if (host::isAbsent(paths::kPreferenceFile) && host::isDirectory(kServiceFolder)) {
     std::string problem;
     linked =
         provideFolder(std::string(paths::kConfigurationFolder), problem) != FolderOutcome::failed &&

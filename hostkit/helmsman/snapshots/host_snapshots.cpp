@@ -38,10 +38,12 @@ void readServices(Snapshot& snapshot) {
     if (!isSigned) reasons.emplace_back("the backup carries no signature: it was interrupted");
     if (snapshot.inProgress) reasons.emplace_back("the snapshot is not complete");
     const std::string absent = joinPath(joinPath(snapshot.metadataFolder, entry), kAbsentMark);
+    const bool isAbsent = host::exists(absent);
+    if (!isAbsent && !host::isAbsent(absent)) reasons.push_back(absent + " cannot be looked at");
     if (!reasons.empty()) {
       snapshot.incomplete.push_back({entry, std::move(reasons)});
     } else {
-      (host::exists(absent) ? snapshot.absent : snapshot.services).push_back(entry);
+      (isAbsent ? snapshot.absent : snapshot.services).push_back(entry);
     }
   }
 }

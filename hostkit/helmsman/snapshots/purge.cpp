@@ -88,7 +88,7 @@ int purge(const PurgeArguments& arguments) {
 
   const std::string path = host::realPath(snapshot->path).value_or(snapshot->path);
   const host::TaskResult result = runHalyard({"-cmd", "purgeSnapShot", "-path", snapshot->path});
-  if (host::exists(snapshot->path)) {
+  if (!host::isAbsent(snapshot->path)) {
     const std::string reason(trimLineFeeds(result.output));
     printError(snapshot->name + " was not removed" + (reason.empty() ? "" : ": " + reason));
     return kFailure;

@@ -70,6 +70,12 @@ bool exists(const std::string& path) {
   return readStatus(path, status);
 }
 
+bool isAbsent(const std::string& path) {
+  struct stat status = {};
+  const int error = statusError(path, status);
+  return error == ENOENT || error == ENOTDIR;
+}
+
 bool isDirectory(const std::string& path) {
   struct stat status = {};
   return readStatus(path, status) && S_ISDIR(status.st_mode);

@@ -22,6 +22,9 @@
 namespace halyard::host {
 
 bool exists(const std::string& path);
+/// Whether it is sure that nothing is there. What cannot be looked at neither exists nor is absent:
+/// ask this before anything is made, or called gone, because it is not there.
+bool isAbsent(const std::string& path);
 bool isDirectory(const std::string& path);
 /// Whether the name itself is a folder, no link to one.
 bool isRealDirectory(const std::string& path);
