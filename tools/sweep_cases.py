@@ -107,6 +107,7 @@ class Case:
 
     program = "/usr/sbin/Halyard"
     name, words = "", []
+    again = None  # The command line that follows a kill; the same one where none is named.
     own = []  # Where the command may change something.
 
     def __init__(self, host):
@@ -124,6 +125,9 @@ class Case:
 
     def ready(self, root):
         """Makes what only the programs themselves can; the root holds the initial state."""
+
+    def placed(self, root):
+        """What has to be set right when the initial state is made again, such as inode numbers."""
 
     def is_done(self):
         """Whether the undisturbed run did its work."""

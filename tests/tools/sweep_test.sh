@@ -15,6 +15,7 @@ import tempfile
 import unittest
 
 import sweep_cases as cases
+import sweep_helmsman as helmsman
 import sweep_host as host
 import sweep_kit as kit
 
@@ -208,7 +209,7 @@ class EngineChecks(unittest.TestCase):
         self.assertEqual(self.found(case, after), ["/restored/srv/depot/a is half written"])
 
     def test_an_undo_that_loses_what_was_beside(self):
-        case = kit.HelmsmanUndo({})
+        case = helmsman.HelmsmanUndo({})
         for path in kit.ITEMS:
             cases.place(case.initial, path + ".previous", cases.part(case.initial, path))
         self.assertEqual(case.check_kill(Ended(-9), case.initial), [])
@@ -216,6 +217,58 @@ class EngineChecks(unittest.TestCase):
         del after["/srv/single.previous"]
         self.assertEqual(case.check_kill(Ended(-9), after),
                          ["/srv/single and what is beside it are not what they were"])
+
+    def file_restore(self):
+        """A folder that was changed since the snapshot, and what an undisturbed restore makes of it."""
+        case = helmsman.FileRestore({})
+        cases.place(case.initial, kit.REPOSITORY + "/2026-11-21-020000", saved_snapshot(case))
+        cases.place(case.initial, kit.REPOSITORY + "/2026-11-21-020000/System",
+                    cases.part(case.initial, "/data"))
+        saved = {"": cases.folder(), "/a": cases.file("saved")}
+        cases.place(case.initial, kit.REPOSITORY + "/2026-11-21-020000/System" + case.item, saved)
+        for path in cases.part(case.initial, kit.REPOSITORY + "/2026-11-21-020000/System" + case.item):
+            if path not in saved:
+                del case.initial[kit.REPOSITORY + "/2026-11-21-020000/System" + case.item + path]
+        after = dict(case.initial)
+        for path, item in cases.part(case.initial, case.item).items():
+            del after[case.item + path]
+            after[case.item + ".previous" + path] = item
+        cases.place(after, case.item, saved)
+        after[kit.STATE_FOLDER + "/undo/file-0.json"] = cases.file("{}")
+        return case, after
+
+    def test_a_file_restore_that_did_nothing_or_all_is_fine(self):
+        case, after = self.file_restore()
+        self.assertEqual(self.found(case, after, status=0), [])
+        self.assertEqual(self.found(case, case.initial), [])
+        self.assertEqual(case.check_again(Ended(0), after, case.initial), [])
+
+    def test_a_file_restore_that_loses_says_too_much_or_is_not_undone(self):
+        case, after = self.file_restore()
+        self.assertIn("ends with 0, but no record of it was kept",
+                      self.found(case, {path: item for path, item in after.items()
+                                        if "/undo/" not in path}, status=0))
+        self.assertIn("ends with 0, but /srv/depot is not restored",
+                      self.found(case, case.initial, status=0))
+        self.assertEqual(case.check_again(Ended(1), after, after),
+                         ["undo ends with 1 and does not bring /srv/depot back"])
+        half = dict(after) | {"/srv/depot/a": cases.file("sav")}
+        self.assertEqual(case.check_kill(Ended(-9), half), ["/srv/depot is half written"])
+        del after["/srv/depot.previous/a"]
+        self.assertEqual(case.check_kill(Ended(-9), after), ["what was at /srv/depot is lost"])
+
+    def test_a_configuration_file_that_is_written_anew(self):
+        case = helmsman.LeaveOut({})
+        self.assertEqual(self.found(case, case.initial), [])
+        new = dict(case.initial) | {case.path: cases.file(case.wanted().decode())}
+        self.assertEqual(self.found(case, new, status=0), [])
+        lost = dict(case.initial) | {case.path: cases.file("leave-out = /srv/single\n")}
+        self.assertEqual(self.found(case, lost), [f"{case.path} is neither old nor new"])
+
+    def test_preferences_that_lose_a_service(self):
+        case = helmsman.Disable({})
+        lost = dict(case.initial) | {case.path: cases.property_list({"services": {}})}
+        self.assertEqual(self.found(case, lost), [f"{case.path} is neither old nor new"])
 
     def test_a_record_that_is_half_written(self):
         case = engine_case(kit.Check)
