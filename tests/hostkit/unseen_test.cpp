@@ -119,5 +119,20 @@ TEST_F(Unseen, ARestoreKeepsWhatOneBeforeItSetAside) {
   EXPECT_EQ(helmsman({"restore", "depotHost", "--yes", "--force"}).status, 0);
 }
 
+TEST_F(Unseen, ARecordOfARestoreIsTold) {
+  ASSERT_EQ(helmsman({"restore", "depotHost", "--yes"}).status, 0);
+  root.writeFile("/var/lib/halyard/undo/other.json", "{");
+  const std::string told =
+      "helmsman: /var/lib/halyard/undo/other.json cannot be read; what it names stays\n";
+  auto result = helmsman({"tidy", "--dry-run"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr(told));
+  result = helmsman({"tidy", "--yes"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.err, HasSubstr(told));
+  EXPECT_FALSE(root.exists("/srv/depot.previous"));
+  EXPECT_EQ(helmsman({"tidy", "--yes"}).status, 1);
+}
+
 }  // namespace
 }  // namespace halyard::hostkit

@@ -44,13 +44,14 @@ std::uint64_t bytesOf(const std::string& path) {
   return treeBytes(host::Location{std::move(place->folder), std::move(place->name)});
 }
 
-std::vector<SetAside> findItems(std::int64_t before) {
+// What cannot be looked at may still be removed.
+std::vector<SetAside> findItems(std::int64_t before, std::vector<std::string>& unreadable) {
   std::vector<SetAside> found;
-  for (const RestoreRecord& record : readRestoreRecords()) {
+  for (const RestoreRecord& record : readRestoreRecords(unreadable)) {
     if (record.time > before) continue;
     for (const auto* list : {&record.items, &record.older}) {
       for (const RestoreRecord::Item& item : *list) {
-        if (!standsAside(item)) continue;
+        if (!mayStandAside(item)) continue;
         found.push_back({record.service, item, record.time, bytesOf(asidePath(item.path)), ""});
       }
     }
@@ -76,8 +77,10 @@ std::string removed(const RestoreRecord::Item& item) {
 
 // What is gone is nothing that undo can put back.
 bool keepInRecords(const std::vector<SetAside>& found) {
-  bool kept = true;
-  for (RestoreRecord record : readRestoreRecords()) {
+  std::vector<std::string> unreadable;
+  std::vector<RestoreRecord> records = readRestoreRecords(unreadable);
+  bool kept = unreadable.empty();
+  for (RestoreRecord& record : records) {
     bool changed = false;
     for (const SetAside& gone : found) {
       if (gone.service != record.service || !gone.problem.empty()) continue;
@@ -138,7 +141,7 @@ int carryOut(std::vector<SetAside>& found, bool asJson) {
     }
   }
   const bool kept = keepInRecords(found);
-  if (!kept) printError("a record of a restore could not be written");
+  if (!kept) printError("not every record of a restore could be brought up to date");
   if (asJson) printAnswer(found, true);
   if (!finishOutput() || (gone == 0 && !found.empty())) return kFailure;
   return gone == found.size() && kept ? kSuccess : kPartial;
@@ -172,7 +175,11 @@ int tidy(const TidyArguments& arguments) {
     }
     before -= *age;
   }
-  std::vector<SetAside> found = findItems(before);
+  std::vector<std::string> unreadable;
+  std::vector<SetAside> found = findItems(before, unreadable);
+  for (const std::string& path : unreadable) {
+    printError(path + " cannot be read; what it names stays");
+  }
   if (found.empty() || arguments.dryRun) {
     if (arguments.json) {
       printAnswer(found, false);
@@ -182,7 +189,7 @@ int tidy(const TidyArguments& arguments) {
       show(found);
     }
     if (!arguments.json) tellUnrecorded();
-    return finishOutput() ? kSuccess : kFailure;
+    return finishOutput() && unreadable.empty() ? kSuccess : kFailure;
   }
   if (!arguments.json) tellUnrecorded();
   if (!arguments.yes) {

@@ -71,9 +71,12 @@ std::string recordPath(const std::string& service) {
   return joinPath(kUndoFolder, name + std::string(kRecordEnd));
 }
 
-std::vector<std::string> recordedServices() {
+std::vector<std::string> recordedServices(std::vector<std::string>& unreadable) {
   std::vector<std::string> services;
-  for (const std::string& name : host::listDirectory(kUndoFolder)) {
+  std::vector<std::string> names;
+  const Status listed = host::listDirectory(kUndoFolder, names);
+  if (!listed && !host::isAbsent(kUndoFolder)) unreadable.emplace_back(kUndoFolder);
+  for (const std::string& name : names) {
     if (!name.ends_with(kRecordEnd)) continue;
     services.push_back(name.substr(0, name.size() - kRecordEnd.size()));
   }
@@ -160,10 +163,19 @@ bool isRestoreRecordUnreadable(const std::string& service) {
 }
 
 std::vector<RestoreRecord> readRestoreRecords() {
+  std::vector<std::string> ignored;
+  return readRestoreRecords(ignored);
+}
+
+std::vector<RestoreRecord> readRestoreRecords(std::vector<std::string>& unreadable) {
   std::vector<RestoreRecord> records;
-  for (const std::string& service : recordedServices()) {
+  for (const std::string& service : recordedServices(unreadable)) {
     auto record = readRestoreRecord(service);
-    if (record) records.push_back(std::move(*record));
+    if (record) {
+      records.push_back(std::move(*record));
+    } else {
+      unreadable.push_back(recordPath(service));
+    }
   }
   return records;
 }
@@ -179,7 +191,8 @@ bool keepRestoreRecord(const RestoreRecord& record) {
 
 bool dropRestoreRecords(std::int64_t time) {
   bool dropped = true;
-  for (const std::string& service : recordedServices()) {
+  std::vector<std::string> ignored;
+  for (const std::string& service : recordedServices(ignored)) {
     const auto record = readRestoreRecord(service);
     if (!record || record->time > time) continue;
     dropped = host::removeItem(recordPath(service)) && dropped;

@@ -72,6 +72,8 @@ std::optional<RestoreRecord> readRestoreRecord(const std::string& service);
 bool isRestoreRecordUnreadable(const std::string& service);
 /// Every record that can be read, by service.
 std::vector<RestoreRecord> readRestoreRecords();
+/// The same, and the paths of those that cannot; of their folder when it cannot be listed.
+std::vector<RestoreRecord> readRestoreRecords(std::vector<std::string>& unreadable);
 
 /// Keeps the record in place of the one before; on disk when it returns true.
 bool keepRestoreRecord(const RestoreRecord& record);

@@ -152,24 +152,34 @@ bool createDirectory(const std::string& path, const NamedAttributes& attributes)
 
 std::vector<std::string> listDirectory(const std::string& path) {
   std::vector<std::string> names;
+  (void)listDirectory(path, names);  // What cannot be listed is left out.
+  return names;
+}
+
+Status listDirectory(const std::string& path, std::vector<std::string>& names) {
+  names.clear();
   DIR* opened = nullptr;
   do {
     errno = 0;
     opened = ::opendir(path.c_str());
   } while (opened == nullptr && errno == EINTR);
   const std::unique_ptr<DIR, int (*)(DIR*)> folder(opened, ::closedir);
-  if (!folder) return names;
+  if (!folder) return Error{errno, path};
+  int error = 0;
   for (;;) {
     errno = 0;
     const struct dirent* entry = ::readdir(folder.get());
     if (entry == nullptr && errno == EINTR) continue;
-    if (entry == nullptr) break;
+    if (entry == nullptr) {
+      error = errno;
+      break;
+    }
     if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
       names.emplace_back(entry->d_name);
     }
   }
   std::ranges::sort(names);
-  return names;
+  return error == 0 ? Status() : Error{error, path};
 }
 
 std::optional<std::string> readFile(const std::string& path, std::size_t limit) {

@@ -65,6 +65,8 @@ bool createDirectory(const std::string& path, const NamedAttributes& attributes)
 /// The names in a folder without "." and "..", in ascending byte order; none when it cannot be
 /// listed. An unreadable rest of a listing is left out.
 std::vector<std::string> listDirectory(const std::string& path);
+/// The same, and the error when the names are not all that there are.
+Status listDirectory(const std::string& path, std::vector<std::string>& names);
 
 /// The bytes of a regular file of at most `limit` bytes; absent for anything else (a FIFO or a
 /// device is never waited for).
