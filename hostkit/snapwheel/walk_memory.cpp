@@ -12,6 +12,11 @@ namespace halyard::snapwheel {
 
 namespace {
 
+// The change time is set when a call that writes begins. One that writes much may wait for the disk
+// for so long, and have written half of it when the file is read.
+constexpr off_t kMuch = off_t{1} << 20;
+constexpr time_t kLongestWrite = 600;
+
 bool isSame(const IndexEntry& entry, const struct stat& status) {
   return entry.changeTime != kUntrusted && entry.changeTime == changeTimeOf(status) &&
          entry.mode == status.st_mode;
@@ -138,7 +143,9 @@ bool WalkMemory::isMark(std::string_view name) const {
 
 void WalkMemory::took(const char* name, const struct stat& status) {
   if (isMark(name)) return writer_.add(name, status, false, kNoDigest, flags_);
-  writer_.add(name, status, host::isBefore(status, began_), digest_, flags_);
+  struct timespec settled = began_;
+  if (S_ISREG(status.st_mode) && status.st_size >= kMuch) settled.tv_sec -= kLongestWrite;
+  writer_.add(name, status, host::isBefore(status, settled), digest_, flags_);
 }
 
 void WalkMemory::tookTorn(const char* name, const struct stat& status) {

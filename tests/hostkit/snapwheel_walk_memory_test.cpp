@@ -42,6 +42,17 @@ class KnownFile : public testing::Test {
     memory_->enter("", statusOf(kRoot, S_IFDIR | 0755));
   }
   bool isKnown() { return memory_->isUnchanged("file", file_); }
+  /// What the next walk will know of the file.
+  IndexEntry recorded() const {
+    SourceIndexWriter writer(scratch_ / "next", "identity");
+    WalkMemory walk(writer, {}, host::timeOfChanges(), [](const std::string&) {});
+    walk.enter("", statusOf(kRoot, S_IFDIR | 0755));
+    walk.took("file", file_);
+    walk.leave();
+    EXPECT_TRUE(writer.finish());
+    const auto index = SourceIndex::open(scratch_ / "next", "identity");
+    return index == nullptr ? IndexEntry{} : index->root().entries().front();
+  }
 
   struct stat file_ = statusOf(kFile, S_IFREG | 0644, 5);
 
@@ -72,6 +83,21 @@ TEST_F(KnownFile, IsAnotherWhenItChangedASecondLater) {
 TEST_F(KnownFile, IsAnotherWithAnotherMode) {
   file_.st_mode = S_IFREG | 0600;
   EXPECT_FALSE(isKnown());
+}
+
+TEST_F(KnownFile, IsReadAgainWhenAWriteOfMuchMayHaveBeenUnderWay) {
+  struct Case {
+    off_t size;
+    time_t age;
+    bool isTrusted;
+  };
+  for (const Case& one :
+       {Case{4096, 60, true}, Case{off_t{1} << 20, 60, false}, Case{off_t{1} << 20, 3600, true}}) {
+    file_.st_size = one.size;
+    file_.st_ctim = host::timeOfChanges();
+    file_.st_ctim.tv_sec -= one.age;
+    EXPECT_EQ(recorded().changeTime != kUntrusted, one.isTrusted) << one.size << " " << one.age;
+  }
 }
 
 }  // namespace
