@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "base/text.h"
 #include "common/exit_status.h"
@@ -15,6 +18,7 @@
 #include "common/sizes.h"
 #include "common/snapshot_pin.h"
 #include "common/waiting.h"
+#include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/paths.h"
 #include "snapwheel/backup_state.h"
@@ -30,6 +34,8 @@ namespace halyard::snapwheel {
 
 namespace {
 
+constexpr std::ptrdiff_t kRemovedTogether = 64;
+
 RetentionRules rulesFor(const CommandOptions& options) {
   RetentionRules rules = options.rules;
   rules.days =
@@ -43,11 +49,31 @@ std::string keptText(const PlannedRemoval& item) {
          (note.empty() ? "" : " (" + note + ")");
 }
 
+/// Removes a group at a time, and tells of each when its group is gone from the disk: to wait for
+/// the disk is most of the work.
+void removeAndTell(const Repository& repository, const std::vector<std::string>& names,
+                   const std::function<void(const std::string& name)>& tell) {
+  for (auto first = names.begin(); first != names.end();) {
+    const auto end = first + std::min<std::ptrdiff_t>(kRemovedTogether, names.end() - first);
+    const std::vector<std::string> group(first, end);
+    try {
+      removeSnapshots(repository, group);
+    } catch (const Failure&) {
+      for (const std::string& name : group) {
+        if (host::isAbsent(repository.path(name))) tell(name);
+      }
+      throw;
+    }
+    std::ranges::for_each(group, tell);
+    first = end;
+  }
+}
+
 /// Removes what the rules do not keep, or shows it. Needs SnapshotLock unless it only shows.
 int prune(const Repository& repository, const RetentionRules& rules, bool dryRun, bool json) {
   const std::vector<PlannedRemoval> plan = planPrune(repository, rules);
-  nlohmann::json removed = nlohmann::json::array();
   nlohmann::json kept = nlohmann::json::array();
+  std::vector<std::string> doomed;
   for (const PlannedRemoval& item : plan) {
     if (item.verdict.keep) {
       kept.push_back({{"name", item.name},
@@ -56,12 +82,16 @@ int prune(const Repository& repository, const RetentionRules& rules, bool dryRun
       if (!json && dryRun) hostkit::printLine(keptText(item));
       continue;
     }
-    if (!dryRun) removeSnapshots(repository, {item.name});
-    removed.push_back(item.name);
-    if (!json) hostkit::printLine((dryRun ? "remove " : "removed ") + item.name);
+    doomed.push_back(item.name);
+    if (!json && dryRun) hostkit::printLine("remove " + item.name);
+  }
+  if (!dryRun) {
+    removeAndTell(repository, doomed, [json](const std::string& name) {
+      if (!json) hostkit::printLine("removed " + name);
+    });
   }
   if (json) {
-    hostkit::printJson({{"dryRun", dryRun}, {"removed", removed}, {"kept", kept}});
+    hostkit::printJson({{"dryRun", dryRun}, {"removed", doomed}, {"kept", kept}});
   }
   const bool held = std::ranges::any_of(
       plan, [](const PlannedRemoval& item) { return item.verdict.reason == kNewestIsNotGood; });
@@ -136,7 +166,8 @@ int runDelete(const CommandOptions& options) {
   for (const std::string& word : options.names) {
     const bool isUnfinished =
         std::find(unfinished.begin(), unfinished.end(), word) != unfinished.end();
-    names.push_back(isUnfinished ? word : repository.find(word));
+    std::string name = isUnfinished ? word : repository.find(word);
+    if (std::ranges::find(names, name) == names.end()) names.push_back(std::move(name));
   }
   const SnapshotLock lock(repository);
   for (const std::string& name : names) {
@@ -146,10 +177,9 @@ int runDelete(const CommandOptions& options) {
                     "; nothing was removed (see: snapwheel unpin, or --force)");
     }
   }
-  for (const std::string& name : names) {
-    removeSnapshots(repository, {name});
+  removeAndTell(repository, names, [&repository](const std::string& name) {
     hostkit::printLine("removed " + repository.path(name));
-  }
+  });
   return hostkit::kSuccess;
 }
 

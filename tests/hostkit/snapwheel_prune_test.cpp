@@ -103,5 +103,19 @@ TEST_F(SnapshotPrune, ASnapshotThatIsNotWholeTakesNoPlaceOfOneThatIs) {
   EXPECT_THAT(snapshots(), SizeIs(1));
 }
 
+TEST_F(SnapshotPrune, TellsEachThatIsGoneOnce) {
+  for (int more = 0; more < 2; ++more) {
+    ASSERT_EQ(snapwheel({"snapshot", "--source", "/data"}).status, 0);
+  }
+  const std::vector<std::string> all = snapshots();
+  const CommandResult pruned = snapwheel({"prune"});
+  EXPECT_EQ(pruned.status, 0);
+  EXPECT_EQ(pruned.out, "removed " + all[0] + "\nremoved " + all[1] + "\n");
+  const CommandResult deleted = snapwheel({"delete", all[2], "latest"});
+  EXPECT_EQ(deleted.status, 0) << deleted.err;
+  EXPECT_EQ(deleted.out, "removed " + std::string(kHostFolder) + "/" + all[2] + "\n");
+  EXPECT_THAT(snapshots(), testing::IsEmpty());
+}
+
 }  // namespace
 }  // namespace halyard::snapwheel
