@@ -212,7 +212,9 @@ class RandomChanges : public SnapshotTest {
       ASSERT_EQ(::futimens(file.get(), times), 0);
     }
     // What is mounted upon stays.
-    if (::rename(fresh.c_str(), path.c_str()) != 0) ASSERT_EQ(::unlink(fresh.c_str()), 0);
+    if (::rename(fresh.c_str(), path.c_str()) != 0) {
+      ASSERT_EQ(::unlink(fresh.c_str()), 0);
+    }
   }
 
   std::mt19937 random_;
