@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -18,7 +16,6 @@
 #include "common/sizes.h"
 #include "common/snapshot_pin.h"
 #include "common/waiting.h"
-#include "host/files/files.h"
 #include "host/files/property_file.h"
 #include "product/paths.h"
 #include "snapwheel/backup_state.h"
@@ -34,8 +31,6 @@ namespace halyard::snapwheel {
 
 namespace {
 
-constexpr std::ptrdiff_t kRemovedTogether = 64;
-
 RetentionRules rulesFor(const CommandOptions& options) {
   RetentionRules rules = options.rules;
   rules.days =
@@ -47,26 +42,6 @@ std::string keptText(const PlannedRemoval& item) {
   const std::string note = item.pin ? item.pin->note : "";
   return "keep   " + item.name + "  " + item.verdict.reason +
          (note.empty() ? "" : " (" + note + ")");
-}
-
-/// Removes a group at a time, and tells of each when its group is gone from the disk: to wait for
-/// the disk is most of the work.
-void removeAndTell(const Repository& repository, const std::vector<std::string>& names,
-                   const std::function<void(const std::string& name)>& tell) {
-  for (auto first = names.begin(); first != names.end();) {
-    const auto end = first + std::min<std::ptrdiff_t>(kRemovedTogether, names.end() - first);
-    const std::vector<std::string> group(first, end);
-    try {
-      removeSnapshots(repository, group);
-    } catch (const Failure&) {
-      for (const std::string& name : group) {
-        if (host::isAbsent(repository.path(name))) tell(name);
-      }
-      throw;
-    }
-    std::ranges::for_each(group, tell);
-    first = end;
-  }
 }
 
 /// Removes what the rules do not keep, or shows it. Needs SnapshotLock unless it only shows.
@@ -86,7 +61,7 @@ int prune(const Repository& repository, const RetentionRules& rules, bool dryRun
     if (!json && dryRun) hostkit::printLine("remove " + item.name);
   }
   if (!dryRun) {
-    removeAndTell(repository, doomed, [json](const std::string& name) {
+    removeSnapshots(repository, doomed, [json](const std::string& name) {
       if (!json) hostkit::printLine("removed " + name);
     });
   }
@@ -177,7 +152,7 @@ int runDelete(const CommandOptions& options) {
                     "; nothing was removed (see: snapwheel unpin, or --force)");
     }
   }
-  removeAndTell(repository, names, [&repository](const std::string& name) {
+  removeSnapshots(repository, names, [&repository](const std::string& name) {
     hostkit::printLine("removed " + repository.path(name));
   });
   return hostkit::kSuccess;

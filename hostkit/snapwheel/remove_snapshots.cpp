@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <utility>
 
@@ -20,6 +21,8 @@
 namespace halyard::snapwheel {
 
 namespace {
+
+constexpr std::size_t kRemovedTogether = 64;
 
 /// The name while it is being removed: no instant, so that it is never taken over as a snapshot
 /// that was interrupted while it was being made.
@@ -112,14 +115,28 @@ std::string settleLatest(const Repository& repository, const std::string& withou
   return newest;
 }
 
-void removeSnapshots(const Repository& repository, const std::vector<std::string>& names) {
+void removeSnapshots(const Repository& repository, const std::vector<std::string>& names,
+                     const std::function<void(const std::string& name)>& gone) {
   const host::Descriptor folder = repository.open();
   // To settle it is to list all snapshots, so from here on only where it leads to one that goes.
   if (!names.empty()) (void)settleLatest(repository);
-  for (const std::string& name : names) removeOne(repository, folder.get(), name);
-  // All of the file system: a subvolume goes by its next commit, not by a sync of the folder.
-  const Status synced = host::syncFileSystem(repository.hostFolder());
-  if (!synced) throw failureOf(synced.error());
+  std::optional<Failure> failure;
+  for (std::size_t next = 0; next < names.size() && !failure;) {
+    std::vector<std::string> removed;
+    try {
+      for (; next < names.size() && removed.size() < kRemovedTogether; ++next) {
+        removeOne(repository, folder.get(), names[next]);
+        removed.push_back(names[next]);
+      }
+    } catch (const Failure& told) {
+      failure = told;
+    }
+    // All of the file system: a subvolume goes by its next commit, not by a sync of the folder.
+    const Status synced = host::syncFileSystem(repository.hostFolder());
+    if (!synced) throw failureOf(synced.error());
+    if (gone) std::ranges::for_each(removed, gone);
+  }
+  if (failure) throw Failure(*failure);
 }
 
 std::vector<PlannedRemoval> planPrune(const Repository& repository, const RetentionRules& rules) {

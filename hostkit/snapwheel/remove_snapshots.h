@@ -4,6 +4,7 @@
 // Removes snapshots: named ones, and those that no retention rule keeps.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,8 +29,10 @@ std::string settleLatest(const Repository& repository, const std::string& withou
 /// Removes complete snapshots by name, and moves "Latest" to the newest that stays. Each is first
 /// renamed to one in progress, so that a half-removed one never passes for a good one. Names of
 /// snapshots in progress are taken too. Needs SnapshotLock. Throws Failure at the first one that
-/// cannot be removed.
-void removeSnapshots(const Repository& repository, const std::vector<std::string>& names);
+/// cannot be removed. `gone` is told of each that is removed whole, and from the disk: to wait for
+/// that is most of the work, so it is done for a group of them.
+void removeSnapshots(const Repository& repository, const std::vector<std::string>& names,
+                     const std::function<void(const std::string& name)>& gone = {});
 
 /// One line of a prune plan.
 struct PlannedRemoval {

@@ -3,8 +3,11 @@
 
 // Nothing is pruned after a snapshot whose backup of the services is not whole.
 #include <gmock/gmock.h>
+#include <linux/fs.h>
 
+#include "host/files/files.h"
 #include "host_kit_root.h"
+#include "support/inode_flags.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -115,6 +118,18 @@ TEST_F(SnapshotPrune, TellsEachThatIsGoneOnce) {
   EXPECT_EQ(deleted.status, 0) << deleted.err;
   EXPECT_EQ(deleted.out, "removed " + std::string(kHostFolder) + "/" + all[2] + "\n");
   EXPECT_THAT(snapshots(), testing::IsEmpty());
+}
+
+TEST_F(SnapshotPrune, TellsNoneGoneThatIsThereInPart) {
+  ASSERT_EQ(snapwheel({"snapshot", "--source", "/data"}).status, 0);
+  const std::vector<std::string> all = snapshots();
+  const std::string kept = root.path(std::string(kHostFolder) + "/" + all[1] + "/System/kept");
+  const test::UnlockedAtTheEnd unlocked(root.path("/backup"));
+  ASSERT_TRUE(host::writeFile(kept, "x"));
+  if (!test::setFlags(kept, FS_IMMUTABLE_FL)) GTEST_SKIP() << "no flag keeps a file here";
+  const CommandResult deleted = snapwheel({"delete", all[0], all[1]});
+  EXPECT_EQ(deleted.status, 1);
+  EXPECT_EQ(deleted.out, "removed " + std::string(kHostFolder) + "/" + all[0] + "\n");
 }
 
 }  // namespace
