@@ -118,8 +118,8 @@ class Bench:
         self.source = self.root + "/source"
         for name in MEGABYTES:
             self.make_volume(name)
-        self.work = self.source + "/work"
-        os.mkdir(self.work)
+        self.written = self.source + "/written"
+        os.mkdir(self.written)
 
     def make_volume(self, name):
         image, place = f"{self.folder}/{name}.img", f"{self.root}/{name}"

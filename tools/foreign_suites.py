@@ -170,7 +170,7 @@ SUITES = [Rsync, Tar, Coreutils]
 def try_suite(bench, suite, rounds):
     """How many of its tests passed: only such a test is known to have built its trees."""
     passed = 0
-    folder = bench.work + "/suite"
+    folder = bench.written + "/suite"
     os.mkdir(folder)
     os.chmod(folder, 0o755)
     for number in range(rounds):

@@ -127,7 +127,7 @@ def mixed_in(folder):
 class Round:
     def __init__(self, bench, writer, number):
         self.bench, self.writer, self.number = bench, writer, number
-        self.folder = f"{bench.work}/{number}"
+        self.folder = f"{bench.written}/{number}"
         self.complaints = f"{bench.folder}/complaints"
         os.makedirs(self.folder + "/striped")
         os.mkdir(self.folder + "/written")
@@ -150,10 +150,10 @@ class Round:
         manifest = bench.take(bench.start("snapshot", "--source", "/source", "--json"))
         if manifest is None:
             return
-        copy = f"{bench.place_of(manifest)}/work/{self.number}"
+        copy = f"{bench.place_of(manifest)}/written/{self.number}"
         if not bench.tampers:
             torn = {os.path.basename(path) for path in manifest["torn"]
-                    if os.path.dirname(path).endswith(f"/work/{self.number}/striped")}
+                    if os.path.dirname(path).endswith(f"/written/{self.number}/striped")}
             bench.found(where, [f"striped/{name} is torn and not named"
                                 for name in mixed_in(copy + "/striped") if name not in torn])
             unsound = [item["path"] for item in manifest["missing"] if "/still/" in item["path"]]
@@ -211,7 +211,7 @@ class Round:
 def try_writer(bench, writer, rounds, seconds):
     for number in range(rounds):
         Round(bench, writer(), number).run(seconds)
-        old = f"{bench.work}/{number - 1}"
+        old = f"{bench.written}/{number - 1}"
         if number > 0:
             subprocess.run(["chattr", "-R", "-f", "-i", "-a", old], check=False)
             foreign_bench.must("rm", "-rf", "--", old)

@@ -6,16 +6,14 @@
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 
+#include "further_volumes.h"
 #include "host/files/files.h"
 #include "host/tree/move_item.h"
 #include "product/snapshot_metadata.h"
-#include "snapshot_test.h"
 #include "snapwheel/check_repository.h"
 #include "snapwheel/failure.h"
-#include "snapwheel/restore_snapshot.h"
 #include "snapwheel/snapshot_diff.h"
 #include "snapwheel/snapshot_find.h"
-#include "support/items.h"
 
 namespace halyard::snapwheel {
 namespace {
@@ -26,45 +24,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-/// The source has another file system at /vol/data.
-class FurtherVolumes : public SnapshotTest {
- protected:
-  void SetUp() override {
-    SnapshotTest::SetUp();
-    if (IsSkipped()) return;
-    further_ = std::make_unique<test::MountedVolume>(scratch_, "ext4", 16, "source/vol/data");
-    if (!further_->reason().empty()) GTEST_SKIP() << further_->reason();
-    put("vol/data/one", "of the volume");
-    put("vol/data/deep/two", std::string(100000, 'y'));
-    put("vol/data/cache/x", "to be left out");
-    settle();
-  }
-
-  SnapshotRequest requestOfAll() const {
-    SnapshotRequest all = request();
-    all.furtherVolumes = {"/vol/data"};
-    return all;
-  }
-  SnapshotOutcome takeAll() const { return takeSnapshot(*repository_, requestOfAll()); }
-  std::string further(const SnapshotOutcome& outcome) const {
-    return repository_->path(outcome.name) + "/vol-data";
-  }
-  static std::vector<std::string> withoutVolume(std::vector<std::string> listing) {
-    std::erase_if(listing, [](const std::string& line) { return line.starts_with("/vol/data"); });
-    return listing;
-  }
-  std::vector<std::string> findings(CheckDepth depth) const {
-    std::vector<std::string> texts;
-    for (const Finding& finding : checkRepository(*repository_, depth).findings) {
-      texts.push_back(finding.path.substr(repository_->hostFolder().size() + 1) + " " +
-                      finding.text);
-    }
-    return texts;
-  }
-
-  std::unique_ptr<test::MountedVolume> further_;
-};
 
 INSTANTIATE_TEST_SUITE_P(On, FurtherVolumes, fileSystems(), fileSystemName);
 
@@ -291,69 +250,6 @@ TEST_P(FurtherVolumes, OneThatIsGoneFromASnapshotIsAProblem) {
                           "hold what was at /vol/data any more"));
 }
 
-TEST_P(FurtherVolumes, AreAllRestoredToTheirPlaces) {
-  RestoreRequest restore;
-  restore.snapshotPath = repository_->path(takeAll().name);
-  restore.target = scratch_ / "target";
-  // The way to a volume of its own may stand already.
-  scratch_.makeFolder("target/vol/data/lost+found");
-  const RestoreOutcome outcome = restoreSnapshot(restore);
-  EXPECT_EQ(outcome.failed, 0U);
-  EXPECT_EQ(listTree(scratch_ / "target"), expected());
-
-  RestoreRequest one = restore;
-  one.volume = "vol-data";
-  one.target = scratch_ / "one";
-  EXPECT_EQ(restoreSnapshot(one).failed, 0U);
-  EXPECT_EQ(listTree(scratch_ / "one"), listTree(at("vol/data")));
-}
-
-TEST_P(FurtherVolumes, AreRestoredThroughNoLink) {
-  const SnapshotOutcome first = takeAll();
-  makeWritable(first);
-  const std::string elsewhere = scratch_.makeFolder("elsewhere");
-  ASSERT_TRUE(host::removeItem(volumeOf(first) + "/vol/data"));
-  ASSERT_EQ(::symlink(elsewhere.c_str(), (volumeOf(first) + "/vol/data").c_str()), 0);
-  RestoreRequest restore;
-  restore.snapshotPath = repository_->path(first.name);
-  restore.target = scratch_ / "target";
-  EXPECT_THROW(restoreSnapshot(restore), Failure);
-  EXPECT_THAT(host::listDirectory(elsewhere), IsEmpty());
-}
-
-TEST_P(FurtherVolumes, AreNotCalledRestoredWhenOneIsGone) {
-  const SnapshotOutcome first = takeAll();
-  makeWritable(first);
-  ASSERT_TRUE(host::removeItem(further(first)));
-  RestoreRequest restore;
-  restore.snapshotPath = repository_->path(first.name);
-  restore.target = scratch_ / "target";
-  EXPECT_THROW(restoreSnapshot(restore), Failure);
-  EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
-  for (const char* name : {"vol-data", "..", ".snapwheel", "System/etc"}) {
-    restore.volume = name;
-    EXPECT_THROW(restoreSnapshot(restore), Failure) << name;
-  }
-  restore.volume = "System";
-  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
-}
-
-TEST_P(FurtherVolumes, TheOneOfTheRootIsNotTakenForAnotherWhenItIsGone) {
-  const SnapshotOutcome first = takeAll();
-  makeWritable(first);
-  ASSERT_TRUE(host::removeItem(volumeOf(first)));
-  EXPECT_THAT(findings(CheckDepth::structure),
-              ElementsAre(first.name + "/System is gone, or no folder: the snapshot does not " +
-                          "hold what was at / any more"));
-  RestoreRequest restore;
-  restore.snapshotPath = repository_->path(first.name);
-  restore.target = scratch_ / "target";
-  EXPECT_THROW(restoreSnapshot(restore), Failure);
-  EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
-  restore.volume = "vol-data";
-  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
-}
-
 TEST_P(FurtherVolumes, NothingOfAnotherIsSharedWhenTheOneOfTheRootIsGone) {
   put("one", "not of the one");  // As long as the volume's.
   put("vol/data/one", "of the volume!");
@@ -365,18 +261,6 @@ TEST_P(FurtherVolumes, NothingOfAnotherIsSharedWhenTheOneOfTheRootIsGone) {
   EXPECT_EQ(Scratch::contents(volumeOf(second) + "/one"), "not of the one");
   EXPECT_EQ(withoutVolume(listTree(volumeOf(second))), withoutVolume(expected()));
   EXPECT_EQ(listTree(further(second)), listTree(at("vol/data")));
-}
-
-TEST_P(FurtherVolumes, OneThatIsGoneIsMissedWithoutTheManifest) {
-  const SnapshotOutcome first = takeAll();
-  makeWritable(first);
-  ASSERT_TRUE(host::writeFile(repository_->path(first.name) + "/.snapwheel/manifest.json", "{"));
-  ASSERT_TRUE(host::removeItem(further(first)));
-  RestoreRequest restore;
-  restore.snapshotPath = repository_->path(first.name);
-  restore.target = scratch_ / "target";
-  EXPECT_THROW(restoreSnapshot(restore), Failure);
-  EXPECT_FALSE(Scratch::stands(scratch_ / "target"));
 }
 
 TEST_P(FurtherVolumes, OneThatOnlyOneSnapshotHoldsDiffersWhereItIsAskedFor) {
@@ -393,65 +277,6 @@ TEST_P(FurtherVolumes, OneThatOnlyOneSnapshotHoldsDiffersWhereItIsAskedFor) {
   EXPECT_THAT(diff({}), Contains("vol/data"));
   EXPECT_THAT(diff({"/vol"}), Contains("vol/data"));
   EXPECT_THAT(diff({"/vol/data/one"}), ElementsAre("vol/data"));
-}
-
-TEST_P(FurtherVolumes, OneThatCouldNotBeReadIsNotCalledRestored) {
-  further_->unmount();
-  RestoreRequest restore;
-  restore.snapshotPath = repository_->path(takeAll().name);
-  restore.target = scratch_ / "target";
-  const RestoreOutcome all = restoreSnapshot(restore);
-  ASSERT_EQ(all.notHeld.size(), 1U);
-  EXPECT_EQ(all.notHeld.front().path, "/vol/data");
-  EXPECT_EQ(all.lack.missing, 0U) << "it is told once";
-
-  restore.target = scratch_ / "chosen";
-  restore.paths = {"/vol/data"};
-  EXPECT_THROW(restoreSnapshot(restore), Failure);
-  restore.paths = {"/vol/data/one"};
-  EXPECT_THROW(restoreSnapshot(restore), Failure);
-  EXPECT_FALSE(Scratch::stands(restore.target));
-  restore.paths = {"/vol", "/etc"};
-  const RestoreOutcome outcome = restoreSnapshot(restore);
-  ASSERT_EQ(outcome.notHeld.size(), 1U);
-  EXPECT_EQ(outcome.notHeld.front().path, "/vol/data");
-  EXPECT_EQ(outcome.notHeld.front().why, "is a volume that the snapshot does not hold");
-
-  restore.target = scratch_ / "one";
-  restore.paths.clear();
-  restore.volume = "System";
-  EXPECT_THAT(restoreSnapshot(restore).notHeld, IsEmpty());
-}
-
-TEST_P(FurtherVolumes, TheFoldersAboveAFileOfOneComeBackAsTheyWere) {
-  ASSERT_EQ(::chown(at("vol").c_str(), 1815, 1816), 0);
-  ASSERT_EQ(::chmod(at("vol").c_str(), 0750), 0);
-  ASSERT_EQ(::chown(at("vol/data").c_str(), 1816, 1815), 0);
-  ASSERT_EQ(::chmod(at("vol/data").c_str(), 0700), 0);
-  RestoreRequest restore;
-  restore.snapshotPath = repository_->path(takeAll().name);
-  restore.target = scratch_ / "target";
-  restore.paths = {"/vol/data/deep/two"};
-  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
-  for (const char* folder : {"/vol", "/vol/data", "/vol/data/deep"}) {
-    const struct stat was = test::statusOf(source_ + folder);
-    const struct stat is = test::statusOf(restore.target + folder);
-    EXPECT_EQ(is.st_mode, was.st_mode) << folder;
-    EXPECT_EQ(is.st_uid, was.st_uid) << folder;
-    EXPECT_EQ(is.st_gid, was.st_gid) << folder;
-    EXPECT_EQ(is.st_mtim.tv_nsec, was.st_mtim.tv_nsec) << folder;
-  }
-  EXPECT_THAT(host::listDirectory(restore.target), ElementsAre("vol"));
-  EXPECT_THAT(host::listDirectory(restore.target + "/vol"), ElementsAre("data"));
-  EXPECT_THAT(host::listDirectory(restore.target + "/vol/data"), ElementsAre("deep"));
-
-  // Those that are there keep their own.
-  ASSERT_EQ(::chmod((restore.target + "/vol").c_str(), 0711), 0);
-  ASSERT_EQ(::chmod((restore.target + "/vol/data").c_str(), 0711), 0);
-  restore.force = true;
-  EXPECT_EQ(restoreSnapshot(restore).failed, 0U);
-  EXPECT_EQ(test::statusOf(restore.target + "/vol").st_mode & 07777U, 0711U);
-  EXPECT_EQ(test::statusOf(restore.target + "/vol/data").st_mode & 07777U, 0711U);
 }
 
 /// The repository itself lies in a volume that is to be copied.
